@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brask/platform.h>
+#include <zorbe/export.h>
+
+namespace Brask {
+
+/// Base of every class that logs: keeps the handler that the messages go to.
+class ZORBE_EXPORT Debuggable {
+ public:
+  /// Refers to the client's handler, which has to outlive this object.
+  explicit Debuggable(Platform::DebugHandler& debugHandler);
+
+  Debuggable(const Debuggable&) = default;
+  Debuggable& operator=(const Debuggable&) = default;
+
+  /// Deletes the handler only when `ownsHandler` says so, then forgets it.
+  virtual ~Debuggable();
+
+ protected:
+  Platform::DebugHandler* handler;
+  bool ownsHandler;  // false from the constructor on: the library owns no client's handler
+};
+
+}  // namespace Brask

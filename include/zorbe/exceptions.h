@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+//
+// What the library throws. Everything derives from Brask::Exception, whose
+// `what()` is the text alone and whose `msg()` is the class name around it.
+// Thrown by value; catch by reference.
+#pragma once
+
+#include <brask/exception.h>
+#include <zorbe/export.h>
+
+#include <cstdint>
+#include <string>
+
+namespace Brask {
+
+/// An operation could not go on: a system call failed, or calls came in an order
+/// that cannot work.
+class ZORBE_EXPORT RuntimeException : public Exception {
+ public:
+  explicit RuntimeException(const std::string& text) : Exception(text, true) {}
+  const char* name() const override { return "Brask::RuntimeException"; }
+};
+
+/// A root directory could not be resolved or created.
+class ZORBE_EXPORT InvalidInitializeException : public Exception {
+ public:
+  explicit InvalidInitializeException(const std::string& text) : Exception(text, true) {}
+  const char* name() const override { return "Brask::InvalidInitializeException"; }
+};
+
+}  // namespace Brask
+
+namespace Zorbe {
+
+/// The writer could not be reached, for a reason other than that there is none.
+class ZORBE_EXPORT ConnectionException : public Brask::Exception {
+ public:
+  explicit ConnectionException(const std::string& text);
+  ConnectionException(const ConnectionException&) = default;
+  ConnectionException& operator=(const ConnectionException&) = default;
+  ~ConnectionException() override;
+  const char* name() const override;
+};
+
+/// The table is not the one that was expected, or contradicts itself.
+class ZORBE_EXPORT CorruptionDetectedException : public Brask::Exception {
+ public:
+  explicit CorruptionDetectedException(const std::string& text);
+  CorruptionDetectedException(const CorruptionDetectedException&) = default;
+  CorruptionDetectedException& operator=(const CorruptionDetectedException&) = default;
+  ~CorruptionDetectedException() override;
+  const char* name() const override;
+};
+
+/// Another live process is the writer of this table.
+class ZORBE_EXPORT DuplicateWriterException : public Brask::Exception {
+ public:
+  DuplicateWriterException(const std::string& text, uint32_t ownerPid, const std::string& ownerPath,
+                           const std::string& lastOwnerNote);
+  DuplicateWriterException(const DuplicateWriterException&) = default;
+  DuplicateWriterException& operator=(const DuplicateWriterException&) = default;
+  ~DuplicateWriterException() override;
+  const char* name() const override;
+
+  uint32_t pid;           ///< the process that holds the lock, 0 when it was not found
+  std::string owner;      ///< that process's executable, empty when it was not found
+  std::string lastOwner;  ///< the root directory's "last-owner" file as it was read
+};
+
+}  // namespace Zorbe

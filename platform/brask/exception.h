@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+//
+// The root of every exception that the library throws.
+#pragma once
+
+#include <exception>
+#include <string>
+
+#pragma GCC visibility push(default)
+
+namespace Brask {
+
+class Exception : public std::exception {
+ public:
+  /// `text` is what `what()` returns. The flag belongs to the framework, which
+  /// alone gives it a meaning; it is accepted and not looked at here.
+  Exception(const std::string& text, bool /*flag*/) : text_(text) {}
+
+  Exception(const Exception&) = default;
+  Exception& operator=(const Exception&) = default;
+  ~Exception() override = default;
+
+  const char* what() const noexcept override { return text_.c_str(); }
+
+  /// The qualified name of the class, which each derived class overrides.
+  virtual const char* name() const { return "Brask::Exception"; }
+
+  /// Name and text together: `Zorbe::ConnectionException("no writer")`.
+  std::string msg() const { return std::string(name()) + "(\"" + text_ + "\")"; }
+
+ private:
+  std::string text_;
+  std::string detail_;  // the framework's own; kept for its layout
+};
+
+}  // namespace Brask
+
+#pragma GCC visibility pop

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#pragma GCC visibility push(default)
+
+namespace Mem {
+
+/// Creates the directory `path` with every missing component, each with exactly
+/// `mode` whatever the umask. A directory that is already there is success and
+/// keeps its mode.
+///
+/// Safe against other processes that create, or remove, parts of the same path
+/// at the same moment: it begins again, a bounded number of times.
+///
+/// Returns 0, or -1 with `errno` set: ENOTDIR when a component exists and is not
+/// a directory, otherwise what mkdir(2) or chmod(2) said.
+int mkpath(const std::string& path, unsigned mode);
+
+}  // namespace Mem
+
+#pragma GCC visibility pop

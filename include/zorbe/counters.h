@@ -74,8 +74,8 @@ struct ZORBE_EXPORT Counters {
   uint64_t conquerCompactions;
   uint64_t conquerPrunings;
   uint64_t conquerSequence;
-  uint64_t conquerOverruns;      // not printed
-  uint64_t conquerReaderWaits;   // not printed
+  uint64_t conquerOverruns;     // not printed
+  uint64_t conquerReaderWaits;  // not printed
   uint64_t kicksIssued;
   uint64_t connectedReaders;
   uint64_t directWrite;

@@ -213,10 +213,10 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   RootPath rootPath;
   bool initialized;
   bool connected;
-  bool acknowledged;   ///< the first kicks of this connection have arrived
-  bool enabled;        ///< set by the subclass: kicks are read and passes run. Left false
-                       ///< on a connection, unread kicks keep waking the loop.
-  bool conquerAgain;   ///< set by the subclass: not finished, run another pass instead of reporting
+  bool acknowledged;  ///< the first kicks of this connection have arrived
+  bool enabled;       ///< set by the subclass: kicks are read and passes run. Left false
+                      ///< on a connection, unread kicks keep waking the loop.
+  bool conquerAgain;  ///< set by the subclass: not finished, run another pass instead of reporting
   bool notificationsDisabled;
   uint64_t sentSequence;  ///< the last report; survives connections
   std::unique_ptr<Brask::Platform::TimerControl> timerControl;

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+#include <zorbe/debuggable.h>
+
+#include "foundation/last_store.h"
+
+namespace Brask {
+
+Debuggable::Debuggable(Platform::DebugHandler& debugHandler)
+    : handler(&debugHandler), ownsHandler(false) {}
+
+Debuggable::~Debuggable() {
+  if (ownsHandler) delete handler;
+  Zorbe::lastStore<Platform::DebugHandler*>(handler, nullptr);
+}
+
+}  // namespace Brask

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+//
+// The one way in which the library logs, builds the texts of its exceptions, and fails.
+//
+//     ZORBE_LOG(*handler, 5, "WriterKickSm::doKickSleepers() sleepingReaders: " << count);
+//
+// What stands behind the level is evaluated only when the level is wanted. `errno` may
+// be changed by the handler: callers keep it in a variable, read right after the call
+// that failed, and print it with `reason(error)`.
+#pragma once
+
+#include <brask/platform.h>
+
+#include <cstring>
+#include <sstream>
+#include <string>
+
+namespace Zorbe::Log {
+
+constexpr int precision = 12;  // of floating-point numbers in messages
+
+enum Level { failure = 0, notable = 1, milestone = 2, routine = 3, step = 5, item = 9 };
+
+template <typename Words>
+void write(Brask::Platform::DebugHandler& handler, int level, Words words) {
+  if (!handler.isEnabled(level)) return;
+  std::ostringstream message;
+  message.precision(precision);
+  words(message);
+  handler.emit(message, level);
+}
+
+template <typename Words>
+std::string text(Words words) {
+  std::ostringstream message;
+  message.precision(precision);
+  words(message);
+  return message.str();
+}
+
+/// A C string that may be null, in which case the stream fails instead of being given
+/// nothing to print.
+struct CString {
+  const char* text;
+};
+
+inline std::ostream& operator<<(std::ostream& out, CString string) {
+  if (string.text == nullptr) {
+    out.setstate(std::ios_base::failbit);
+    return out;
+  }
+  return out << string.text;
+}
+
+/// The system's text for an errno value.
+inline CString reason(int error) {
+  return {std::strerror(error)};
+}
+
+/// Throws an `Exception` after logging the same text as a failure.
+template <typename Exception>
+[[noreturn]] void fail(Brask::Platform::DebugHandler& handler, const std::string& text) {
+  write(handler, failure, [&](std::ostream& message) { message << text; });
+  throw Exception(text);
+}
+
+}  // namespace Zorbe::Log
+
+#define ZORBE_LOG(handler, level, words)              \
+  ::Zorbe::Log::write((handler), ::Zorbe::Log::level, \
+                      [&](std::ostream& zorbeMessage) { zorbeMessage << words; })
+
+#define ZORBE_TEXT(words) \
+  ::Zorbe::Log::text([&](std::ostream& zorbeMessage) { zorbeMessage << words; })

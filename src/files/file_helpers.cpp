@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zorbe/exceptions.h>
+#include <zorbe/util.h>
+
+#include <cerrno>
+#include <fstream>
+
+#include "foundation/log.h"
+
+namespace Zorbe::Util {
+
+namespace {
+
+constexpr mode_t openToAll = 0666;
+
+constexpr const char* tableFiles[] = {"slots", "conquer.1",  "conquer.2",          "buckets",
+                                      "fenix", "last-owner", "corruption-detected"};
+
+// Appends what is left in `file`, and returns the errno of a read that failed, or 0. A
+// stream buffer tells of such a read by an exception.
+int readAll(std::ifstream& file, std::string& content) {
+  char chunk[4096];
+  try {
+    while (const std::streamsize count = file.rdbuf()->sgetn(chunk, sizeof chunk)) {
+      content.append(chunk, static_cast<std::size_t>(count));
+    }
+    return 0;
+  } catch (const std::ios_base::failure& failed) {
+    file.setstate(std::ios_base::badbit);
+    return failed.code().value();
+  }
+}
+
+class UmaskGuard {
+ public:
+  explicit UmaskGuard(mode_t mask) : old_(::umask(mask)) {}  // umask(2) cannot fail
+  UmaskGuard(const UmaskGuard&) = delete;
+  UmaskGuard& operator=(const UmaskGuard&) = delete;
+  ~UmaskGuard() { ::umask(old_); }
+
+ private:
+  mode_t old_;
+};
+
+}  // namespace
+
+std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& path,
+                     bool reportOpenFailure) {
+  std::string content;
+  std::ifstream file(path);
+  if (!file.is_open()) {
+    const int error = errno;
+    if (reportOpenFailure) {
+      ZORBE_LOG(handler, step,
+                "Util::fileRead() unable to open file " << path << ": " << Log::reason(error));
+    }
+    return content;
+  }
+  const int error = readAll(file, content);
+  if (error == 0) {
+    ZORBE_LOG(handler, step, "Util::fileRead() read " << path << " '" << content << "'");
+  } else {
+    ZORBE_LOG(handler, notable,
+              "Util::fileRead() failed to read from " << path << " error: " << Log::reason(error));
+  }
+  return content;
+}
+
+void fileWrite(Brask::Platform::DebugHandler& handler, const std::string& path,
+               const std::string& content, bool noThrow) {
+  std::ofstream file(path, std::ios_base::out | std::ios_base::trunc);
+  if (!file.is_open()) {
+    const int error = errno;
+    const std::string text = ZORBE_TEXT("Util::fileWrite() unable to write "
+                                        << path << " reason: " << Log::reason(error));
+    ZORBE_LOG(handler, failure, text);
+    if (!noThrow) {
+      Brask::RuntimeException exception(text);
+      errno = error;  // callers tell a missing directory from other failures by it
+      throw exception;
+    }
+  }
+  file << content << '\n' << std::flush;
+  file.close();
+  if (::chmod(path.c_str(), openToAll) != 0) {
+    const int error = errno;
+    ZORBE_LOG(handler, notable,
+              "Util::fileWrite chmod() " << path << " error: " << Log::reason(error));
+  }
+}
+
+bool touch(Brask::Platform::DebugHandler& handler, const std::string& path) {
+  const UmaskGuard everyBit(0);
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_APPEND, openToAll);
+  if (fd < 0) {
+    const int error = errno;
+    ZORBE_LOG(handler, failure,
+              "Util::touch() unable to open " << path << " reason: " << Log::reason(error));
+    return false;
+  }
+  if (::close(fd) != 0) {
+    const int error = errno;
+    ZORBE_LOG(handler, failure,
+              "Util::touch() unable to close fd:" << fd << " reason: " << Log::reason(error));
+    return false;
+  }
+  return true;
+}
+
+uint32_t memSize(Brask::Platform::DebugHandler& handler, const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) == 0) return static_cast<uint32_t>(status.st_blocks) * 512;
+  const int error = errno;
+  ZORBE_LOG(handler, failure, "Util::memSize() " << path << " failed: " << Log::reason(error));
+  return 0;
+}
+
+void writeCorruptionFile(Brask::Platform::DebugHandler& handler, const std::string& dir,
+                         const std::string& reason) {
+  const std::string text =
+      ZORBE_TEXT("Pid " << ::getpid() << " thinks " << dir << " is corrupted: " << reason);
+  try {
+    fileWrite(handler, dir + "/corruption-detected", text, false);
+  } catch (const Brask::RuntimeException&) {
+    if (errno != ENOENT) throw;  // a directory that is gone needs no marker
+  }
+}
+
+bool isZorbeFile(Brask::Platform::DebugHandler& handler, const std::string& name) {
+  bool matched = false;
+  for (const char* file : tableFiles) {
+    matched = name == file;
+    if (matched) break;
+  }
+  ZORBE_LOG(handler, step, "Util::isZorbeFile() filename: " << name << " matched: " << matched);
+  return matched;
+}
+
+}  // namespace Zorbe::Util

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#include "sockets/dir_node.h"
+
+#include <zorbe/exceptions.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "foundation/log.h"
+
+namespace Zorbe {
+
+namespace {
+
+// What becomes of processes that end during a scan, and of entries that are none.
+bool isExpected(int error) {
+  return error == EACCES || error == ENOENT || error == ENOTDIR;
+}
+
+}  // namespace
+
+DirNode::DirNode(Brask::Platform::DebugHandler& debugHandler, std::shared_ptr<DirNode> linkedNode,
+                 const std::string& directory)
+    : Debuggable(debugHandler), stream(nullptr), linked(std::move(linkedNode)), path(directory) {
+  ZORBE_LOG(*handler, item, "DirNode::DirNode() path: " << path);
+  stream = ::opendir(path.c_str());
+  if (stream != nullptr) return;
+  const int error = errno;
+  const auto words = [&](std::ostream& message) {
+    message << "DirNode::DirNode() failed to open " << path << " errno: " << Log::reason(error);
+  };
+  Log::write(*handler, isExpected(error) ? Log::step : Log::notable, words);
+}
+
+DirNode::~DirNode() {
+  ZORBE_LOG(*handler, item, "DirNode::~DirNode() path: " << path);
+  if (stream == nullptr || ::closedir(stream) == 0) return;
+  const int error = errno;
+  ZORBE_LOG(*handler, notable,
+            "DirNode::~DirNode() failed to close " << path << " errno: " << Log::reason(error));
+}
+
+const dirent* DirNode::readEntry() {
+  ZORBE_LOG(*handler, item, "DirNode::readEntry() path: " << path);
+  if (stream == nullptr) {
+    ZORBE_LOG(*handler, step,
+              "DirNode::readEntry() cannot read " << path << " because the directory is not open");
+    return nullptr;
+  }
+  errno = 0;
+  const dirent* const entry = ::readdir(stream);
+  const int error = errno;
+  if (entry == nullptr && error != 0) {
+    Log::fail<Brask::RuntimeException>(*handler,
+                                       ZORBE_TEXT("DirNode::readEntry() failed to read "
+                                                  << path << " errno: " << Log::reason(error)));
+  }
+  return entry;
+}
+
+}  // namespace Zorbe

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brask/platform.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <string>
+
+namespace Zorbe {
+
+/// The abstract socket address of one table, ready for bind(2) and connect(2).
+class TableAddress {
+ public:
+  /// `name` is the path of the root directory. Throws as Util::createSockaddr does.
+  TableAddress(Brask::Platform::DebugHandler& handler, const std::string& name);
+
+  const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address_); }
+  socklen_t length() const { return length_; }
+
+  /// The name behind the leading zero byte, as /proc/net/unix shows it behind an '@'.
+  std::string abstractName() const;
+
+ private:
+  sockaddr_un address_;
+  socklen_t length_;
+};
+
+}  // namespace Zorbe

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <nsutil/nsutil.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <zorbe/exceptions.h>
+#include <zorbe/util.h>
+
+#include <cerrno>
+
+#include "foundation/log.h"
+
+namespace Zorbe::Util {
+
+namespace {
+
+constexpr const char* ownNamespace = "/proc/self/ns/net";
+
+int openLocalSocket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol) {
+  const int sd = ::socket(domain, type, protocol);
+  if (sd >= 0) {
+    ZORBE_LOG(handler, milestone, "Util::socket() success opening local socket, sd:" << sd);
+  }
+  return sd;
+}
+
+bool enterDefaultNamespace(Brask::Platform::DebugHandler& handler) {
+  const bool entered = setnsByName(DEFAULT_NS, CLONE_NEWNET) == 0;
+  if (entered) {
+    ZORBE_LOG(handler, milestone, "Util::socket() setnsByName() to " << DEFAULT_NS << " success");
+  } else {
+    ZORBE_LOG(handler, milestone,
+              "Util::socket() setnsByName() to "
+                  << DEFAULT_NS << " failure: " << Log::CString{netnsGetTracebuffer()});
+  }
+  return entered;
+}
+
+void returnTo(int localNsFd, bool entered) {
+  if (entered && ::setns(localNsFd, CLONE_NEWNET) != 0) {
+    throw Brask::RuntimeException("Util::socket() failed to switch back to caller's namespace");
+  }
+  if (::close(localNsFd) != 0) {
+    throw Brask::RuntimeException("Util::socket() failed to close( localNsFd )");
+  }
+}
+
+}  // namespace
+
+int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol) {
+  const int localNsFd = ::open(ownNamespace, O_RDONLY | O_CLOEXEC);
+  if (localNsFd < 0) {
+    const int error = errno;
+    if (error != EACCES && error != ENOENT) return -1;
+    ZORBE_LOG(
+        handler, milestone,
+        "Util::socket() failed to open " << ownNamespace << " reason: " << Log::reason(error));
+    return openLocalSocket(handler, domain, type, protocol);
+  }
+  ZORBE_LOG(handler, milestone, "Util::socket() success opening " << ownNamespace);
+  const bool entered = enterDefaultNamespace(handler);
+  const int sd = ::socket(domain, type, protocol);
+  const int error = errno;  // told on success, too: whatever it holds then
+  ZORBE_LOG(handler, milestone,
+            "Util::socket() " << (sd < 0 ? "failed" : "success") << " opening "
+                              << (entered ? DEFAULT_NS : "local")
+                              << " socket: " << Log::reason(error));
+  returnTo(localNsFd, entered);
+  if (sd < 0) errno = error;
+  return sd;
+}
+
+}  // namespace Zorbe::Util

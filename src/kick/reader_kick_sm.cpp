@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: MIT
+#include <sys/socket.h>
+#include <unistd.h>
+#include <zorbe/exceptions.h>
+#include <zorbe/kick.h>
+
+#include <cerrno>
+
+#include "foundation/log.h"
+#include "foundation/unique_fd.h"
+#include "sockets/writer_connection.h"
+
+namespace Zorbe {
+
+namespace {
+
+constexpr const char* connecting = "ReaderKickSm::doConnect()";
+constexpr std::size_t kicksAtOnce = 32;
+
+// Reads every pending kick and counts them. Returns what ended it: 0 when the writer has
+// closed the connection, else an errno, EAGAIN when there are no more.
+int drainKicks(int fd, std::size_t& kicks) {
+  char buffer[kicksAtOnce];
+  ssize_t received;
+  while ((received = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
+    kicks += static_cast<std::size_t>(received);
+  }
+  return received == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+ReaderKickSm::ReaderKickSm(Brask::Platform::DebugHandler& debugHandler, const RootPath& root,
+                           Reader::Counters& readerCounters)
+    : Debuggable(debugHandler),
+      rootPath(root),
+      initialized(false),
+      connected(false),
+      acknowledged(false),
+      enabled(false),
+      conquerAgain(false),
+      notificationsDisabled(false),
+      sentSequence(0),
+      timerControl(Brask::Platform::getTimerControl(this)),
+      fdControl(Brask::Platform::getFdControl(this)),
+      counters(readerCounters) {
+  ZORBE_LOG(*handler, step, "ReaderKickSm::ReaderKickSm() " << rootPath);
+  initialized = true;
+}
+
+ReaderKickSm::~ReaderKickSm() {
+  ZORBE_LOG(*handler, step, "ReaderKickSm::~ReaderKickSm()");
+  if (fdControl && fdControl->fd() >= 0) {
+    closeWriterConnection(*handler, "ReaderKickSm::~ReaderKickSm()", fdControl->fd(), rootPath);
+  }
+  timerControl.reset();
+  fdControl.reset();
+}
+
+void ReaderKickSm::timeout() {
+  ZORBE_LOG(*handler, step, "ReaderKickSm::timeout() " << fdControl->fd());
+  doConquer();
+}
+
+void ReaderKickSm::fdEvent(int /*fd*/) {
+  ZORBE_LOG(*handler, step, "ReaderKickSm::fdEvent() " << fdControl->fd());
+  handleKickFromWriter();
+}
+
+void ReaderKickSm::doConnect() {
+  ZORBE_LOG(*handler, step, "ReaderKickSm::doConnect()");
+  if (!initialized || connected) return;
+  UniqueFd fd(openWriterConnection(*handler, connecting, rootPath, " "));
+  if (const int error = connectToWriter(*handler, fd.get(), rootPath)) {
+    ZORBE_LOG(*handler, failure,
+              connecting << " connect() socket:" << fd.get() << " " << rootPath
+                         << " failed: " << Log::reason(error));
+    closeWriterConnection(*handler, connecting, fd.release(), rootPath);
+    return;
+  }
+  fdControl->watch(fd.get());
+  (void)fd.release();  // closed by doCloseWriterConnection or the destructor from here on
+  connected = true;
+  writerConnectionChanged();
+  ZORBE_LOG(*handler, step,
+            connecting << " socket:" << fdControl->fd() << " connected to " << rootPath);
+}
+
+void ReaderKickSm::doCloseWriterConnection(bool detaching) {
+  const int fd = fdControl->fd();
+  ZORBE_LOG(
+      *handler, notable,
+      "ReaderKickSm::doCloseWriterConnection() closing: " << fd << " detaching: " << detaching);
+  if (::close(fd) != 0) {
+    const int error = errno;
+    ZORBE_LOG(*handler, failure,
+              "ReaderKickSm::doCloseWriterConnection() error closing: " << fd << " "
+                                                                        << Log::reason(error));
+  }
+  fdControl->unwatch();
+  connected = false;
+  acknowledged = false;
+  if (!detaching) writerConnectionChanged();
+}
+
+void ReaderKickSm::handleKickFromWriter() {
+  ZORBE_LOG(*handler, item,
+            "ReaderKickSm::handleKickFromWriter() initialized:"
+                << initialized << " enabled:" << enabled << " ack:" << acknowledged);
+  if (!initialized || !enabled) return;
+  std::size_t kicks = 0;
+  const int ended = drainKicks(fdControl->fd(), kicks);
+  if (ended != EAGAIN) {
+    if (ended != 0) {
+      ZORBE_LOG(*handler, failure,
+                "ReaderKickSm::handleKickFromWriter() recv() error: " << Log::reason(ended));
+    }
+    doCloseWriterConnection(false);
+    return;
+  }
+  ZORBE_LOG(*handler, step, "ReaderKickSm::handleKickFromWriter() read " << kicks << " kicks");
+  if (kicks == 0) return;
+  ++counters.conquerKicks;
+  if (!acknowledged) {
+    acknowledged = true;
+    writerAcknowledged();
+  } else {
+    doConquer();
+  }
+}
+
+void ReaderKickSm::doConquer() {
+  ZORBE_LOG(*handler, item,
+            "ReaderKickSm::doConquer() initialized:" << initialized << " enabled:" << enabled
+                                                     << " ack:" << acknowledged);
+  if (!initialized || !enabled || !acknowledged) return;
+  if (notificationsDisabled) {
+    ZORBE_LOG(*handler, notable, "ReaderKickSm::doConquer() notifications temporarily disabled");
+    return;
+  }
+  try {
+    const uint64_t sequence = readerSequence();
+    if (notificationsDisabled || conquerAgain) {
+      timerControl->start(0.0);
+      return;
+    }
+    sendSequence(sequence);
+    timerControl->cancel();
+  } catch (const CorruptionDetectedException& corruption) {
+    ZORBE_LOG(*handler, failure, "ReaderKickSm::doConquer exception caught: " << corruption.msg());
+  }
+}
+
+void ReaderKickSm::sendSequence(const uint64_t& sequence) {
+  ZORBE_LOG(*handler, step, "ReaderKickSm::sendSequence() at sequence " << sequence);
+  if (!initialized || !connected) return;
+  if (sequence < sentSequence) {
+    throw Brask::RuntimeException(ZORBE_TEXT("ReaderKickSm::sendSequence() sending sequence:"
+                                             << sequence
+                                             << " previously sent sequence:" << sentSequence));
+  }
+  sentSequence = sequence;
+  const int fd = fdControl->fd();
+  const ssize_t sent = ::send(fd, &sequence, sizeof sequence, 0);
+  const int error = errno;
+  if (sent == sizeof sequence) return;
+  if (sent < 0) {
+    ZORBE_LOG(
+        *handler, failure,
+        "ReaderKickSm::sendSequence() send() socket:" << fd << " failed: " << Log::reason(error));
+  } else {
+    ZORBE_LOG(*handler, failure, "ReaderKickSm::sendSequence() only sent " << sent << " bytes!!!");
+  }
+}
+
+void ReaderKickSm::notifying(bool on) {
+  ZORBE_LOG(*handler, step, "ReaderKickSm::notifying() notifying: " << on);
+  if (!on) {
+    notificationsDisabled = true;
+    timerControl->cancel();
+  } else if (notificationsDisabled) {
+    notificationsDisabled = false;
+    timerControl->start(0.0);
+  }
+}
+
+}  // namespace Zorbe

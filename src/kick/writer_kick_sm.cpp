@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <zorbe/exceptions.h>
+#include <zorbe/kick.h>
+#include <zorbe/util.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+#include "foundation/log.h"
+#include "foundation/unique_fd.h"
+
+namespace Zorbe {
+
+namespace {
+
+constexpr int backlog = 5;
+constexpr double reconnectSeconds = 30.0;
+
+}  // namespace
+
+WriterKickSm::WriterKickSm(Brask::Platform::DebugHandler& debugHandler, const RootPath& root,
+                           bool localOnly)
+    : Debuggable(debugHandler),
+      rootPath(root),
+      kickSocketCreated(false),
+      local(localOnly),
+      writerSequence(0),
+      kickCount(0),
+      kickSocket(-1) {}
+
+WriterKickSm::~WriterKickSm() {
+  if (kickSocketCreated) deleteKickSocket();
+  reconnectTimer.reset();
+}
+
+void WriterKickSm::timeout() {
+  handleReaderConnectionTimeout();
+}
+
+void WriterKickSm::fdEvent(int /*fd*/) {
+  handleReaderConnection();
+}
+
+void WriterKickSm::createKickSocket() {
+  if (!local) {
+    ZORBE_LOG(*handler, step, "WriterKickSm::createKickSocket() creating socket");
+    kickSocket = Util::acquireWriterLock(*handler, rootPath);
+  }
+  kickSocketCreated = true;
+  ZORBE_LOG(*handler, routine,
+            "WriterKickSm::createKickSocket() success " << rootPath << " local:" << local);
+}
+
+void WriterKickSm::doEnableListen() {
+  if (!kickSocketCreated) {
+    throw Brask::RuntimeException("WriterKickSm::doEnableListen() no socket");
+  }
+  if (local) return;
+  ZORBE_LOG(*handler, milestone, "WriterKickSm::doEnableListen() enabling socket " << rootPath);
+  if (::listen(kickSocket, backlog) != 0) {
+    const int error = errno;
+    ZORBE_LOG(*handler, failure,
+              "WriterKickSm::doEnableListen() listen() failed "
+                  << rootPath << " error: " << Log::reason(error));
+    throw Brask::RuntimeException("WriterKickSm::doEnableListen() listen() failed ");
+  }
+  listenControl.reset(Brask::Platform::getFdControl(this));
+  listenControl->watch(kickSocket);
+  if (expectReconnects() != 0) {
+    reconnectTimer.reset(Brask::Platform::getTimerControl(this));
+    reconnectTimer->start(reconnectSeconds);
+  }
+}
+
+void WriterKickSm::handleReaderConnection() {
+  ZORBE_LOG(*handler, step, "WriterKickSm::handleReaderConnection() ");
+  const int listening = listenControl ? listenControl->fd() : -1;
+  sockaddr_un peer;
+  socklen_t length = sizeof peer;
+  UniqueFd accepted(::accept(listening, reinterpret_cast<sockaddr*>(&peer), &length));
+  if (accepted.get() < 0) {
+    const int error = errno;
+    ZORBE_LOG(*handler, failure,
+              "WriterKickSm::handleReaderConnection() accept() sd:" << listening << " "
+                                                                    << Log::reason(error));
+    return;
+  }
+  const int fd = accepted.get();
+  ZORBE_LOG(*handler, step, "WriterKickSm::handleReaderConnection() accepted socket:" << fd);
+  auto client = std::make_unique<ReaderKickClientSm>(*handler, this, fd);
+  (void)accepted.release();  // the client closes it from here on
+  readers[fd] = client.get();
+  (void)client.release();  // the map owns it from here on
+  readersChanged();
+}
+
+void WriterKickSm::handleReaderConnectionTimeout() {
+  ZORBE_LOG(*handler, notable,
+            "WriterKickSm::handleReaderConnectionTimeout() timed out waiting "
+            "for all previously connected readers to reconnect");
+  if (reconnectTimer) reconnectTimer->cancel();
+  reconnectTimer.reset();
+  readersChanged();
+}
+
+void WriterKickSm::doKickSleepers() {
+  ZORBE_LOG(*handler, item, "WriterKickSm::doKickSleepers() " << rootPath);
+  if (sleepingReaders.empty()) return;
+  ZORBE_LOG(*handler, step,
+            "WriterKickSm::doKickSleepers() sleepingReaders: " << sleepingReaders.size());
+  for (const auto& [fd, client] : sleepingReaders) client->kick();
+  sleepingReaders.clear();
+}
+
+uint64_t WriterKickSm::lowestSequence() const {
+  uint64_t lowest = std::numeric_limits<uint64_t>::max();
+  for (const auto& [fd, client] : readers) {
+    lowest = std::min(lowest, client->sequence);
+    if (lowest == 0) break;
+  }
+  ZORBE_LOG(*handler, item, "WriterKickSm::lowestSequence(): " << lowest);
+  return lowest;
+}
+
+void WriterKickSm::doCloseReaderConnection(int fd, ReaderKickClientSm* client) {
+  ZORBE_LOG(*handler, step, "WriterKickSm::doCloseReaderConnection() socket:" << fd);
+  readers.erase(fd);
+  sleepingReaders.erase(fd);
+  delete client;
+  readersChanged();
+}
+
+void WriterKickSm::deleteKickSocket() {
+  ZORBE_LOG(*handler, step, "WriterKickSm::deleteKickSocket() called fd:" << kickSocket);
+  if (kickSocket >= 0 && ::close(kickSocket) != 0) {
+    const int error = errno;
+    ZORBE_LOG(*handler, failure,
+              "WriterKickSm::deleteKickSocket() close() failed fd:" << kickSocket << " "
+                                                                    << Log::reason(error));
+  }
+  kickSocket = -1;
+  listenControl.reset();
+  for (const auto& [fd, client] : readers) delete client;
+  readers.clear();
+  sleepingReaders.clear();
+  kickSocketCreated = false;
+}
+
+bool WriterKickSm::validateSocket() const {
+  return true;
+}
+
+}  // namespace Zorbe

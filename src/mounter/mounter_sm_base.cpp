@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#include <zorbe/mounter.h>
+
+#include "foundation/last_store.h"
+#include "foundation/log.h"
+
+namespace Zorbe {
+
+MounterSmBase::MounterSmBase(Brask::Platform::DebugHandler& debugHandler)
+    : Debuggable(debugHandler),
+      watching(false),
+      control(Brask::Platform::getInotifyControl(this)) {}
+
+MounterSmBase::~MounterSmBase() {
+  ZORBE_LOG(*handler, step, "MounterSmBase::~MounterSmBase()");
+  if (control) {
+    ZORBE_LOG(*handler, step, "MounterSmBase::~MounterSmBase() deleting watch:" << control->path());
+    control.reset();
+  }
+  lastStore(watching, false);
+}
+
+}  // namespace Zorbe

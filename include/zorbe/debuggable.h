@@ -20,7 +20,7 @@ class ZORBE_EXPORT Debuggable {
 
  protected:
   Platform::DebugHandler* handler;
-  bool ownsHandler;  // false from the constructor on: the library owns no client's handler
+  bool ownsHandler = false;  // the library owns no client's handler
 };
 
 }  // namespace Brask

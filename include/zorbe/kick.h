@@ -101,11 +101,11 @@ class ZORBE_EXPORT WriterKickSm : public Brask::Platform::TimeoutHandler,
   friend class ReaderKickClientSm;
 
   RootPath rootPath;
-  bool kickSocketCreated;
+  bool kickSocketCreated = false;
   bool local;
-  uint64_t writerSequence;  ///< what the subclass has published; only it writes this
-  uint64_t kickCount;       ///< kicks sent, over all connections
-  int kickSocket;           ///< the writer lock, -1 when not held
+  uint64_t writerSequence = 0;  ///< what the subclass has published; only it writes this
+  uint64_t kickCount = 0;       ///< kicks sent, over all connections
+  int kickSocket = -1;          ///< the writer lock, -1 when not held
   std::unique_ptr<Brask::Platform::FdControl> listenControl;
   std::unique_ptr<Brask::Platform::TimerControl> reconnectTimer;
   std::unordered_map<int, ReaderKickClientSm*> readers;          ///< by descriptor; owns them
@@ -136,10 +136,10 @@ class ZORBE_EXPORT ReaderKickClientSm : public Brask::Platform::FdEventHandler,
   /// Sends one kick. A failure is logged; the connection stays.
   void kick();
 
-  uint64_t sequence;    ///< the last report, 0 before the first
-  WriterKickSm* owner;  ///< not owned
+  uint64_t sequence = 0;  ///< the last report, 0 before the first
+  WriterKickSm* owner;    ///< not owned
   std::unique_ptr<Brask::Platform::FdControl> fdControl;
-  bool acknowledged;  ///< at least one kick was sent
+  bool acknowledged = false;  ///< at least one kick was sent
 };
 
 /// The reader's end: one connection to the writer. The table's reader derives from
@@ -211,14 +211,15 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
 
  protected:
   RootPath rootPath;
-  bool initialized;
-  bool connected;
-  bool acknowledged;  ///< the first kicks of this connection have arrived
-  bool enabled;       ///< set by the subclass: kicks are read and passes run. Left false
-                      ///< on a connection, unread kicks keep waking the loop.
-  bool conquerAgain;  ///< set by the subclass: not finished, run another pass instead of reporting
-  bool notificationsDisabled;
-  uint64_t sentSequence;  ///< the last report; survives connections
+  bool initialized = false;
+  bool connected = false;
+  bool acknowledged = false;  ///< the first kicks of this connection have arrived
+  bool enabled = false;       ///< set by the subclass: kicks are read and passes run. Left false
+                              ///< on a connection, unread kicks keep waking the loop.
+  bool conquerAgain = false;  ///< set by the subclass: not done yet, run another pass and
+                              ///< report after that
+  bool notificationsDisabled = false;
+  uint64_t sentSequence = 0;  ///< the last report; survives connections
   std::unique_ptr<Brask::Platform::TimerControl> timerControl;
   std::unique_ptr<Brask::Platform::FdControl> fdControl;
   Reader::Counters& counters;

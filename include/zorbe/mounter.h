@@ -45,7 +45,7 @@ class ZORBE_EXPORT MounterSmBase : public Brask::Platform::InotifyHandler,
   void inotifyChanged(const std::string& what) override = 0;
 
  protected:
-  bool watching;  ///< a watch was added
+  bool watching = false;  ///< a watch was added
   std::unique_ptr<Brask::Platform::InotifyControl> control;
 };
 

@@ -55,10 +55,10 @@ class ZORBE_EXPORT RootPath : public Brask::Debuggable {
   /// removed; any other failure is logged.
   void cleanup();
 
-  std::string path;  ///< absolute
-  std::string name;  ///< as given to the constructor
-  bool create;       ///< as given to the constructor
-  bool initialized;  ///< the constructor ran to its end
+  std::string path;          ///< absolute
+  std::string name;          ///< as given to the constructor
+  bool create;               ///< as given to the constructor
+  bool initialized = false;  ///< the constructor ran to its end
 };
 
 /// Writes the path and nothing else.

@@ -76,7 +76,7 @@ bool createOpenToAll(Brask::Platform::DebugHandler& handler, const std::string& 
 
 RootPath::RootPath(Brask::Platform::DebugHandler& debugHandler, const std::string& tableName,
                    bool createDirectory)
-    : Debuggable(debugHandler), name(tableName), create(createDirectory), initialized(false) {
+    : Debuggable(debugHandler), name(tableName), create(createDirectory) {
   const Base base = chooseBase();
   path = makeAbsolute(*handler, append(base.path, name));
   if (create && !createOpenToAll(*handler, path, base.chroot)) return;

@@ -5,8 +5,7 @@
 
 namespace Brask {
 
-Debuggable::Debuggable(Platform::DebugHandler& debugHandler)
-    : handler(&debugHandler), ownsHandler(false) {}
+Debuggable::Debuggable(Platform::DebugHandler& debugHandler) : handler(&debugHandler) {}
 
 Debuggable::~Debuggable() {
   if (ownsHandler) delete handler;

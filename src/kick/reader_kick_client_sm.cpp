@@ -41,11 +41,7 @@ Drained drainReports(Brask::Platform::DebugHandler* handler, int fd, uint64_t& r
 
 ReaderKickClientSm::ReaderKickClientSm(Brask::Platform::DebugHandler& debugHandler,
                                        WriterKickSm* listener, int fd)
-    : Debuggable(debugHandler),
-      sequence(0),
-      owner(listener),
-      fdControl(Brask::Platform::getFdControl(this)),
-      acknowledged(false) {
+    : Debuggable(debugHandler), owner(listener), fdControl(Brask::Platform::getFdControl(this)) {
   fdControl->watch(fd);
 }
 

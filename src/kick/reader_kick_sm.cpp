@@ -34,13 +34,6 @@ ReaderKickSm::ReaderKickSm(Brask::Platform::DebugHandler& debugHandler, const Ro
                            Reader::Counters& readerCounters)
     : Debuggable(debugHandler),
       rootPath(root),
-      initialized(false),
-      connected(false),
-      acknowledged(false),
-      enabled(false),
-      conquerAgain(false),
-      notificationsDisabled(false),
-      sentSequence(0),
       timerControl(Brask::Platform::getTimerControl(this)),
       fdControl(Brask::Platform::getFdControl(this)),
       counters(readerCounters) {

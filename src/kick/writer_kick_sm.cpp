@@ -24,13 +24,7 @@ constexpr double reconnectSeconds = 30.0;
 
 WriterKickSm::WriterKickSm(Brask::Platform::DebugHandler& debugHandler, const RootPath& root,
                            bool localOnly)
-    : Debuggable(debugHandler),
-      rootPath(root),
-      kickSocketCreated(false),
-      local(localOnly),
-      writerSequence(0),
-      kickCount(0),
-      kickSocket(-1) {}
+    : Debuggable(debugHandler), rootPath(root), local(localOnly) {}
 
 WriterKickSm::~WriterKickSm() {
   if (kickSocketCreated) deleteKickSocket();

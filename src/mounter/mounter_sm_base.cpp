@@ -7,9 +7,7 @@
 namespace Zorbe {
 
 MounterSmBase::MounterSmBase(Brask::Platform::DebugHandler& debugHandler)
-    : Debuggable(debugHandler),
-      watching(false),
-      control(Brask::Platform::getInotifyControl(this)) {}
+    : Debuggable(debugHandler), control(Brask::Platform::getInotifyControl(this)) {}
 
 MounterSmBase::~MounterSmBase() {
   ZORBE_LOG(*handler, step, "MounterSmBase::~MounterSmBase()");

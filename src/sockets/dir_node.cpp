@@ -21,7 +21,7 @@ bool isExpected(int error) {
 
 DirNode::DirNode(Brask::Platform::DebugHandler& debugHandler, std::shared_ptr<DirNode> linkedNode,
                  const std::string& directory)
-    : Debuggable(debugHandler), stream(nullptr), linked(std::move(linkedNode)), path(directory) {
+    : Debuggable(debugHandler), linked(std::move(linkedNode)), path(directory) {
   ZORBE_LOG(*handler, item, "DirNode::DirNode() path: " << path);
   stream = ::opendir(path.c_str());
   if (stream != nullptr) return;

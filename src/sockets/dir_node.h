@@ -27,7 +27,7 @@ class DirNode : public Brask::Debuggable {
   const dirent* readEntry();
 
  private:
-  DIR* stream;
+  DIR* stream = nullptr;
   std::shared_ptr<DirNode> linked;
   std::string path;
 };

@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: MIT
+#include "fault/fault.h"
+
+#include "fault/intercept.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <stdexcept>
+
+namespace Zorbe::Test::Fault {
+namespace {
+
+// Constant-initialized throughout: calls come before and after the program's own
+// constructors and destructors have run.
+struct Site {
+  const char* name;
+  std::atomic<unsigned> calls{0};
+  std::atomic<unsigned> rules{0};
+  std::atomic<void*> next{nullptr};
+};
+
+Site sites[] = {
+#define ZORBE_FAULT_SITE(name) {#name},
+    ZORBE_FAULT_CALLS(ZORBE_FAULT_SITE)
+#undef ZORBE_FAULT_SITE
+};
+
+std::mutex rulesMutex;
+std::array<std::atomic<unsigned char>, 65536> journalEntries;
+std::atomic<size_t> journalSize{0};
+std::atomic<bool> journalOn{false};
+thread_local int bypassed = 0;
+
+Site& siteOf(Call call) {
+  return sites[static_cast<unsigned>(call)];
+}
+
+// Never destroyed, since calls outlive static objects.
+std::vector<std::shared_ptr<Rule>>& rules() {
+  static auto& all = *new std::vector<std::shared_ptr<Rule>>;
+  return all;
+}
+
+Call callNamed(const std::string& name) {
+  for (unsigned i = 0; i < std::size(sites); ++i) {
+    if (name == sites[i].name) return static_cast<Call>(i);
+  }
+  throw std::invalid_argument("no such intercepted call: " + name);
+}
+
+class ErrnoKeeper {
+ public:
+  ErrnoKeeper() : value_(errno) {}
+  ~ErrnoKeeper() { errno = value_; }
+  ErrnoKeeper(const ErrnoKeeper&) = delete;
+  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+ private:
+  int value_;
+};
+
+void count(Call call) {
+  siteOf(call).calls.fetch_add(1, std::memory_order_relaxed);
+  if (!journalOn.load(std::memory_order_relaxed)) return;
+  const size_t at = journalSize.fetch_add(1, std::memory_order_relaxed);
+  if (at < journalEntries.size()) journalEntries[at] = static_cast<unsigned char>(call);
+}
+
+std::string pathOf(const Target& target) {
+  if (target.path != nullptr) return target.path;
+  char text[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(target.fd);
+  const ssize_t length = readlink(link.c_str(), text, sizeof text);
+  return length < 0 ? std::string() : std::string(text, static_cast<size_t>(length));
+}
+
+bool matches(const Rule& rule, Call call, const Target& target) {
+  return rule.call == call && (rule.fd < 0 || rule.fd == target.fd) &&
+         (rule.path.empty() || rule.path == pathOf(target));
+}
+
+bool isDue(Rule& rule) {
+  ++rule.seen;
+  return rule.seen >= rule.occurrence && rule.seen - rule.occurrence < rule.count;
+}
+
+// Every matching rule counts the call; the first that is due strikes, actions apart.
+std::shared_ptr<Rule> strike(Call call, const Target& target,
+                             std::vector<std::shared_ptr<Rule>>& actions) {
+  const std::lock_guard<std::mutex> lock(rulesMutex);
+  std::shared_ptr<Rule> struck;
+  for (const auto& rule : rules()) {
+    if (!matches(*rule, call, target) || !isDue(*rule)) continue;
+    if (rule->action) {
+      actions.push_back(rule);
+    } else if (!struck) {
+      struck = rule;
+    } else {
+      continue;
+    }
+    ++rule->fired;
+  }
+  return struck;
+}
+
+Armed add(Rule rule) {
+  const Bypass bypass;
+  auto added = std::make_shared<Rule>(std::move(rule));
+  const std::lock_guard<std::mutex> lock(rulesMutex);
+  rules().push_back(added);
+  siteOf(added->call).rules.fetch_add(1);
+  return Armed(added);
+}
+
+Rule ruleFor(const std::string& call, unsigned occurrence, unsigned count) {
+  Rule rule;
+  rule.call = callNamed(call);
+  rule.occurrence = occurrence;
+  rule.count = count;
+  return rule;
+}
+
+}  // namespace
+
+Armed& Armed::onFd(int fd) {
+  rule_->fd = fd;
+  return *this;
+}
+
+Armed& Armed::onPath(const std::string& path) {
+  rule_->path = path;
+  return *this;
+}
+
+unsigned Armed::fired() const {
+  return rule_->fired;
+}
+
+Armed arm(const std::string& call, unsigned occurrence, int error, unsigned count) {
+  Rule rule = ruleFor(call, occurrence, count);
+  rule.error = error;
+  return add(std::move(rule));
+}
+
+Armed armResult(const std::string& call, unsigned occurrence, long result, unsigned count) {
+  Rule rule = ruleFor(call, occurrence, count);
+  rule.hasResult = true;
+  rule.result = result;
+  return add(std::move(rule));
+}
+
+Armed before(const std::string& call, unsigned occurrence, std::function<void()> action) {
+  Rule rule = ruleFor(call, occurrence, 1);
+  rule.replaces = false;
+  rule.action = std::move(action);
+  return add(std::move(rule));
+}
+
+Armed alterStat(const std::string& call, unsigned occurrence,
+                std::function<void(struct stat&)> change) {
+  Rule rule = ruleFor(call, occurrence, 1);
+  rule.replaces = false;
+  rule.change = std::move(change);
+  return add(std::move(rule));
+}
+
+unsigned calls(const std::string& call) {
+  return siteOf(callNamed(call)).calls;
+}
+
+void startJournal() {
+  journalSize = 0;
+  journalOn = true;
+}
+
+std::vector<std::string> journal() {
+  std::vector<std::string> names;
+  const size_t kept = std::min(journalSize.load(), journalEntries.size());
+  for (size_t i = 0; i < kept; ++i) names.emplace_back(sites[journalEntries[i]].name);
+  return names;
+}
+
+std::vector<std::string> unfired() {
+  std::vector<std::string> texts;
+  for (const auto& rule : rules()) {
+    if (rule->fired != 0) continue;
+    texts.push_back(siteOf(rule->call).name + (", occurrence " + std::to_string(rule->occurrence)));
+  }
+  return texts;
+}
+
+void reset() {
+  const Bypass bypass;
+  const std::lock_guard<std::mutex> lock(rulesMutex);
+  for (Site& site : sites) {
+    site.calls = 0;
+    site.rules = 0;
+  }
+  rules().clear();
+  journalOn = false;
+  journalSize = 0;
+}
+
+Bypass::Bypass() {
+  ++bypassed;
+}
+Bypass::~Bypass() {
+  --bypassed;
+}
+
+std::shared_ptr<Rule> consult(Call call, Target target) {
+  if (bypassed != 0) return nullptr;
+  count(call);
+  if (siteOf(call).rules.load(std::memory_order_relaxed) == 0) return nullptr;
+  const ErrnoKeeper keeper;
+  const Bypass bypass;
+  std::vector<std::shared_ptr<Rule>> actions;
+  auto struck = strike(call, target, actions);
+  for (const auto& rule : actions) rule->action();
+  return struck;
+}
+
+void* nextDefinition(Call call) {
+  Site& site = siteOf(call);
+  void* next = site.next.load(std::memory_order_acquire);
+  if (next != nullptr) return next;
+  const ErrnoKeeper keeper;
+  next = dlsym(RTLD_NEXT, site.name);
+  if (next == nullptr) {
+    std::fprintf(stderr, "no definition of %s() to pass calls on to\n", site.name);
+    std::abort();
+  }
+  site.next.store(next, std::memory_order_release);
+  return next;
+}
+
+}  // namespace Zorbe::Test::Fault

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: MIT
+//
+// Makes system calls fail, or be seen, without touching the code that makes them:
+// the test program defines the C library's functions itself, so that the library,
+// the platform and the C++ library all call here first, and passes each call on.
+//
+//     Fault::arm("recv", 2, ECONNRESET);                        // the second from now
+//     Fault::arm("open", 1, EACCES).onPath("/proc/net/unix");
+//     Fault::armResult("send", 1, 3);                           // a short one
+//     Fault::before("mkdir", 1, [&] { removeParent(); });       // a race, on the spot
+//     EXPECT_EQ(Fault::calls("epoll_ctl"), 0u);
+//
+// Calls go by the names of the manual: "open" covers open64 as well, and so on. A
+// call that nothing is armed for costs one counter and allocates nothing. What libc
+// calls inside itself (fopen's open, opendir's) is not seen: arm "fopen", "opendir".
+//
+// Threads: any thread may make calls; arming belongs to the test's own thread.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <climits>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Zorbe::Test::Fault {
+
+struct Rule;
+
+/// A count that never runs out.
+inline constexpr unsigned forever = UINT_MAX;
+
+/// What was armed; narrows it down, and tells what became of it.
+class Armed {
+ public:
+  explicit Armed(std::shared_ptr<Rule> rule) : rule_(std::move(rule)) {}
+
+  /// Only calls on this descriptor count (for epoll_ctl the one that is added).
+  Armed& onFd(int fd);
+
+  /// Only calls on this path count, or on a descriptor that /proc/self/fd shows as it.
+  Armed& onPath(const std::string& path);
+
+  /// How often it has struck.
+  unsigned fired() const;
+
+ private:
+  std::shared_ptr<Rule> rule_;
+};
+
+/// From the `occurrence`th matching call on (1 is the next), `count` calls fail with
+/// `error` and are not made; those that return a pointer return null. With `error` 0
+/// errno is left alone. A failing close, fclose or closedir does close, as on Linux.
+///
+/// A name that is not intercepted throws std::invalid_argument. Where several are due,
+/// the first armed strikes.
+Armed arm(const std::string& call, unsigned occurrence, int error, unsigned count = 1);
+
+/// The same, but the calls return `result`. A read, recv, write or send really moves as
+/// much, at most `result` bytes; 0 moves nothing. All others are not made (but closed).
+Armed armResult(const std::string& call, unsigned occurrence, long result, unsigned count = 1);
+
+/// Runs `action` right before the call is made for real. Calls made by `action` itself
+/// are neither counted nor made to fail.
+Armed before(const std::string& call, unsigned occurrence, std::function<void()> action);
+
+/// Changes what a successful stat, lstat or fstat tells.
+Armed alterStat(const std::string& call, unsigned occurrence,
+                std::function<void(struct stat&)> change);
+
+/// Calls of this name since `reset`, made to fail or not.
+unsigned calls(const std::string& call);
+
+/// The names of the calls since `startJournal`, in order; the first 65536 are kept.
+void startJournal();
+std::vector<std::string> journal();
+
+/// What was armed and has never struck, as "recv, occurrence 2".
+std::vector<std::string> unfired();
+
+/// Disarms everything, forgets the counts and stops the journal.
+void reset();
+
+/// While one lives, this thread's calls are neither counted nor made to fail: for what
+/// the test does itself.
+class Bypass {
+ public:
+  Bypass();
+  ~Bypass();
+  Bypass(const Bypass&) = delete;
+  Bypass& operator=(const Bypass&) = delete;
+};
+
+}  // namespace Zorbe::Test::Fault

@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: MIT
+//
+// Files and directories, defined ahead of the C library's.
+#pragma GCC visibility push(default)
+
+#include "fault/intercept.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+using Zorbe::Test::Fault::Call;
+using Zorbe::Test::Fault::examine;
+using Zorbe::Test::Fault::Intercept;
+using Zorbe::Test::Fault::WhenStruck;
+
+// The ...64 functions and types are the plain ones under another name.
+static_assert(sizeof(off_t) == sizeof(off64_t) && sizeof(struct stat) == sizeof(struct stat64) &&
+              sizeof(dirent) == sizeof(dirent64));
+
+namespace {
+
+bool takesMode(int flags) {
+  return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+
+int openAny(const char* path, int flags, mode_t mode) {
+  return Intercept<int(const char*, int, mode_t)>::run(Call::openCall, {-1, path}, path, flags,
+                                                       mode);
+}
+
+int openatAny(int fd, const char* path, int flags, mode_t mode) {
+  return Intercept<int(int, const char*, int, mode_t)>::run(Call::openatCall, {fd, path}, fd, path,
+                                                            flags, mode);
+}
+
+}  // namespace
+
+extern "C" {
+
+#define ZORBE_FAULT_MODE(flags, mode) \
+  mode_t mode = 0;                    \
+  if (takesMode(flags)) {             \
+    va_list arguments;                \
+    va_start(arguments, flags);       \
+    mode = va_arg(arguments, mode_t); \
+    va_end(arguments);                \
+  }
+
+int open(const char* path, int flags, ...) {
+  ZORBE_FAULT_MODE(flags, mode)
+  return openAny(path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...) {
+  ZORBE_FAULT_MODE(flags, mode)
+  return openAny(path, flags, mode);
+}
+
+int openat(int fd, const char* path, int flags, ...) {
+  ZORBE_FAULT_MODE(flags, mode)
+  return openatAny(fd, path, flags, mode);
+}
+
+int openat64(int fd, const char* path, int flags, ...) {
+  ZORBE_FAULT_MODE(flags, mode)
+  return openatAny(fd, path, flags, mode);
+}
+
+#undef ZORBE_FAULT_MODE
+
+FILE* fopen(const char* __restrict path, const char* __restrict mode) {
+  return Intercept<FILE*(const char*, const char*)>::run(Call::fopenCall, {-1, path}, path, mode);
+}
+
+FILE* fopen64(const char* __restrict path, const char* __restrict mode) {
+  return fopen(path, mode);
+}
+
+int fclose(FILE* file) {
+  return Intercept<int(FILE*)>::run(WhenStruck::makeAnyway, Call::fcloseCall, {fileno(file)}, file);
+}
+
+int stat(const char* __restrict path, struct stat* __restrict status) noexcept {
+  return examine(Call::statCall, {-1, path}, status, path);
+}
+
+int stat64(const char* __restrict path, struct stat64* __restrict status) noexcept {
+  return stat(path, reinterpret_cast<struct stat*>(status));
+}
+
+int lstat(const char* __restrict path, struct stat* __restrict status) noexcept {
+  return examine(Call::lstatCall, {-1, path}, status, path);
+}
+
+int lstat64(const char* __restrict path, struct stat64* __restrict status) noexcept {
+  return lstat(path, reinterpret_cast<struct stat*>(status));
+}
+
+int fstat(int fd, struct stat* status) noexcept {
+  return examine(Call::fstatCall, {fd}, status, fd);
+}
+
+int fstat64(int fd, struct stat64* status) noexcept {
+  return fstat(fd, reinterpret_cast<struct stat*>(status));
+}
+
+int chmod(const char* path, mode_t mode) noexcept {
+  return Intercept<int(const char*, mode_t)>::run(Call::chmodCall, {-1, path}, path, mode);
+}
+
+int fchmod(int fd, mode_t mode) noexcept {
+  return Intercept<int(int, mode_t)>::run(Call::fchmodCall, {fd}, fd, mode);
+}
+
+mode_t umask(mode_t mask) noexcept {
+  return Intercept<mode_t(mode_t)>::run(Call::umaskCall, {}, mask);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+  return Intercept<int(const char*, mode_t)>::run(Call::mkdirCall, {-1, path}, path, mode);
+}
+
+int mkdirat(int fd, const char* path, mode_t mode) noexcept {
+  return Intercept<int(int, const char*, mode_t)>::run(Call::mkdiratCall, {fd, path}, fd, path,
+                                                       mode);
+}
+
+int rmdir(const char* path) noexcept {
+  return Intercept<int(const char*)>::run(Call::rmdirCall, {-1, path}, path);
+}
+
+int unlink(const char* path) noexcept {
+  return Intercept<int(const char*)>::run(Call::unlinkCall, {-1, path}, path);
+}
+
+char* getcwd(char* buffer, size_t size) noexcept {
+  return Intercept<char*(char*, size_t)>::run(Call::getcwdCall, {}, buffer, size);
+}
+
+ssize_t readlink(const char* __restrict path, char* __restrict buffer, size_t size) noexcept {
+  return Intercept<ssize_t(const char*, char*, size_t)>::run(Call::readlinkCall, {-1, path}, path,
+                                                             buffer, size);
+}
+
+DIR* opendir(const char* path) {
+  return Intercept<DIR*(const char*)>::run(Call::opendirCall, {-1, path}, path);
+}
+
+dirent* readdir(DIR* directory) {
+  return Intercept<dirent*(DIR*)>::run(Call::readdirCall, {dirfd(directory)}, directory);
+}
+
+dirent64* readdir64(DIR* directory) {
+  return reinterpret_cast<dirent64*>(readdir(directory));
+}
+
+int closedir(DIR* directory) {
+  return Intercept<int(DIR*)>::run(WhenStruck::makeAnyway, Call::closedirCall, {dirfd(directory)},
+                                   directory);
+}
+
+char* strerror(int error) noexcept {
+  return Intercept<char*(int)>::run(Call::strerrorCall, {}, error);
+}
+
+}  // extern "C"

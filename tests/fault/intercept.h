@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+//
+// What the definitions of the intercepted functions are made of.
+#pragma once
+
+#include "fault/fault.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <type_traits>
+
+// A further call needs its name here and its definition in one of the fault_*.cpp.
+#define ZORBE_FAULT_CALLS(X)                                                                    \
+  X(accept)                                                                                     \
+  X(accept4) X(bind) X(chmod) X(close) X(closedir) X(connect) X(dup) X(dup2) X(epoll_create1)   \
+      X(epoll_ctl) X(epoll_wait) X(eventfd) X(fchmod) X(fclose) X(fcntl) X(fopen) X(fstat)      \
+          X(getcwd) X(getsockname) X(getsockopt) X(inotify_add_watch) X(inotify_init1)          \
+              X(inotify_rm_watch) X(listen) X(lstat) X(mkdir) X(mkdirat) X(open) X(openat)      \
+                  X(opendir) X(poll) X(read) X(readdir) X(readlink) X(recv) X(recvmsg) X(rmdir) \
+                      X(send) X(sendmsg) X(setns) X(setsockopt) X(socket) X(stat) X(strerror)   \
+                          X(timerfd_create) X(timerfd_settime) X(umask) X(unlink) X(write)      \
+                              X(writev)
+
+namespace Zorbe::Test::Fault {
+
+enum class Call : unsigned {
+#define ZORBE_FAULT_ENUMERATOR(name) name##Call,
+  ZORBE_FAULT_CALLS(ZORBE_FAULT_ENUMERATOR)
+#undef ZORBE_FAULT_ENUMERATOR
+};
+
+struct Rule {
+  Call call{};
+  unsigned occurrence = 1;
+  unsigned count = 1;
+  bool replaces = true;  // false: the call is made for real
+  int error = 0;
+  bool hasResult = false;
+  long result = 0;
+  std::function<void()> action;
+  std::function<void(struct stat&)> change;
+  int fd = -1;
+  std::string path;
+  unsigned seen = 0;
+  unsigned fired = 0;
+};
+
+/// What a call is made on: a descriptor, a path or neither.
+struct Target {
+  int fd = -1;
+  const char* path = nullptr;
+};
+
+/// Counts the call and says what strikes it: null when it is to be made as it is.
+/// Leaves errno alone. Allocates and locks nothing unless the call is armed.
+std::shared_ptr<Rule> consult(Call call, Target target);
+
+/// The definition that comes after this program's.
+void* nextDefinition(Call call);
+
+enum class WhenStruck { skip, makeAnyway };
+
+template <class R>
+R outcome(const Rule& rule) {
+  if (rule.error != 0) errno = rule.error;
+  if constexpr (std::is_pointer_v<R>) {
+    return nullptr;
+  } else {
+    return rule.hasResult ? static_cast<R>(rule.result) : static_cast<R>(-1);
+  }
+}
+
+template <class Signature>
+struct Intercept;
+
+template <class R, class... Args>
+struct Intercept<R(Args...)> {
+  using Function = R (*)(Args...);
+
+  static Function next(Call call) { return reinterpret_cast<Function>(nextDefinition(call)); }
+
+  static R run(Call call, Target target, Args... args) {
+    return run(WhenStruck::skip, call, target, args...);
+  }
+
+  static R run(WhenStruck then, Call call, Target target, Args... args) {
+    const auto rule = consult(call, target);
+    if (!rule || !rule->replaces) return next(call)(args...);
+    if (then == WhenStruck::makeAnyway) next(call)(args...);
+    return outcome<R>(*rule);
+  }
+};
+
+/// For calls that move `size` bytes: a result that was asked for limits the real call,
+/// which is `move(size)`.
+template <class Move>
+ssize_t transfer(Call call, Target target, size_t size, Move move) {
+  const auto rule = consult(call, target);
+  if (!rule || !rule->replaces) return move(size);
+  if (!rule->hasResult || rule->result <= 0) return outcome<ssize_t>(*rule);
+  return move(std::min(size, static_cast<size_t>(rule->result)));
+}
+
+/// For stat and its kin.
+template <class... Args>
+int examine(Call call, Target target, struct stat* status, Args... args) {
+  const auto rule = consult(call, target);
+  if (rule && rule->replaces) return outcome<int>(*rule);
+  const int rc = Intercept<int(Args..., struct stat*)>::next(call)(args..., status);
+  if (rc == 0 && rule && rule->change) rule->change(*status);
+  return rc;
+}
+
+}  // namespace Zorbe::Test::Fault

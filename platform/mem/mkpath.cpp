@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include <mem/mkpath.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+namespace Mem {
+namespace {
+
+// How often to begin again: when a part has vanished under our hands, and when a part
+// cannot be entered, which it may be as soon as its maker has come to its chmod.
+constexpr unsigned kVanishedAttempts = 1000;
+constexpr unsigned kClosedAttempts = 100;
+
+// What ends an attempt: `errno` is final, or begin again.
+enum class Step { done, failed, beginAgain };
+
+enum class Found { directory, nothing, failure };
+
+Step fail(int error) {
+  errno = error;
+  return Step::failed;
+}
+
+Found look(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return errno == ENOENT ? Found::nothing : Found::failure;
+  if (S_ISDIR(status.st_mode)) return Found::directory;
+  errno = ENOTDIR;
+  return Found::failure;
+}
+
+// Of a name that mkdir found taken and stat did not find: a link that leads nowhere is
+// in the way, anything else has been removed in between.
+Step explainTaken(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) == 0) {
+    return S_ISLNK(status.st_mode) ? fail(ENOTDIR) : Step::beginAgain;
+  }
+  return errno == ENOENT ? Step::beginAgain : Step::failed;
+}
+
+// A directory that cannot be had is no failure when somebody else has made it.
+Step afterFailedMkdir(const std::string& path, int error) {
+  const Found found = look(path);
+  if (found == Found::directory) return Step::done;
+  if (error == EEXIST) return found == Found::nothing ? explainTaken(path) : Step::failed;
+  errno = error;
+  return error == ENOENT ? Step::beginAgain : Step::failed;
+}
+
+// Ours may have been removed, and made again by another user, since we made it.
+Step afterFailedChmod(const std::string& path, int error) {
+  struct stat status {};
+  const bool replaced =
+      error == EPERM && lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid();
+  errno = error;
+  return error == ENOENT || replaced ? Step::beginAgain : Step::failed;
+}
+
+Step make(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) != 0) return afterFailedMkdir(path, errno);
+  if (chmod(path.c_str(), mode) != 0) return afterFailedChmod(path, errno);
+  return Step::done;
+}
+
+// The path up to the end of each of its components, from the first to the whole.
+std::vector<std::string> prefixes(const std::string& path) {
+  std::vector<std::string> found;
+  size_t end = 0;
+  for (;;) {
+    const size_t begin = path.find_first_not_of('/', end);
+    if (begin == path.npos) return found;
+    end = path.find('/', begin);
+    found.push_back(path.substr(0, end));
+    if (end == path.npos) return found;
+  }
+}
+
+// Looks upwards for what is there before it makes anything: mkdir on a directory that
+// exists need not say EEXIST (a read-only file system, a parent of somebody else's).
+Step attempt(const std::vector<std::string>& parts, mode_t mode) {
+  size_t missing = parts.size();
+  while (missing > 0) {
+    const Found found = look(parts[missing - 1]);
+    if (found == Found::failure) return Step::failed;
+    if (found == Found::directory) break;
+    --missing;
+  }
+  for (; missing < parts.size(); ++missing) {
+    const Step step = make(parts[missing], mode);
+    if (step != Step::done) return step;
+  }
+  return Step::done;
+}
+
+}  // namespace
+
+int mkpath(const std::string& path, unsigned mode) {
+  if (path.empty()) return errno = ENOENT, -1;
+  if (path.find('\0') != path.npos) return errno = EINVAL, -1;
+  const auto parts = prefixes(path);
+  unsigned vanished = 0;
+  unsigned closed = 0;
+  for (;;) {
+    const Step step = attempt(parts, static_cast<mode_t>(mode));
+    if (step == Step::done) return 0;
+    const int error = errno;
+    const bool again = step == Step::beginAgain ? ++vanished < kVanishedAttempts
+                                                : error == EACCES && ++closed < kClosedAttempts;
+    if (!again) return errno = error, -1;
+    (void)sched_yield();  // a hint only; it never fails on Linux
+  }
+}
+
+}  // namespace Mem

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+//
+// The bundled event loop: epoll, one timerfd, one inotify descriptor. The getters
+// of <brask/platform.h> hand out controls of the calling thread's loop.
+//
+//   Brask::Linux::EventLoop loop;              // first: the getters need it
+//   std::unique_ptr<Brask::Platform::TimerControl> timer(
+//       Brask::Platform::getTimerControl(&handler));
+//   timer->start(0.5);
+//   loop.run();                                // until somebody calls loop.stop()
+//
+// The loop goes last: a control that outlives it may only be deleted.
+#pragma once
+
+#include <memory>
+
+#pragma GCC visibility push(default)
+
+namespace Brask::Linux {
+
+class Loop;
+
+/// Calls the handlers of its controls when their descriptor, timer or path has
+/// something to tell. Belongs to the thread that made it; only stop() may be
+/// called from elsewhere. Not for use across fork().
+///
+/// A callback may do anything to any control, delete controls and handlers, its
+/// own included, and call stop(). It must not delete the loop. No callback comes
+/// for what a callback before it has deleted or ended, whatever the kernel had
+/// reported by then. An exception leaves turn() or run() as it is; the callbacks
+/// that were due behind it come in the next turn.
+class EventLoop {
+ public:
+  /// Becomes the loop of the calling thread. Throws std::logic_error when the
+  /// thread has one, std::system_error when the kernel refuses a descriptor.
+  EventLoop();
+  ~EventLoop();
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  /// The calling thread's loop. Throws std::logic_error when it has none.
+  static EventLoop& current();
+
+  /// Turns until stop(), which may have been called before: then at once. Throws
+  /// std::logic_error inside a callback, as turn() does.
+  void run();
+
+  /// Makes run() return after the turn it is in, and the turn end its wait. A
+  /// stop() stays in force until a run() has returned for it; until then turn()
+  /// does not wait. From any thread and from a signal handler.
+  void stop() noexcept;
+
+  /// One turn. Waits until a callback ran, `maxWaitSeconds` have passed, or
+  /// stop(); a negative number waits for ever, 0.0 does not wait. Returns whether
+  /// a callback ran.
+  bool turn(double maxWaitSeconds);
+
+  /// A descriptor that is readable when turn(0) has something to do: to be polled
+  /// by another loop, which then calls turn(0). Stays the loop's. Not to be read.
+  int fd() const noexcept;
+
+ private:
+  std::unique_ptr<Loop> loop_;
+};
+
+}  // namespace Brask::Linux
+
+#pragma GCC visibility pop

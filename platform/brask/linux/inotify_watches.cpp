@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+#include "brask/linux/inotify_watches.h"
+
+#include <sys/inotify.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <set>
+
+namespace Brask::Linux {
+
+namespace {
+
+// How a path is looked up: part of the call, not of the watch.
+constexpr uint32_t LOOKUP_BITS = IN_ONLYDIR | IN_DONT_FOLLOW;
+
+// These would act on a watch that others share; the hub acts on the watcher instead.
+constexpr uint32_t OWN_BITS = IN_ONESHOT | IN_MASK_CREATE | IN_MASK_ADD;
+
+}  // namespace
+
+InotifyWatches::Refusal InotifyWatches::open() {
+  if (fd_.get() >= 0) return {};
+  const int fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (fd < 0) {
+    return {"inotify_init1()", errno, EMFILE,
+            "fs.inotify.max_user_instances, or the process's limit of open files"};
+  }
+  fd_ = OwnedFd(fd, 0, "");
+  return {};
+}
+
+InotifyWatches::Refusal InotifyWatches::add(InotifyWatcher& watcher, uint32_t mask) {
+  // Adding to the mask takes no event from anyone who watches the same directory,
+  // and shows which one it is. Mask 0 is left for the kernel to refuse.
+  const uint32_t asked = mask == 0 ? 0 : (mask & ~OWN_BITS & ~IN_EXCL_UNLINK) | IN_MASK_ADD;
+  const int wd = ::inotify_add_watch(fd_.get(), watcher.path.c_str(), asked);
+  if (wd < 0) {
+    const int error = errno;
+    leave(watcher);
+    return {"inotify_add_watch()", error, ENOSPC, "fs.inotify.max_user_watches"};
+  }
+  join(watcher, wd, mask);
+  Watch& watch = watches_[wd];
+  watch.mask |= asked & IN_ALL_EVENTS;
+  narrow(wd, watch, watcher.path, mask & LOOKUP_BITS);
+  return {};
+}
+
+void InotifyWatches::join(InotifyWatcher& watcher, int wd, uint32_t mask) {
+  Registration* old = find(watcher.registration);
+  if (old != nullptr && old->wd == wd && watches_.count(wd) != 0) {
+    // Stays the same registration: what is on its way is still owed to it.
+    old->mask = (mask & IN_MASK_ADD) != 0 ? old->mask | mask : mask;
+    return;
+  }
+  const Handle handle = registrations_.insert({&watcher, wd, mask});
+  watches_[wd].users.push_back(handle);
+  leave(watcher);
+  watcher.registration = handle;
+}
+
+void InotifyWatches::leave(InotifyWatcher& watcher) {
+  const Handle handle = watcher.registration;
+  watcher.registration = Handle();
+  const Registration* registration = find(handle);
+  if (registration == nullptr) return;
+  const int wd = registration->wd;
+  registrations_.erase(handle);
+  const auto found = watches_.find(wd);
+  if (found == watches_.end()) return;
+  std::vector<Handle>& users = found->second.users;
+  users.erase(std::find(users.begin(), users.end(), handle));
+  if (!users.empty()) return narrow(wd);
+  watches_.erase(found);
+  // Refused where the watched directory is gone: the kernel has removed it itself.
+  static_cast<void>(::inotify_rm_watch(fd_.get(), wd));
+}
+
+uint32_t InotifyWatches::wanted(const Watch& watch) {
+  uint32_t events = 0;
+  uint32_t common = IN_EXCL_UNLINK;  // takes events away: only if all agree
+  for (const Handle handle : watch.users) {
+    const uint32_t mask = find(handle)->mask;
+    events |= mask & IN_ALL_EVENTS;
+    common &= mask;
+  }
+  return events | common;
+}
+
+// After a watcher has left: takes back from the kernel what only that one wanted.
+void InotifyWatches::narrow(int wd) {
+  Watch& watch = watches_[wd];
+  const uint32_t mask = wanted(watch);
+  if (mask == watch.mask) return;
+  const Registration& user = *find(watch.users.front());
+  const std::string& path = user.watcher->path;
+  const uint32_t how = user.mask & LOOKUP_BITS;
+  // The path may lead elsewhere by now. Asking for no new event tells.
+  const int there = ::inotify_add_watch(fd_.get(), path.c_str(), mask | how | IN_MASK_ADD);
+  if (there == wd) return narrow(wd, watch, path, how);
+  undo(there, path);
+}
+
+void InotifyWatches::narrow(int wd, Watch& watch, const std::string& path, uint32_t how) {
+  const uint32_t mask = wanted(watch);
+  if (mask == watch.mask) return;
+  const int there = ::inotify_add_watch(fd_.get(), path.c_str(), mask | how);
+  if (there == wd) {
+    watch.mask = mask;
+  } else {
+    undo(there, path);  // too wide a mask costs wake-ups only: events are filtered
+  }
+}
+
+// A path that led to another directory than before has changed the wrong watch.
+void InotifyWatches::undo(int wd, const std::string& path) {
+  if (wd < 0) return;
+  const auto other = watches_.find(wd);
+  if (other == watches_.end()) {
+    static_cast<void>(::inotify_rm_watch(fd_.get(), wd));
+    return;
+  }
+  other->second.mask |= wanted(other->second);
+  static_cast<void>(::inotify_add_watch(fd_.get(), path.c_str(), other->second.mask | IN_MASK_ADD));
+}
+
+void InotifyWatches::collect(int wd, std::vector<Handle>& handles) {
+  if (wd < 0) {
+    registrations_.forEach([&](Handle handle, Registration&) { handles.push_back(handle); });
+    return;
+  }
+  const auto found = watches_.find(wd);
+  if (found == watches_.end()) return;
+  handles.insert(handles.end(), found->second.users.begin(), found->second.users.end());
+}
+
+std::vector<int> InotifyWatches::findLost() const {
+  std::ifstream info("/proc/self/fdinfo/" + std::to_string(fd_.get()));
+  if (!info) return {};
+  std::set<int> known;
+  const std::string start = "inotify wd:";
+  for (std::string line; std::getline(info, line);) {
+    if (line.compare(0, start.size(), start) != 0) continue;
+    known.insert(static_cast<int>(std::stoul(line.substr(start.size()), nullptr, 16)));
+  }
+  std::vector<int> lost;
+  for (const auto& watch : watches_) {
+    if (known.count(watch.first) == 0) lost.push_back(watch.first);
+  }
+  return lost;
+}
+
+}  // namespace Brask::Linux

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#include "brask/linux/monotonic.h"
+
+#include <time.h>
+
+#include <cmath>
+#include <limits>
+
+namespace Brask::Linux {
+
+int64_t monotonicNow() {
+  timespec now{};
+  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));  // every Linux has this clock
+  return int64_t{now.tv_sec} * NANOSECONDS + now.tv_nsec;
+}
+
+int64_t toNanoseconds(double seconds) {
+  constexpr int64_t longest = std::numeric_limits<int64_t>::max() / 2;  // 146 years
+  if (!(seconds > 0.0)) return 0;
+  const double nanoseconds = std::ceil(seconds * static_cast<double>(NANOSECONDS));
+  if (nanoseconds >= static_cast<double>(longest)) return longest;
+  return static_cast<int64_t>(nanoseconds);
+}
+
+}  // namespace Brask::Linux

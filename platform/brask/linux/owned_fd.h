@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <unistd.h>
+
+#include <string>
+#include <system_error>
+
+namespace Brask::Linux {
+
+/// Throws std::system_error for `error`, with `what` in front of its text.
+[[noreturn]] inline void throwSystemError(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+/// A descriptor of the loop's own, closed with its owner.
+class OwnedFd {
+ public:
+  OwnedFd() = default;
+
+  /// Takes the result of the system call `what`; throws std::system_error when
+  /// it is negative.
+  OwnedFd(int fd, int error, const char* what) : fd_(fd) {
+    if (fd_ < 0) throwSystemError(error, what);
+  }
+
+  OwnedFd(OwnedFd&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  OwnedFd& operator=(OwnedFd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+
+  ~OwnedFd() {
+    if (fd_ >= 0) static_cast<void>(::close(fd_));  // nothing was written that could be lost
+  }
+
+  int get() const { return fd_; }
+
+ private:
+  int fd_ = -1;
+};
+
+}  // namespace Brask::Linux

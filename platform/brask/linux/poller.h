@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sys/epoll.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "brask/linux/owned_fd.h"
+
+namespace Brask::Linux {
+
+/// The epoll descriptor and the batch of events that it reported last. What has
+/// not been taken of a batch stays until it is.
+class Poller {
+ public:
+  Poller();
+
+  int fd() const { return fd_.get(); }
+
+  /// Reports `fd` with `data` for as long as it has something to read. Returns 0
+  /// or the reason of the kernel's refusal.
+  int add(int fd, uint64_t data);
+
+  /// Goes on reporting, or stops to report, a descriptor that stays known.
+  void pause(int fd, uint64_t data);
+  void resume(int fd, uint64_t data);
+
+  /// Forgets `fd`; silent when the kernel has done so already.
+  void remove(int fd);
+
+  /// Waits for events; returns early, without any, when a signal came. A
+  /// negative `milliseconds` waits for ever.
+  void wait(int milliseconds);
+
+  /// Whether the batch holds an event with `data`.
+  bool reported(uint64_t data) const {
+    for (size_t event = next_; event < count_; ++event) {
+      if (batch_[event].data.u64 == data) return true;
+    }
+    return false;
+  }
+
+  /// The `data` of the next event of the batch, false after the last.
+  bool take(uint64_t& data) {
+    if (next_ == count_) return false;
+    data = batch_[next_++].data.u64;
+    return true;
+  }
+
+  /// Replaces the epoll descriptor by one that knows nothing, under the same
+  /// number. Returns false, with nothing changed, when there is no descriptor left.
+  bool renew();
+
+ private:
+  void modify(int fd, uint32_t events, uint64_t data);
+
+  OwnedFd fd_;
+  size_t next_ = 0;
+  size_t count_ = 0;
+  std::array<epoll_event, 1024> batch_;
+};
+
+}  // namespace Brask::Linux

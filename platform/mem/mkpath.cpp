@@ -5,15 +5,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <ctime>
 #include <vector>
 
 namespace Mem {
 namespace {
 
-// How often to begin again: when a part has vanished under our hands, and when a part
-// cannot be entered, which it may be as soon as its maker has come to its chmod.
-constexpr unsigned kVanishedAttempts = 1000;
-constexpr unsigned kClosedAttempts = 100;
+// How often to begin again when others make or remove parts of the same path.
+constexpr unsigned kAttempts = 1000;
 
 // What ends an attempt: `errno` is final, or begin again.
 enum class Step { done, failed, beginAgain };
@@ -97,22 +97,36 @@ Step attempt(const std::vector<std::string>& parts, mode_t mode) {
   return Step::done;
 }
 
+// Another maker's directory may be closed to us until its chmod, which follows its mkdir
+// at once. One that has not changed for longer is closed for good.
+bool mayOpenSoon(const std::vector<std::string>& parts) {
+  struct stat status {};
+  auto part = parts.rbegin();
+  while (part != parts.rend() && stat(part->c_str(), &status) != 0) ++part;
+  timespec now{};
+  if (part == parts.rend() || clock_gettime(CLOCK_REALTIME, &now) != 0) return false;
+  return std::abs(now.tv_sec - status.st_ctim.tv_sec) <= 1;
+}
+
+// True when the attempt that ended with `error` is worth repeating, which is to be now.
+bool beginAgain(Step step, int error, const std::vector<std::string>& parts) {
+  if (step == Step::beginAgain) return sched_yield() == 0;
+  if (error != EACCES || !mayOpenSoon(parts)) return false;
+  const timespec pause{0, 1000000};
+  return nanosleep(&pause, nullptr) == 0 || errno == EINTR;
+}
+
 }  // namespace
 
 int mkpath(const std::string& path, unsigned mode) {
   if (path.empty()) return errno = ENOENT, -1;
   if (path.find('\0') != path.npos) return errno = EINVAL, -1;
   const auto parts = prefixes(path);
-  unsigned vanished = 0;
-  unsigned closed = 0;
-  for (;;) {
+  for (unsigned attempts = 1;; ++attempts) {
     const Step step = attempt(parts, static_cast<mode_t>(mode));
     if (step == Step::done) return 0;
     const int error = errno;
-    const bool again = step == Step::beginAgain ? ++vanished < kVanishedAttempts
-                                                : error == EACCES && ++closed < kClosedAttempts;
-    if (!again) return errno = error, -1;
-    (void)sched_yield();  // a hint only; it never fails on Linux
+    if (attempts == kAttempts || !beginAgain(step, error, parts)) return errno = error, -1;
   }
 }
 

@@ -12,7 +12,8 @@ namespace Mem {
 /// keeps its mode.
 ///
 /// Safe against other processes that create, or remove, parts of the same path
-/// at the same moment: it begins again, a bounded number of times.
+/// at the same moment: it begins again, a bounded number of times. Waits, for a second
+/// or two at most, for a directory that has just been made and is still closed to it.
 ///
 /// Returns 0, or -1 with `errno` set: ENOTDIR when a component exists and is not
 /// a directory, otherwise what mkdir(2) or chmod(2) said.

@@ -98,20 +98,33 @@ TEST_F(MkpathFaultTest, AcceptsADirectoryThatAnotherUserHasMadeAgain) {
 }
 
 TEST_F(MkpathFaultTest, WaitsUntilItsMakerHasOpenedADirectory) {
-  Fault::arm("stat", 1, EACCES, 10);
+  makeDirectory("a", 0777);
+  Fault::arm("mkdir", 1, EACCES, 3);
+  Fault::armResult("nanosleep", 1, 0, Fault::forever);
   EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(Fault::calls("nanosleep"), 3u);
+}
+
+TEST_F(MkpathFaultTest, DoesNotWaitForADirectoryThatIsClosedForGood) {
+  Fault::arm("mkdir", 1, EACCES);
+  Fault::alterStat("stat", 2, [](struct stat& status) {
+    status.st_ctim.tv_sec -= 60;
+  }).onPath(rootPath());
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
+  EXPECT_EQ(Fault::calls("nanosleep"), 0u);
+}
+
+TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatStaysClosed) {
+  Fault::arm("mkdir", 1, EACCES, Fault::forever);
+  Fault::armResult("nanosleep", 1, 0, Fault::forever);
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
+  EXPECT_EQ(Fault::calls("mkdir"), 1000u);
 }
 
 TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatVanishesForEver) {
   Fault::arm("mkdir", 1, ENOENT, Fault::forever);
   EXPECT_EQ(errorOf(inRoot("a")), ENOENT);
   EXPECT_EQ(Fault::calls("mkdir"), 1000u);
-}
-
-TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatStaysClosed) {
-  Fault::arm("mkdir", 1, EACCES, Fault::forever);
-  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
-  EXPECT_EQ(Fault::calls("mkdir"), 100u);
 }
 
 }  // namespace

@@ -104,11 +104,15 @@ TEST_F(MkpathTest, TheRootIsThere) {
 }
 
 TEST_F(MkpathTest, AnOrdinaryUserIsKeptOut) {
-  makeDirectory("closed", 0555);
+  EXPECT_EQ(asOrdinaryUser([] { return errorOf("/zorbe-test-none/a/b"); }), EACCES);
+  EXPECT_NE(access("/zorbe-test-none", F_OK), 0);
+}
+
+TEST_F(MkpathTest, AParentThatIsClosedDoesNotMatterWhenTheDirectoryIsThere) {
+  makeDirectory("closed", 0755);
   makeDirectory("closed/inner", 0755);
-  EXPECT_EQ(asOrdinaryUser([this] { return errorOf(inRoot("closed/a/b")); }), EACCES);
+  ASSERT_EQ(chmod(inRoot("closed").c_str(), 0555), 0);
   EXPECT_EQ(asOrdinaryUser([this] { return errorOf(inRoot("closed/inner")); }), 0);
-  EXPECT_FALSE(exists("closed/a"));
 }
 
 TEST_F(MkpathTest, ThreadsThatCreateTheSamePathAllSucceed) {
@@ -136,6 +140,8 @@ TEST_F(MkpathTest, OrdinaryUsersWithAClosedUmaskAllSucceed) {
   }
 }
 
+// A creation begins again only when a part has vanished, so that fewer removals than it
+// has attempts cannot make it fail.
 TEST_F(MkpathTest, OutlastsThoseWhoRemoveTheSamePath) {
   std::atomic<int> creating{4};
   std::atomic<int> succeeded{0};
@@ -144,14 +150,15 @@ TEST_F(MkpathTest, OutlastsThoseWhoRemoveTheSamePath) {
     --creating;
   };
   const auto remove = [&] {
-    while (creating > 0) {
-      for (const char* part : {"a/b/c", "a/b", "a"}) (void)rmdir(inRoot(part).c_str());
+    for (int removed = 0; removed < 900 && creating > 0;) {
+      for (const char* part : {"a/b/c", "a/b", "a"}) {
+        removed += rmdir(inRoot(part).c_str()) == 0 ? 1 : 0;
+      }
     }
   };
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) threads.emplace_back(create);
-  threads.emplace_back(remove);
-  for (std::thread& thread : threads) thread.join();
+  std::thread remover(remove);
+  inParallel(4, create);
+  remover.join();
   EXPECT_EQ(succeeded, 800);
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <mem/mkpath.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -112,8 +113,8 @@ bool mayOpenSoon(const std::vector<std::string>& parts) {
 bool beginAgain(Step step, int error, const std::vector<std::string>& parts) {
   if (step == Step::beginAgain) return sched_yield() == 0;
   if (error != EACCES || !mayOpenSoon(parts)) return false;
-  const timespec pause{0, 1000000};
-  return nanosleep(&pause, nullptr) == 0 || errno == EINTR;
+  constexpr int kPauseMilliseconds = 1;
+  return poll(nullptr, 0, kPauseMilliseconds) == 0 || errno == EINTR;
 }
 
 }  // namespace

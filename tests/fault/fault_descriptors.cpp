@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include <cstdarg>
-#include <ctime>
 
 using Zorbe::Test::Fault::Call;
 using Zorbe::Test::Fault::Intercept;
@@ -71,10 +70,6 @@ int fcntl64(int fd, int command, ...) {
 
 int poll(pollfd* entries, nfds_t count, int timeout) {
   return Intercept<int(pollfd*, nfds_t, int)>::run(Call::pollCall, {}, entries, count, timeout);
-}
-
-int nanosleep(const timespec* time, timespec* rest) {
-  return Intercept<int(const timespec*, timespec*)>::run(Call::nanosleepCall, {}, time, rest);
 }
 
 int epoll_create1(int flags) noexcept {

@@ -100,9 +100,9 @@ TEST_F(MkpathFaultTest, AcceptsADirectoryThatAnotherUserHasMadeAgain) {
 TEST_F(MkpathFaultTest, WaitsUntilItsMakerHasOpenedADirectory) {
   makeDirectory("a", 0777);
   Fault::arm("mkdir", 1, EACCES, 3);
-  Fault::armResult("nanosleep", 1, 0, Fault::forever);
+  Fault::armResult("poll", 1, 0, Fault::forever);
   EXPECT_EQ(errorOf(inRoot("a/b")), 0);
-  EXPECT_EQ(Fault::calls("nanosleep"), 3u);
+  EXPECT_EQ(Fault::calls("poll"), 3u);
 }
 
 TEST_F(MkpathFaultTest, DoesNotWaitForADirectoryThatIsClosedForGood) {
@@ -111,12 +111,12 @@ TEST_F(MkpathFaultTest, DoesNotWaitForADirectoryThatIsClosedForGood) {
     status.st_ctim.tv_sec -= 60;
   }).onPath(rootPath());
   EXPECT_EQ(errorOf(inRoot("a")), EACCES);
-  EXPECT_EQ(Fault::calls("nanosleep"), 0u);
+  EXPECT_EQ(Fault::calls("poll"), 0u);
 }
 
 TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatStaysClosed) {
   Fault::arm("mkdir", 1, EACCES, Fault::forever);
-  Fault::armResult("nanosleep", 1, 0, Fault::forever);
+  Fault::armResult("poll", 1, 0, Fault::forever);
   EXPECT_EQ(errorOf(inRoot("a")), EACCES);
   EXPECT_EQ(Fault::calls("mkdir"), 1000u);
 }

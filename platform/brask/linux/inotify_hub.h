@@ -26,7 +26,8 @@ class InotifyHub {
   void beginTurn() { turnStart_ = asked_; }
   bool hasFailures() const { return !failed_.empty(); }
 
-  bool hasRest() const { return next_ != end_ || nextTarget_ != targets_.size(); }
+  /// Whether something that was read has not been delivered.
+  bool hasRest() const { return next_ != end_ || nextTarget_ != targets_.size() || !lost_.empty(); }
 
   /// Tells a renewed poller about the descriptor.
   void pollAgain();

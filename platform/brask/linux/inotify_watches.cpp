@@ -34,7 +34,7 @@ InotifyWatches::Refusal InotifyWatches::open() {
 InotifyWatches::Refusal InotifyWatches::add(InotifyWatcher& watcher, uint32_t mask) {
   // Adding to the mask takes no event from anyone who watches the same directory,
   // and shows which one it is. Mask 0 is left for the kernel to refuse.
-  const uint32_t asked = mask == 0 ? 0 : (mask & ~OWN_BITS & ~IN_EXCL_UNLINK) | IN_MASK_ADD;
+  const uint32_t asked = mask == 0 ? 0 : (mask & ~(OWN_BITS | IN_EXCL_UNLINK)) | IN_MASK_ADD;
   const int wd = ::inotify_add_watch(fd_.get(), watcher.path.c_str(), asked);
   if (wd < 0) {
     const int error = errno;

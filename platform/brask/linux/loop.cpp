@@ -89,7 +89,8 @@ bool Loop::pass(int milliseconds) {
 void Loop::collect(int milliseconds) {
   retryLater();
   const bool work = hasWork();
-  if (!work) alarm_.ringBy(timers_.earliestLater());
+  // With work the loop does not wait; but an alarm left ringing is an event a turn.
+  if (!work || (alarm_.hasRung() && !shown_)) alarm_.ringBy(timers_.earliestLater());
   ++turns_;
   endedBefore_ = descriptors_.ended();
   straysBefore_ = descriptors_.strays();

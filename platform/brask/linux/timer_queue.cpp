@@ -66,7 +66,7 @@ void TimerQueue::beginTurn(bool alarmRang) {
   turnStarts_ = starts_;
   // Without an alarm no delay has passed, save where immediate timers have kept
   // the loop from asking.
-  const bool ask = alarmRang || (hasImmediate() && !heap_.empty());
+  const bool ask = !heap_.empty() && (alarmRang || hasImmediate());
   turnNow_ = ask ? readClock() : knownNow_;
 }
 

@@ -170,6 +170,14 @@ Armed alterStat(const std::string& call, unsigned occurrence,
   return add(std::move(rule));
 }
 
+Armed redirect(const std::string& call, const std::string& path, const std::string& instead) {
+  Rule rule = ruleFor(call, 1, forever);
+  rule.replaces = false;
+  rule.path = path;
+  rule.instead = instead;
+  return add(std::move(rule));
+}
+
 unsigned calls(const std::string& call) {
   return siteOf(callNamed(call)).calls;
 }

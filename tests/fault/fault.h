@@ -70,6 +70,10 @@ Armed before(const std::string& call, unsigned occurrence, std::function<void()>
 Armed alterStat(const std::string& call, unsigned occurrence,
                 std::function<void(struct stat&)> change);
 
+/// From now on open, fopen, opendir and readlink of `path` are made on `instead`: for
+/// what only the system can write, as /proc/net/unix.
+Armed redirect(const std::string& call, const std::string& path, const std::string& instead);
+
 /// Calls of this name since `reset`, made to fail or not.
 unsigned calls(const std::string& call);
 

@@ -16,6 +16,7 @@
 using Zorbe::Test::Fault::Call;
 using Zorbe::Test::Fault::examine;
 using Zorbe::Test::Fault::Intercept;
+using Zorbe::Test::Fault::runOnPath;
 using Zorbe::Test::Fault::WhenStruck;
 
 // The ...64 functions and types are the plain ones under another name.
@@ -29,8 +30,7 @@ bool takesMode(int flags) {
 }
 
 int openAny(const char* path, int flags, mode_t mode) {
-  return Intercept<int(const char*, int, mode_t)>::run(Call::openCall, {-1, path}, path, flags,
-                                                       mode);
+  return runOnPath<int>(Call::openCall, path, flags, mode);
 }
 
 int openatAny(int fd, const char* path, int flags, mode_t mode) {
@@ -74,7 +74,7 @@ int openat64(int fd, const char* path, int flags, ...) {
 #undef ZORBE_FAULT_MODE
 
 FILE* fopen(const char* __restrict path, const char* __restrict mode) {
-  return Intercept<FILE*(const char*, const char*)>::run(Call::fopenCall, {-1, path}, path, mode);
+  return runOnPath<FILE*>(Call::fopenCall, path, mode);
 }
 
 FILE* fopen64(const char* __restrict path, const char* __restrict mode) {
@@ -143,12 +143,11 @@ char* getcwd(char* buffer, size_t size) noexcept {
 }
 
 ssize_t readlink(const char* __restrict path, char* __restrict buffer, size_t size) noexcept {
-  return Intercept<ssize_t(const char*, char*, size_t)>::run(Call::readlinkCall, {-1, path}, path,
-                                                             buffer, size);
+  return runOnPath<ssize_t>(Call::readlinkCall, path, buffer, size);
 }
 
 DIR* opendir(const char* path) {
-  return Intercept<DIR*(const char*)>::run(Call::opendirCall, {-1, path}, path);
+  return runOnPath<DIR*>(Call::opendirCall, path);
 }
 
 dirent* readdir(DIR* directory) {

@@ -39,6 +39,12 @@ class FaultTest : public ZorbeTest {
     if (result != nullptr) *result = got;
     return got < 0 ? std::string() : std::string(text, static_cast<size_t>(got));
   }
+  static std::string pathBehind(int fd) {
+    char text[PATH_MAX];
+    const ssize_t length =
+        readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), text, sizeof text);
+    return length < 0 ? std::string() : std::string(text, static_cast<size_t>(length));
+  }
   std::string makeFile(const std::string& name) {
     const Fault::Bypass bypass;
     std::ofstream(inRoot(name)) << "content";
@@ -195,6 +201,28 @@ TEST_F(FaultTest, RunsAnActionRightBeforeTheCall) {
   EXPECT_EQ(unlink(path.c_str()), -1);
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(Fault::calls("unlink"), 1u);
+}
+
+TEST_F(FaultTest, MakesCallsOnAnotherPath) {
+  const std::string path = makeFile("file");
+  const auto opened = Fault::redirect("fopen", "/proc/net/unix", path);
+  Fault::redirect("opendir", "/proc", rootPath());
+  std::string word;
+  EXPECT_TRUE(std::ifstream("/proc/net/unix") >> word);
+  EXPECT_EQ(word, "content");
+  EXPECT_TRUE(std::ifstream(path) >> word);
+  EXPECT_EQ(opened.fired(), 1u);
+  DIR* const directory = opendir("/proc");
+  ASSERT_NE(directory, nullptr);
+  EXPECT_EQ(pathBehind(dirfd(directory)), rootPath());
+  EXPECT_EQ(closedir(directory), 0);
+}
+
+TEST_F(FaultTest, RedirectsUntilReset) {
+  Fault::redirect("open", "/none", "/dev/null");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(close(open("/none", O_RDONLY | O_CLOEXEC)), 0);
+  Fault::reset();
+  EXPECT_EQ(open("/none", O_RDONLY | O_CLOEXEC), -1);
 }
 
 TEST_F(FaultTest, BypassedCallsAreNeitherCountedNorStruck) {

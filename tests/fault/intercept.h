@@ -39,6 +39,7 @@ struct Rule {
   long result = 0;
   std::function<void()> action;
   std::function<void(struct stat&)> change;
+  std::string instead;  // the path that the call is made on
   int fd = -1;
   std::string path;
   unsigned seen = 0;
@@ -90,6 +91,16 @@ struct Intercept<R(Args...)> {
     return outcome<R>(*rule);
   }
 };
+
+/// For calls on a path, which is their first argument, that may be redirected.
+template <class R, class... Args>
+R runOnPath(Call call, const char* path, Args... args) {
+  const auto rule = consult(call, {-1, path});
+  if (rule && rule->replaces) return outcome<R>(*rule);
+  const bool redirected = rule && !rule->instead.empty();
+  return Intercept<R(const char*, Args...)>::next(call)(redirected ? rule->instead.c_str() : path,
+                                                        args...);
+}
 
 /// For calls that move `size` bytes: a result that was asked for limits the real call,
 /// which is `move(size)`.

@@ -12,6 +12,7 @@
 #include <brask/platform.h>
 
 #include <cstring>
+#include <locale>
 #include <sstream>
 #include <string>
 
@@ -21,19 +22,26 @@ constexpr int precision = 12;  // of floating-point numbers in messages
 
 enum Level { failure = 0, notable = 1, milestone = 2, routine = 3, step = 5, item = 9 };
 
+/// A stream that writes numbers alike in every process: not as the client's global locale
+/// groups their digits.
+inline std::ostringstream freshStream() {
+  std::ostringstream message;
+  message.imbue(std::locale::classic());
+  message.precision(precision);
+  return message;
+}
+
 template <typename Words>
 void write(Brask::Platform::DebugHandler& handler, int level, Words words) {
   if (!handler.isEnabled(level)) return;
-  std::ostringstream message;
-  message.precision(precision);
+  std::ostringstream message = freshStream();
   words(message);
   handler.emit(message, level);
 }
 
 template <typename Words>
 std::string text(Words words) {
-  std::ostringstream message;
-  message.precision(precision);
+  std::ostringstream message = freshStream();
   words(message);
   return message.str();
 }

@@ -4,6 +4,7 @@
 // std::mt19937_64 is exact by the language and nothing here uses floating point.
 //
 //     make-ticks > examples/quotes/ticks.csv
+#include <algorithm>
 #include <cstdint>
 #include <iostream>
 #include <random>
@@ -37,9 +38,11 @@ class Market {
  private:
   uint64_t below(uint64_t limit) { return random_() % limit; }
 
+  // 37 has no factor in common with 26 * 26 * 26: no two numbers give one symbol.
   static std::string symbol(unsigned number) {
     std::string text;
-    for (unsigned i = 0; i < 4; ++i, number /= 8) text += static_cast<char>('A' + (number * 7 + i * 3) % 26);
+    unsigned rest = number * 37 + 4000;
+    for (unsigned i = 0; i < 3; ++i, rest /= 26) text += static_cast<char>('A' + rest % 26);
     return text;
   }
 

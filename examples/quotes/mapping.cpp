@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "descriptor.h"
+
 namespace Quotes {
 
 namespace {
@@ -19,21 +21,6 @@ namespace {
 [[noreturn]] void fail(const char* call, const std::string& path, int error) {
   throw Brask::RuntimeException(std::string(call) + " " + path + ": " + std::strerror(error));
 }
-
-/// A descriptor for as long as a block lasts.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (fd_ >= 0) static_cast<void>(::close(fd_));  // nothing was buffered that could be lost
-  }
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 struct stat statusOf(int fd, const std::string& path) {
   struct stat status {};

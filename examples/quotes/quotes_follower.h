@@ -2,8 +2,11 @@
 #pragma once
 
 #include <zorbe/counters.h>
+#include <zorbe/mounter.h>
 #include <zorbe/root_path.h>
+#include <zorbe/unlock.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -12,21 +15,27 @@
 namespace Quotes {
 
 /// Follows a table through all that can happen to it: no writer yet, no table yet, the
-/// writer gone and come back, another incarnation. Owns the QuotesReader of the present
-/// incarnation and replaces it by that of the next.
+/// writer killed and another in its place, the directory removed. Owns the QuotesReader of
+/// the present incarnation, and replaces it by that of the next.
 ///
 ///     QuotesFollower follower(log, root, {});
 ///     follower.start();
 ///     loop.run();
 ///
-/// While something is missing it looks again every now and then; never in a busy loop.
-class QuotesFollower : public QuotesReader::Owner, public Brask::Platform::TimeoutHandler {
+/// Three things tell it that the world has changed: the end of the WriterUnlockSm's
+/// connection, the MounterSm's reports about the directory, and the reader itself. All of
+/// them come to one place, look(), which compares what is with what should be and does
+/// what is missing. It does not matter which of them came first, or that one was told twice.
+class QuotesFollower : public QuotesReader::Owner,
+                       public Zorbe::MounterBase,
+                       public Brask::Platform::TimeoutHandler {
  public:
   struct Options {
-    double restSeconds = 0;
+    double restSeconds = 0;                             ///< between two passes
+    std::function<void(const std::string&)> onEvent{};  ///< told what happens, in words
   };
 
-  /// Opens nothing. The handler has to outlive this object.
+  /// Creates the directory and watches it. The handler has to outlive this object.
   QuotesFollower(Brask::Platform::DebugHandler& debugHandler, const Zorbe::RootPath& root,
                  const Options& options);
 
@@ -40,19 +49,44 @@ class QuotesFollower : public QuotesReader::Owner, public Brask::Platform::Timeo
 
   void connectionLost() override;
   void tableUnusable(const std::string& why) override;
+  void rootChanged(const std::string& what) override;
   void timeout() override;
 
  private:
+  /// Hears of the writer's end. Also used to find out whether there is a writer at all,
+  /// since to it, other than to the reader's connection, a missing one is nothing unusual.
+  class Departure : public Zorbe::WriterUnlockSm {
+   public:
+    Departure(QuotesFollower& owner, Brask::Platform::DebugHandler& debugHandler,
+              const Zorbe::RootPath& root)
+        : WriterUnlockSm(debugHandler, "quotes", root), follower(owner) {}
+    bool seesWriter() { return fdControl->fd() >= 0; }
+    void writerUnlocked() override { follower.writerGone(); }
+
+    QuotesFollower& follower;
+  };
+
+  void writerGone();
   void look();
-  void mapTable();
+  void lookWithin(double seconds);
+  bool findWriter();
+  bool isCurrent();
+  bool dropTable();
+  bool mapTable();
+  void tell(const std::string& event);
 
   Brask::Platform::DebugHandler& handler_;
   Zorbe::RootPath rootPath_;
   Options options_;
   Zorbe::Reader::Counters counters_{};
   std::unique_ptr<QuotesReader> reader_;
-  bool unusable_ = false;
+  bool usable_ = false;      // the reader's table may be used
+  bool distrusted_ = false;  // what the reader found there made no sense
+  bool sawWriter_ = false;   // since the last departure
+  bool lookDue_ = false;
   std::unique_ptr<Brask::Platform::TimerControl> timer_;
+  Departure departure_;
+  Zorbe::MounterSm mounter_;
 };
 
 }  // namespace Quotes

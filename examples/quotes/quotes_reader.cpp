@@ -18,8 +18,8 @@ constexpr uint32_t kChangesPerPass = 4096;
 
 }  // namespace
 
-QuotesReader::QuotesReader(Brask::Platform::DebugHandler& debugHandler,
-                           const Zorbe::RootPath& root, TableReader table, double restSeconds,
+QuotesReader::QuotesReader(Brask::Platform::DebugHandler& debugHandler, const Zorbe::RootPath& root,
+                           TableReader table, double restSeconds,
                            Zorbe::Reader::Counters& readerCounters, Owner& client)
     : ReaderKickSm(debugHandler, root, readerCounters),
       follower_(std::move(table), readerCounters),

@@ -2,9 +2,11 @@
 #include "quotes_writer.h"
 
 #include <zorbe/exceptions.h>
+#include <zorbe/fenix_file.h>
 #include <zorbe/util.h>
 
 #include <string>
+#include <utility>
 
 #include <unistd.h>
 
@@ -14,6 +16,10 @@
 namespace Quotes {
 
 namespace {
+
+// Somebody who removes a directory should be done with it before the files come back.
+constexpr double kSettleSeconds = 0.05;
+constexpr double kRetrySeconds = 0.25;
 
 /// A number that no earlier incarnation had, as far as anybody could know: the
 /// directory, and with it the last number, may have been removed in between.
@@ -26,9 +32,9 @@ uint32_t newFenix(uint32_t previous) {
 
 }  // namespace
 
-QuotesWriter::QuotesWriter(Brask::Platform::DebugHandler& debugHandler,
-                           const Zorbe::RootPath& root, const Shape& tableShape)
-    : WriterKickSm(debugHandler, root, false), shape_(tableShape) {}
+QuotesWriter::QuotesWriter(Brask::Platform::DebugHandler& debugHandler, const Zorbe::RootPath& root,
+                           const Shape& tableShape)
+    : WriterKickSm(debugHandler, root, false), shape_(tableShape), caretaker_(*this) {}
 
 // The order matters. First the lock: only its holder may touch the files. Then the files.
 // Only then listen: a reader that can connect finds the files of this very writer.
@@ -37,6 +43,7 @@ void QuotesWriter::open() {
   const Legacy legacy = takeOver();
   tookOver_ = legacy.fenix != 0;
   makeTable(legacy);
+  mounter_ = std::make_unique<Zorbe::MounterSm>(*handler, rootPath.name, this);
   doEnableListen();
 }
 
@@ -55,15 +62,18 @@ Legacy QuotesWriter::takeOver() {
   }
 }
 
-void QuotesWriter::makeTable(const Legacy& legacy) {
+/// Returns the table that it replaces. When it throws, that one is still in use.
+std::unique_ptr<TableWriter> QuotesWriter::makeTable(const Legacy& legacy) {
   auto table =
       std::make_unique<TableWriter>(rootPath, shape_, newFenix(legacy.fenix), legacy.sequence);
   for (const Record& record : legacy.records) table->restore(record);
   table->complete();
-  table_ = std::move(table);
+  Zorbe::FenixFile::write(*handler, rootPath.path, table->fenix());  // last: readers hear of it
+  table_.swap(table);
   writerSequence = table_->sequence();
   log(*handler, 2, "QuotesWriter::makeTable() ", rootPath, " fenix:", table_->fenix(),
       " sequence:", writerSequence, " records:", table_->usedSlots());
+  return table;
 }
 
 uint64_t QuotesWriter::publish(const Quote& quote) {
@@ -125,6 +135,42 @@ int QuotesWriter::expectReconnects() {
 void QuotesWriter::readersChanged() {
   counters_.connectedReaders = readers.size();
   log(*handler, 5, "QuotesWriter::readersChanged() connections: ", readers.size());
+}
+
+// Also about what this writer did itself: whoever looks finds everything in place then.
+void QuotesWriter::rootChanged(const std::string& what) {
+  log(*handler, 5, "QuotesWriter::rootChanged() ", rootPath, " ", what);
+  ++counters_.inotifyTriggers;
+  caretaker_.start(kSettleSeconds);
+}
+
+// Not moved when it is due already: a directory that changes all the time would put it off
+// for ever.
+void QuotesWriter::Caretaker::start(double seconds) {
+  if (!std::exchange(due, true)) timer->start(seconds);
+}
+
+void QuotesWriter::restoreFiles() {
+  caretaker_.due = false;
+  try {
+    if (!table_->isInPlace(rootPath)) {
+      remakeTable();
+    } else if (Zorbe::FenixFile::read(*handler, rootPath.path) != table_->fenix()) {
+      Zorbe::FenixFile::write(*handler, rootPath.path, table_->fenix());
+    }
+  } catch (const Brask::Exception& failure) {
+    log(*handler, 0, "QuotesWriter::restoreFiles() ", rootPath, ": ", failure.msg());
+    caretaker_.start(kRetrySeconds);
+  }
+}
+
+// The memory of the old files is still there, and readers are still looking at it. They are
+// told to leave when there is something to go to, and woken to hear it.
+void QuotesWriter::remakeTable() {
+  const Legacy legacy{table_->sequence(), table_->fenix(), 0, table_->records()};
+  const std::unique_ptr<TableWriter> old = makeTable(legacy);
+  old->retire();
+  doKickSleepers();
 }
 
 }  // namespace Quotes

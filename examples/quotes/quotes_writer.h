@@ -3,6 +3,7 @@
 
 #include <zorbe/counters.h>
 #include <zorbe/kick.h>
+#include <zorbe/mounter.h>
 
 #include <cstdint>
 #include <memory>
@@ -25,9 +26,12 @@ namespace Quotes {
 /// sequence, and makes files of its own: a new incarnation. Readers of the old one map
 /// the new one before they report to this writer.
 ///
+/// When somebody removes the files or the whole directory, it makes them again with all that
+/// the table held, as a new incarnation too.
+///
 /// It never waits for readers. One that falls behind by more than the change log holds
 /// scans the table again.
-class QuotesWriter : public Zorbe::WriterKickSm {
+class QuotesWriter : public Zorbe::WriterKickSm, public Zorbe::MounterBase {
  public:
   /// Opens nothing. The handler has to outlive this object.
   QuotesWriter(Brask::Platform::DebugHandler& debugHandler, const Zorbe::RootPath& root,
@@ -56,16 +60,34 @@ class QuotesWriter : public Zorbe::WriterKickSm {
 
   int expectReconnects() override;
   void readersChanged() override;
+  void rootChanged(const std::string& what) override;
 
  private:
+  /// Has the files looked after a moment later. The base class's timer is taken.
+  class Caretaker : public Brask::Platform::TimeoutHandler {
+   public:
+    explicit Caretaker(QuotesWriter& owner)
+        : writer(owner), timer(Brask::Platform::getTimerControl(this)) {}
+    void timeout() override { writer.restoreFiles(); }
+    void start(double seconds);
+
+    QuotesWriter& writer;
+    bool due = false;
+    std::unique_ptr<Brask::Platform::TimerControl> timer;
+  };
+
   Legacy takeOver();
-  void makeTable(const Legacy& legacy);
+  std::unique_ptr<TableWriter> makeTable(const Legacy& legacy);
   void countOverruns();
+  void restoreFiles();
+  void remakeTable();
 
   Shape shape_;
   std::unique_ptr<TableWriter> table_;
   bool tookOver_ = false;
   Zorbe::Writer::Counters counters_{};
+  Caretaker caretaker_;
+  std::unique_ptr<Zorbe::MounterSm> mounter_;
 };
 
 }  // namespace Quotes

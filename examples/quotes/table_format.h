@@ -65,8 +65,8 @@ struct alignas(64) Slot {
 
 struct alignas(64) SlotsHeader {
   std::atomic<uint64_t> magic;
-  uint32_t fenix;     // the incarnation, in both files
-  uint32_t capacity;  // in slots
+  uint32_t fenix;                 // the incarnation, in both files
+  uint32_t capacity;              // in slots
   std::atomic<uint32_t> retired;  // 1: the writer goes on in other files
 };
 

@@ -44,7 +44,8 @@ void checkSize(const Mapping& file, const std::string& path) {
 
 bool copyWords(const Slot& slot, uint32_t guard, Record& record) {
   uint64_t words[kRecordWords];
-  for (size_t i = 0; i < kRecordWords; ++i) words[i] = slot.words[i].load(std::memory_order_acquire);
+  for (size_t i = 0; i < kRecordWords; ++i)
+    words[i] = slot.words[i].load(std::memory_order_acquire);
   if (slot.guard.load(std::memory_order_relaxed) != guard) return false;
   std::memcpy(&record, words, sizeof(record));
   return true;

@@ -28,7 +28,8 @@ Mapping makeFile(const Zorbe::RootPath& root, const char* name, size_t bytes) {
 // Only this process writes, so it may look at its own words without the guard.
 Record recordIn(const Slot& slot) {
   uint64_t words[kRecordWords];
-  for (size_t i = 0; i < kRecordWords; ++i) words[i] = slot.words[i].load(std::memory_order_relaxed);
+  for (size_t i = 0; i < kRecordWords; ++i)
+    words[i] = slot.words[i].load(std::memory_order_relaxed);
   Record record;
   std::memcpy(&record, words, sizeof(record));
   return record;

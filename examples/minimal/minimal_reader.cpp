@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include <brask/linux/event_loop.h>
+#include <brask/linux/stream_debug_handler.h>
+#include <zorbe/kick.h>
+
+#include <iostream>
+
+#include "counter.h"
+
+class Reader : public Zorbe::ReaderKickSm {
+ public:
+  Reader(Brask::Platform::DebugHandler& log, const Zorbe::RootPath& root,
+         Zorbe::Reader::Counters& statistics)
+      : ReaderKickSm(log, root, statistics), table(mapCounter(log, root)) {}
+
+  bool connect() {
+    doConnect();
+    return connected;
+  }
+  uint64_t readerSequence() override {  // woken: read the table, say how far
+    const uint64_t sequence = table;
+    std::cout << "the table is at " << sequence << std::endl;
+    return sequence;
+  }
+  void writerConnectionChanged() override {
+    enabled = connected;
+    if (connected) sendSequence(sentSequence);  // the first report is ours to make
+    if (!connected) Brask::Linux::EventLoop::current().stop();
+  }
+  void writerAcknowledged() override { doConquer(); }  // its kick may be that of a publish
+  std::string readerName() const override { return "minimal"; }
+
+ private:
+  std::atomic<uint64_t>& table;
+};
+
+int main() {
+  Brask::Linux::EventLoop loop;
+  Brask::Linux::StreamDebugHandler log(std::cerr, 0);
+  Zorbe::Reader::Counters counters{};
+  Reader reader(log, Zorbe::RootPath(log, "minimal", true), counters);
+  if (!reader.connect()) return 1;
+  loop.run();
+}

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#include <brask/linux/event_loop.h>
+#include <brask/linux/stream_debug_handler.h>
+#include <zorbe/kick.h>
+
+#include <iostream>
+
+#include "counter.h"
+
+class Writer : public Zorbe::WriterKickSm {
+ public:
+  Writer(Brask::Platform::DebugHandler& log, const Zorbe::RootPath& root)
+      : WriterKickSm(log, root, false), table(mapCounter(log, root)) {
+    createKickSocket();      // become the writer, or throw
+    writerSequence = table;  // go on where an earlier writer has stopped
+    doEnableListen();
+  }
+  void publish() {
+    table = ++writerSequence;  // first the table, then the kick
+    doKickSleepers();
+  }
+  int expectReconnects() override { return 0; }
+  void readersChanged() override { std::cout << readers.size() << " readers" << std::endl; }
+
+ private:
+  std::atomic<uint64_t>& table;
+};
+
+int main() {
+  Brask::Linux::EventLoop loop;
+  Brask::Linux::StreamDebugHandler log(std::cerr, 0);
+  Writer writer(log, Zorbe::RootPath(log, "minimal", true));
+  Every second(1.0, [&] { writer.publish(); });
+  loop.run();
+}

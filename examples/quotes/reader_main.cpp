@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+//
+// quotes-reader: follows a table until it is told to end. See usage() below.
+#include <brask/linux/event_loop.h>
+#include <brask/linux/stream_debug_handler.h>
+#include <zorbe/exceptions.h>
+
+#include <iomanip>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <stdexcept>
+
+#include <getopt.h>
+
+#include "cli.h"
+#include "clock.h"
+#include "quotes_follower.h"
+
+namespace {
+
+using namespace Quotes;
+
+void usage(std::ostream& out) {
+  out << "Usage: quotes-reader NAME [options]\n"
+         "\n"
+         "Keeps its own copy of the table NAME up to date until SIGINT or SIGTERM, then says\n"
+         "how it went; SIGUSR1 says so at once. Waits for a writer when there is none.\n"
+         "\n"
+         "  --print       print the copy as well, as \"symbol,price,size\"\n"
+         "  --every MS    rest that long between two looks (0: follow every publish)\n"
+         "  --events      say when a writer comes or goes and a table is mapped\n"
+         "  --get SYMBOL  print one quote from the shared memory, and end\n"
+         "  --level N     print the library's messages up to this level, -1 for none (-1)\n"
+         "  --help        this text\n"
+         "\n"
+         "Environment: SHMEM_ROOT is the directory of all tables (/var/shmem/zorbes).\n"
+         "Exit codes: 0 done, 1 no such symbol, 2 wrong usage, 4 any other failure.\n";
+}
+
+struct Options {
+  std::string name;
+  std::string symbol;
+  bool print = false;
+  bool events = false;
+  double restSeconds = 0;
+  int level = -1;
+  bool help = false;
+};
+
+void setOption(Options& options, int letter, const std::string& value) {
+  switch (letter) {
+    case 'p':
+      options.print = true;
+      break;
+    case 'e':
+      options.restSeconds = static_cast<double>(parseNumber("--every", value, 0, 3600000)) / 1e3;
+      break;
+    case 'n':
+      options.events = true;
+      break;
+    case 'g':
+      options.symbol = value;
+      break;
+    case 'v':
+      options.level = value == "-1" ? -1 : static_cast<int>(parseNumber("--level", value, 0, 9));
+      break;
+    case 'h':
+      options.help = true;
+      break;
+    default:
+      throw std::invalid_argument("see quotes-reader --help");
+  }
+}
+
+Options parseOptions(int argc, char** argv) {
+  const option known[] = {{"print", no_argument, nullptr, 'p'},
+                          {"every", required_argument, nullptr, 'e'},
+                          {"events", no_argument, nullptr, 'n'},
+                          {"get", required_argument, nullptr, 'g'},
+                          {"level", required_argument, nullptr, 'v'},
+                          {"help", no_argument, nullptr, 'h'},
+                          {nullptr, 0, nullptr, 0}};
+  Options options;
+  for (int letter; (letter = ::getopt_long(argc, argv, "h", known, nullptr)) != -1;) {
+    setOption(options, letter, optarg != nullptr ? optarg : "");
+  }
+  if (options.help) return options;
+  if (optind != argc - 1) throw std::invalid_argument("exactly one NAME is needed, see --help");
+  options.name = argv[optind];
+  return options;
+}
+
+double microseconds(uint64_t nanoseconds) {
+  return static_cast<double>(nanoseconds) / 1e3;
+}
+
+void printCopy(const Copy& copy) {
+  const std::map<std::string, Quote> ordered(copy.begin(), copy.end());
+  for (const auto& [symbol, quote] : ordered) std::cout << formatRow(quote) << '\n';
+}
+
+// In digits, and not with the record's own operator<<, whose form is for machines.
+void printState(const QuotesFollower& follower, bool withCopy) {
+  const QuotesReader* reader = follower.reader();
+  if (reader == nullptr) {
+    std::cout << "reader without a table" << std::endl;
+    return;
+  }
+  const ChangeFollower& followed = reader->followed();
+  const Zorbe::Reader::Counters& counters = follower.counters();
+  if (withCopy) printCopy(followed.copy());
+  std::cout << "reader sequence=" << followed.sequence() << " digest=" << std::hex
+            << std::setfill('0') << std::setw(8) << digest(followed.copy()) << std::dec
+            << " symbols=" << followed.copy().size() << " applied=" << followed.applied()
+            << " kicks=" << counters.conquerKicks << " passes=" << reader->passes()
+            << " rescans=" << counters.conquerRescans << " torn=" << counters.tornRecords
+            << " connections=" << counters.conquerConnections << std::fixed << std::setprecision(1)
+            << " p50us=" << microseconds(followed.wakeUps().percentile(50))
+            << " p99us=" << microseconds(followed.wakeUps().percentile(99)) << std::endl;
+}
+
+// Nanoseconds of the clock that all processes of the host share.
+void printEvent(const std::string& event) {
+  std::cout << "event " << event << " at=" << monotonicNanoseconds() << std::endl;
+}
+
+int printOne(Brask::Platform::DebugHandler& log, const Options& options) {
+  const std::optional<TableReader> table =
+      TableReader::open(Zorbe::RootPath(log, options.name, false));
+  const std::optional<Quote> quote = table ? table->find(options.symbol) : std::nullopt;
+  if (!quote) {
+    std::cerr << "quotes-reader: " << (table ? "no symbol " + options.symbol : "no table")
+              << std::endl;
+    return 1;
+  }
+  std::cout << formatRow(*quote) << std::endl;
+  return kOk;
+}
+
+int follow(Brask::Platform::DebugHandler& log, const Options& options) {
+  Brask::Linux::EventLoop loop;
+  Signals signals(loop);
+  QuotesFollower::Options following{options.restSeconds, {}};
+  if (options.events) following.onEvent = printEvent;
+  QuotesFollower follower(log, Zorbe::RootPath(log, options.name, true), following);
+  follower.start();
+  do {
+    loop.run();
+    if (signals.takePrintRequest()) printState(follower, options.print);
+  } while (!signals.ended());
+  printState(follower, options.print);
+  return kOk;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const Options options = parseOptions(argc, argv);
+    if (options.help) {
+      usage(std::cout);
+      return kOk;
+    }
+    Brask::Linux::StreamDebugHandler log(std::cerr, options.level);
+    return options.symbol.empty() ? follow(log, options) : printOne(log, options);
+  } catch (const std::invalid_argument& mistake) {
+    std::cerr << "quotes-reader: " << mistake.what() << std::endl;
+    return kUsage;
+  } catch (const std::exception& failure) {
+    std::cerr << "quotes-reader: " << failure.what() << std::endl;
+    return kFailure;
+  }
+}

@@ -88,6 +88,15 @@ Child::Child(Child&& other) noexcept
       errors_(std::move(other.errors_)),
       pending_(std::move(other.pending_)) {}
 
+Child& Child::operator=(Child&& other) noexcept {
+  std::swap(pid_, other.pid_);
+  std::swap(end_, other.end_);
+  std::swap(output_, other.output_);
+  std::swap(errors_, other.errors_);
+  std::swap(pending_, other.pending_);
+  return *this;
+}
+
 Child::~Child() {
   if (pid_ > 0 && ::kill(pid_, SIGKILL) == 0) static_cast<void>(::waitpid(pid_, nullptr, 0));
 }

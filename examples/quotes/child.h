@@ -21,7 +21,7 @@ class Child {
   explicit Child(const std::vector<std::string>& arguments, const std::string& input = "/dev/null");
 
   Child(Child&& other) noexcept;
-  Child& operator=(Child&&) = delete;
+  Child& operator=(Child&& other) noexcept;
   ~Child();
 
   pid_t pid() const { return pid_; }
@@ -32,7 +32,8 @@ class Child {
   /// Sends a signal to this process alone.
   void signal(int number);
 
-  /// Awaits its end. Returns the exit code, or 128 and the signal that ended it.
+  /// Awaits its end; `pid()` is -1 afterwards. Returns the exit code, or 128 and the signal that
+  /// ended it.
   int awaitEnd(double seconds = 30);
 
   /// True when it ends within that time.

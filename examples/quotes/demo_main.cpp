@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: MIT
 //
-// quotes-demo: one writer, four readers and one writer too many, as real processes with
-// a table of their own. Ends with 0 only when every reader has followed to the end.
+// quotes-demo: the life of a table, played by real processes.
+//
+//   Act 1  one writer, four readers, and one writer too many
+//   Act 2  the writer is killed and replaced; then the directory is removed
+//
+// Ends with 0 only when all of it happened in time, and every reader had in the end of each
+// act what the writer had.
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <csignal>
-#include <cstdlib>
-
 #include "child.h"
+#include "clock.h"
 
 namespace {
 
@@ -20,6 +26,8 @@ using Quotes::field;
 
 constexpr unsigned kReaders = 4;
 constexpr const char* kRate = "20000";  // rows a second: readers fall asleep in between
+constexpr double kPlayingSeconds = 60;  // all rows, at that rate, on a busy machine
+constexpr double kDeadline = 10;        // anything else
 
 /// A directory for this run's tables, gone afterwards.
 class TemporaryRoot {
@@ -37,81 +45,149 @@ class TemporaryRoot {
     std::filesystem::remove_all(path_, ignored);
   }
 
+  std::string table() const { return path_ + "/demo"; }
+
  private:
   std::string path_;
 };
 
-Child startReader() {
-  return Child({Quotes::sibling("quotes-reader"), "demo"});
-}
-
-Child startWriter(const std::string& rows) {
-  return Child({Quotes::sibling("quotes-writer"), "demo", "--rate", kRate, "--await",
-                std::to_string(kReaders)},
-               rows);
-}
-
-bool secondWriterIsRefused(const std::string& rows, const Child& writer) {
-  Child second = startWriter(rows);
-  const int code = second.awaitEnd();
-  const std::string report = second.errors();
-  std::cout << "A second writer, meanwhile, ended with code " << code << ":\n" << report << '\n';
-  return code == 3 && report.find(":" + std::to_string(writer.pid()) + " ") != report.npos;
-}
-
-/// Ends the process and returns the line by which it says how it went.
-std::string finalReport(Child& process, const std::string& prefix) {
-  process.signal(SIGTERM);
-  const std::string line = process.awaitLine(prefix);
-  if (const int code = process.awaitEnd(); code != 0) {
-    throw std::runtime_error(prefix + " ended with code " + std::to_string(code) + ": " +
-                             process.errors());
+class Demo {
+ public:
+  explicit Demo(const std::string& rows) : rows_(rows) {
+    for (unsigned i = 0; i < kReaders; ++i) {
+      readers_.emplace_back(
+          std::vector<std::string>{Quotes::sibling("quotes-reader"), "demo", "--events"});
+    }
   }
-  return line;
-}
 
-bool readerAgrees(unsigned number, const std::string& reader, const std::string& writer) {
-  const bool awake = field(reader, "sequence") == field(writer, "sequence");
-  const bool equal = field(reader, "digest") == field(writer, "digest");
-  std::cout << "reader " << number << ": sequence " << field(reader, "sequence") << ", applied "
-            << field(reader, "applied") << ", kicks " << field(reader, "kicks") << ", passes "
-            << field(reader, "passes") << ", wake-up p50 " << field(reader, "p50us") << " us p99 "
-            << field(reader, "p99us") << " us, copy " << field(reader, "digest") << ' '
-            << (!awake  ? "LEFT ASLEEP"
-                : equal ? "equals the writer's"
-                        : "DIFFERS")
-            << '\n';
-  return awake && equal;
-}
+  bool run() {
+    std::cout << "Act 1: one writer, four readers\n\n";
+    Child writer = startWriter();
+    const std::string fenix = field(writer.awaitLine("ready ", kDeadline), "fenix");
+    tell("writer " + std::to_string(writer.pid()) + " is ready, incarnation " + fenix);
+    bool good = secondWriterIsRefused(writer);
+    good = everythingIsRead(writer) && good;
 
-/// True when all rows were read in time. The readers' own reports tell which was not.
-bool awaitReaders(Child& writer) {
-  try {
-    std::cout << "writer: " << writer.awaitLine("fed ", 60) << '\n';
-    std::cout << "writer: " << writer.awaitLine("read ", 10) << '\n';
-    return true;
-  } catch (const std::runtime_error& late) {
-    std::cout << "writer: " << late.what() << '\n';
-    return false;
+    std::cout << "\nAct 2: the writer dies, then the directory\n\n";
+    killWriter(writer);
+    writer = startWriter();
+    const std::string next = field(writer.awaitLine("ready ", kDeadline), "fenix");
+    tell("the next writer has the lock, incarnation " + next);
+    awaitIncarnation(fenix, true);
+    removeDirectory();
+    awaitIncarnation(next, false);
+    return everythingIsRead(writer) && end(writer) && good;
   }
-}
 
-bool run(const std::string& rows) {
-  const TemporaryRoot root;
-  std::vector<Child> readers;
-  for (unsigned i = 0; i < kReaders; ++i) readers.push_back(startReader());
-  Child writer = startWriter(rows);
-  std::cout << "writer " << writer.pid() << ": " << writer.awaitLine("ready ") << std::endl;
-  bool good = secondWriterIsRefused(rows, writer);
-  good = awaitReaders(writer) && good;
+ private:
+  Child startWriter() const {
+    return Child({Quotes::sibling("quotes-writer"), "demo", "--rate", kRate, "--await",
+                  std::to_string(kReaders)},
+                 rows_);
+  }
 
-  std::vector<std::string> reports;
-  for (Child& reader : readers) reports.push_back(finalReport(reader, "reader "));
-  const std::string written = finalReport(writer, "writer ");
-  std::cout << written << '\n';
-  for (unsigned i = 0; i < kReaders; ++i) good = readerAgrees(i + 1, reports[i], written) && good;
-  return good;
-}
+  void tell(const std::string& event) const {
+    const double seconds = static_cast<double>(Quotes::monotonicNanoseconds() - begin_) / 1e9;
+    std::cout << std::fixed << std::setprecision(4) << std::setw(8) << seconds << " s  " << event
+              << std::endl;
+  }
+
+  bool secondWriterIsRefused(const Child& writer) const {
+    Child second = startWriter();
+    const int code = second.awaitEnd(kDeadline);
+    const std::string report = second.errors();
+    tell("a second writer ended with code " + std::to_string(code) + ":\n" + report);
+    return code == 3 && report.find(":" + std::to_string(writer.pid()) + " ") != report.npos;
+  }
+
+  /// True when all readers have read all rows in time. When not, their states tell which.
+  bool everythingIsRead(Child& writer) {
+    bool good = true;
+    try {
+      tell("writer: " + writer.awaitLine("fed ", kPlayingSeconds));
+      tell("writer: " + writer.awaitLine("read ", kDeadline));
+    } catch (const std::runtime_error& late) {
+      tell(late.what());
+      good = false;
+    }
+    const std::string written = stateOf(writer, "writer ");
+    tell(written);
+    for (unsigned i = 0; i < kReaders; ++i) {
+      good = readerAgrees(i, stateOf(readers_[i], "reader "), written) && good;
+    }
+    return good;
+  }
+
+  static std::string stateOf(Child& process, const std::string& prefix) {
+    process.signal(SIGUSR1);
+    return process.awaitLine(prefix, kDeadline);
+  }
+
+  bool readerAgrees(unsigned index, const std::string& read, const std::string& written) const {
+    const auto same = [&](const char* key) { return field(read, key) == field(written, key); };
+    const bool awake = same("fenix") && same("sequence");
+    const bool equal = same("digest");
+    tell("reader " + std::to_string(index + 1) + ": sequence " + field(read, "sequence") +
+         ", applied " + field(read, "applied") + ", kicks " + field(read, "kicks") + ", passes " +
+         field(read, "passes") + ", wake-up p50 " + field(read, "p50us") + " us p99 " +
+         field(read, "p99us") + " us, copy " + field(read, "digest") + " " +
+         (!awake  ? "LEFT ASLEEP"
+          : equal ? "equals the writer's"
+                  : "DIFFERS"));
+    return awake && equal;
+  }
+
+  void killWriter(Child& writer) {
+    const std::string pid = std::to_string(writer.pid());
+    const uint64_t killedAt = Quotes::monotonicNanoseconds();
+    writer.signal(SIGKILL);
+    static_cast<void>(writer.awaitEnd(kDeadline));
+    tell("writer " + pid + " was killed");
+    for (unsigned i = 0; i < kReaders; ++i) {
+      const std::string event = readers_[i].awaitLine("event departed", kDeadline);
+      const uint64_t after = std::stoull(field(event, "at")) - killedAt;
+      tell("reader " + std::to_string(i + 1) + " has heard of it " + std::to_string(after / 1000) +
+           " us after the kill");
+    }
+  }
+
+  void removeDirectory() const {
+    const std::string path = root_.table();
+    std::error_code error = std::make_error_code(std::errc::directory_not_empty);
+    for (int i = 0; error == std::errc::directory_not_empty && i < 100; ++i) {
+      std::filesystem::remove_all(path, error);  // while others are making it again
+    }
+    if (error) throw std::runtime_error("cannot remove " + path + ": " + error.message());
+    tell("the directory was removed, while the writer publishes");
+  }
+
+  void awaitIncarnation(const std::string& old, bool validated) {
+    for (unsigned i = 0; i < kReaders; ++i) {
+      if (validated) readers_[i].awaitLine("event refused fenix=" + old, kDeadline);
+      std::string mapped = old;
+      while (mapped == old) {
+        mapped = field(readers_[i].awaitLine("event mapped", kDeadline), "fenix");
+      }
+      tell("reader " + std::to_string(i + 1) + " has left incarnation " + old + " for " + mapped);
+    }
+  }
+
+  bool end(Child& writer) {
+    bool good = true;
+    writer.signal(SIGTERM);
+    good = writer.awaitEnd(kDeadline) == 0;
+    for (Child& reader : readers_) {
+      reader.signal(SIGTERM);
+      good = reader.awaitEnd(kDeadline) == 0 && good;
+    }
+    return good;
+  }
+
+  std::string rows_;
+  uint64_t begin_ = Quotes::monotonicNanoseconds();
+  TemporaryRoot root_;
+  std::vector<Child> readers_;
+};
 
 }  // namespace
 
@@ -121,8 +197,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    const bool good = run(argv[1]);
-    std::cout << (good ? "All readers agree with the writer." : "FAILED") << std::endl;
+    const bool good = Demo(argv[1]).run();
+    std::cout << (good ? "\nAll readers agree with the writer." : "\nFAILED") << std::endl;
     return good ? 0 : 1;
   } catch (const std::exception& failure) {
     std::cerr << "quotes-demo: " << failure.what() << std::endl;

@@ -3,10 +3,12 @@
 
 #include <zorbe/exceptions.h>
 #include <zorbe/fenix_file.h>
+#include <zorbe/util.h>
 
 #include <optional>
 #include <utility>
 
+#include "clock.h"
 #include "log.h"
 
 namespace Quotes {
@@ -34,19 +36,23 @@ void QuotesFollower::start() {
   look();
 }
 
-// These four are called by objects that look() may replace, so they only see to it that the
-// loop comes back here.
+// What follows is called by objects that look() may replace: it only sees to it that the loop
+// comes back here.
 void QuotesFollower::connectionLost() {
   tell("disconnected");
   lookWithin(kRetrySeconds);
 }
 
-// At once: the reader has stopped reading its connection, whose kicks keep waking the loop.
-void QuotesFollower::tableUnusable(const std::string& why) {
-  log(handler_, 1, "QuotesFollower::tableUnusable() ", rootPath_, ": ", why);
-  distrusted_ = true;
-  lookDue_ = true;
-  timer_->start(0.0);
+void QuotesFollower::tableReplaced() {
+  tell("replaced");
+  usable_ = false;
+  lookWithin(0.0);
+}
+
+void QuotesFollower::tableCorrupt(const std::string& why) {
+  usable_ = false;
+  corruption_ = why;
+  lookWithin(0.0);
 }
 
 void QuotesFollower::rootChanged(const std::string& what) {
@@ -63,14 +69,16 @@ void QuotesFollower::writerGone() {
 }
 
 void QuotesFollower::timeout() {
-  lookDue_ = false;
+  nextLook_ = 0;
   look();
 }
 
-// Not moved when it is due already: a directory that changes all the time would put it off
-// for ever.
+// Made earlier, but never put off: a directory that changes all the time would do that for
+// ever.
 void QuotesFollower::lookWithin(double seconds) {
-  if (std::exchange(lookDue_, true)) return;
+  const uint64_t at = monotonicNanoseconds() + static_cast<uint64_t>(seconds * 1e9);
+  if (nextLook_ != 0 && nextLook_ <= at) return;
+  nextLook_ = at;
   timer_->start(seconds);
 }
 
@@ -79,7 +87,8 @@ void QuotesFollower::lookWithin(double seconds) {
 // after that is this writer's, and what is reported about it is understood.
 void QuotesFollower::look() {
   try {
-    if (std::exchange(distrusted_, false) && !dropTable()) return lookWithin(kRetrySeconds);
+    if (!usable_) leaveTable();
+    if (!corruption_.empty()) return reportCorruption();
     if (!findWriter()) return;  // writerGone() follows
     if (!isCurrent() && !mapTable()) return lookWithin(kRetrySeconds);
     if (!reader_->isConnected()) reader_->doConnect();
@@ -97,30 +106,40 @@ bool QuotesFollower::findWriter() {
   return sawWriter_;
 }
 
+// The directory's id is that of our table, and so are its files: somebody may have removed
+// them, and left the id.
 bool QuotesFollower::isCurrent() {
-  if (!reader_ || !usable_ || !reader_->followed().table().isInPlace(rootPath_)) return false;
+  if (!reader_ || !usable_) return false;
+  const TableReader& table = reader_->followed().table();
   try {
-    return Zorbe::FenixFile::validate(handler_, rootPath_.path,
-                                      reader_->followed().table().fenix());
-  } catch (const Zorbe::CorruptionDetectedException&) {
-    return false;  // the library has logged it
+    return Zorbe::FenixFile::validate(handler_, rootPath_.path, table.fenix()) &&
+           table.isInPlace(rootPath_);
+  } catch (const Zorbe::CorruptionDetectedException&) {  // logged by the library
+    tell("refused fenix=" + std::to_string(table.fenix()));
+    return false;
   }
 }
 
-// False when the files that make no sense are still those of the table: whoever mapped them
-// again at once would be back here at once.
-bool QuotesFollower::dropTable() {
-  usable_ = false;
-  if (reader_->isConnected()) reader_->doCloseWriterConnection(true);
-  const TableReader& table = reader_->followed().table();
-  return table.isRetired() || !table.isInPlace(rootPath_);
+// Once for an incarnation, since this, too, changes the directory. Not mapped again at once:
+// it would be as corrupt as before, unless the writer replaces what is wrong.
+void QuotesFollower::reportCorruption() {
+  const std::string why = std::exchange(corruption_, "");
+  lookWithin(kRetrySeconds);
+  const uint32_t fenix = reader_->followed().table().fenix();
+  if (std::exchange(corruptFenix_, fenix) == fenix) return;
+  tell("corrupt fenix=" + std::to_string(fenix));
+  Zorbe::Util::writeCorruptionFile(handler_, rootPath_.path, why);
 }
 
 // The old reader is kept until there is a table to replace it by: its copy is the best there
 // is. Disconnected, though: what it would report means nothing to the new incarnation.
-bool QuotesFollower::mapTable() {
+void QuotesFollower::leaveTable() {
   usable_ = false;
   if (reader_ && reader_->isConnected()) reader_->doCloseWriterConnection(true);
+}
+
+bool QuotesFollower::mapTable() {
+  leaveTable();
   std::optional<TableReader> table = TableReader::open(rootPath_);
   if (!table) return false;
   reader_ = std::make_unique<QuotesReader>(handler_, rootPath_, std::move(*table),

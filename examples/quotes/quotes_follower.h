@@ -6,6 +6,7 @@
 #include <zorbe/root_path.h>
 #include <zorbe/unlock.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -48,7 +49,8 @@ class QuotesFollower : public QuotesReader::Owner,
   const Zorbe::Reader::Counters& counters() const { return counters_; }
 
   void connectionLost() override;
-  void tableUnusable(const std::string& why) override;
+  void tableReplaced() override;
+  void tableCorrupt(const std::string& why) override;
   void rootChanged(const std::string& what) override;
   void timeout() override;
 
@@ -71,7 +73,8 @@ class QuotesFollower : public QuotesReader::Owner,
   void lookWithin(double seconds);
   bool findWriter();
   bool isCurrent();
-  bool dropTable();
+  void leaveTable();
+  void reportCorruption();
   bool mapTable();
   void tell(const std::string& event);
 
@@ -80,10 +83,11 @@ class QuotesFollower : public QuotesReader::Owner,
   Options options_;
   Zorbe::Reader::Counters counters_{};
   std::unique_ptr<QuotesReader> reader_;
-  bool usable_ = false;      // the reader's table may be used
-  bool distrusted_ = false;  // what the reader found there made no sense
-  bool sawWriter_ = false;   // since the last departure
-  bool lookDue_ = false;
+  bool usable_ = false;        // the reader's table may be used
+  std::string corruption_;     // what was found wrong with it, to be told
+  uint32_t corruptFenix_ = 0;  // the last incarnation of which that was told
+  bool sawWriter_ = false;     // since the last departure
+  uint64_t nextLook_ = 0;      // when, 0 for never
   std::unique_ptr<Brask::Platform::TimerControl> timer_;
   Departure departure_;
   Zorbe::MounterSm mounter_;

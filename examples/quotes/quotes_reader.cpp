@@ -2,7 +2,6 @@
 #include "quotes_reader.h"
 
 #include <zorbe/exceptions.h>
-#include <zorbe/util.h>
 
 #include <utility>
 
@@ -60,24 +59,19 @@ uint64_t QuotesReader::readerSequence() {
   ++passes_;
   conquerAgain = false;
   if (follower_.table().isRetired()) {
-    giveUp("the writer has moved on to other files");
+    enabled = false;
+    client_.tableReplaced();
     return follower_.sequence();
   }
   try {
     conquerAgain = follower_.advance(kChangesPerPass) == ChangeFollower::Progress::kMore;
   } catch (const Zorbe::CorruptionDetectedException& corruption) {
-    Zorbe::Util::writeCorruptionFile(*handler, rootPath.path, corruption.what());
-    giveUp(corruption.what());
+    enabled = false;
+    client_.tableCorrupt(corruption.what());
     throw;  // the base class logs it, and reports nothing
   }
   ++(conquerAgain ? counters.conquerYields : counters.conquerNotified);
   return follower_.sequence();
-}
-
-// Nothing more may be reported for these files: the owner replaces this object.
-void QuotesReader::giveUp(const std::string& why) {
-  enabled = false;
-  client_.tableUnusable(why);
 }
 
 // Both of these may run a pass.

@@ -20,7 +20,9 @@ namespace Quotes {
 /// object for it. The same object may connect many times.
 class QuotesReader : public Zorbe::ReaderKickSm {
  public:
-  /// What the owner is told. It must not destroy the reader from within.
+  /// What the owner is told. It must not destroy the reader from within. After the last two
+  /// the reader has stopped reading its connection, whose unread kicks keep waking the loop:
+  /// it wants to be replaced, or disconnected, on the next turn.
   class Owner {
    public:
     virtual ~Owner() = default;
@@ -28,8 +30,11 @@ class QuotesReader : public Zorbe::ReaderKickSm {
     /// The connection is gone. When to try again is the owner's business.
     virtual void connectionLost() = 0;
 
-    /// These files are not the table any more, or never made sense: make a new reader.
-    virtual void tableUnusable(const std::string& why) = 0;
+    /// The writer goes on in other files: make a new reader for them.
+    virtual void tableReplaced() = 0;
+
+    /// The table contradicts itself.
+    virtual void tableCorrupt(const std::string& why) = 0;
   };
 
   /// `restSeconds` above 0 makes it rest between two passes, however often the writer
@@ -61,7 +66,6 @@ class QuotesReader : public Zorbe::ReaderKickSm {
     std::unique_ptr<Brask::Platform::TimerControl> timer;
   };
 
-  void giveUp(const std::string& why);
   void restAfterPass(uint64_t passesBefore);
 
   ChangeFollower follower_;

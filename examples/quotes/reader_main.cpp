@@ -110,12 +110,13 @@ void printState(const QuotesFollower& follower, bool withCopy) {
   const ChangeFollower& followed = reader->followed();
   const Zorbe::Reader::Counters& counters = follower.counters();
   if (withCopy) printCopy(followed.copy());
-  std::cout << "reader sequence=" << followed.sequence() << " digest=" << std::hex
-            << std::setfill('0') << std::setw(8) << digest(followed.copy()) << std::dec
-            << " symbols=" << followed.copy().size() << " applied=" << followed.applied()
-            << " kicks=" << counters.conquerKicks << " passes=" << reader->passes()
-            << " rescans=" << counters.conquerRescans << " torn=" << counters.tornRecords
-            << " connections=" << counters.conquerConnections << std::fixed << std::setprecision(1)
+  std::cout << "reader fenix=" << followed.table().fenix() << " sequence=" << followed.sequence()
+            << " digest=" << std::hex << std::setfill('0') << std::setw(8)
+            << digest(followed.copy()) << std::dec << " symbols=" << followed.copy().size()
+            << " applied=" << followed.applied() << " kicks=" << counters.conquerKicks
+            << " passes=" << reader->passes() << " rescans=" << counters.conquerRescans
+            << " torn=" << counters.tornRecords << " connections=" << counters.conquerConnections
+            << std::fixed << std::setprecision(1)
             << " p50us=" << microseconds(followed.wakeUps().percentile(50))
             << " p99us=" << microseconds(followed.wakeUps().percentile(99)) << std::endl;
 }
@@ -144,6 +145,7 @@ int follow(Brask::Platform::DebugHandler& log, const Options& options) {
   QuotesFollower::Options following{options.restSeconds, {}};
   if (options.events) following.onEvent = printEvent;
   QuotesFollower follower(log, Zorbe::RootPath(log, options.name, true), following);
+  std::cout << "following " << options.name << std::endl;
   follower.start();
   do {
     loop.run();

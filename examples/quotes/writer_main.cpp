@@ -166,9 +166,9 @@ class Program : public Brask::Platform::TimeoutHandler {
   void printState() {
     const Copy copy = writer_.copy();
     const Zorbe::Writer::Counters& counters = writer_.counters();
-    std::cout << "writer sequence=" << writer_.sequence() << " digest=" << std::hex
-              << std::setfill('0') << std::setw(8) << digest(copy) << std::dec
-              << " symbols=" << copy.size() << " rows=" << rows_ << " skipped=" << bad_
+    std::cout << "writer fenix=" << writer_.fenix() << " sequence=" << writer_.sequence()
+              << " digest=" << std::hex << std::setfill('0') << std::setw(8) << digest(copy)
+              << std::dec << " symbols=" << copy.size() << " rows=" << rows_ << " skipped=" << bad_
               << " kicks=" << counters.kicksIssued << " overruns=" << counters.conquerOverruns
               << " connections=" << counters.connectedReaders << std::endl;
   }
@@ -201,9 +201,9 @@ int main(int argc, char** argv) {
     std::cerr << "quotes-writer: " << mistake.what() << std::endl;
     return kUsage;
   } catch (const Zorbe::DuplicateWriterException& refused) {
+    // The library has logged the whole report already.
     std::cerr << "quotes-writer: refused, process " << refused.pid << " (" << refused.owner
-              << ") is the writer\n"
-              << refused.what() << std::endl;
+              << ") is the writer" << std::endl;
     return kDuplicateWriter;
   } catch (const std::exception& failure) {
     std::cerr << "quotes-writer: " << failure.what() << std::endl;

@@ -86,7 +86,6 @@ void FdRegistry::unwatch(FdWatcher& watcher) {
   const Registration* registration = registrations_.find(watcher.registration);
   if (registration == nullptr) return;
   poller_.remove(registration->fd);
-  byFd_[static_cast<size_t>(registration->fd)] = Handle();
   end(watcher.registration);
   resumePaused();  // the client has most likely closed it, or is about to
 }

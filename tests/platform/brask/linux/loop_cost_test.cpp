@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a turn costs: system calls, allocations, and the number of descriptors
-// that are watched but silent.
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
+// What a turn costs: allocations, and the descriptors that are watched but silent.
 #include <sys/inotify.h>
 #include <sys/resource.h>
 
@@ -12,8 +9,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/brask/linux/child_process.h"
-#include "platform/brask/linux/loop_fixture.h"
+#include "platform/brask/linux/busy_handlers.h"
 
 using namespace LoopTesting;
 
@@ -50,33 +46,6 @@ void operator delete[](void* memory, size_t) noexcept {
 
 namespace {
 
-constexpr int TURNS = 1000;
-
-// Handlers that do nothing that costs anything by itself.
-struct Reader : Brask::Platform::FdEventHandler {
-  void fdEvent(int) override { ++events; }
-  long events = 0;
-  std::unique_ptr<Brask::Platform::FdControl> control{Brask::Platform::getFdControl(this)};
-};
-
-struct Ticker : Brask::Platform::TimeoutHandler {
-  void timeout() override {
-    if (++events == TURNS) Brask::Linux::EventLoop::current().stop();
-    control->start(0.0);
-  }
-  long events = 0;
-  std::unique_ptr<Brask::Platform::TimerControl> control{Brask::Platform::getTimerControl(this)};
-};
-
-struct Watcher : Brask::Platform::InotifyHandler {
-  void inotifyError(const std::string&) override {}
-  void inotifyDeleted() override {}
-  void inotifyChanged(const std::string&) override { ++events; }
-  long events = 0;
-  std::unique_ptr<Brask::Platform::InotifyControl> control{
-      Brask::Platform::getInotifyControl(this)};
-};
-
 class LoopCostTest : public LoopTest {
  protected:
   void turnOften(int turns = TURNS) {
@@ -88,66 +57,6 @@ class LoopCostTest : public LoopTest {
     work();
     return allocations.load() - before;
   }
-};
-
-// Runs in the traced child, where the loop is the child's own.
-struct Traced {
-  Brask::Linux::EventLoop loop;
-  Pair pair;
-  Reader reader;
-  Traced() {
-    reader.control->watch(pair.here);
-    pair.makeReady();
-    loop.turn(0);
-  }
-};
-
-class LoopSystemCallsTest : public ::testing::Test {
- protected:
-  void count(const std::function<void()>& scenario) {
-    if (!systemCallsOf(scenario, calls)) GTEST_SKIP() << "cannot trace a child";
-  }
-
-  // epoll_wait, whatever the C library makes of it.
-  int waits() const { return of(SYS_epoll_wait) + of(SYS_epoll_pwait) + of(SYS_epoll_pwait2); }
-  int of(uint64_t call) const {
-    const auto found = calls.find(call);
-    return found != calls.end() ? found->second : 0;
-  }
-  int all() const {
-    int sum = 0;
-    for (const auto& call : calls) sum += call.second;
-    return sum;
-  }
-
-  SystemCalls calls;
-};
-
-// Descriptors that are watched and silent, and one that is always ready.
-class Crowd {
- public:
-  explicit Crowd(size_t silent) : ready_(::eventfd(1, EFD_CLOEXEC)) {
-    readers_.reserve(silent + 1);
-    for (size_t each = 0; each < silent; ++each) add(::eventfd(0, EFD_CLOEXEC));
-    add(ready_);
-  }
-  ~Crowd() {
-    readers_.clear();
-    for (const int fd : fds_) ::close(fd);
-  }
-
-  long events() const { return readers_.back().events; }
-
- private:
-  void add(int fd) {
-    fds_.push_back(fd);
-    readers_.emplace_back();
-    readers_.back().control->watch(fd);
-  }
-
-  int ready_;
-  std::vector<int> fds_;
-  std::vector<Reader> readers_;
 };
 
 }  // namespace
@@ -186,128 +95,6 @@ TEST_F(LoopCostTest, AnInotifyEventAllocatesNothing) {
   ::chmod(directory.path.c_str(), 0750);
   EXPECT_EQ(0, allocationsOf([this] { settle(); }));
   EXPECT_GE(watchers[1].events, 3);
-}
-
-TEST_F(LoopSystemCallsTest, ATurnWithADescriptorEventIsOneWait) {
-  count([] {
-    Traced traced;
-    mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
-    mark();
-  });
-  EXPECT_EQ(TURNS, waits());
-  EXPECT_EQ(TURNS, all());
-}
-
-TEST_F(LoopSystemCallsTest, ATurnWithManyReadyDescriptorsIsOneWait) {
-  count([] {
-    Traced traced;
-    Pair pairs[20];
-    Reader readers[20];
-    for (int each = 0; each < 20; ++each) {
-      readers[each].control->watch(pairs[each].here);
-      pairs[each].makeReady();
-    }
-    traced.loop.turn(0);
-    mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
-    mark();
-    if (readers[19].events != TURNS + 1) ::_exit(1);
-  });
-  EXPECT_EQ(TURNS, all());
-}
-
-TEST_F(LoopSystemCallsTest, ATurnWithARearmedZeroTimerIsOneWait) {
-  count([] {
-    Brask::Linux::EventLoop loop;
-    Ticker ticker;
-    ticker.control->start(0.0);
-    mark();
-    for (int each = 0; each < TURNS - 1; ++each) loop.turn(0);
-    mark();
-  });
-  EXPECT_EQ(TURNS - 1, waits());
-  EXPECT_EQ(TURNS - 1, all());
-}
-
-TEST_F(LoopSystemCallsTest, ARunWithARearmedZeroTimerIsOneWaitATurn) {
-  count([] {
-    Brask::Linux::EventLoop loop;
-    Ticker ticker;
-    ticker.control->start(0.0);
-    mark();
-    loop.run();
-    mark();
-  });
-  EXPECT_EQ(TURNS, waits());
-  EXPECT_LE(all(), TURNS + 2) << "the stop itself costs a write and a read";
-}
-
-TEST_F(LoopSystemCallsTest, ANestedLoopWithARearmedZeroTimerIsOneWaitATurn) {
-  count([] {
-    Brask::Linux::EventLoop loop;
-    Ticker ticker;
-    ticker.control->start(0.0);
-    static_cast<void>(loop.fd());
-    loop.turn(0);
-    mark();
-    for (int each = 0; each < TURNS - 2; ++each) loop.turn(0);
-    mark();
-  });
-  EXPECT_EQ(TURNS - 2, all());
-}
-
-TEST_F(LoopSystemCallsTest, TimersBehindTheEarliestCostNoCall) {
-  count([] {
-    Brask::Linux::EventLoop loop;
-    static_cast<void>(loop.fd());  // as strict as it gets: somebody polls the loop
-    Ticker earliest, other;
-    earliest.control->start(100.0);
-    mark();
-    for (int each = 0; each < TURNS; ++each) {
-      other.control->start(200.0 + each);
-      if (each % 2 == 0) other.control->cancel();
-    }
-    mark();
-  });
-  EXPECT_EQ(0, all());
-}
-
-TEST_F(LoopSystemCallsTest, CancellingATimerThatIsNotArmedCostsNoCall) {
-  count([] {
-    Traced traced;
-    static_cast<void>(traced.loop.fd());
-    Ticker ticker;
-    mark();
-    for (int each = 0; each < TURNS; ++each) ticker.control->cancel();
-    mark();
-  });
-  EXPECT_EQ(0, all());
-}
-
-TEST_F(LoopSystemCallsTest, AnArmedTimerAddsNoCallToDescriptorEvents) {
-  count([] {
-    Traced traced;
-    Ticker ticker;
-    ticker.control->start(100.0);
-    traced.loop.turn(0);
-    mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
-    mark();
-  });
-  EXPECT_EQ(TURNS, all());
-}
-
-TEST_F(LoopSystemCallsTest, SilentDescriptorsAddNoCall) {
-  count([] {
-    Traced traced;
-    Crowd crowd(500);
-    traced.loop.turn(0);
-    mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
-    mark();
-  });
-  EXPECT_EQ(TURNS, all());
 }
 
 TEST_F(LoopCostTest, TenThousandWatchedDescriptorsCostNoMoreThanTen) {

@@ -50,6 +50,7 @@ bool readableUntil(int fd, double untilSeconds) {
 pid_t spawn(const std::vector<std::string>& arguments, const std::string& input, int output,
             int errors) {
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
   posix_spawn_file_actions_t actions;
@@ -120,7 +121,7 @@ std::string Child::awaitLine(const std::string& prefix, double seconds) {
       throw std::runtime_error("process " + std::to_string(pid_) + " did not say '" + prefix +
                                "'; it said: " + errors());
     }
-    const std::string line = pending_.substr(0, end);
+    std::string line = pending_.substr(0, end);
     pending_.erase(0, end + 1);
     if (line.compare(0, prefix.size(), prefix) == 0) return line;
   }

@@ -92,6 +92,10 @@ class Demo {
               << std::endl;
   }
 
+  void told(unsigned index, const std::string& event) const {
+    tell("reader " + std::to_string(index + 1) + " " + event);
+  }
+
   bool secondWriterIsRefused(const Child& writer) const {
     Child second = startWriter();
     const int code = second.awaitEnd(kDeadline);
@@ -146,8 +150,7 @@ class Demo {
     for (unsigned i = 0; i < kReaders; ++i) {
       const std::string event = readers_[i].awaitLine("event departed", kDeadline);
       const uint64_t after = std::stoull(field(event, "at")) - killedAt;
-      tell("reader " + std::to_string(i + 1) + " has heard of it " + std::to_string(after / 1000) +
-           " us after the kill");
+      told(i, "has heard of it " + std::to_string(after / 1000) + " us after the kill");
     }
   }
 
@@ -168,7 +171,7 @@ class Demo {
       while (mapped == old) {
         mapped = field(readers_[i].awaitLine("event mapped", kDeadline), "fenix");
       }
-      tell("reader " + std::to_string(i + 1) + " has left incarnation " + old + " for " + mapped);
+      told(i, "has left incarnation " + old + " for " + mapped);
     }
   }
 

@@ -100,7 +100,8 @@ void printCopy(const Copy& copy) {
   for (const auto& [symbol, quote] : ordered) std::cout << formatRow(quote) << '\n';
 }
 
-// In digits, and not with the record's own operator<<, whose form is for machines.
+// In digits, and not with the record's own operator<<, whose form is for machines. Counters are
+// of the whole run; what the follower has applied, and how fast, is of this incarnation.
 void printState(const QuotesFollower& follower, bool withCopy) {
   const QuotesReader* reader = follower.reader();
   if (reader == nullptr) {
@@ -114,9 +115,9 @@ void printState(const QuotesFollower& follower, bool withCopy) {
             << " digest=" << std::hex << std::setfill('0') << std::setw(8)
             << digest(followed.copy()) << std::dec << " symbols=" << followed.copy().size()
             << " applied=" << followed.applied() << " kicks=" << counters.conquerKicks
-            << " passes=" << reader->passes() << " rescans=" << counters.conquerRescans
-            << " torn=" << counters.tornRecords << " connections=" << counters.conquerConnections
-            << std::fixed << std::setprecision(1)
+            << " passes=" << counters.conquerNotified + counters.conquerYields
+            << " rescans=" << counters.conquerRescans << " torn=" << counters.tornRecords
+            << " connections=" << counters.conquerConnections << std::fixed << std::setprecision(1)
             << " p50us=" << microseconds(followed.wakeUps().percentile(50))
             << " p99us=" << microseconds(followed.wakeUps().percentile(99)) << std::endl;
 }

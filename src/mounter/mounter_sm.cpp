@@ -43,6 +43,7 @@ void MounterSm::inotifyDeleted() {
     return;
   }
   control->addWatch(rootPath.path, MOUNTER_DEFAULT_MASK);
+  watching = true;  // the first watch, when there was no directory before
   client->rootChanged("watch deleted");
 }
 

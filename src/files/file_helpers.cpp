@@ -19,19 +19,16 @@ constexpr mode_t openToAll = 0666;
 constexpr const char* tableFiles[] = {"slots", "conquer.1",  "conquer.2",          "buckets",
                                       "fenix", "last-owner", "corruption-detected"};
 
-// Appends what is left in `file`, and returns the errno of a read that failed, or 0. A
-// stream buffer tells of such a read by an exception.
+// Appends what is left in `file`, and returns the errno of a read that failed, or 0. Takes
+// no more at a time than the stream holds, so that a failing read costs nothing of what was
+// read before it.
 int readAll(std::ifstream& file, std::string& content) {
   char chunk[4096];
-  try {
-    while (const std::streamsize count = file.rdbuf()->sgetn(chunk, sizeof chunk)) {
-      content.append(chunk, static_cast<std::size_t>(count));
-    }
-    return 0;
-  } catch (const std::ios_base::failure& failed) {
-    file.setstate(std::ios_base::badbit);
-    return failed.code().value();
+  while (file.peek() != std::ifstream::traits_type::eof()) {
+    content.append(chunk, static_cast<std::size_t>(file.readsome(chunk, sizeof chunk)));
   }
+  const int error = errno;
+  return file.fail() ? error : 0;
 }
 
 class UmaskGuard {
@@ -74,11 +71,12 @@ void fileWrite(Brask::Platform::DebugHandler& handler, const std::string& path,
   std::ofstream file(path, std::ios_base::out | std::ios_base::trunc);
   if (!file.is_open()) {
     const int error = errno;
-    const std::string text = ZORBE_TEXT("Util::fileWrite() unable to write "
-                                        << path << " reason: " << Log::reason(error));
-    ZORBE_LOG(handler, failure, text);
+    const auto words = [&](std::ostream& text) {
+      text << "Util::fileWrite() unable to write " << path << " reason: " << Log::reason(error);
+    };
+    Log::write(handler, Log::failure, words);
     if (!noThrow) {
-      Brask::RuntimeException exception(text);
+      Brask::RuntimeException exception(Log::text(words));
       errno = error;  // callers tell a missing directory from other failures by it
       throw exception;
     }

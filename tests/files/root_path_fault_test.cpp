@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <initializer_list>
 
 namespace Zorbe::Test {
 namespace {
@@ -154,11 +155,11 @@ TEST_F(RootPathFaultTest, AFailingChmodIsLoggedAndNotFatal) {
 
 TEST_F(RootPathFaultTest, ExistsLooksAtTheDirectoryBitAlone) {
   const RootPath root = existing();
-  for (const mode_t type : {S_IFDIR, S_IFBLK, S_IFSOCK}) {
+  for (const mode_t type : std::initializer_list<mode_t>{S_IFDIR, S_IFBLK, S_IFSOCK}) {
     Fault::alterStat("stat", 1, [type](struct stat& status) { status.st_mode = type | 0600; });
     EXPECT_TRUE(root.exists()) << std::oct << type;
   }
-  for (const mode_t type : {S_IFREG, S_IFCHR, S_IFIFO, S_IFLNK}) {
+  for (const mode_t type : std::initializer_list<mode_t>{S_IFREG, S_IFCHR, S_IFIFO, S_IFLNK}) {
     Fault::alterStat("stat", 1, [type](struct stat& status) { status.st_mode = type | 0777; });
     EXPECT_FALSE(root.exists()) << std::oct << type;
   }

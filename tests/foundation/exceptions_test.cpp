@@ -48,7 +48,7 @@ class ExceptionTest : public testing::Test {};
 using Classes =
     testing::Types<Brask::RuntimeException, Brask::InvalidInitializeException, ConnectionException,
                    CorruptionDetectedException, DuplicateWriterException>;
-TYPED_TEST_SUITE(ExceptionTest, Classes);
+TYPED_TEST_SUITE(ExceptionTest, Classes, );
 
 TYPED_TEST(ExceptionTest, NamesItsClass) {
   EXPECT_STREQ(make<TypeParam>("why").name(), Family<TypeParam>::name);

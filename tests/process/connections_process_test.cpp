@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "process/process_test.h"
+#include "process/raw_peer.h"
+
+namespace Zorbe::Test {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr unsigned manyConnections = 1000;
+constexpr unsigned spareDescriptors = 50;
+
+// All in one process, whose loop connects them one by one: the queue of pending connections
+// is short.
+void playCrowd(Channel& parent, SharedTable& table) {
+  Stage stage;
+  std::vector<std::unique_ptr<TableReader>> readers;
+  for (unsigned i = 0; i < manyConnections; ++i) {
+    readers.push_back(std::make_unique<TableReader>(stage.handler, stage.root, table));
+    readers.back()->doConnect();
+    EXPECT_TRUE(readers.back()->isConnected());
+    stage.loop.turn(0);
+  }
+  parent.tell("connected");
+  const auto goal = std::stoull(parent.awaitBehind("reach "));
+  for (const auto& reader : readers) {
+    EXPECT_TRUE(turnUntil(stage.loop, [&] { return reader->at() == goal; }));
+  }
+  while (stage.loop.turn(0)) continue;
+  parent.tell("at the goal");
+  parent.await("leave");
+}
+
+class Connections : public ProcessTest {};
+
+TEST_F(Connections, OneWriterServesAThousandReaders) {
+  if (!allowDescriptors(manyConnections + spareDescriptors)) {
+    GTEST_SKIP() << "the hard limit of open descriptors is below "
+                 << manyConnections + spareDescriptors;
+  }
+  const std::string everybody = " " + std::to_string(manyConnections);
+  const Child writer = startWriter();
+  const Child crowd = start("crowd", [this](Channel& parent) { playCrowd(parent, table); });
+  crowd->await("connected");
+  writer->tell("caught up" + everybody);
+  writer->await("caught up" + everybody);
+  writer->tell("publish 3");
+  crowd->tell("reach 3");
+  crowd->await("at the goal");
+  writer->tell("caught up" + everybody);
+  writer->await("caught up" + everybody);
+  leave(crowd);
+  writer->tell("readers 0");
+  writer->await("readers 0");
+  leave(writer);
+}
+
+TEST_F(Connections, TenThousandConnectionsLeaveNoDescriptorOpen) {
+  Stage stage;
+  TableWriter writer(stage.handler, stage.root, table);
+  TableReader reader(stage.handler, stage.root, table);
+  writer.open();
+  writer.publish();
+  const Census before = Census::take();
+  for (int i = 0; i < 10000; ++i) {
+    reader.doConnect();
+    ASSERT_TRUE(turnUntil(stage.loop, [&] { return reader.at() == 1 && writer.allCaughtUp(); }));
+    reader.doCloseWriterConnection(true);
+    ASSERT_TRUE(turnUntil(stage.loop, [&] { return writer.readers.empty(); }));
+  }
+  EXPECT_EQ(before.difference(Census::take()), "");
+  EXPECT_EQ(writer.changes, 20000u);
+}
+
+TEST_F(Connections, AKickToAVanishedReaderIsLoggedAndRaisesNoSignal) {
+  const Child writer = start("writer", [this](Channel&) {
+    ASSERT_NE(std::signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    Stage stage;
+    TableWriter publisher(stage.handler, stage.root, table);
+    publisher.open();
+    {
+      RawPeer peer(stage.handler, stage.root);
+      EXPECT_TRUE(peer.report(0));
+      EXPECT_TRUE(turnUntil(stage.loop, [&] { return publisher.sleepingReaders.size() == 1; }));
+      EXPECT_TRUE(peer.isKicked());
+    }
+    publisher.publish();
+    EXPECT_EQ(publisher.readers.size(), 1u);
+    EXPECT_TRUE(turnUntil(stage.loop, [&] { return publisher.readers.empty(); }));
+  });
+  EXPECT_EQ(writer->finish(), 0);
+  EXPECT_THAT(writer->log(), HasSubstr(" send() Broken pipe"));
+}
+
+TEST_F(Connections, AReportToAVanishedWriterIsLoggedAndRaisesNoSignal) {
+  const Child writer = startWriter();
+  const Child reporter = start("reporter", [this](Channel& parent) {
+    ASSERT_NE(std::signal(SIGPIPE, SIG_DFL), SIG_ERR);
+    Stage stage;
+    TableReader reader(stage.handler, stage.root, table);
+    reader.doConnect();
+    pollfd kicked = {reader.fdControl->fd(), POLLIN, 0};
+    EXPECT_EQ(::poll(&kicked, 1, -1), 1);  // the writer has read the first report
+    parent.tell("connected");
+    parent.await("the writer has gone");
+    reader.sendSequence(0);
+    EXPECT_TRUE(turnUntil(stage.loop, [&] { return !reader.isConnected(); }));
+  });
+  reporter->await("connected");
+  writer->kill();
+  reporter->tell("the writer has gone");
+  EXPECT_EQ(reporter->finish(), 0);
+  EXPECT_THAT(reporter->log(), HasSubstr(" failed: Broken pipe"));
+}
+
+/// While one lives, no descriptor is to be had.
+class NoDescriptorsLeft {
+ public:
+  NoDescriptorsLeft() {
+    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
+    const int lowestFree = ::dup(STDIN_FILENO);
+    EXPECT_EQ(::close(lowestFree), 0);
+    rlimit none = before_;
+    none.rlim_cur = static_cast<rlim_t>(lowestFree);
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  }
+  ~NoDescriptorsLeft() { EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before_), 0); }
+
+ private:
+  rlimit before_ = {};
+};
+
+TEST_F(Connections, AReaderIsAcceptedWhenDescriptorsAreFreeAgain) {
+  handler.expectFailures();
+  Brask::Linux::EventLoop loop;
+  const RootPath root(handler, "quotes", true);
+  TableWriter writer(handler, root, table);
+  writer.open();
+  RawPeer peer(handler, root);
+  {
+    const NoDescriptorsLeft exhausted;
+    EXPECT_TRUE(turnUntil(loop, [&] { return !handler.texts(0).empty(); }));
+    EXPECT_THAT(handler.texts(0).front(), HasSubstr("accept() sd:"));
+    EXPECT_THAT(handler.texts(0).front(), HasSubstr(" Too many open files"));
+    EXPECT_TRUE(writer.readers.empty());
+  }
+  EXPECT_TRUE(turnUntil(loop, [&] { return writer.readers.size() == 1; }));
+  EXPECT_TRUE(peer.report(0));
+  EXPECT_TRUE(turnUntil(loop, [&] { return writer.sleepingReaders.size() == 1; }));
+  EXPECT_TRUE(peer.isKicked());
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+
+#include "process/process_test.h"
+#include "process/raw_peer.h"
+
+namespace Zorbe::Test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr unsigned goodReaders = 3;
+
+/// A writer and readers that behave, and peers, run by the test itself, that do not.
+class HostilePeers : public ProcessTest {
+ protected:
+  HostilePeers() : root(handler, "quotes", true), writer(startWriter()) {
+    readers = startReaders(goodReaders);
+    publishTo(writer, readers, 5);
+    caughtUp(goodReaders);
+  }
+
+  RawPeer connect() { return RawPeer(handler, root); }
+
+  // A peer that the writer has accepted and kicked, as one does that behaves.
+  RawPeer acknowledged(uint64_t sequence) {
+    RawPeer peer = connect();
+    EXPECT_TRUE(peer.report(sequence));
+    EXPECT_TRUE(peer.isKicked());
+    return peer;
+  }
+
+  void caughtUp(size_t connected) {
+    const std::string words = "caught up " + std::to_string(connected);
+    writer->tell(words);
+    writer->await(words);
+  }
+
+  void connected(size_t count) {
+    const std::string words = "readers " + std::to_string(count);
+    writer->tell(words);
+    writer->await(words);
+  }
+
+  void expectGoodReadersServed() { publishTo(writer, readers); }
+
+  void leaveAll() {
+    leave(readers);
+    leave(writer);
+  }
+
+  RootPath root;
+  Child writer;
+  std::vector<Child> readers;
+};
+
+TEST_F(HostilePeers, MessagesOfZeroToSevenBytesEndTheConnection) {
+  for (size_t length = 0; length < 8; ++length) {
+    RawPeer peer = connect();
+    EXPECT_TRUE(peer.send(std::string(length, '\0')));
+    EXPECT_TRUE(peer.isCutOff()) << length << " bytes";
+    expectGoodReadersServed();
+  }
+  EXPECT_THAT(writer->log(), HasSubstr("recv() bad length 7, disconnecting reader"));
+  leaveAll();
+}
+
+TEST_F(HostilePeers, OfALongerMessageTheFirstEightBytesCount) {
+  for (const size_t extra : {1, 8, 1000}) {
+    RawPeer honest = connect();
+    EXPECT_TRUE(honest.send(RawPeer::reportOf(published) + std::string(extra, '\xff')));
+    EXPECT_TRUE(honest.isKicked());
+    RawPeer liar = connect();
+    EXPECT_TRUE(liar.send(RawPeer::reportOf(published + 1) + std::string(extra, '\0')));
+    EXPECT_TRUE(liar.isCutOff());
+    expectGoodReadersServed();
+  }
+  leaveAll();
+}
+
+TEST_F(HostilePeers, AFallingSequenceEndsTheConnection) {
+  RawPeer peer = acknowledged(4);
+  EXPECT_TRUE(peer.report(3));
+  EXPECT_TRUE(peer.isCutOff());
+  expectGoodReadersServed();
+  EXPECT_THAT(writer->log(), HasSubstr("bad reader sequence:3 previous sequence:4"));
+  leaveAll();
+}
+
+TEST_F(HostilePeers, ASequenceBeyondTheWritersEndsTheConnection) {
+  for (const uint64_t sequence : {published + 1, ~uint64_t{0}, uint64_t{1} << 63}) {
+    RawPeer peer = connect();
+    EXPECT_TRUE(peer.report(sequence));
+    EXPECT_TRUE(peer.isCutOff()) << sequence;
+    expectGoodReadersServed();
+  }
+  leaveAll();
+}
+
+TEST_F(HostilePeers, SilentConnectionsHoldNobodyUp) {
+  std::vector<RawPeer> silent;
+  for (size_t i = 1; i <= 50; ++i) {
+    silent.push_back(connect());
+    connected(goodReaders + i);
+  }
+  for (int i = 0; i < 10; ++i) expectGoodReadersServed();
+  silent.clear();
+  connected(goodReaders);
+  caughtUp(goodReaders);
+  leaveAll();
+}
+
+// Nobody reads the kicks that answer the flood; those that no longer fit are only logged.
+TEST_F(HostilePeers, AFloodOfReportsHoldsNobodyUp) {
+  RawPeer peer = acknowledged(1);
+  for (int round = 0; round < 20; ++round) {
+    for (int i = 0; i < 1000; ++i) ASSERT_TRUE(peer.report(1));
+    expectGoodReadersServed();
+  }
+  EXPECT_TRUE(peer.report(published));
+  caughtUp(goodReaders + 1);
+  leaveAll();
+}
+
+TEST_F(HostilePeers, AFloodOfConnectionsHoldsNobodyUp) {
+  for (int round = 0; round < 10; ++round) {
+    for (int i = 0; i < 100; ++i) connect();
+    for (int i = 0; i < 100; ++i) EXPECT_TRUE(connect().report(1));
+    expectGoodReadersServed();
+  }
+  connected(goodReaders);
+  EXPECT_THAT(writer->log(), Not(HasSubstr("accept()")));
+  leaveAll();
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

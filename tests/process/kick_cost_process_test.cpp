@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "process/process_test.h"
+#include "process/system_call_trace.h"
+
+namespace Zorbe::Test {
+namespace {
+
+constexpr uint64_t warmUp = 10;
+constexpr uint64_t rounds = 1000;
+using Calls = std::vector<std::string>;
+
+// One round: publish, wake the reader, take its report.
+void playRounds(Channel& parent, SharedTable& table) {
+  Stage stage;
+  TableWriter writer(stage.handler, stage.root, table);
+  writer.open();
+  parent.tell("listening");
+  EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.sleepingReaders.size() == 1; }));
+  parent.await("begin");
+  while (stage.loop.turn(0)) continue;
+  const auto turn = [&](uint64_t count) {
+    for (; count > 0; --count) {
+      writer.publish();
+      stage.loop.turn(-1);
+    }
+  };
+  turn(warmUp);
+  SystemCallTrace::mark();
+  turn(rounds);
+  SystemCallTrace::mark();
+  EXPECT_EQ(writer.kickCount, 1 + warmUp + rounds);
+  EXPECT_TRUE(writer.allCaughtUp());
+}
+
+void playRoundsReader(Channel& parent, SharedTable& table) {
+  Stage stage;
+  TableReader reader(stage.handler, stage.root, table);
+  reader.doConnect();
+  EXPECT_TRUE(stage.loop.turn(-1));  // the kick that acknowledges the connection
+  parent.tell("connected");
+  parent.await("begin");
+  for (uint64_t i = 0; i < warmUp; ++i) stage.loop.turn(-1);
+  SystemCallTrace::mark();
+  for (uint64_t i = 0; i < rounds; ++i) stage.loop.turn(-1);
+  SystemCallTrace::mark();
+  EXPECT_EQ(reader.at(), warmUp + rounds);
+}
+
+bool isOfTheSanitizers(const std::string& call) {
+#if defined(__SANITIZE_ADDRESS__)
+  constexpr bool sanitized = true;
+#elif defined(__has_feature)
+  constexpr bool sanitized = __has_feature(address_sanitizer);
+#else
+  constexpr bool sanitized = false;
+#endif
+  return sanitized && (call == "mmap" || call == "munmap" || call == "madvise");
+}
+
+Calls measured(const SystemCallTrace& trace, pid_t child) {
+  EXPECT_TRUE(trace.complete(child));
+  Calls calls = trace.calls(child);
+  calls.erase(std::remove_if(calls.begin(), calls.end(), isOfTheSanitizers), calls.end());
+  return calls;
+}
+
+void expectEachRound(const Calls& calls, const Calls& round) {
+  EXPECT_EQ(calls.size(), rounds * round.size());
+  for (size_t i = 0; i + round.size() <= calls.size(); i += round.size()) {
+    const auto first = calls.begin() + static_cast<Calls::difference_type>(i);
+    const Calls made(first, first + static_cast<Calls::difference_type>(round.size()));
+    ASSERT_EQ(made, round) << "round " << i / round.size();
+  }
+}
+
+class KickCost : public ProcessTest {};
+
+TEST_F(KickCost, AKickRoundMakesFourSystemCallsOnEachSide) {
+  const Child writer = start("writer", [this](Channel& parent) { playRounds(parent, table); });
+  writer->await("listening");
+  const Child reader =
+      start("reader", [this](Channel& parent) { playRoundsReader(parent, table); });
+  reader->await("connected");
+  SystemCallTrace trace;
+  if (!trace.watch(writer->pid())) GTEST_SKIP() << "may not trace: " << std::strerror(errno);
+  ASSERT_TRUE(trace.watch(reader->pid()));
+  reader->tell("begin");
+  writer->tell("begin");
+  trace.run();
+  expectEachRound(measured(trace, writer->pid()), {"send", "epoll_wait", "recv", "recv"});
+  expectEachRound(measured(trace, reader->pid()), {"epoll_wait", "recv", "recv", "send"});
+  EXPECT_EQ(writer->finish(), 0);
+  EXPECT_EQ(reader->finish(), 0);
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <zorbe/root_path.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fakes/zorbe_test.h"
+#include "process/child_process.h"
+#include "process/roles.h"
+
+namespace Zorbe::Test {
+
+/// For tests whose writer and readers are processes of their own.
+class ProcessTest : public ZorbeTest {
+ protected:
+  using Child = std::unique_ptr<ChildProcess>;
+
+  Child start(const std::string& name, const ChildProcess::Role& role) {
+    return std::make_unique<ChildProcess>(name, role);
+  }
+
+  Child startWriter() {
+    Child writer = start("writer", [this](Channel& parent) { playWriter(parent, table); });
+    writer->await("listening");
+    return writer;
+  }
+
+  std::vector<Child> startReaders(unsigned count) { return startMany(count, "reader", playReader); }
+  std::vector<Child> startFollowers(unsigned count) {
+    return startMany(count, "follower", playFollower);
+  }
+
+  /// Publishes in the writer's process and waits until everybody has read it.
+  void publishTo(const Child& writer, const std::vector<Child>& readers, uint64_t count = 1) {
+    const std::string goal = std::to_string(published += count);
+    for (const Child& reader : readers) reader->tell("reach " + goal);
+    writer->tell("publish " + std::to_string(count));
+    for (const Child& reader : readers) reader->await("at " + goal);
+  }
+
+  /// Waits until everybody has heard that the writer, which is no more, has gone.
+  static void awaitDeparture(const std::vector<Child>& followers) {
+    for (const Child& follower : followers) follower->tell("alone");
+    for (const Child& follower : followers) follower->await("alone");
+  }
+
+  static void leave(const Child& child) {
+    child->tell("leave");
+    EXPECT_EQ(child->finish(), 0);
+  }
+  static void leave(const std::vector<Child>& children) {
+    for (const Child& child : children) leave(child);
+  }
+
+  SharedTable table;
+  uint64_t published = 0;
+
+ private:
+  using Part = void (*)(Channel&, SharedTable&);
+
+  std::vector<Child> startMany(unsigned count, const std::string& name, Part part) {
+    std::vector<Child> children;
+    for (unsigned i = 1; i <= count; ++i) {
+      children.push_back(start(name + " " + std::to_string(i),
+                               [this, part](Channel& parent) { part(parent, table); }));
+    }
+    return children;
+  }
+};
+
+}  // namespace Zorbe::Test

@@ -20,10 +20,14 @@ struct CloseDir {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
+// What the descriptor refers to, whether or not its file has been unlinked meanwhile: one
+// that was inherited from the test runner may be.
 std::string target(const char* fd) {
   char text[PATH_MAX];
   const ssize_t length = readlink((std::string(kFolder) + "/" + fd).c_str(), text, sizeof text);
-  return length < 0 ? "?" : std::string(text, static_cast<size_t>(length));
+  if (length < 0) return "?";
+  const std::string what(text, static_cast<size_t>(length));
+  return what.substr(0, what.rfind(" (deleted)"));
 }
 
 }  // namespace

@@ -1,0 +1,52 @@
+# SPDX-License-Identifier: MIT
+#
+# What `cmake --install` and the packages put where. Three components, which become three
+# Debian packages: runtime (the shared libraries), development (headers, static library, CMake
+# and pkg-config files) and tools (the command). Nothing installed names the build tree.
+
+include(CMakePackageConfigHelpers)
+
+# Headers of two libraries with general names (mem/, nsutil/) do not belong into everybody's
+# include path.
+set(ZORBE_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/zorbe-0)
+set(ZORBE_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/Zorbe)
+
+foreach(target Zorbe ZorbeStatic ZorbePlatform)
+  target_include_directories(${target} INTERFACE $<INSTALL_INTERFACE:${ZORBE_INCLUDEDIR}>)
+endforeach()
+
+function(zorbe_install_libraries export)
+  install(TARGETS ${ARGN} EXPORT ${export}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+      NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  install(EXPORT ${export} NAMESPACE Zorbe:: FILE ${export}.cmake
+    DESTINATION ${ZORBE_CMAKEDIR} COMPONENT development)
+endfunction()
+zorbe_install_libraries(ZorbeTargets Zorbe ZorbeStatic)
+zorbe_install_libraries(ZorbePlatformTargets ZorbePlatform)
+
+install(DIRECTORY include/zorbe DESTINATION ${ZORBE_INCLUDEDIR} COMPONENT development)
+foreach(header brask/platform.h brask/exception.h brask/linux/event_loop.h
+    brask/linux/stream_debug_handler.h mem/mkpath.h nsutil/nsutil.h)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES platform/${header} DESTINATION ${ZORBE_INCLUDEDIR}/${folder}
+    COMPONENT development)
+endforeach()
+
+configure_package_config_file(cmake/ZorbeConfig.cmake.in ZorbeConfig.cmake
+  INSTALL_DESTINATION ${ZORBE_CMAKEDIR} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(ZorbeConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZorbeConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/ZorbeConfigVersion.cmake
+  DESTINATION ${ZORBE_CMAKEDIR} COMPONENT development)
+
+# From where a .pc file lies to the prefix, so that the whole tree can be moved.
+cmake_path(SET pcdir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${pcdir}
+  OUTPUT_VARIABLE ZORBE_PREFIX_FROM_PCDIR)
+foreach(name zorbe zorbe-platform)
+  configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endforeach()

@@ -12,15 +12,12 @@ class ZORBE_EXPORT Debuggable {
   /// Refers to the client's handler, which has to outlive this object.
   explicit Debuggable(Platform::DebugHandler& debugHandler);
 
-  Debuggable(const Debuggable&) = default;
-  Debuggable& operator=(const Debuggable&) = default;
-
   /// Deletes the handler only when `ownsHandler` says so, then forgets it.
   virtual ~Debuggable();
 
  protected:
-  Platform::DebugHandler* handler;
-  bool ownsHandler = false;  // the library owns no client's handler
+  Platform::DebugHandler* handler;  ///< where messages go; the client's
+  bool ownsHandler = false;         ///< the library owns no client's handler
 };
 
 }  // namespace Brask

@@ -17,6 +17,7 @@ namespace Brask {
 /// that cannot work.
 class ZORBE_EXPORT RuntimeException : public Exception {
  public:
+  /// `text` is what `what()` returns.
   explicit RuntimeException(const std::string& text) : Exception(text, true) {}
   const char* name() const override { return "Brask::RuntimeException"; }
 };
@@ -24,6 +25,7 @@ class ZORBE_EXPORT RuntimeException : public Exception {
 /// A root directory could not be resolved or created.
 class ZORBE_EXPORT InvalidInitializeException : public Exception {
  public:
+  /// `text` is what `what()` returns.
   explicit InvalidInitializeException(const std::string& text) : Exception(text, true) {}
   const char* name() const override { return "Brask::InvalidInitializeException"; }
 };
@@ -35,9 +37,8 @@ namespace Zorbe {
 /// The writer could not be reached, for a reason other than that there is none.
 class ZORBE_EXPORT ConnectionException : public Brask::Exception {
  public:
+  /// `text` is what `what()` returns.
   explicit ConnectionException(const std::string& text);
-  ConnectionException(const ConnectionException&) = default;
-  ConnectionException& operator=(const ConnectionException&) = default;
   ~ConnectionException() override;
   const char* name() const override;
 };
@@ -45,9 +46,8 @@ class ZORBE_EXPORT ConnectionException : public Brask::Exception {
 /// The table is not the one that was expected, or contradicts itself.
 class ZORBE_EXPORT CorruptionDetectedException : public Brask::Exception {
  public:
+  /// `text` is what `what()` returns.
   explicit CorruptionDetectedException(const std::string& text);
-  CorruptionDetectedException(const CorruptionDetectedException&) = default;
-  CorruptionDetectedException& operator=(const CorruptionDetectedException&) = default;
   ~CorruptionDetectedException() override;
   const char* name() const override;
 };
@@ -55,10 +55,9 @@ class ZORBE_EXPORT CorruptionDetectedException : public Brask::Exception {
 /// Another live process is the writer of this table.
 class ZORBE_EXPORT DuplicateWriterException : public Brask::Exception {
  public:
+  /// `text` is what `what()` returns, the others the fields of like meaning.
   DuplicateWriterException(const std::string& text, uint32_t ownerPid, const std::string& ownerPath,
                            const std::string& lastOwnerNote);
-  DuplicateWriterException(const DuplicateWriterException&) = default;
-  DuplicateWriterException& operator=(const DuplicateWriterException&) = default;
   ~DuplicateWriterException() override;
   const char* name() const override;
 

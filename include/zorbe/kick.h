@@ -100,14 +100,16 @@ class ZORBE_EXPORT WriterKickSm : public Brask::Platform::TimeoutHandler,
  protected:
   friend class ReaderKickClientSm;
 
-  RootPath rootPath;
-  bool kickSocketCreated = false;
-  bool local;
-  uint64_t writerSequence = 0;  ///< what the subclass has published; only it writes this
-  uint64_t kickCount = 0;       ///< kicks sent, over all connections
-  int kickSocket = -1;          ///< the writer lock, -1 when not held
-  std::unique_ptr<Brask::Platform::FdControl> listenControl;
-  std::unique_ptr<Brask::Platform::TimerControl> reconnectTimer;
+  RootPath rootPath;               ///< the table's
+  bool kickSocketCreated = false;  ///< between createKickSocket and deleteKickSocket
+  bool local;                      ///< uses no socket at all
+  uint64_t writerSequence = 0;     ///< what the subclass has published; only it writes this
+  uint64_t kickCount = 0;          ///< kicks sent, over all connections
+  int kickSocket = -1;             ///< the writer lock, -1 when not held
+  std::unique_ptr<Brask::Platform::FdControl>
+      listenControl;  ///< of `kickSocket`; null while not listening
+  std::unique_ptr<Brask::Platform::TimerControl>
+      reconnectTimer;  ///< the wait for returning readers; null while not waiting
   std::unordered_map<int, ReaderKickClientSm*> readers;          ///< by descriptor; owns them
   std::unordered_map<int, ReaderKickClientSm*> sleepingReaders;  ///< those that have caught up
 };
@@ -136,10 +138,10 @@ class ZORBE_EXPORT ReaderKickClientSm : public Brask::Platform::FdEventHandler,
   /// Sends one kick. A failure is logged; the connection stays.
   void kick();
 
-  uint64_t sequence = 0;  ///< the last report, 0 before the first
-  WriterKickSm* owner;    ///< not owned
-  std::unique_ptr<Brask::Platform::FdControl> fdControl;
-  bool acknowledged = false;  ///< at least one kick was sent
+  uint64_t sequence = 0;                                  ///< the last report, 0 before the first
+  WriterKickSm* owner;                                    ///< not owned
+  std::unique_ptr<Brask::Platform::FdControl> fdControl;  ///< holds the connection
+  bool acknowledged = false;                              ///< at least one kick was sent
 };
 
 /// The reader's end: one connection to the writer. The table's reader derives from
@@ -210,19 +212,19 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   void notifying(bool on);
 
  protected:
-  RootPath rootPath;
-  bool initialized = false;
-  bool connected = false;
+  RootPath rootPath;          ///< the table's
+  bool initialized = false;   ///< construction is finished
+  bool connected = false;     ///< a connection to the writer is up
   bool acknowledged = false;  ///< the first kicks of this connection have arrived
   bool enabled = false;       ///< set by the subclass: kicks are read and passes run. Left false
                               ///< on a connection, unread kicks keep waking the loop.
   bool conquerAgain = false;  ///< set by the subclass: not done yet, run another pass and
                               ///< report after that
-  bool notificationsDisabled = false;
-  uint64_t sentSequence = 0;  ///< the last report; survives connections
-  std::unique_ptr<Brask::Platform::TimerControl> timerControl;
-  std::unique_ptr<Brask::Platform::FdControl> fdControl;
-  Reader::Counters& counters;
+  bool notificationsDisabled = false;  ///< between notifying(false) and notifying(true)
+  uint64_t sentSequence = 0;           ///< the last report; survives connections
+  std::unique_ptr<Brask::Platform::TimerControl> timerControl;  ///< for deferred passes
+  std::unique_ptr<Brask::Platform::FdControl> fdControl;        ///< holds the connection
+  Reader::Counters& counters;                                   ///< the client's
 };
 
 }  // namespace Zorbe

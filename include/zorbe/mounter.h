@@ -33,6 +33,7 @@ class ZORBE_EXPORT MounterBase {
 class ZORBE_EXPORT MounterSmBase : public Brask::Platform::InotifyHandler,
                                    public Brask::Debuggable {
  public:
+  /// Obtains the control; watches nothing.
   explicit MounterSmBase(Brask::Platform::DebugHandler& debugHandler);
 
   MounterSmBase(const MounterSmBase&) = delete;
@@ -45,8 +46,8 @@ class ZORBE_EXPORT MounterSmBase : public Brask::Platform::InotifyHandler,
   void inotifyChanged(const std::string& what) override = 0;
 
  protected:
-  bool watching = false;  ///< a watch was added
-  std::unique_ptr<Brask::Platform::InotifyControl> control;
+  bool watching = false;                                     ///< a watch was added
+  std::unique_ptr<Brask::Platform::InotifyControl> control;  ///< of the one watch
 };
 
 /// Watches the parent of a path for the path's last component: a directory that does not
@@ -73,9 +74,9 @@ class ZORBE_EXPORT ParentMounterSm : public MounterSmBase {
   void inotifyChanged(const std::string& what) override;
 
  protected:
-  std::string parentPath;
-  std::string childName;
-  Brask::Platform::InotifyHandler* child;  // not owned
+  std::string parentPath;                  ///< up to the slash before the child's name
+  std::string childName;                   ///< without slashes
+  Brask::Platform::InotifyHandler* child;  ///< not owned
 };
 
 /// Watches the root directory of a table for its client, and creates it again when it has
@@ -108,10 +109,10 @@ class ZORBE_EXPORT MounterSm : public MounterSmBase {
   void inotifyChanged(const std::string& what) override;
 
  protected:
-  std::string name;
-  MounterBase* client;  // not owned
-  RootPath rootPath;
-  ParentMounterSm parent;
+  std::string name;        ///< of the table
+  MounterBase* client;     ///< not owned
+  RootPath rootPath;       ///< made anew with each deletion
+  ParentMounterSm parent;  ///< watches the directory above
 };
 
 }  // namespace Zorbe

@@ -66,10 +66,10 @@ class ZORBE_EXPORT WriterUnlockSm : public Brask::Platform::TimeoutHandler,
   void handleFdEvent();
 
  protected:
-  std::string instanceName;
-  RootPath rootPath;
-  std::unique_ptr<Brask::Platform::TimerControl> timerControl;
-  std::unique_ptr<Brask::Platform::FdControl> fdControl;
+  std::string instanceName;                                     ///< names this object in messages
+  RootPath rootPath;                                            ///< the table's
+  std::unique_ptr<Brask::Platform::TimerControl> timerControl;  ///< for the delayed report
+  std::unique_ptr<Brask::Platform::FdControl> fdControl;        ///< holds the connection
 };
 
 }  // namespace Zorbe

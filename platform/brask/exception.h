@@ -10,16 +10,14 @@
 
 namespace Brask {
 
+/// Keeps the text that it was made with. Copyable, as thrown objects must be.
 class Exception : public std::exception {
  public:
   /// `text` is what `what()` returns. The flag belongs to the framework, which
   /// alone gives it a meaning; it is accepted and not looked at here.
   Exception(const std::string& text, bool /*flag*/) : text_(text) {}
 
-  Exception(const Exception&) = default;
-  Exception& operator=(const Exception&) = default;
-  ~Exception() override = default;
-
+  /// The text alone. Valid for as long as the exception is.
   const char* what() const noexcept override { return text_.c_str(); }
 
   /// The qualified name of the class, which each derived class overrides.

@@ -19,6 +19,30 @@ constexpr uint32_t SELF_BITS = IN_DELETE_SELF | IN_MOVE_SELF;
 const char* const OVERFLOW_TEXT =
     "inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the limit)";
 
+bool hasGone(int error) {
+  return error == ENOENT || error == ENOTDIR;
+}
+
+std::string withoutTrailingSlashes(const std::string& path) {
+  return path.substr(0, path.find_last_not_of('/') + 1);
+}
+
+// "" for a path directly under "/".
+std::string parentOf(const std::string& path) {
+  const std::string bare = withoutTrailingSlashes(path);
+  const size_t slash = bare.rfind('/');
+  return slash == std::string::npos ? "." : bare.substr(0, slash);
+}
+
+std::string nameOf(const std::string& path) {
+  const std::string bare = withoutTrailingSlashes(path);
+  return bare.substr(bare.rfind('/') + 1);
+}
+
+void erase(std::vector<InotifyWatcher*>& watchers, InotifyWatcher* watcher) {
+  watchers.erase(std::remove(watchers.begin(), watchers.end(), watcher), watchers.end());
+}
+
 }  // namespace
 
 InotifyHub::InotifyHub(Poller& poller, uint64_t data) : poller_(poller), data_(data) {
@@ -39,27 +63,83 @@ void InotifyHub::pollAgain() {
 }
 
 void InotifyHub::add(InotifyWatcher& watcher, std::string path, uint32_t mask) {
+  const bool again = watcher.path == path && watcher.mask != 0;
   watcher.path = std::move(path);
-  failed_.erase(std::remove(failed_.begin(), failed_.end(), &watcher), failed_.end());
+  watcher.mask = mask;
+  dropNotices(watcher, !again);
+  erase(lapsed_, &watcher);
   Refusal refusal = open();
   if (refusal.error == 0) refusal = watches_.add(watcher, mask);
-  if (refusal.error != 0) return fail(watcher, refusal);
+  if (refusal.error != 0) {
+    fail(watcher, refusal);
+    if (again && hasGone(refusal.error)) lapse(watcher);
+    return;
+  }
   if (targets_.capacity() < watches_.size()) targets_.reserve(2 * watches_.size());
+  if (!lapsed_.empty()) resume(parentOf(watcher.path));
 }
 
 void InotifyHub::fail(InotifyWatcher& watcher, const Refusal& refusal) {
-  watcher.failure =
+  std::string what =
       std::string(refusal.call) + " " + watcher.path + ": " + std::strerror(refusal.error);
   if (refusal.error == refusal.limitError) {
-    watcher.failure += std::string(" (raise ") + refusal.setting + ")";
+    what += std::string(" (raise ") + refusal.setting + ")";
   }
-  watcher.failedAt = asked_++;
-  failed_.push_back(&watcher);
+  notify(watcher, std::move(what), true);
+}
+
+void InotifyHub::notify(InotifyWatcher& watcher, std::string what, bool refusal) {
+  notices_.push_back({&watcher, std::move(what), refusal, asked_++});
+}
+
+void InotifyHub::dropNotices(const InotifyWatcher& watcher, bool alsoNames) {
+  const auto dropped = [&](const Notice& notice) {
+    return notice.watcher == &watcher && (alsoNames || notice.refusal);
+  };
+  notices_.erase(std::remove_if(notices_.begin(), notices_.end(), dropped), notices_.end());
+}
+
+// The path of the watcher has gone while it was to be watched again.
+void InotifyHub::lapse(InotifyWatcher& gone) {
+  const std::string parent = parentOf(gone.path);
+  const auto tell = [&](InotifyWatcher& watcher) {
+    if (watcher.path != parent || (watcher.mask & IN_DELETE) == 0) return;
+    notify(watcher, nameOf(gone.path), false);
+  };
+  watches_.forEach(tell);
+  for (InotifyWatcher* watcher : lapsed_) tell(*watcher);
+  lapsed_.push_back(&gone);
+}
+
+// An entry of `parentPath` is watched, so the directory is there.
+void InotifyHub::resume(const std::string& parentPath) {
+  const std::vector<InotifyWatcher*> lapsed = lapsed_;
+  for (InotifyWatcher* watcher : lapsed) {
+    if (watcher->path != parentPath) continue;
+    if (watches_.add(*watcher, watcher->mask).error == 0) erase(lapsed_, watcher);
+  }
+}
+
+bool InotifyHub::follow(InotifyWatcher& watcher) {
+  if ((mask_ & IN_UNMOUNT) != 0 || !awaitsEntry(watcher.path)) return false;
+  watches_.leave(watcher);
+  if (watches_.add(watcher, watcher.mask).error != 0) lapsed_.push_back(&watcher);
+  return true;
+}
+
+// An entry of the directory is watched, or its watcher has yet to hear that it is not.
+bool InotifyHub::awaitsEntry(const std::string& path) {
+  bool found = false;
+  watches_.forEach([&](const InotifyWatcher& other) { found |= parentOf(other.path) == path; });
+  for (const Notice& notice : notices_) found |= parentOf(notice.watcher->path) == path;
+  return found;
 }
 
 void InotifyHub::remove(InotifyWatcher& watcher) {
   watches_.leave(watcher);
-  failed_.erase(std::remove(failed_.begin(), failed_.end(), &watcher), failed_.end());
+  watcher.mask = 0;
+  dropNotices(watcher, true);
+  erase(lapsed_, &watcher);
 }
 
 void InotifyHub::read() {
@@ -128,6 +208,7 @@ bool InotifyHub::deliverTo(Handle handle) {
   }
   if (kind_ == Kind::Change && (mask_ & asked & IN_ALL_EVENTS) == 0) return false;
   const bool gone = kind_ == Kind::End || (mask_ & SELF_BITS) != 0;
+  if (kind_ == Kind::End && (asked & SELF_BITS) == 0 && follow(watcher)) return false;
   if (gone || (asked & IN_ONESHOT) != 0) watches_.leave(watcher);
   if (gone) {
     watcher.handler->inotifyDeleted();
@@ -140,11 +221,14 @@ bool InotifyHub::deliverTo(Handle handle) {
 
 bool InotifyHub::deliverFailures() {
   bool ran = false;
-  while (!failed_.empty() && failed_.front()->failedAt < turnStart_) {
-    InotifyWatcher& watcher = *failed_.front();
-    failed_.erase(failed_.begin());
-    const std::string what = std::move(watcher.failure);
-    watcher.handler->inotifyError(what);
+  while (!notices_.empty() && notices_.front().since < turnStart_) {
+    const Notice notice = std::move(notices_.front());
+    notices_.erase(notices_.begin());
+    if (notice.refusal) {
+      notice.watcher->handler->inotifyError(notice.what);
+    } else {
+      notice.watcher->handler->inotifyChanged(notice.what);
+    }
     ran = true;
   }
   return ran;

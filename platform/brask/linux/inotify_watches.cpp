@@ -31,11 +31,16 @@ InotifyWatches::Refusal InotifyWatches::open() {
   return {};
 }
 
+// The parent of a path directly under "/" is the empty path.
+int InotifyWatches::request(const std::string& path, uint32_t mask) {
+  return ::inotify_add_watch(fd_.get(), path.empty() ? "/" : path.c_str(), mask);
+}
+
 InotifyWatches::Refusal InotifyWatches::add(InotifyWatcher& watcher, uint32_t mask) {
   // Adding to the mask takes no event from anyone who watches the same directory,
   // and shows which one it is. Mask 0 is left for the kernel to refuse.
   const uint32_t asked = mask == 0 ? 0 : (mask & ~(OWN_BITS | IN_EXCL_UNLINK)) | IN_MASK_ADD;
-  const int wd = ::inotify_add_watch(fd_.get(), watcher.path.c_str(), asked);
+  const int wd = request(watcher.path, asked);
   if (wd < 0) {
     const int error = errno;
     leave(watcher);
@@ -98,7 +103,7 @@ void InotifyWatches::narrow(int wd) {
   const std::string& path = user.watcher->path;
   const uint32_t how = user.mask & LOOKUP_BITS;
   // The path may lead elsewhere by now. Asking for no new event tells.
-  const int there = ::inotify_add_watch(fd_.get(), path.c_str(), mask | how | IN_MASK_ADD);
+  const int there = request(path, mask | how | IN_MASK_ADD);
   if (there == wd) return narrow(wd, watch, path, how);
   undo(there, path);
 }
@@ -106,7 +111,7 @@ void InotifyWatches::narrow(int wd) {
 void InotifyWatches::narrow(int wd, Watch& watch, const std::string& path, uint32_t how) {
   const uint32_t mask = wanted(watch);
   if (mask == watch.mask) return;
-  const int there = ::inotify_add_watch(fd_.get(), path.c_str(), mask | how);
+  const int there = request(path, mask | how);
   if (there == wd) {
     watch.mask = mask;
   } else {
@@ -123,7 +128,7 @@ void InotifyWatches::undo(int wd, const std::string& path) {
     return;
   }
   other->second.mask |= wanted(other->second);
-  static_cast<void>(::inotify_add_watch(fd_.get(), path.c_str(), other->second.mask | IN_MASK_ADD));
+  static_cast<void>(request(path, other->second.mask | IN_MASK_ADD));
 }
 
 void InotifyWatches::collect(int wd, std::vector<Handle>& handles) {

@@ -20,10 +20,9 @@ struct InotifyWatcher {
   explicit InotifyWatcher(Platform::InotifyHandler* eventHandler) : handler(eventHandler) {}
 
   Platform::InotifyHandler* handler;
-  std::string path;       // the last one asked for
-  Handle registration;    // invalid while nothing is watched
-  std::string failure;    // what the hub still has to tell
-  uint64_t failedAt = 0;  // and when that happened, in the hub's own count
+  std::string path;     // the last one asked for
+  uint32_t mask = 0;    // and the mask
+  Handle registration;  // invalid while nothing is watched
 };
 
 /// The one inotify descriptor and who watches what with it. The kernel knows one
@@ -57,6 +56,12 @@ class InotifyWatches {
 
   Registration* find(Handle handle) { return registrations_.find(handle); }
 
+  /// Calls `visit(watcher)` for each that watches something.
+  template <typename Visit>
+  void forEach(Visit visit) {
+    registrations_.forEach([&](Handle, Registration& entry) { visit(*entry.watcher); });
+  }
+
   /// Appends the registrations of the kernel's watch `wd`, or all for -1.
   void collect(int wd, std::vector<Handle>& handles);
   uint32_t size() const { return registrations_.size(); }
@@ -74,6 +79,7 @@ class InotifyWatches {
     std::vector<Handle> users;
   };
 
+  int request(const std::string& path, uint32_t mask);
   uint32_t wanted(const Watch& watch);
   void join(InotifyWatcher& watcher, int wd, uint32_t mask);
   void narrow(int wd);

@@ -78,6 +78,7 @@ class ChildProcess {
   std::string awaitBehind(const std::string& start) { return channel_.awaitBehind(start); }
 
   pid_t pid() const { return pid_; }
+  Channel& channel() { return channel_; }
 
   /// Ends the child by SIGKILL. Afterwards all that the kernel kept for it is gone.
   void kill();

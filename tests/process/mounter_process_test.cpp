@@ -148,5 +148,36 @@ TEST_F(Mounting, ATreeThatIsRemovedAgainAndAgainComesBackAndIsWatched) {
   leave(remover);
 }
 
+// The remover does not wait for the tree to be watched again before it starts over.
+TEST_F(Mounting, ATreeThatIsRemovedWhileItIsBeingMadeComesBackAndIsWatched) {
+  handler.allowFailures();
+  handler.setMaxLevel(0);
+  const std::string tree = inRoot("tree");
+  ASSERT_EQ(::setenv("SHMEM_ROOT", tree.c_str(), 1), 0);
+  const Child remover = start("remover", [&](Channel& parent) {
+    parent.await("begin");
+    for (int removals = 0; removals < 100;) {
+      std::error_code failed;
+      if (fs::remove_all(tree, failed) > 1 && !failed) ++removals;
+    }
+    parent.tell("removed");
+    parent.await("leave");
+  });
+  Client client;
+  const MounterSm mounter(handler, "quotes", &client);
+  bool removed = false;
+  const Commands hear(remover->channel(), [&](const std::string&) { removed = true; });
+  remover->tell("begin");
+  ASSERT_TRUE(until([&] { return removed; }));
+  ASSERT_TRUE(until([&] { return fs::exists(tree + "/quotes"); }));
+  while (loop.turn(0)) continue;
+  client.told.clear();
+  expectWatched(client, tree + "/quotes");
+  fs::rename(tree + "/quotes", tree + "/elsewhere");
+  EXPECT_TRUE(until([&] { return client.wasTold("watch deleted"); }));
+  expectWatched(client, tree + "/quotes");
+  leave(remover);
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

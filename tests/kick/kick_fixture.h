@@ -35,6 +35,14 @@ class KickTest : public FakePlatformTest {
     return all;
   }
 
+  /// The first and the last message so far.
+  Message first() const {
+    return handler.messages().empty() ? silence() : handler.messages().front();
+  }
+  Message last() const {
+    return handler.messages().empty() ? silence() : handler.messages().back();
+  }
+
   void forget() {
     handler.clear();
     platform.takeCalls();
@@ -48,6 +56,8 @@ class KickTest : public FakePlatformTest {
   }
 
   static std::string reason(int error) { return std::strerror(error); }
+
+  static Message silence() { return {-1, "nothing was logged"}; }
 
   const std::string table = inRoot("quotes");
   RootPath root{handler, "quotes", true};

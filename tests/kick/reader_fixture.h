@@ -5,6 +5,8 @@
 
 #include "kick/kick_fixture.h"
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <zorbe/counters.h>
 
 namespace Zorbe::Test {
@@ -76,6 +78,17 @@ class ReaderTest : public KickTest {
   FakeFdControl& control() { return platform.fd(0); }
   FakeTimerControl& timer() { return platform.timer(0); }
   std::string number() { return std::to_string(control().fd()); }
+
+  /// The number that the connection's descriptor gets: that of the caller's network
+  /// namespace is open before it.
+  static int nextButOne() {
+    const Fault::Bypass bypass;
+    const int first = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int second = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(::close(first), 0);
+    EXPECT_EQ(::close(second), 0);
+    return second;
+  }
 
   BareSocket listening;
   BareSocket writerEnd;

@@ -86,7 +86,8 @@ TEST_F(ReaderKickClientSmFaultTest, AShortReadEndsTheConnection) {
   reader.report(0);
   Fault::armResult("recv", 1, 3);
   client().fire();
-  EXPECT_EQ(handler.take().at(1), data(0, " recv() bad length 3, disconnecting reader"));
+  EXPECT_THAT(handler.take(),
+              testing::Contains(data(0, " recv() bad length 3, disconnecting reader")));
   EXPECT_THAT(writer->readers, IsEmpty());
 }
 
@@ -124,8 +125,7 @@ TEST_F(ReaderKickClientSmFaultTest, AReasonThatTheSystemDoesNotKnowIsLeftOut) {
   Fault::arm("send", 1, EPIPE);
   Fault::arm("strerror", 1, 0);
   accepted().kick();
-  EXPECT_EQ(handler.take().back(),
-            (Message{0, "ReaderKickClientSm::kick() socket:" + number + " send() "}));
+  EXPECT_EQ(last(), (Message{0, "ReaderKickClientSm::kick() socket:" + number + " send() "}));
 }
 
 TEST_F(ReaderKickClientSmFaultTest, AReaderWhoseQueueIsFullIsOnlyLogged) {
@@ -146,9 +146,8 @@ TEST_F(ReaderKickClientSmFaultTest, AFailingCloseIsLoggedAndTheConnectionIsGone)
   Fault::arm("close", 1, EIO).onFd(fd);
   reader.hangUp();
   client().fire();
-  EXPECT_EQ(handler.take().back(),
-            (Message{0, "ReaderKickClientSm::~ReaderKickClientSm() close() failed fd:" + number +
-                            " " + reason(EIO)}));
+  EXPECT_EQ(last(), (Message{0, "ReaderKickClientSm::~ReaderKickClientSm() close() failed fd:" +
+                                    number + " " + reason(EIO)}));
   EXPECT_THAT(platform.calls(), ElementsAre("fd#1 delete", "readersChanged"));
 }
 
@@ -157,8 +156,7 @@ TEST_F(ReaderKickClientSmFaultTest, AConnectionWithoutADescriptorClosesNothing) 
   const auto closed = Fault::calls("close");
   forget();
   writer->doCloseReaderConnection(fd, &accepted());
-  EXPECT_EQ(handler.take().back(),
-            (Message{5, "ReaderKickClientSm::~ReaderKickClientSm() socket:-1"}));
+  EXPECT_EQ(last(), (Message{5, "ReaderKickClientSm::~ReaderKickClientSm() socket:-1"}));
   EXPECT_EQ(Fault::calls("close"), closed);
   const Fault::Bypass bypass;
   EXPECT_EQ(close(fd), 0);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "kick/reader_fixture.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
 #include <system_error>
 #include <typeinfo>
@@ -31,16 +29,6 @@ class ReaderKickSmConnectionFaultTest : public ReaderTest {
     ADD_FAILURE() << "nothing was thrown";
     return {};
   }
-
-  /// The number that the next descriptor gets while the namespace's is open as well.
-  static int nextButOne() {
-    const Fault::Bypass bypass;
-    const int first = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    const int second = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    EXPECT_EQ(close(first), 0);
-    EXPECT_EQ(close(second), 0);
-    return second;
-  }
 };
 
 TEST_F(ReaderKickSmConnectionFaultTest, WithoutASocketTheLogSaysMoreThanTheException) {
@@ -58,8 +46,8 @@ TEST_F(ReaderKickSmConnectionFaultTest, WithoutANamespaceDescriptorTheReasonIsTo
   handler.expectFailures();
   Fault::arm("open", 1, EMFILE).onPath("/proc/self/ns/net");
   EXPECT_EQ(refusal(), "ReaderKickSm::doConnect() socket() failed ");
-  EXPECT_EQ(handler.messages().back(), (Message{0, "ReaderKickSm::doConnect() socket() failed " +
-                                                       table + " " + reason(EMFILE)}));
+  EXPECT_EQ(last(), (Message{0, "ReaderKickSm::doConnect() socket() failed " + table + " " +
+                                    reason(EMFILE)}));
 }
 
 TEST_F(ReaderKickSmConnectionFaultTest, ASocketThatRefusesItsOptionStaysOpen) {

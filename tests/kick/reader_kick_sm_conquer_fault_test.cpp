@@ -93,8 +93,8 @@ TEST_F(ReaderKickSmConquerFaultTest, AShortReportIsLoggedWithItsLength) {
   for (const long length : {7, 1, 0}) {
     Fault::armResult("send", 1, length);
     reader->sendSequence(9);
-    EXPECT_EQ(handler.take().back(), (Message{0, "ReaderKickSm::sendSequence() only sent " +
-                                                     std::to_string(length) + " bytes!!!"}));
+    EXPECT_EQ(last(), (Message{0, "ReaderKickSm::sendSequence() only sent " +
+                                      std::to_string(length) + " bytes!!!"}));
     EXPECT_EQ(reader->sentSequence, 9u);
     EXPECT_TRUE(reader->connected);
   }

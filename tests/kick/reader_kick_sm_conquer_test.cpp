@@ -51,8 +51,7 @@ TEST_F(ReaderKickSmConquerTest, TheFirstKickAcknowledgesAndRunsNoPass) {
 TEST_F(ReaderKickSmConquerTest, TheFirstBatchIsOneAcknowledgementHoweverLong) {
   enable();
   kick(5);
-  EXPECT_EQ(handler.messages().back(),
-            (Message{5, "ReaderKickSm::handleKickFromWriter() read 5 kicks"}));
+  EXPECT_EQ(last(), (Message{5, "ReaderKickSm::handleKickFromWriter() read 5 kicks"}));
   EXPECT_THAT(platform.calls(), ElementsAre("writerAcknowledged"));
   EXPECT_EQ(counters.conquerKicks, 1u);
 }
@@ -92,16 +91,14 @@ TEST_F(ReaderKickSmConquerTest, EveryByteOfARecordIsAKickWhateverItsValue) {
   writerEnd.send(std::string(31, '\0'));
   writerEnd.send("xyz");
   control().fire();
-  EXPECT_EQ(handler.messages().back(),
-            (Message{5, "ReaderKickSm::handleKickFromWriter() read 34 kicks"}));
+  EXPECT_EQ(last(), (Message{5, "ReaderKickSm::handleKickFromWriter() read 34 kicks"}));
 }
 
 TEST_F(ReaderKickSmConquerTest, ThirtyTwoBytesOfARecordAreRead) {
   enable();
   writerEnd.send(std::string(40, '#'));
   control().fire();
-  EXPECT_EQ(handler.messages().back(),
-            (Message{5, "ReaderKickSm::handleKickFromWriter() read 32 kicks"}));
+  EXPECT_EQ(last(), (Message{5, "ReaderKickSm::handleKickFromWriter() read 32 kicks"}));
 }
 
 TEST_F(ReaderKickSmConquerTest, KicksStayUnreadUntilTheReaderIsEnabled) {
@@ -112,8 +109,7 @@ TEST_F(ReaderKickSmConquerTest, KicksStayUnreadUntilTheReaderIsEnabled) {
   EXPECT_EQ(Fault::calls("recv"), 0u);
   reader->enabled = true;
   kick(1);
-  EXPECT_EQ(handler.messages().back(),
-            (Message{5, "ReaderKickSm::handleKickFromWriter() read 3 kicks"}));
+  EXPECT_EQ(last(), (Message{5, "ReaderKickSm::handleKickFromWriter() read 3 kicks"}));
   EXPECT_EQ(counters.conquerKicks, 1u);
 }
 
@@ -121,7 +117,7 @@ TEST_F(ReaderKickSmConquerTest, KicksStayUnreadBeforeInitialisation) {
   enable();
   reader->initialized = false;
   kick();
-  EXPECT_EQ(handler.messages().back(),
+  EXPECT_EQ(last(),
             (Message{9, "ReaderKickSm::handleKickFromWriter() initialized:0 enabled:1 ack:0"}));
   EXPECT_EQ(Fault::calls("recv"), 0u);
 }
@@ -130,8 +126,7 @@ TEST_F(ReaderKickSmConquerTest, AnEventWithNothingToReadChangesNothing) {
   acknowledge();
   handler.trashErrno(ECONNRESET);
   control().fire();
-  EXPECT_EQ(handler.messages().back(),
-            (Message{5, "ReaderKickSm::handleKickFromWriter() read 0 kicks"}));
+  EXPECT_EQ(last(), (Message{5, "ReaderKickSm::handleKickFromWriter() read 0 kicks"}));
   EXPECT_THAT(platform.calls(), IsEmpty());
   EXPECT_EQ(counters.conquerKicks, 1u);
 }
@@ -228,8 +223,7 @@ TEST_F(ReaderKickSmConquerTest, SuspendingWithinAPassDefersIt) {
   EXPECT_EQ(Fault::calls("send"), 0u);
   handler.clear();
   timer().fire();
-  EXPECT_EQ(handler.messages().back(),
-            (Message{1, "ReaderKickSm::doConquer() notifications temporarily disabled"}));
+  EXPECT_EQ(last(), (Message{1, "ReaderKickSm::doConquer() notifications temporarily disabled"}));
 }
 
 TEST_F(ReaderKickSmConquerTest, CorruptionIsLoggedAndTheNextKickTriesAgain) {
@@ -237,9 +231,9 @@ TEST_F(ReaderKickSmConquerTest, CorruptionIsLoggedAndTheNextKickTriesAgain) {
   handler.expectFailures();
   reader->onReaderSequence = [] { throw CorruptionDetectedException("slot 7"); };
   kick();
-  EXPECT_EQ(handler.take().back(), (Message{0,
-                                            "ReaderKickSm::doConquer exception caught: "
-                                            "Zorbe::CorruptionDetectedException(\"slot 7\")"}));
+  EXPECT_EQ(last(), (Message{0,
+                             "ReaderKickSm::doConquer exception caught: "
+                             "Zorbe::CorruptionDetectedException(\"slot 7\")"}));
   EXPECT_THAT(platform.takeCalls(), ElementsAre("readerSequence"));
   EXPECT_TRUE(reader->connected);
   reader->onReaderSequence = nullptr;

@@ -114,8 +114,7 @@ TEST_F(ReaderKickSmReportTest, AKickWhileSuspendedIsCountedButNotAnswered) {
   reader->notifying(false);
   forget();
   kick();
-  EXPECT_EQ(handler.messages().back(),
-            (Message{1, "ReaderKickSm::doConquer() notifications temporarily disabled"}));
+  EXPECT_EQ(last(), (Message{1, "ReaderKickSm::doConquer() notifications temporarily disabled"}));
   EXPECT_THAT(platform.calls(), IsEmpty());
   EXPECT_EQ(counters.conquerKicks, 1u);
   EXPECT_EQ(Fault::calls("send"), 0u);

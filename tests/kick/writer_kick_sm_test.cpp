@@ -35,10 +35,8 @@ TEST_F(WriterKickSmTest, ConstructionOpensNothingAndSaysNothing) {
 
 TEST_F(WriterKickSmTest, CreatingTheSocketTakesTheWriterLock) {
   writer->createKickSocket();
-  EXPECT_EQ(handler.messages().front(),
-            (Message{5, "WriterKickSm::createKickSocket() creating socket"}));
-  EXPECT_EQ(handler.messages().back(),
-            (Message{3, "WriterKickSm::createKickSocket() success " + table + " local:0"}));
+  EXPECT_EQ(first(), (Message{5, "WriterKickSm::createKickSocket() creating socket"}));
+  EXPECT_EQ(last(), (Message{3, "WriterKickSm::createKickSocket() success " + table + " local:0"}));
   EXPECT_THAT(platform.calls(), IsEmpty());
   EXPECT_TRUE(writer->kickSocketCreated);
   handler.expectFailures();

@@ -50,3 +50,6 @@ foreach(name zorbe zorbe-platform)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endforeach()
+
+install(FILES docs/man/libzorbe.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+install(FILES docs/man/zorbe.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT development)

@@ -20,10 +20,13 @@
 
 namespace Zorbe::Test {
 
-/// What a process needs to play a role; failures are written to its log.
+/// What a process needs to play a role.
 struct Stage {
+  /// Messages up to `maxLevel` are written to the log of the process.
+  explicit Stage(int maxLevel = 0) : handler(std::cerr, maxLevel) {}
+
   Brask::Linux::EventLoop loop;
-  Brask::Linux::StreamDebugHandler handler{std::cerr, 0};
+  Brask::Linux::StreamDebugHandler handler;
   RootPath root{handler, "quotes", true};
 };
 

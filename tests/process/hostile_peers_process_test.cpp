@@ -67,7 +67,7 @@ TEST_F(HostilePeers, MessagesOfZeroToSevenBytesEndTheConnection) {
 }
 
 TEST_F(HostilePeers, OfALongerMessageTheFirstEightBytesCount) {
-  for (const size_t extra : {1, 8, 1000}) {
+  for (const size_t extra : {1u, 8u, 1000u}) {
     RawPeer honest = connect();
     EXPECT_TRUE(honest.send(RawPeer::reportOf(published) + std::string(extra, '\xff')));
     EXPECT_TRUE(honest.isKicked());

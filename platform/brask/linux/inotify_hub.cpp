@@ -14,7 +14,7 @@ namespace Brask::Linux {
 
 namespace {
 
-constexpr size_t BUFFER_SIZE = 64 * 1024;
+constexpr size_t BUFFER_SIZE = size_t{64} * 1024;
 constexpr uint32_t SELF_BITS = IN_DELETE_SELF | IN_MOVE_SELF;
 const char* const OVERFLOW_TEXT =
     "inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the limit)";
@@ -75,7 +75,7 @@ void InotifyHub::add(InotifyWatcher& watcher, std::string path, uint32_t mask) {
     if (again && hasGone(refusal.error)) lapse(watcher);
     return;
   }
-  if (targets_.capacity() < watches_.size()) targets_.reserve(2 * watches_.size());
+  if (targets_.capacity() < watches_.size()) targets_.reserve(size_t{2} * watches_.size());
   if (!lapsed_.empty()) resume(parentOf(watcher.path));
 }
 

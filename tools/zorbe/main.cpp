@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: MIT
+#include <stdlib.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <functional>
+#include <iostream>
+
+#include "commands.h"
+#include "paint.h"
+#include "sockets.h"
+#include "text.h"
+
+namespace Zorbe::Tool {
+
+namespace {
+
+struct Arguments {
+  std::string root;
+  bool rootGiven = false;
+  bool json = false;
+  int debug = -1;
+  std::string table;
+  bool filesOnly = false;
+  double timeout = 1;
+  std::function<int(Context&)> run;
+};
+
+constexpr const char* exitStatus = "Exit status: 0 yes, 1 no, 2 wrong use or failure.";
+
+CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, const char* about,
+                     std::function<int(Context&)> run) {
+  CLI::App* const command = app.add_subcommand(name, about);
+  command->footer(exitStatus);
+  command
+      ->add_option_function<std::string>(
+          "--root",
+          [&arguments](const std::string& root) {
+            arguments.root = root;
+            arguments.rootGiven = true;
+          },
+          "Base directory instead of what the environment says")
+      ->type_name("DIR");
+  command->add_option("--debug", arguments.debug, "Show the library's messages up to a level")
+      ->type_name("LEVEL")
+      ->check(CLI::Range(0, 9));
+  command->callback([&arguments, run = std::move(run)] { arguments.run = run; });
+  return command;
+}
+
+CLI::App* withJson(CLI::App* command, Arguments& arguments) {
+  command->add_flag("--json", arguments.json, "JSON instead of text");
+  return command;
+}
+
+CLI::App* withTable(CLI::App* command, Arguments& arguments) {
+  command->add_option("TABLE", arguments.table, "Name of the table, below the base directory")
+      ->required()
+      ->type_name("");
+  return command;
+}
+
+std::string checkTimeout(const std::string& text) {
+  double seconds = 0;
+  const bool number = CLI::detail::lexical_cast(text, seconds);
+  const bool usable = number && seconds >= 0.001 && seconds <= 86400;  // no NaN, either
+  return usable ? "" : "wants seconds between 0.001 and 86400, not " + printable(text);
+}
+
+void addQuestions(CLI::App& app, Arguments& arguments) {
+  withJson(addCommand(app, arguments, "list", "Show all tables below the base directory", list),
+           arguments);
+  withTable(withJson(addCommand(app, arguments, "show", "Show all there is to tell of one table",
+                                [&](Context& context) { return show(context, arguments.table); }),
+                     arguments),
+            arguments);
+  withTable(withJson(addCommand(app, arguments, "owner", "Show who holds the writer lock",
+                                [&](Context& context) { return owner(context, arguments.table); }),
+                     arguments),
+            arguments);
+  withJson(addCommand(app, arguments, "doctor", "Look for what usually goes wrong", doctor),
+           arguments);
+  addCommand(app, arguments, "metrics", "Print the facts in the Prometheus text format", metrics);
+}
+
+void addActions(CLI::App& app, Arguments& arguments) {
+  CLI::App* const watching = addCommand(
+      app, arguments, "watch", "Log what happens to a table, until Ctrl-C", [&](Context& context) {
+        return watch(context, {arguments.table, !arguments.filesOnly});
+      });
+  withTable(withJson(watching, arguments), arguments);
+  watching->add_flag("--files-only", arguments.filesOnly,
+                     "Do not connect to the writer, which counts each connection as a reader "
+                     "that has read nothing");
+  CLI::App* const probing = addCommand(
+      app, arguments, "probe", "Ask the writer for an acknowledgement",
+      [&](Context& context) { return probe(context, arguments.table, arguments.timeout); });
+  withTable(withJson(probing, arguments), arguments);
+  probing->add_option("--timeout", arguments.timeout, "How long to wait (default 1)")
+      ->type_name("SECONDS")
+      ->check(CLI::Validator(checkTimeout, "", ""));
+  withTable(withJson(addCommand(app, arguments, "remove", "Remove a table that has no writer",
+                                [&](Context& context) { return remove(context, arguments.table); }),
+                     arguments),
+            arguments);
+}
+
+int run(const Arguments& arguments) {
+  if (arguments.rootGiven && setenv("SHMEM_ROOT", arguments.root.c_str(), 1) != 0) {
+    throw std::bad_alloc();
+  }
+  Handler handler(arguments.debug);
+  Context context{handler, arguments.json, wantsColour(), enterNamespaceOfTables()};
+  const int status = arguments.run(context);
+  std::cout.flush();
+  if (!std::cout) throw std::runtime_error("cannot write to standard output");
+  return status;
+}
+
+int parseAndRun(int argc, char** argv) {
+  Arguments arguments;
+  CLI::App app("Looks at, watches and mends shared-memory tables on this host.", "zorbe");
+  app.footer(exitStatus);
+  app.require_subcommand(1);
+  app.set_version_flag("--version", ZORBE_VERSION);
+  addQuestions(app, arguments);
+  addActions(app, arguments);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? yes : failure;
+  }
+  return run(arguments);
+}
+
+}  // namespace
+
+}  // namespace Zorbe::Tool
+
+int main(int argc, char** argv) {
+  try {
+    return Zorbe::Tool::parseAndRun(argc, argv);
+  } catch (const std::exception& exception) {
+    std::cerr << "zorbe: " << Zorbe::Tool::printable(exception.what()) << '\n';
+    return Zorbe::Tool::failure;
+  }
+}

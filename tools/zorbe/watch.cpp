@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+#include <brask/linux/event_loop.h>
+#include <zorbe/mounter.h>
+#include <zorbe/root_path.h>
+#include <zorbe/unlock.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+
+#include "commands.h"
+#include "json.h"
+#include "text.h"
+
+namespace Zorbe::Tool {
+
+namespace {
+
+// UTC with milliseconds, as in RFC 3339.
+std::string timestamp() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now);
+  const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds);
+  const std::time_t time = seconds.count();
+  std::tm parts{};
+  (void)gmtime_r(&time, &parts);
+  char text[48];
+  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+  (void)std::snprintf(text + length, sizeof text - length, ".%03dZ",
+                      static_cast<int>(rest.count()));
+  return text;
+}
+
+class EventLog {
+ public:
+  explicit EventLog(bool json) : json_(json) {}
+
+  // Each line goes out at once: somebody looks on, or a program reads from a pipe.
+  void write(const char* event, const std::string& detail) {
+    if (json_) {
+      print({{"time", timestamp()}, {"event", event}, {"detail", utf8(detail)}});
+    } else {
+      std::cout << timestamp() << "  " << event;
+      if (!detail.empty()) std::cout << "  " << printable(detail);
+      std::cout << std::endl;
+    }
+    if (!std::cout) throw std::runtime_error("cannot write to standard output");
+  }
+
+ private:
+  bool json_;
+};
+
+// Tells errors and the directory's end from names of files, which rootChanged() alone cannot.
+class WatchedRoot : private MounterBase, public MounterSm {
+ public:
+  WatchedRoot(Handler& messages, const std::string& table, EventLog& log)
+      : MounterSm(messages, table, this), log_(log) {}
+
+  void inotifyError(const std::string& what) override { log_.write("watch-trouble", what); }
+  void inotifyChanged(const std::string& what) override { log_.write("changed", what); }
+  void inotifyDeleted() override {
+    log_.write("directory-lost", rootPath.path);
+    MounterSm::inotifyDeleted();
+  }
+
+ private:
+  void rootChanged(const std::string& /*what*/) override {
+    log_.write("directory-back", rootPath.path);
+  }
+
+  EventLog& log_;
+};
+
+volatile std::sig_atomic_t stopping = 0;
+
+class WatchedWriter : public WriterUnlockSm {
+ public:
+  WatchedWriter(Handler& messages, const RootPath& root, EventLog& log)
+      : WriterUnlockSm(messages, "zorbe watch", root), log_(log) {}
+
+  /// Connects, now or ten times a second until there is a writer.
+  void attend() {
+    doConnect();
+    if (fdControl->fd() < 0 || stopping != 0) return;
+    present_ = true;
+    log_.write("writer-arrived", who());
+  }
+
+  void writerUnlocked() override {
+    if (present_.value_or(true)) log_.write(present_ ? "writer-gone" : "no-writer", "");
+    present_ = false;
+    attend();
+  }
+
+ private:
+  std::string who() {
+    const Table table = lookAt(*handler, rootPath.name);
+    if (!table.writer || table.writer->pids.empty()) return "";
+    return "pid " + std::to_string(table.writer->pids.front()) + " " + table.writer->executable;
+  }
+
+  EventLog& log_;
+  std::optional<bool> present_;  // unknown at first
+};
+
+Brask::Linux::EventLoop* running = nullptr;
+
+void stop(int /*signal*/) {
+  stopping = 1;
+  running->stop();
+}
+
+// Stops the loop, which outlives this, on SIGINT and SIGTERM. A second one of a kind ends the
+// process the usual way: connect(2) may be waiting for a writer that is stopped. Without
+// SA_RESTART the first one ends that wait already.
+class StopOnSignals {
+ public:
+  explicit StopOnSignals(Brask::Linux::EventLoop& loop) {
+    running = &loop;
+    struct sigaction action {};
+    action.sa_handler = stop;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int signal : signals) {
+      if (sigaction(signal, &action, nullptr) != 0) {
+        throw std::system_error(errno, std::generic_category(), "sigaction");
+      }
+    }
+  }
+  StopOnSignals(const StopOnSignals&) = delete;
+  StopOnSignals& operator=(const StopOnSignals&) = delete;
+  ~StopOnSignals() {
+    for (const int signal : signals) (void)std::signal(signal, SIG_DFL);
+  }
+
+ private:
+  static constexpr int signals[] = {SIGINT, SIGTERM};
+};
+
+}  // namespace
+
+int watch(Context& context, const WatchOptions& options) {
+  const Table table = lookAt(context.handler, options.table);
+  if (!table.directory.present && !table.exists()) {  // watching would make the directory
+    std::cerr << "zorbe: no table " << word(table.name) << " at " << printable(table.path) << '\n';
+    return no;
+  }
+  Brask::Linux::EventLoop loop;
+  const StopOnSignals guard(loop);
+  EventLog log(context.json);
+  WatchedRoot root(context.handler, options.table, log);
+  log.write("watching", table.path);
+  WatchedWriter writer(context.handler, RootPath(context.handler, options.table, false), log);
+  if (options.connect) writer.attend();
+  loop.run();
+  return yes;
+}
+
+}  // namespace Zorbe::Tool

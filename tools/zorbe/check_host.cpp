@@ -32,6 +32,7 @@ std::string nearestExisting(std::string path) {
 
 void checkMissingBase(const Table& base, Findings& findings) {
   const std::string path = word(base.path);
+  const std::string command = shellWord(base.path);
   const std::string above = nearestExisting(base.path);
   if (mayMakeEntries(above)) {
     findings.push_back({Severity::note, "base",
@@ -40,7 +41,7 @@ void checkMissingBase(const Table& base, Findings& findings) {
   }
   findings.push_back({Severity::problem, "base",
                       path + " does not exist, and you may not make it in " + word(above),
-                      "as root: mkdir -p " + path + " && chmod 0777 " + path});
+                      "as root: mkdir -p " + command + " && chmod 0777 " + command});
 }
 
 // Makes the check as the library would: by using one. 0 or an errno.
@@ -76,12 +77,12 @@ void checkBase(const Table& base, Findings& findings) {
                         "make it a directory that every user may enter, read and write"});
   } else if (!mayMakeEntries(base.path)) {
     findings.push_back({Severity::problem, "base", "you may not make tables in " + path,
-                        "as its owner: chmod 0777 " + path});
+                        "as its owner: chmod 0777 " + shellWord(base.path)});
   } else if (directory.mode != openToAll) {
     findings.push_back(
         {Severity::note, "base",
          path + " has mode " + octal(directory.mode) + ": not every user can make tables there",
-         "if they shall: chmod 0777 " + path});
+         "if they shall: chmod 0777 " + shellWord(base.path)});
   } else {
     findings.push_back({Severity::ok, "base", path + " is open to every user", ""});
   }

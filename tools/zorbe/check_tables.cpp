@@ -19,7 +19,7 @@ void checkName(const Table& table, Findings& findings) {
   findings.push_back({Severity::problem, "name",
                       word(table.name) + ": the last component is longer than 91 bytes, too long "
                                          "for a socket name: it can have no writer",
-                      "choose a shorter name, then rm -r " + word(table.path)});
+                      "choose a shorter name, then rm -r " + shellWord(table.path)});
 }
 
 void checkDirectory(const Table& table, Findings& findings) {
@@ -32,12 +32,12 @@ void checkDirectory(const Table& table, Findings& findings) {
   } else if (directory.error != 0) {
     findings.push_back({Severity::problem, "directory",
                         path + " cannot be read: " + reason(directory.error),
-                        "as its owner: chmod 0777 " + path});
+                        "as its owner: chmod 0777 " + shellWord(table.path)});
   } else if (directory.present && directory.mode != directoryMode) {
     findings.push_back({Severity::problem, "mode",
                         path + " has mode " + octal(directory.mode) +
                             ": other users' writers and readers may be kept out",
-                        "as its owner: chmod 0777 " + path});
+                        "as its owner: chmod 0777 " + shellWord(table.path)});
   }
 }
 
@@ -53,7 +53,7 @@ void checkFile(const Table& table, const Entry& entry, Findings& findings) {
     findings.push_back(
         {Severity::problem, "mode",
          path + " has mode " + octal(entry.mode()) + ": other users' processes may be kept out",
-         "as its owner: chmod 0666 " + path});
+         "as its owner: chmod 0666 " + shellWord(table.path + "/" + entry.name)});
   }
 }
 
@@ -71,13 +71,14 @@ void checkCorruption(const Table& table, Findings& findings) {
   const Entry* const fenix = table.directory.find("fenix");
   if (fenix != nullptr && isOlder(*marker, *fenix)) {
     findings.push_back({Severity::problem, "corruption",
-                        path + " is stale: the table was made anew after it", "rm " + path});
+                        path + " is stale: the table was made anew after it",
+                        "rm " + shellWord(table.path + "/" + marker->name)});
     return;
   }
-  findings.push_back(
-      {Severity::problem, "corruption",
-       word(table.name) + " is marked as corrupt: " + printable(table.corruption),
-       "stop its writer, zorbe remove -- " + word(table.name) + ", and start the writer again"});
+  findings.push_back({Severity::problem, "corruption",
+                      word(table.name) + " is marked as corrupt: " + printable(table.corruption),
+                      "stop its writer, zorbe remove -- " + shellWord(table.name) +
+                          ", and start the writer again"});
 }
 
 void checkTable(const Table& table, Findings& findings) {

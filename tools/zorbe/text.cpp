@@ -73,6 +73,15 @@ std::string word(const std::string& name) {
   return text + '"';
 }
 
+std::string shellWord(const std::string& name) {
+  constexpr const char* harmless =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:@%=";
+  if (!name.empty() && name.find_first_not_of(harmless) == std::string::npos) return name;
+  std::string text = "$'";
+  for (const char c : name) text += c == '\'' ? "\\'" : escape(c);
+  return text + '\'';
+}
+
 std::string utf8(const std::string& bytes) {
   std::string text;
   for (std::size_t i = 0; i < bytes.size();) {

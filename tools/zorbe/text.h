@@ -16,6 +16,10 @@ std::string printable(const std::string& bytes);
 /// quote in it, so that it is always one word.
 std::string word(const std::string& name);
 
+/// A name as one word of a shell's command line, whatever is in it, as $'...' where that takes
+/// quotes. Safe to paste.
+std::string shellWord(const std::string& name);
+
 /// `bytes` as UTF-8: those that are none become \xNN.
 std::string utf8(const std::string& bytes);
 

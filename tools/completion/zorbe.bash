@@ -1,0 +1,48 @@
+# SPDX-License-Identifier: MIT
+# Bash completion of zorbe(1).
+
+# The names of all tables, a line each. Names with line breaks are left out.
+_zorbe_tables() {
+  zorbe metrics "$@" 2>/dev/null |
+    sed -n 's/^zorbe_writer_up{table="\(.*\)"} [01]$/\1/; T; /\\n/d; s/\\\(["\\]\)/\1/g; p'
+}
+
+_zorbe() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local command=${COMP_WORDS[1]} root=() options i name
+  COMPREPLY=()
+  if [ "$COMP_CWORD" = 1 ]; then
+    mapfile -t COMPREPLY < <(compgen -W \
+      'list show owner watch probe remove doctor metrics --help --version' -- "$current")
+    return
+  fi
+  case $previous in
+    --root)
+      compopt -o filenames
+      mapfile -t COMPREPLY < <(compgen -d -- "$current")
+      return
+      ;;
+    --timeout) return ;;
+    --debug)
+      mapfile -t COMPREPLY < <(compgen -W '0 1 2 3 5 9' -- "$current")
+      return
+      ;;
+  esac
+  options='--root --debug --help'
+  [ "$command" = metrics ] || options+=' --json'
+  [ "$command" = watch ] && options+=' --files-only'
+  [ "$command" = probe ] && options+=' --timeout'
+  if [[ $current == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
+    return
+  fi
+  case $command in show | owner | watch | probe | remove) ;; *) return ;; esac
+  for ((i = 2; i < COMP_CWORD; ++i)); do
+    [ "${COMP_WORDS[i]}" = --root ] && root=(--root "${COMP_WORDS[i + 1]}")
+  done
+  while IFS= read -r name; do
+    [[ $name == "$current"* ]] && COMPREPLY+=("$(printf %q "$name")")
+  done < <(_zorbe_tables "${root[@]}")
+}
+
+complete -F _zorbe zorbe

@@ -19,7 +19,18 @@ using testing::Not;
 using Zorbe::Test::Outcome;
 using Zorbe::Test::Words;
 
-class ZorbeQuestions : public Zorbe::Test::Command {};
+class ZorbeQuestions : public Zorbe::Test::Command {
+ protected:
+  /// What the shell offers for the last word of a command line, a line each.
+  static std::string complete(const std::string& commandLine) {
+    const std::string folder = fs::path(ZORBE_COMMAND).parent_path();
+    return runProgram({"/bin/bash", "-c",
+                       "PATH=$1:$PATH; . \"$2\"; COMP_WORDS=($3); COMP_CWORD=$((${#COMP_WORDS[@]} "
+                       "- 1)); _zorbe; printf '%s\\n' \"${COMPREPLY[@]}\" | sed '/^$/d'",
+                       "bash", folder, ZORBE_COMPLETION, commandLine})
+        .out;
+  }
+};
 
 TEST_F(ZorbeQuestions, showTellsEveryFileWithModeAndSize) {
   const std::string path = makeTable("t");
@@ -135,6 +146,15 @@ TEST_F(ZorbeQuestions, wrongUseIsTwo) {
     EXPECT_EQ(run.out, "");
     EXPECT_NE(run.err, "");
   }
+}
+
+TEST_F(ZorbeQuestions, theShellCompletesSubcommandsOptionsAndTables) {
+  makeTable("quotes");
+  makeTable("quo vadis");
+  EXPECT_EQ(complete("zorbe pro"), "probe\n");
+  EXPECT_EQ(complete("zorbe probe --ti"), "--timeout\n");
+  EXPECT_EQ(complete("zorbe show quo"), "quo\\ vadis\nquotes\n");
+  EXPECT_EQ(complete("zorbe show --root " + inRoot("none") + " quo"), "");
 }
 
 TEST_F(ZorbeQuestions, tablesMayBeCalledLikeSubcommandsAndOptions) {

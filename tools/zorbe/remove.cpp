@@ -44,7 +44,7 @@ std::string foreignWords(const RootPath& root, const Entry& entry) {
 }
 
 Listing requireOnlyOurs(Handler& handler, const RootPath& root) {
-  const Listing listing = readListing(handler, root.path);
+  Listing listing = readListing(handler, root.path);
   if (listing.error != 0) {
     throw std::system_error(listing.error, std::generic_category(), root.path);
   }

@@ -18,7 +18,7 @@ using Brask::Platform::DebugHandler;
 using SocketsByName = std::map<std::string, TableSockets>;
 
 // A fifo would block whoever opens it, and these files are a line each.
-constexpr uint64_t longestNote = 64 * 1024;
+constexpr uint64_t longestNote = 65536;
 
 bool isReadable(const Entry* entry) {
   return entry != nullptr && entry->isFile() && entry->size() <= longestNote;

@@ -53,3 +53,15 @@ endforeach()
 
 install(FILES docs/man/libzorbe.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 install(FILES docs/man/zorbe.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT development)
+
+if(TARGET zorbe)
+  install(TARGETS zorbe RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES docs/man/zorbe.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES tools/completion/zorbe.bash RENAME zorbe COMPONENT tools
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  # A tree of its own may be moved; below /usr the system knows where libraries are.
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set_target_properties(zorbe PROPERTIES
+      INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  endif()
+endif()

@@ -2,6 +2,8 @@
 #include <cxxabi.h>
 #include <zorbe/util.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -13,6 +15,53 @@ namespace {
 // `char` is unsigned on some hosts and with some flags; the hashes are not.
 uint32_t signedByte(char c) {
   return static_cast<uint32_t>(static_cast<signed char>(c));
+}
+
+uint16_t sum16(uint16_t left, uint16_t right) {
+  return static_cast<uint16_t>(left + right);
+}
+
+// Three sums of words modulo 2^16, from which the checksum follows.
+struct Sums {
+  uint16_t all = 0;
+  uint16_t negative = 0;  // of the words that are negative when taken as signed
+  uint16_t signs = 0;     // parity of each bit; the top one is the sign
+
+  void add(uint16_t word) {
+    all = sum16(all, word);
+    negative = sum16(negative, negativeOrZero(word));
+    signs = static_cast<uint16_t>(signs ^ word);
+  }
+
+  uint16_t checksum() const { return static_cast<uint16_t>(2 * negative - all + (signs & 0x8000)); }
+
+  static uint16_t negativeOrZero(uint16_t word) {
+    return static_cast<uint16_t>(std::min(static_cast<int16_t>(word), int16_t{0}));
+  }
+};
+
+// The same in parts that do not wait for each other, for as many words as fill all lanes.
+// Returns where those end.
+const uint16_t* addLanes(Sums& sums, const uint16_t* begin, const uint16_t* end) {
+  constexpr std::ptrdiff_t lanes = 32;
+  if (end - begin < lanes) return begin;
+  uint16_t all[lanes] = {};
+  uint16_t negative[lanes] = {};
+  uint16_t signs[lanes] = {};
+  for (; end - begin >= lanes; begin += lanes) {
+    for (std::ptrdiff_t lane = 0; lane < lanes; ++lane) {
+      const uint16_t word = begin[lane];
+      all[lane] = sum16(all[lane], word);
+      negative[lane] = sum16(negative[lane], Sums::negativeOrZero(word));
+      signs[lane] = static_cast<uint16_t>(signs[lane] ^ word);
+    }
+  }
+  for (std::ptrdiff_t lane = 0; lane < lanes; ++lane) {
+    sums.all = sum16(sums.all, all[lane]);
+    sums.negative = sum16(sums.negative, negative[lane]);
+    sums.signs = static_cast<uint16_t>(sums.signs ^ signs[lane]);
+  }
+  return begin;
 }
 
 }  // namespace
@@ -37,18 +86,13 @@ uint32_t hash(const char* p, unsigned len) {
 }
 
 // A word with its top bit set counts as w - 0x8000, any other as -w. With the words taken
-// as signed numbers both are -|w|, plus 0x8000 for each negative one. So the magnitudes are
-// summed up, and of the signs only their parity matters: no branch, and a loop that
-// compilers turn into vector instructions.
+// as signed numbers that is w when negative and -w otherwise, plus 0x8000 for each negative
+// one: twice the negative words, less all words, plus 0x8000 when the number of negative
+// words is odd. No branch, and lanes that compilers turn into vector instructions.
 uint16_t ipChecksumRange(const uint16_t* begin, const uint16_t* end) {
-  uint16_t magnitudes = 0;
-  uint16_t signs = 0;
-  for (; begin != end; ++begin) {
-    const auto word = static_cast<int16_t>(*begin);
-    magnitudes = static_cast<uint16_t>(magnitudes + std::abs(word));
-    signs = static_cast<uint16_t>(signs ^ *begin);
-  }
-  return static_cast<uint16_t>((signs & 0x8000) - magnitudes);
+  Sums sums;
+  for (begin = addLanes(sums, begin, end); begin != end; ++begin) sums.add(*begin);
+  return sums.checksum();
 }
 
 std::string decodeMagic(uint64_t magic) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "foundation/log.h"
+#include "kick/sleeper_nodes.h"
 
 namespace Zorbe {
 
@@ -87,7 +88,7 @@ void ReaderKickClientSm::handleReaderData() {
 
   if (report == published) {
     LOG_READER_DATA(step, " adding sleeping reader");
-    owner->sleepingReaders[fd] = this;
+    SleeperNodes::insert(owner->sleepingReaders, fd, this);
     if (acknowledged) return;
   } else {
     LOG_READER_DATA(step, " kicking");

@@ -12,6 +12,7 @@
 
 #include "foundation/log.h"
 #include "foundation/unique_fd.h"
+#include "kick/sleeper_nodes.h"
 
 namespace Zorbe {
 
@@ -107,7 +108,7 @@ void WriterKickSm::doKickSleepers() {
   ZORBE_LOG(*handler, step,
             "WriterKickSm::doKickSleepers() sleepingReaders: " << sleepingReaders.size());
   for (const auto& [fd, client] : sleepingReaders) client->kick();
-  sleepingReaders.clear();
+  SleeperNodes::clear(sleepingReaders);
 }
 
 uint64_t WriterKickSm::lowestSequence() const {

@@ -31,12 +31,18 @@ inline std::ostringstream freshStream() {
   return message;
 }
 
+// Out of line, so that the callers' own code stays together: most messages are not wanted.
 template <typename Words>
-void write(Brask::Platform::DebugHandler& handler, int level, Words words) {
-  if (!handler.isEnabled(level)) return;
+[[gnu::noinline, gnu::cold]] void compose(Brask::Platform::DebugHandler& handler, int level,
+                                          Words words) {
   std::ostringstream message = freshStream();
   words(message);
   handler.emit(message, level);
+}
+
+template <typename Words>
+void write(Brask::Platform::DebugHandler& handler, int level, Words words) {
+  if (handler.isEnabled(level)) compose(handler, level, words);
 }
 
 template <typename Words>

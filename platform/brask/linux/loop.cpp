@@ -104,7 +104,7 @@ bool Loop::deliver(bool late) {
   inotify_.beginTurn();
   bool ran = late && inotify_.deliver();
   for (uint64_t data = 0; poller_.take(data);) ran |= dispatch(data, late);
-  ran |= inotify_.deliverFailures();
+  if (inotify_.hasFailures()) ran |= inotify_.deliverFailures();
   ran |= runTimers();
   interrupted_ = false;
   shedStrays();

@@ -3,7 +3,6 @@
 
 #include <time.h>
 
-#include <cmath>
 #include <limits>
 
 namespace Brask::Linux {
@@ -17,9 +16,10 @@ int64_t monotonicNow() {
 int64_t toNanoseconds(double seconds) {
   constexpr int64_t longest = std::numeric_limits<int64_t>::max() / 2;  // 146 years
   if (!(seconds > 0.0)) return 0;
-  const double nanoseconds = std::ceil(seconds * static_cast<double>(NANOSECONDS));
+  const double nanoseconds = seconds * static_cast<double>(NANOSECONDS);
   if (nanoseconds >= static_cast<double>(longest)) return longest;
-  return static_cast<int64_t>(nanoseconds);
+  const auto whole = static_cast<int64_t>(nanoseconds);
+  return static_cast<double>(whole) < nanoseconds ? whole + 1 : whole;
 }
 
 }  // namespace Brask::Linux

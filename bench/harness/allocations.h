@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+namespace Bench {
+
+/// How often this process has asked for heap memory so far, by new or by malloc. Counts only
+/// in programs that are linked with allocations.cpp.
+long allocations();
+
+/// False where the allocator cannot be watched, under sanitizers.
+bool countsAllocations();
+
+}  // namespace Bench

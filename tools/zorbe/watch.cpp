@@ -94,9 +94,20 @@ class WatchedWriter : public WriterUnlockSm {
     log_.write("writer-arrived", who());
   }
 
+  // A process that ends closes its connections before its lock: whoever connects at once may
+  // still find the writer that has just gone.
   void writerUnlocked() override {
     if (present_.value_or(true)) log_.write(present_ ? "writer-gone" : "no-writer", "");
+    const bool departed = present_.value_or(false);
     present_ = false;
+    if (!departed) return attend();
+    pausing_ = true;
+    timerControl->start(pauseSeconds);
+  }
+
+  void timeout() override {
+    if (!pausing_) return WriterUnlockSm::timeout();
+    pausing_ = false;
     attend();
   }
 
@@ -108,7 +119,9 @@ class WatchedWriter : public WriterUnlockSm {
   }
 
   EventLog& log_;
+  static constexpr double pauseSeconds = 0.1;
   std::optional<bool> present_;  // unknown at first
+  bool pausing_ = false;         // between a departure and the next attempt
 };
 
 Brask::Linux::EventLoop* running = nullptr;

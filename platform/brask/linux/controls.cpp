@@ -23,7 +23,10 @@ class LoopFdControl final : public Platform::FdControl, private LoopMember {
 
   void watch(int fd) override { loop().descriptors().watch(watcher_, fd); }
   void unwatch() override { loop().descriptors().unwatch(watcher_); }
-  int fd() override { return loop().descriptors().fd(watcher_); }
+  [[gnu::hot]] int fd() override {
+    static_cast<void>(loop());  // throws when it has gone
+    return watcher_.fd;
+  }
 
  private:
   FdWatcher watcher_;
@@ -40,7 +43,7 @@ class LoopTimerControl final : public Platform::TimerControl, private LoopMember
   }
 
   void start(double seconds) override { loop().startTimer(node_, seconds); }
-  void cancel() override { loop().cancelTimer(node_); }
+  [[gnu::hot]] void cancel() override { loop().cancelTimer(node_); }
 
  private:
   TimerNode node_;

@@ -80,6 +80,7 @@ void FdRegistry::watch(FdWatcher& watcher, int fd) {
   end(byFd_[number]);  // whoever watched this number before
   byFd_[number] = handle;
   watcher.registration = handle;
+  watcher.fd = fd;
 }
 
 void FdRegistry::unwatch(FdWatcher& watcher) {
@@ -90,21 +91,17 @@ void FdRegistry::unwatch(FdWatcher& watcher) {
   resumePaused();  // the client has most likely closed it, or is about to
 }
 
-int FdRegistry::fd(const FdWatcher& watcher) {
-  const Registration* registration = registrations_.find(watcher.registration);
-  return registration != nullptr ? registration->fd : -1;
-}
-
 void FdRegistry::end(Handle handle) {
   const Registration* registration = registrations_.find(handle);
   if (registration == nullptr) return;
   if (registration->paused) --paused_;
   registration->watcher->registration = Handle();
+  registration->watcher->fd = -1;
   registrations_.erase(handle);
   ++ended_;
 }
 
-bool FdRegistry::dispatch(uint64_t data, uint64_t turn, bool late) {
+[[gnu::hot]] bool FdRegistry::dispatch(uint64_t data, uint64_t turn, bool late) {
   Registration* registration = registrations_.find(handleOf(data));
   if (registration == nullptr) {
     ++strays_;

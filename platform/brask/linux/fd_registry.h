@@ -19,6 +19,7 @@ struct FdWatcher {
 
   Platform::FdEventHandler* handler;
   Handle registration;  // invalid while nothing is watched
+  int fd = -1;          // asked for far more often than it changes
 };
 
 /// Which descriptors are watched for whom. The kernel is given the handle of a
@@ -32,7 +33,6 @@ class FdRegistry {
   /// with nothing watched, when the kernel refuses.
   void watch(FdWatcher& watcher, int fd);
   void unwatch(FdWatcher& watcher);
-  int fd(const FdWatcher& watcher);
 
   /// Calls the handler of the registration that `data` stands for; false when
   /// there was none to call. `turn` counts the loop's turns; `late` says that the

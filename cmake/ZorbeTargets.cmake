@@ -18,6 +18,17 @@ function(zorbe_warnings target)
   endif()
 endfunction()
 
+# Every page that a round of the kick channel touches is one that a reader, woken among many,
+# has to find again: calls go straight through the table of addresses, which is filled when the
+# library is loaded and shares its page with the tables of virtual functions.
+function(zorbe_few_pages target)
+  target_compile_options(${target} PRIVATE -fno-plt)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "SHARED_LIBRARY")
+    target_link_options(${target} PRIVATE "LINKER:-z,now")
+  endif()
+endfunction()
+
 # Exports from the shared library `target` only what the version script `map` names.
 function(zorbe_version_script target map)
   target_link_options(${target} PRIVATE "LINKER:--version-script=${map}")

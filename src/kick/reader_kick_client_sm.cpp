@@ -60,12 +60,12 @@ ReaderKickClientSm::~ReaderKickClientSm() {
   fdControl.reset();
 }
 
-void ReaderKickClientSm::fdEvent(int /*fd*/) {
+[[gnu::hot]] void ReaderKickClientSm::fdEvent(int /*fd*/) {
   handleReaderData();
 }
 
 // Closing the connection destroys this object: nothing of it is touched afterwards.
-void ReaderKickClientSm::handleReaderData() {
+[[gnu::hot]] void ReaderKickClientSm::handleReaderData() {
   const int fd = fdControl->fd();
   LOG_READER_DATA(step, "");
   uint64_t report = 0;
@@ -99,7 +99,7 @@ void ReaderKickClientSm::handleReaderData() {
   acknowledged = true;
 }
 
-void ReaderKickClientSm::kick() {
+[[gnu::hot]] void ReaderKickClientSm::kick() {
   const int fd = fdControl->fd();
   ZORBE_LOG(*handler, step, "ReaderKickClientSm::kick() socket:" << fd);
   if (::send(fd, "#", 1, 0) >= 1) {

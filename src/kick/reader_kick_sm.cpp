@@ -55,7 +55,7 @@ void ReaderKickSm::timeout() {
   doConquer();
 }
 
-void ReaderKickSm::fdEvent(int /*fd*/) {
+[[gnu::hot]] void ReaderKickSm::fdEvent(int /*fd*/) {
   ZORBE_LOG(*handler, step, "ReaderKickSm::fdEvent() " << fdControl->fd());
   handleKickFromWriter();
 }
@@ -96,7 +96,7 @@ void ReaderKickSm::doCloseWriterConnection(bool detaching) {
   if (!detaching) writerConnectionChanged();
 }
 
-void ReaderKickSm::handleKickFromWriter() {
+[[gnu::hot]] void ReaderKickSm::handleKickFromWriter() {
   ZORBE_LOG(*handler, item,
             "ReaderKickSm::handleKickFromWriter() initialized:"
                 << initialized << " enabled:" << enabled << " ack:" << acknowledged);
@@ -122,7 +122,7 @@ void ReaderKickSm::handleKickFromWriter() {
   }
 }
 
-void ReaderKickSm::doConquer() {
+[[gnu::hot]] void ReaderKickSm::doConquer() {
   ZORBE_LOG(*handler, item,
             "ReaderKickSm::doConquer() initialized:" << initialized << " enabled:" << enabled
                                                      << " ack:" << acknowledged);
@@ -144,7 +144,7 @@ void ReaderKickSm::doConquer() {
   }
 }
 
-void ReaderKickSm::sendSequence(const uint64_t& sequence) {
+[[gnu::hot]] void ReaderKickSm::sendSequence(const uint64_t& sequence) {
   ZORBE_LOG(*handler, step, "ReaderKickSm::sendSequence() at sequence " << sequence);
   if (!initialized || !connected) return;
   if (sequence < sentSequence) {

@@ -39,7 +39,7 @@ Nodes* makeRoom(Kept& kept) noexcept {
 
 }  // namespace
 
-void insert(Sleepers& sleepers, int fd, ReaderKickClientSm* client) {
+[[gnu::hot]] void insert(Sleepers& sleepers, int fd, ReaderKickClientSm* client) {
   Nodes* const nodes = thisThread.nodes;
   if (nodes == nullptr || nodes->empty()) {
     sleepers[fd] = client;
@@ -55,7 +55,7 @@ void insert(Sleepers& sleepers, int fd, ReaderKickClientSm* client) {
   nodes->push_back(std::move(inserted.node));
 }
 
-void clear(Sleepers& sleepers) noexcept {
+[[gnu::hot]] void clear(Sleepers& sleepers) noexcept {
   Kept& kept = thisThread;
   Nodes* const nodes = kept.nodes != nullptr ? kept.nodes : makeRoom(kept);
   if (nodes != nullptr) {

@@ -102,7 +102,7 @@ void WriterKickSm::handleReaderConnectionTimeout() {
   readersChanged();
 }
 
-void WriterKickSm::doKickSleepers() {
+[[gnu::hot]] void WriterKickSm::doKickSleepers() {
   ZORBE_LOG(*handler, item, "WriterKickSm::doKickSleepers() " << rootPath);
   if (sleepingReaders.empty()) return;
   ZORBE_LOG(*handler, step,

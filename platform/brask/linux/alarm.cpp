@@ -13,7 +13,7 @@ Alarm::Alarm()
     : fd_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC), errno,
           "EventLoop timerfd_create()") {}
 
-void Alarm::ringBy(int64_t expiry) {
+[[gnu::hot]] void Alarm::ringBy(int64_t expiry) {
   if (expiry == 0 && !rang_) return;
   if (expiry != 0 && expiry_ != 0 && expiry_ <= expiry && !rang_) return;
   set(expiry);

@@ -46,7 +46,7 @@ void EventLoop::stop() noexcept {
   loop_->stop();
 }
 
-bool EventLoop::turn(double maxWaitSeconds) {
+[[gnu::hot]] bool EventLoop::turn(double maxWaitSeconds) {
   return loop_->turn(maxWaitSeconds);
 }
 

@@ -59,13 +59,13 @@ void Loop::pollOwn() {
   require(poller_.add(alarm_.fd(), ALARM));
 }
 
-void Loop::run() {
+[[gnu::hot]] void Loop::run() {
   const Turning turning(*this);
   while (!stop_.raised()) pass(-1);
   stop_.lower();
 }
 
-bool Loop::turn(double maxWaitSeconds) {
+[[gnu::hot]] bool Loop::turn(double maxWaitSeconds) {
   const Turning turning(*this);
   const Deadline deadline(maxWaitSeconds);
   for (;;) {
@@ -80,13 +80,13 @@ int Loop::fd() noexcept {
   return poller_.fd();
 }
 
-bool Loop::pass(int milliseconds) {
+[[gnu::hot]] bool Loop::pass(int milliseconds) {
   if (interrupted_ && deliver(true)) return true;
   collect(milliseconds);
   return deliver(false);
 }
 
-void Loop::collect(int milliseconds) {
+[[gnu::hot]] void Loop::collect(int milliseconds) {
   retryLater();
   const bool work = hasWork();
   // With work the loop does not wait; but an alarm left ringing is an event a turn.
@@ -98,7 +98,7 @@ void Loop::collect(int milliseconds) {
   if (poller_.reported(ALARM)) alarm_.rang();
 }
 
-bool Loop::deliver(bool late) {
+[[gnu::hot]] bool Loop::deliver(bool late) {
   interrupted_ = true;
   timers_.beginTurn(alarm_.hasRung());
   inotify_.beginTurn();
@@ -111,7 +111,7 @@ bool Loop::deliver(bool late) {
   return ran;
 }
 
-bool Loop::dispatch(uint64_t data, bool late) {
+[[gnu::hot]] bool Loop::dispatch(uint64_t data, bool late) {
   if (data > INOTIFY) return descriptors_.dispatch(data, turns_, late);
   if (data == STOP) stop_.quiet();
   if (data != INOTIFY) return false;
@@ -119,7 +119,7 @@ bool Loop::dispatch(uint64_t data, bool late) {
   return inotify_.deliver();
 }
 
-bool Loop::runTimers() {
+[[gnu::hot]] bool Loop::runTimers() {
   bool ran = false;
   while (TimerNode* node = timers_.takeDue()) {
     if (node == &retry_) {
@@ -171,7 +171,7 @@ void Loop::startTimer(TimerNode& node, double seconds) {
   if (!turning_) showWork();
 }
 
-void Loop::cancelTimer(TimerNode& node) {
+[[gnu::hot]] void Loop::cancelTimer(TimerNode& node) {
   timers_.cancel(node);
   if (!turning_) showWork();
 }

@@ -51,7 +51,7 @@ void Poller::remove(int fd) {
   static_cast<void>(::epoll_ctl(fd_.get(), EPOLL_CTL_DEL, fd, nullptr));
 }
 
-void Poller::wait(int milliseconds) {
+[[gnu::hot]] void Poller::wait(int milliseconds) {
   next_ = count_ = 0;
   const int ready =
       ::epoll_wait(fd_.get(), batch_.data(), static_cast<int>(batch_.size()), milliseconds);

@@ -3,9 +3,9 @@
 
 #include <sys/epoll.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "brask/linux/owned_fd.h"
 
@@ -59,7 +59,7 @@ class Poller {
   OwnedFd fd_;
   size_t next_ = 0;
   size_t count_ = 0;
-  std::array<epoll_event, 1024> batch_;
+  std::vector<epoll_event> batch_{1024};  // apart from what every turn looks at
 };
 
 }  // namespace Brask::Linux

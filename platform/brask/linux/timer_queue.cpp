@@ -56,13 +56,13 @@ void TimerQueue::startLater(TimerNode& node, int64_t delay) {
   siftUp(heap_.size() - 1, entry);
 }
 
-void TimerQueue::cancel(TimerNode& node) {
+[[gnu::hot]] void TimerQueue::cancel(TimerNode& node) {
   if (node.state == TimerNode::State::Immediate) unlink(node);
   if (node.state == TimerNode::State::Later) removeFromHeap(node.position);
   node.state = TimerNode::State::Idle;
 }
 
-void TimerQueue::beginTurn(bool alarmRang) {
+[[gnu::hot]] void TimerQueue::beginTurn(bool alarmRang) {
   turnStarts_ = starts_;
   // Without an alarm no delay has passed, save where immediate timers have kept
   // the loop from asking.
@@ -70,7 +70,7 @@ void TimerQueue::beginTurn(bool alarmRang) {
   turnNow_ = ask ? readClock() : knownNow_;
 }
 
-TimerNode* TimerQueue::takeDue() {
+[[gnu::hot]] TimerNode* TimerQueue::takeDue() {
   TimerNode* node = firstImmediate_;
   if (!heap_.empty()) {
     const Entry& top = heap_.front();

@@ -38,27 +38,35 @@ namespace {
   return static_cast<uint16_t>(__builtin_parity(topBits) << 15);
 }
 
-// Magnitudes and signs, four registers a turn so that no addition waits for the one before.
-[[gnu::target("avx2")]] uint16_t avx2Checksum(const uint16_t* begin, const uint16_t* end) {
-  __m256i magnitudes[4] = {};
-  __m256i signs[4] = {};
+struct Sums {
+  __m256i magnitudes;
+  __m256i signs;
+};
+
+[[gnu::target("avx2")]] void add(Sums& sums, __m256i words) {
+  sums.magnitudes = _mm256_add_epi16(sums.magnitudes, _mm256_abs_epi16(words));
+  sums.signs = _mm256_xor_si256(sums.signs, words);
+}
+
+// Four registers a turn, so that no addition waits for the one before.
+[[gnu::target("avx2")]] const uint16_t* addFours(Sums& sums, const uint16_t* begin,
+                                                 const uint16_t* end) {
+  Sums parts[4] = {};
   for (; end - begin >= 64; begin += 64) {
-    for (int each = 0; each < 4; ++each) {
-      const __m256i words = load(begin + 16 * each);
-      magnitudes[each] = _mm256_add_epi16(magnitudes[each], _mm256_abs_epi16(words));
-      signs[each] = _mm256_xor_si256(signs[each], words);
-    }
+    for (int each = 0; each < 4; ++each) add(parts[each], load(begin + 16 * each));
   }
-  for (; end - begin >= 16; begin += 16) {
-    const __m256i words = load(begin);
-    magnitudes[0] = _mm256_add_epi16(magnitudes[0], _mm256_abs_epi16(words));
-    signs[0] = _mm256_xor_si256(signs[0], words);
+  for (const Sums& part : parts) {
+    sums.magnitudes = _mm256_add_epi16(sums.magnitudes, part.magnitudes);
+    sums.signs = _mm256_xor_si256(sums.signs, part.signs);
   }
-  for (int each = 1; each < 4; ++each) {
-    magnitudes[0] = _mm256_add_epi16(magnitudes[0], magnitudes[each]);
-    signs[0] = _mm256_xor_si256(signs[0], signs[each]);
-  }
-  const int vectors = oddSigns(signs[0]) - addUp(magnitudes[0]);
+  return begin;
+}
+
+[[gnu::target("avx2")]] uint16_t avx2Checksum(const uint16_t* begin, const uint16_t* end) {
+  Sums sums{_mm256_setzero_si256(), _mm256_setzero_si256()};
+  if (end - begin >= 64) begin = addFours(sums, begin, end);
+  for (; end - begin >= 16; begin += 16) add(sums, load(begin));
+  const int vectors = oddSigns(sums.signs) - addUp(sums.magnitudes);
   return static_cast<uint16_t>(vectors + naiveChecksum(begin, end));
 }
 

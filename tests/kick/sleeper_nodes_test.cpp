@@ -79,7 +79,7 @@ TEST_F(SleeperNodesTest, MoreNodesThanTheLimitAreFreed) {
 }
 
 TEST_F(SleeperNodesTest, EachThreadKeepsItsOwn) {
-  Test::inParallel(4, [this] {
+  Zorbe::Test::inParallel(4, [this] {
     Sleepers own;
     for (int round = 0; round < 1000; ++round) {
       for (int fd = 0; fd < 10; ++fd) SleeperNodes::insert(own, fd, client(1));
@@ -99,7 +99,7 @@ TEST_F(SleeperNodesTest, AMapThatOutlivesItsThreadsNodesStillWorks) {
       EXPECT_EQ(sleepers.size(), 1u);
     }
   };
-  Test::inParallel(1, [] {
+  Zorbe::Test::inParallel(1, [] {
     static thread_local Late late;  // made before the nodes and so destroyed after them
     SleeperNodes::insert(late.sleepers, 1, nullptr);
     SleeperNodes::clear(late.sleepers);

@@ -2,6 +2,8 @@
 //
 // iceoryx: samples in shared memory, wait sets woken by semaphores, and its daemon for the
 // introductions.
+#include <grp.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -30,6 +32,14 @@ using iox::popo::WaitSet;
 iox::RuntimeName_t runtimeName() {
   const std::string name = "zorbe-bench-" + std::to_string(::getpid());
   return {iox::cxx::TruncateToCapacity, name.c_str()};
+}
+
+// What the daemon leaves behind: asked to end, it would remove them, but it would end its
+// clients first.
+void removeSegments() {
+  const group* const own = ::getgrgid(::getegid());
+  static_cast<void>(::shm_unlink("/iceoryx_mgmt"));
+  if (own != nullptr) static_cast<void>(::shm_unlink((std::string("/") + own->gr_name).c_str()));
 }
 
 void start() {
@@ -84,7 +94,9 @@ class Iceoryx : public MessageScheme {
  public:
   ~Iceoryx() override {
     end_.reset();
-    if (daemon_ > 0) endChild(daemon_);
+    if (daemon_ <= 0) return;
+    endChild(daemon_);
+    removeSegments();
   }
 
   std::string name() const override { return "iceoryx"; }

@@ -81,13 +81,28 @@ std::string pathOf(const Target& target) {
 }
 
 bool matches(const Rule& rule, Call call, const Target& target) {
-  return rule.call == call && (rule.fd < 0 || rule.fd == target.fd) &&
+  return (rule.choose || rule.call == call) && (rule.fd < 0 || rule.fd == target.fd) &&
          (rule.path.empty() || rule.path == pathOf(target));
 }
 
 bool isDue(Rule& rule) {
   ++rule.seen;
   return rule.seen >= rule.occurrence && rule.seen - rule.occurrence < rule.count;
+}
+
+// Makes a rule for any call one for this call. False when the call is to be spared.
+bool choose(Rule& rule, Call call, const Target& target) {
+  const auto failure = rule.choose({siteOf(call).name, pathOf(target)});
+  rule.choose = nullptr;
+  rule.call = call;
+  if (!failure) {
+    rule.count = 0;
+    return false;
+  }
+  rule.error = failure->error;
+  rule.hasResult = failure->result.has_value();
+  rule.result = failure->result.value_or(0);
+  return true;
 }
 
 // Every matching rule counts the call; the first that is due strikes, actions apart.
@@ -97,6 +112,7 @@ std::shared_ptr<Rule> strike(Call call, const Target& target,
   std::shared_ptr<Rule> struck;
   for (const auto& rule : rules()) {
     if (!matches(*rule, call, target) || !isDue(*rule)) continue;
+    if (rule->choose && !choose(*rule, call, target)) continue;
     if (rule->action) {
       actions.push_back(rule);
     } else if (!struck) {
@@ -114,7 +130,9 @@ Armed add(Rule rule) {
   auto added = std::make_shared<Rule>(std::move(rule));
   const std::lock_guard<std::mutex> lock(rulesMutex);
   rules().push_back(added);
-  siteOf(added->call).rules.fetch_add(1);
+  for (Site& site : sites) {
+    if (added->choose || &site == &siteOf(added->call)) site.rules.fetch_add(1);
+  }
   return Armed(added);
 }
 
@@ -152,6 +170,15 @@ Armed armResult(const std::string& call, unsigned occurrence, long result, unsig
   Rule rule = ruleFor(call, occurrence, count);
   rule.hasResult = true;
   rule.result = result;
+  return add(std::move(rule));
+}
+
+Armed armAny(unsigned occurrence, std::function<std::optional<Failure>(const Victim&)> choose,
+             unsigned count) {
+  Rule rule;
+  rule.occurrence = occurrence;
+  rule.count = count;
+  rule.choose = std::move(choose);
   return add(std::move(rule));
 }
 
@@ -198,7 +225,8 @@ std::vector<std::string> unfired() {
   std::vector<std::string> texts;
   for (const auto& rule : rules()) {
     if (rule->fired != 0) continue;
-    texts.push_back(siteOf(rule->call).name + (", occurrence " + std::to_string(rule->occurrence)));
+    const char* const name = rule->choose ? "any call" : siteOf(rule->call).name;
+    texts.push_back(name + std::string(", occurrence ") + std::to_string(rule->occurrence));
   }
   return texts;
 }
@@ -220,6 +248,10 @@ Bypass::Bypass() {
 }
 Bypass::~Bypass() {
   --bypassed;
+}
+
+bool isBypassed() {
+  return bypassed != 0;
 }
 
 std::shared_ptr<Rule> consult(Call call, Target target) {

@@ -22,6 +22,7 @@
 #include <climits>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,25 @@ Armed arm(const std::string& call, unsigned occurrence, int error, unsigned coun
 /// much, at most `result` bytes; 0 moves nothing. All others are not made (but closed).
 Armed armResult(const std::string& call, unsigned occurrence, long result, unsigned count = 1);
 
+/// What a call that fails looks like: an errno, or the result that armResult describes.
+struct Failure {
+  int error = 0;
+  std::optional<long> result = std::nullopt;
+};
+
+/// A call about to be made: its name, and the path that it is made on or that its
+/// descriptor stands for ("" where there is none).
+struct Victim {
+  std::string call;
+  std::string target;
+};
+
+/// The `occurrence`th call from now on, of whatever name, fails as `choose` says, or is
+/// made as it is when `choose` says nothing; and so do all later ones of the same name
+/// when `count` is `forever`.
+Armed armAny(unsigned occurrence, std::function<std::optional<Failure>(const Victim&)> choose,
+             unsigned count = 1);
+
 /// Runs `action` right before the call is made for real. Calls made by `action` itself
 /// are neither counted nor made to fail.
 Armed before(const std::string& call, unsigned occurrence, std::function<void()> action);
@@ -96,5 +116,8 @@ class Bypass {
   Bypass(const Bypass&) = delete;
   Bypass& operator=(const Bypass&) = delete;
 };
+
+/// Whether one lives in this thread; so it is while an armed call is being judged.
+bool isBypassed();
 
 }  // namespace Zorbe::Test::Fault

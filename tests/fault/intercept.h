@@ -38,6 +38,7 @@ struct Rule {
   bool hasResult = false;
   long result = 0;
   std::function<void()> action;
+  std::function<std::optional<Failure>(const Victim&)> choose;  // until then for any call
   std::function<void(struct stat&)> change;
   std::string instead;  // the path that the call is made on
   int fd = -1;

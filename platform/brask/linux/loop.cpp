@@ -4,6 +4,7 @@
 #include <brask/platform.h>
 
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "brask/linux/deadline.h"
@@ -154,15 +155,20 @@ void Loop::shedStrays() {
 }
 
 // Keeps the promise of fd() whenever the loop is left to its client. It costs
-// nothing until somebody has asked for fd().
+// nothing until somebody has asked for fd(). Here is nobody to tell of an alarm that
+// the kernel refuses to set: the client is made to turn, and the turn tries again.
 void Loop::showWork() noexcept {
   if (!shown_) return;
-  retryLater();
-  if (stop_.raised()) stop_.quiet();
-  if (hasWork() || inotify_.hasRest()) {
-    alarm_.ringNow();
-  } else {
-    alarm_.ringAt(timers_.earliestLater());
+  try {
+    retryLater();
+    if (stop_.raised()) stop_.quiet();
+    if (hasWork() || inotify_.hasRest()) {
+      alarm_.ringNow();
+    } else {
+      alarm_.ringAt(timers_.earliestLater());
+    }
+  } catch (const std::system_error&) {
+    stop_.call();
   }
 }
 

@@ -12,8 +12,12 @@ StopSignal::StopSignal()
     : fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), errno, "EventLoop eventfd()") {}
 
 void StopSignal::raise() noexcept {
-  const int saved = errno;
   raised_.store(true, std::memory_order_release);
+  call();
+}
+
+void StopSignal::call() noexcept {
+  const int saved = errno;
   const uint64_t one = 1;
   const ssize_t written = ::write(fd_.get(), &one, sizeof one);
   static_cast<void>(written);  // fails only when it is readable already, 2^64 - 2 calls later
@@ -22,9 +26,9 @@ void StopSignal::raise() noexcept {
 
 void StopSignal::quiet() {
   uint64_t raises = 0;
-  if (::read(fd_.get(), &raises, sizeof raises) < 0 && errno != EAGAIN) {
-    throwSystemError(errno, "EventLoop read(eventfd)");
-  }
+  if (::read(fd_.get(), &raises, sizeof raises) >= 0) return;
+  // Still readable when a signal came first: then the next turn reads it.
+  if (errno != EAGAIN && errno != EINTR) throwSystemError(errno, "EventLoop read(eventfd)");
 }
 
 void StopSignal::lower() {

@@ -17,6 +17,9 @@ class StopSignal {
   /// Async-signal-safe; leaves errno alone.
   void raise() noexcept;
 
+  /// Makes the descriptor readable without a wish. Async-signal-safe.
+  void call() noexcept;
+
   bool raised() const { return raised_.load(std::memory_order_acquire); }
 
   /// Makes the descriptor unreadable; the wish itself stays.

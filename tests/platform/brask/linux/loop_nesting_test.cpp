@@ -5,6 +5,7 @@
 
 #include <thread>
 
+#include "fault/fault.h"
 #include "platform/brask/linux/loop_fixture.h"
 
 using Brask::Linux::EventLoop;
@@ -36,6 +37,26 @@ TEST_F(LoopNestingTest, FdShowsTimers) {
   timer.control->start(0.01);
   EXPECT_TRUE(readable(loop->fd(), static_cast<int>(PATIENCE * 1000)));
   EXPECT_TRUE(loop->turn(0));
+  EXPECT_FALSE(readable(loop->fd()));
+}
+
+TEST_F(LoopNestingTest, FdAsksForATurnWhenTheKernelRefusesToSetTheAlarm) {
+  const int fd = loop->fd();
+  TimerProbe timer;
+  Zorbe::Test::Fault::arm("timerfd_settime", 1, ENOMEM);
+  timer.control->start(0.0);
+  EXPECT_TRUE(readable(fd));
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(1, timer.timeouts);
+  EXPECT_FALSE(readable(fd));
+}
+
+TEST_F(LoopNestingTest, AnInterruptedReadOfAStopIsMadeAgain) {
+  loop->stop();
+  const auto armed = Zorbe::Test::Fault::arm("read", 1, EINTR);
+  EXPECT_FALSE(loop->turn(0));
+  loop->run();
+  EXPECT_EQ(1u, armed.fired());
   EXPECT_FALSE(readable(loop->fd()));
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <new>
 #include <set>
 
 namespace Brask::Linux {
@@ -46,7 +47,12 @@ InotifyWatches::Refusal InotifyWatches::add(InotifyWatcher& watcher, uint32_t ma
     leave(watcher);
     return {"inotify_add_watch()", error, ENOSPC, "fs.inotify.max_user_watches"};
   }
-  join(watcher, wd, mask);
+  try {
+    join(watcher, wd, mask);
+  } catch (const std::bad_alloc&) {
+    undo(wd, watcher.path);
+    throw;
+  }
   Watch& watch = watches_[wd];
   watch.mask |= asked & IN_ALL_EVENTS;
   narrow(wd, watch, watcher.path, mask & LOOKUP_BITS);
@@ -61,7 +67,16 @@ void InotifyWatches::join(InotifyWatcher& watcher, int wd, uint32_t mask) {
     return;
   }
   const Handle handle = registrations_.insert({&watcher, wd, mask});
-  watches_[wd].users.push_back(handle);
+  try {
+    watches_[wd].users.push_back(handle);
+  } catch (const std::bad_alloc&) {
+    registrations_.erase(handle);
+    if (const auto unused = watches_.find(wd);
+        unused != watches_.end() && unused->second.users.empty()) {
+      watches_.erase(unused);
+    }
+    throw;
+  }
   leave(watcher);
   watcher.registration = handle;
 }

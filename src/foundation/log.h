@@ -13,6 +13,7 @@
 
 #include <cstring>
 #include <locale>
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -45,9 +46,22 @@ void write(Brask::Platform::DebugHandler& handler, int level, Words words) {
   if (handler.isEnabled(level)) compose(handler, level, words);
 }
 
+/// For destructors, and wherever something has to be undone first: a message for which there
+/// is no memory is lost instead of throwing.
+template <typename Words>
+void writeOrLose(Brask::Platform::DebugHandler& handler, int level, Words words) {
+  try {
+    write(handler, level, words);
+  } catch (const std::bad_alloc&) {  // as lost as the message is whatever else could be done
+  }
+}
+
+/// The text, whole: where there is no memory for it, std::bad_alloc comes out, while a stream
+/// by itself would cut the text short.
 template <typename Words>
 std::string text(Words words) {
   std::ostringstream message = freshStream();
+  message.exceptions(std::ios_base::badbit);
   words(message);
   return message.str();
 }
@@ -83,6 +97,10 @@ template <typename Exception>
 #define ZORBE_LOG(handler, level, words)              \
   ::Zorbe::Log::write((handler), ::Zorbe::Log::level, \
                       [&](std::ostream& zorbeMessage) { zorbeMessage << words; })
+
+#define ZORBE_LOG_OR_LOSE(handler, level, words)            \
+  ::Zorbe::Log::writeOrLose((handler), ::Zorbe::Log::level, \
+                            [&](std::ostream& zorbeMessage) { zorbeMessage << words; })
 
 #define ZORBE_TEXT(words) \
   ::Zorbe::Log::text([&](std::ostream& zorbeMessage) { zorbeMessage << words; })

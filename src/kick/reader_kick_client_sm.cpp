@@ -47,15 +47,15 @@ ReaderKickClientSm::ReaderKickClientSm(Brask::Platform::DebugHandler& debugHandl
 }
 
 ReaderKickClientSm::~ReaderKickClientSm() {
-  ZORBE_LOG(*handler, step, "ReaderKickClientSm::~ReaderKickClientSm()");
+  ZORBE_LOG_OR_LOSE(*handler, step, "ReaderKickClientSm::~ReaderKickClientSm()");
   if (!fdControl) return;
   const int fd = fdControl->fd();
-  ZORBE_LOG(*handler, step, "ReaderKickClientSm::~ReaderKickClientSm() socket:" << fd);
+  ZORBE_LOG_OR_LOSE(*handler, step, "ReaderKickClientSm::~ReaderKickClientSm() socket:" << fd);
   if (fd >= 0 && ::close(fd) != 0) {
     const int error = errno;
-    ZORBE_LOG(*handler, failure,
-              "ReaderKickClientSm::~ReaderKickClientSm() close() failed fd:" << fd << " "
-                                                                             << Log::reason(error));
+    ZORBE_LOG_OR_LOSE(*handler, failure,
+                      "ReaderKickClientSm::~ReaderKickClientSm() close() failed fd:"
+                          << fd << " " << Log::reason(error));
   }
   fdControl.reset();
 }

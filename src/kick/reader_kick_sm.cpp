@@ -42,7 +42,7 @@ ReaderKickSm::ReaderKickSm(Brask::Platform::DebugHandler& debugHandler, const Ro
 }
 
 ReaderKickSm::~ReaderKickSm() {
-  ZORBE_LOG(*handler, step, "ReaderKickSm::~ReaderKickSm()");
+  ZORBE_LOG_OR_LOSE(*handler, step, "ReaderKickSm::~ReaderKickSm()");
   if (fdControl && fdControl->fd() >= 0) {
     closeWriterConnection(*handler, "ReaderKickSm::~ReaderKickSm()", fdControl->fd(), rootPath);
   }
@@ -86,9 +86,9 @@ void ReaderKickSm::doCloseWriterConnection(bool detaching) {
       "ReaderKickSm::doCloseWriterConnection() closing: " << fd << " detaching: " << detaching);
   if (::close(fd) != 0) {
     const int error = errno;
-    ZORBE_LOG(*handler, failure,
-              "ReaderKickSm::doCloseWriterConnection() error closing: " << fd << " "
-                                                                        << Log::reason(error));
+    ZORBE_LOG_OR_LOSE(*handler, failure,
+                      "ReaderKickSm::doCloseWriterConnection() error closing: "
+                          << fd << " " << Log::reason(error));
   }
   fdControl->unwatch();
   connected = false;

@@ -130,12 +130,12 @@ void WriterKickSm::doCloseReaderConnection(int fd, ReaderKickClientSm* client) {
 }
 
 void WriterKickSm::deleteKickSocket() {
-  ZORBE_LOG(*handler, step, "WriterKickSm::deleteKickSocket() called fd:" << kickSocket);
+  ZORBE_LOG_OR_LOSE(*handler, step, "WriterKickSm::deleteKickSocket() called fd:" << kickSocket);
   if (kickSocket >= 0 && ::close(kickSocket) != 0) {
     const int error = errno;
-    ZORBE_LOG(*handler, failure,
-              "WriterKickSm::deleteKickSocket() close() failed fd:" << kickSocket << " "
-                                                                    << Log::reason(error));
+    ZORBE_LOG_OR_LOSE(*handler, failure,
+                      "WriterKickSm::deleteKickSocket() close() failed fd:" << kickSocket << " "
+                                                                            << Log::reason(error));
   }
   kickSocket = -1;
   listenControl.reset();

@@ -10,9 +10,10 @@ MounterSmBase::MounterSmBase(Brask::Platform::DebugHandler& debugHandler)
     : Debuggable(debugHandler), control(Brask::Platform::getInotifyControl(this)) {}
 
 MounterSmBase::~MounterSmBase() {
-  ZORBE_LOG(*handler, step, "MounterSmBase::~MounterSmBase()");
+  ZORBE_LOG_OR_LOSE(*handler, step, "MounterSmBase::~MounterSmBase()");
   if (control) {
-    ZORBE_LOG(*handler, step, "MounterSmBase::~MounterSmBase() deleting watch:" << control->path());
+    ZORBE_LOG_OR_LOSE(*handler, step,
+                      "MounterSmBase::~MounterSmBase() deleting watch:" << control->path());
     control.reset();
   }
   lastStore(watching, false);

@@ -33,11 +33,12 @@ DirNode::DirNode(Brask::Platform::DebugHandler& debugHandler, std::shared_ptr<Di
 }
 
 DirNode::~DirNode() {
-  ZORBE_LOG(*handler, item, "DirNode::~DirNode() path: " << path);
+  ZORBE_LOG_OR_LOSE(*handler, item, "DirNode::~DirNode() path: " << path);
   if (stream == nullptr || ::closedir(stream) == 0) return;
   const int error = errno;
-  ZORBE_LOG(*handler, notable,
-            "DirNode::~DirNode() failed to close " << path << " errno: " << Log::reason(error));
+  ZORBE_LOG_OR_LOSE(
+      *handler, notable,
+      "DirNode::~DirNode() failed to close " << path << " errno: " << Log::reason(error));
 }
 
 const dirent* DirNode::readEntry() {

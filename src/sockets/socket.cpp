@@ -20,7 +20,7 @@ constexpr const char* ownNamespace = "/proc/self/ns/net";
 int openLocalSocket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol) {
   const int sd = ::socket(domain, type, protocol);
   if (sd >= 0) {
-    ZORBE_LOG(handler, milestone, "Util::socket() success opening local socket, sd:" << sd);
+    ZORBE_LOG_OR_LOSE(handler, milestone, "Util::socket() success opening local socket, sd:" << sd);
   }
   return sd;
 }
@@ -28,11 +28,12 @@ int openLocalSocket(Brask::Platform::DebugHandler& handler, int domain, int type
 bool enterDefaultNamespace(Brask::Platform::DebugHandler& handler) {
   const bool entered = setnsByName(DEFAULT_NS, CLONE_NEWNET) == 0;
   if (entered) {
-    ZORBE_LOG(handler, milestone, "Util::socket() setnsByName() to " << DEFAULT_NS << " success");
+    ZORBE_LOG_OR_LOSE(handler, milestone,
+                      "Util::socket() setnsByName() to " << DEFAULT_NS << " success");
   } else {
-    ZORBE_LOG(handler, milestone,
-              "Util::socket() setnsByName() to "
-                  << DEFAULT_NS << " failure: " << Log::CString{netnsGetTracebuffer()});
+    ZORBE_LOG_OR_LOSE(handler, milestone,
+                      "Util::socket() setnsByName() to "
+                          << DEFAULT_NS << " failure: " << Log::CString{netnsGetTracebuffer()});
   }
   return entered;
 }
@@ -58,14 +59,14 @@ int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int pro
         "Util::socket() failed to open " << ownNamespace << " reason: " << Log::reason(error));
     return openLocalSocket(handler, domain, type, protocol);
   }
-  ZORBE_LOG(handler, milestone, "Util::socket() success opening " << ownNamespace);
+  ZORBE_LOG_OR_LOSE(handler, milestone, "Util::socket() success opening " << ownNamespace);
   const bool entered = enterDefaultNamespace(handler);
   const int sd = ::socket(domain, type, protocol);
   const int error = errno;  // told on success, too: whatever it holds then
-  ZORBE_LOG(handler, milestone,
-            "Util::socket() " << (sd < 0 ? "failed" : "success") << " opening "
-                              << (entered ? DEFAULT_NS : "local")
-                              << " socket: " << Log::reason(error));
+  ZORBE_LOG_OR_LOSE(handler, milestone,
+                    "Util::socket() " << (sd < 0 ? "failed" : "success") << " opening "
+                                      << (entered ? DEFAULT_NS : "local")
+                                      << " socket: " << Log::reason(error));
   returnTo(localNsFd, entered);
   if (sd < 0) errno = error;
   return sd;

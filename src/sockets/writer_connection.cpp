@@ -51,7 +51,7 @@ void closeWriterConnection(DebugHandler& handler, const char* where, int fd,
                            const RootPath& rootPath) {
   if (::close(fd) == 0) return;
   const int error = errno;
-  ZORBE_LOG(
+  ZORBE_LOG_OR_LOSE(
       handler, failure,
       where << " close() socket:" << fd << " " << rootPath << " failed: " << Log::reason(error));
 }

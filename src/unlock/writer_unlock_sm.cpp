@@ -36,7 +36,8 @@ WriterUnlockSm::WriterUnlockSm(Brask::Platform::DebugHandler& debugHandler,
 }
 
 WriterUnlockSm::~WriterUnlockSm() {
-  ZORBE_LOG(*handler, step, "WriterUnlockSm::~WriterUnlockSm() for instanceName=" << instanceName);
+  ZORBE_LOG_OR_LOSE(*handler, step,
+                    "WriterUnlockSm::~WriterUnlockSm() for instanceName=" << instanceName);
   if (fdControl && fdControl->fd() >= 0) {
     closeWriterConnection(*handler, "WriterUnlockSm::~WriterUnlockSm()", fdControl->fd(), rootPath);
   }
@@ -133,8 +134,9 @@ void WriterUnlockSm::doDisconnect() {
   if (fd < 0) return;
   if (::close(fd) != 0) {
     const int error = errno;
-    ZORBE_LOG(*handler, notable,
-              "WriterUnlockSm::doDisconnect() error closing: " << fd << " " << Log::reason(error));
+    ZORBE_LOG_OR_LOSE(
+        *handler, notable,
+        "WriterUnlockSm::doDisconnect() error closing: " << fd << " " << Log::reason(error));
   }
   fdControl->unwatch();
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <ostream>
 #include <utility>
 
@@ -31,6 +32,7 @@ void RecordingHandler::emit(std::ostringstream& message, int level) {
   } else {
     granted_.erase(grant);
   }
+  if (outOfMemory_) throw std::bad_alloc();
   precision_ = message.precision();
   messages_.push_back({level, message.str()});
   if (level == 0) failures_.push_back(message.str());

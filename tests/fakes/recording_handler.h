@@ -48,6 +48,9 @@ class RecordingHandler : public Brask::Platform::DebugHandler {
   /// From now on every call leaves this in errno, as a client's handler might.
   void trashErrno(int value) { trash_ = value; }
 
+  /// From now on `emit` throws std::bad_alloc.
+  void beOutOfMemory() { outOfMemory_ = true; }
+
   const std::vector<Message>& messages() const { return messages_; }
   std::vector<std::string> texts(int level) const;
 
@@ -78,6 +81,7 @@ class RecordingHandler : public Brask::Platform::DebugHandler {
 
   int maxLevel_ = everything;
   std::optional<int> trash_;
+  bool outOfMemory_ = false;
   std::vector<Message> messages_;
   std::vector<std::string> failures_;
   std::vector<int> questions_;

@@ -7,6 +7,8 @@
 #include <zorbe/exceptions.h>
 
 #include <cerrno>
+#include <ios>
+#include <new>
 
 namespace Zorbe::Test {
 namespace {
@@ -55,6 +57,24 @@ TEST_F(LogTest, EvaluatesNothingWhenTheLevelIsOff) {
   ZORBE_LOG(handler, routine, "text " << evaluated() << Log::reason(EIO));
   EXPECT_EQ(evaluations, 1);
   EXPECT_EQ(Fault::calls("strerror"), 1u);
+}
+
+TEST_F(LogTest, AMessageThatMayBeLostIsLostWhereThereIsNoMemory) {
+  handler.beOutOfMemory();
+  EXPECT_THROW(ZORBE_LOG(handler, step, "text"), std::bad_alloc);
+  EXPECT_NO_THROW(ZORBE_LOG_OR_LOSE(handler, step, "text"));
+  EXPECT_THAT(handler.take(), IsEmpty());
+}
+
+TEST_F(LogTest, AMessageThatMayBeLostIsOtherwiseAnyOther) {
+  ZORBE_LOG_OR_LOSE(handler, notable, "text " << 1);
+  EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "text 1")));
+}
+
+TEST_F(LogTest, ATextIsWholeOrThrows) {
+  // As an insertion that runs out of memory.
+  const auto words = [](std::ostream& out) { (out << "zorbe_").setstate(std::ios_base::badbit); };
+  EXPECT_THROW(Log::text(words), std::ios_base::failure);
 }
 
 TEST_F(LogTest, PrintsNumbersWithTwelveDigits) {

@@ -6,42 +6,23 @@
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/un.h>
 
-#include <ctime>
 #include <fstream>
 #include <memory>
 
+#include "fakes/limits.h"
 #include "platform/brask/linux/child_process.h"
 #include "platform/brask/linux/loop_fixture.h"
 
 using namespace LoopTesting;
+using Zorbe::Test::NoDescriptors;
+using Zorbe::Test::processorSeconds;
+using Zorbe::Test::writeSetting;
 
 namespace {
 
 using Told = std::vector<std::string>;
-
-// While it lives the process cannot open another descriptor.
-class NoDescriptors {
- public:
-  NoDescriptors() {
-    EXPECT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before_));
-    const int lowest = ::epoll_create1(EPOLL_CLOEXEC);
-    ::close(lowest);
-    rlimit none = before_;
-    none.rlim_cur = static_cast<rlim_t>(lowest);
-    EXPECT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
-  }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
-  ~NoDescriptors() { allow(); }
-
-  void allow() { EXPECT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before_)); }
-
- private:
-  rlimit before_{};
-};
 
 // A listening socket with clients that wait to be accepted.
 class LoopLimitsTest : public LoopTest {
@@ -93,16 +74,6 @@ class LoopLimitsTest : public LoopTest {
   std::unique_ptr<FdProbe> acceptor;
   int accepted = 0;
 };
-
-double processorSeconds() {
-  return static_cast<double>(std::clock()) / static_cast<double>(CLOCKS_PER_SEC);
-}
-
-bool writeSetting(const std::string& path, const std::string& value) {
-  std::ofstream setting(path);
-  setting << value << std::flush;
-  return setting.good();
-}
 
 // Watches a directory in a namespace where the user's limit `setting` is 0, and
 // returns what the control was told.

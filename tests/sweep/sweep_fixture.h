@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+//
+// One life after the other, each with something failing in it, and what holds after each.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "fakes/zorbe_test.h"
+#include "fault/fault.h"
+#include "sweep/life.h"
+#include "sweep/memory.h"
+
+namespace Zorbe::Test::Sweep {
+
+class SweepTest : public ZorbeTest {
+ protected:
+  SweepTest();
+  ~SweepTest() override;
+
+  /// Lives once. `arm` makes something fail from the first step on.
+  struct Run {
+    std::string name;
+    Life::Effort effort = Life::Effort::normal;
+    std::function<void()> arm;
+    std::function<void(const Witness&)> judge;
+  };
+  void live(const Run& run);
+
+  /// A test that has found so much has found enough.
+  bool hasEnough() const { return problems_ >= 20; }
+  void complain(const std::string& what);
+
+  /// What the run is about, once that is known.
+  void rename(const std::string& newName);
+
+  unsigned lives = 0;
+  std::string name;  ///< of the run
+
+ private:
+  struct Ending {
+    bool recovered;
+    bool rested;
+  };
+
+  Ending lead(Witness& witness, Life::Effort effort);
+  void checkRest(const Witness& witness, const Census& before);
+  void clearRoot();
+  void furnish() const;
+  void listSockets() const;
+
+  SharedTable table;
+  unsigned problems_ = 0;
+};
+
+}  // namespace Zorbe::Test::Sweep

@@ -164,6 +164,10 @@ class Demo {
     tell("the directory was removed, while the writer publishes");
   }
 
+  static std::string departure(const std::string& from, const std::string& to) {
+    return "has left incarnation " + from + " for " + to;
+  }
+
   void awaitIncarnation(const std::string& old, bool validated) {
     for (unsigned i = 0; i < kReaders; ++i) {
       if (validated) readers_[i].awaitLine("event refused fenix=" + old, kDeadline);
@@ -171,7 +175,7 @@ class Demo {
       while (mapped == old) {
         mapped = field(readers_[i].awaitLine("event mapped", kDeadline), "fenix");
       }
-      told(i, "has left incarnation " + old + " for " + mapped);
+      told(i, departure(old, mapped));
     }
   }
 

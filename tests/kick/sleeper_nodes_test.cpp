@@ -22,7 +22,7 @@ class SleeperNodesTest : public ::testing::Test {
     return reinterpret_cast<ReaderKickClientSm*>(&clients_[which]);
   }
 
-  void sleep(int fd, size_t which = 0) { SleeperNodes::insert(sleepers, fd, client(which)); }
+  void fallAsleep(int fd, size_t which = 0) { SleeperNodes::insert(sleepers, fd, client(which)); }
   void wake() { SleeperNodes::clear(sleepers); }
 
   // Where the nodes of the sleepers are.
@@ -41,37 +41,37 @@ class SleeperNodesTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(SleeperNodesTest, AReaderThatFallsAsleepIsFoundByItsDescriptor) {
-  sleep(7, 1);
-  sleep(9, 2);
+  fallAsleep(7, 1);
+  fallAsleep(9, 2);
   EXPECT_EQ(sleepers, (Sleepers{{7, client(1)}, {9, client(2)}}));
   wake();
   EXPECT_TRUE(sleepers.empty());
 }
 
 TEST_F(SleeperNodesTest, AWokenReadersNodeServesTheNextSleeper) {
-  for (int fd = 0; fd < 20; ++fd) sleep(fd);
+  for (int fd = 0; fd < 20; ++fd) fallAsleep(fd);
   const auto before = places();
   wake();
-  for (int fd = 100; fd < 120; ++fd) sleep(fd, 3);
+  for (int fd = 100; fd < 120; ++fd) fallAsleep(fd, 3);
   EXPECT_EQ(places(), before);
   EXPECT_EQ(sleepers.at(119), client(3));
 }
 
 TEST_F(SleeperNodesTest, ADescriptorThatSleepsAlreadyGetsTheNewClient) {
-  sleep(5, 1);
-  sleep(6, 1);
+  fallAsleep(5, 1);
+  fallAsleep(6, 1);
   wake();
-  sleep(5, 2);
-  sleep(5, 3);
+  fallAsleep(5, 2);
+  fallAsleep(5, 3);
   EXPECT_EQ(sleepers, (Sleepers{{5, client(3)}}));
-  sleep(6, 4);
+  fallAsleep(6, 4);
   EXPECT_EQ(sleepers, (Sleepers{{5, client(3)}, {6, client(4)}}));
 }
 
 TEST_F(SleeperNodesTest, MoreNodesThanTheLimitAreFreed) {
   const int many = static_cast<int>(SleeperNodes::limit) + 500;
   for (int round = 0; round < 2; ++round) {
-    for (int fd = 0; fd < many; ++fd) sleep(fd, 1);
+    for (int fd = 0; fd < many; ++fd) fallAsleep(fd, 1);
     EXPECT_EQ(sleepers.size(), static_cast<size_t>(many));
     wake();
     EXPECT_TRUE(sleepers.empty());

@@ -94,6 +94,16 @@ Armed alterStat(const std::string& call, unsigned occurrence,
 /// what only the system can write, as /proc/net/unix.
 Armed redirect(const std::string& call, const std::string& path, const std::string& instead);
 
+/// From now on calls of this name, unless something armed strikes them, are made on
+/// `function`, which has the call's own type, instead of the C library's. What the function
+/// calls under Bypass is the C library's.
+void divertTo(const std::string& call, void* function);
+
+template <class R, class... Args>
+void divert(const std::string& call, R (*function)(Args...)) {
+  divertTo(call, reinterpret_cast<void*>(function));
+}
+
 /// Calls of this name since `reset`, made to fail or not.
 unsigned calls(const std::string& call);
 
@@ -104,7 +114,7 @@ std::vector<std::string> journal();
 /// What was armed and has never struck, as "recv, occurrence 2".
 std::vector<std::string> unfired();
 
-/// Disarms everything, forgets the counts and stops the journal.
+/// Disarms everything, ends diversions, forgets the counts and stops the journal.
 void reset();
 
 /// While one lives, this thread's calls are neither counted nor made to fail: for what

@@ -27,6 +27,10 @@ int close(int fd) {
   return Intercept<int(int)>::run(WhenStruck::makeAnyway, Call::closeCall, {fd}, fd);
 }
 
+pid_t getpid() noexcept {
+  return Intercept<pid_t()>::run(Call::getpidCall, {});
+}
+
 int dup(int fd) noexcept {
   return Intercept<int(int)>::run(Call::dupCall, {fd}, fd);
 }

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: MIT
+//
+// Writers and readers that each break one rule, to show that the simulation notices. Those
+// that break a rule of the library do so by what a subclass can reach.
+#pragma once
+
+#include <algorithm>
+
+#include "simulation/simulation.h"
+
+namespace Zorbe::Test::Simulation {
+
+/// The first report of a reader that has caught up gets no kick.
+class ForgetsAcknowledgement : public TableWriter {
+ public:
+  using TableWriter::TableWriter;
+  void fdEvent(int fd) override {
+    TableWriter::fdEvent(fd);
+    for (const auto& [connection, client] : readers) client->acknowledged = true;
+  }
+};
+
+/// Those that were kicked count as asleep still.
+class KeepsSleepers : public TableWriter {
+ public:
+  using TableWriter::TableWriter;
+  void publish(unsigned changes) override {
+    const auto sleepers = sleepingReaders;
+    TableWriter::publish(changes);
+    sleepingReaders = sleepers;
+  }
+};
+
+/// Whoever reports while the writer is between its kicks and its sequence, sleeps behind it.
+class KicksBeforePublishing : public TableWriter {
+ public:
+  using TableWriter::TableWriter;
+  void publish(unsigned changes) override {
+    doKickSleepers();
+    change(changes);
+  }
+};
+
+/// Those that have caught up are forgotten instead of kicked.
+class ForgetsSleepers : public TableWriter {
+ public:
+  using TableWriter::TableWriter;
+  void publish(unsigned changes) override {
+    change(changes);
+    sleepingReaders.clear();
+  }
+};
+
+/// Reports how far the table is, then reads it.
+class ReportsBeforeReading : public TableReader {
+ public:
+  using TableReader::TableReader;
+
+ protected:
+  uint64_t readerSequence() override {
+    sendSequence(table()->sequence);
+    return std::max(sentSequence, TableReader::readerSequence());
+  }
+};
+
+/// Trusts that a kick follows for whatever it has not read.
+class RunsNoPassWhenAcknowledged : public TableReader {
+ public:
+  using TableReader::TableReader;
+
+ protected:
+  void writerAcknowledged() override {}
+};
+
+/// Believes in a connection whose end it was told.
+class IgnoresDeparture : public TableReader {
+ public:
+  using TableReader::TableReader;
+
+ protected:
+  void writerConnectionChanged() override {
+    if (connected) return TableReader::writerConnectionChanged();
+    connected = true;
+  }
+};
+
+template <class W>
+Roles withWriter() {
+  Roles roles = lawfulRoles();
+  roles.writer = [](Process& process, const RootPath& root) {
+    return std::make_unique<W>(process, root);
+  };
+  return roles;
+}
+
+template <class R>
+Roles withReader() {
+  Roles roles = lawfulRoles();
+  roles.reader = [](ReaderProgram& program, const RootPath& root, TableRef table,
+                    Reader::Counters& counters) {
+    return std::make_unique<R>(program, root, std::move(table), counters);
+  };
+  return roles;
+}
+
+}  // namespace Zorbe::Test::Simulation

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+//
+// One life of a table in a simulated world, all of it decided by a seed: who runs next, what
+// happens to whom, and where system calls are interrupted.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulation/table_reader.h"
+#include "simulation/table_writer.h"
+#include "simulation/world.h"
+
+namespace Zorbe::Test::Simulation {
+
+/// How writers and readers are made: those that follow the rules, or one that breaks one.
+struct Roles {
+  WriterProgram::Maker writer;
+  ReaderProgram::Maker reader;
+};
+
+Roles lawfulRoles();
+
+struct Outcome {
+  uint64_t steps = 0;
+  std::string failure;             ///< empty: all promises were kept
+  std::vector<std::string> trace;  ///< when asked for
+};
+
+/// The same outcome for the same seed.
+Outcome simulate(uint64_t seed, const Roles& roles, bool tracing);
+
+struct Finding {
+  uint64_t seed;
+  std::string failure;
+};
+
+/// The first of `count` seeds, from `first` on, that fails. `steps` receives their sum.
+std::optional<Finding> search(uint64_t first, uint64_t count, const Roles& roles,
+                              uint64_t* steps = nullptr);
+
+/// What to print about a failing seed: its number, what failed, and how it came to that.
+std::string report(const Finding& finding, const Roles& roles);
+
+}  // namespace Zorbe::Test::Simulation

@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "fault/fault.h"
+#include "simulation/mutants.h"
+#include "simulation/simulation.h"
+
+namespace Zorbe::Test::Simulation {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr uint64_t quickSeeds = 1000;
+
+// ZORBE_SIMULATION_SEEDS and ZORBE_SIMULATION_FIRST: see main.cpp.
+uint64_t asked(const char* variable, uint64_t otherwise) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
+}
+
+class SimulationTest : public testing::Test {
+ protected:
+  ~SimulationTest() override { Fault::reset(); }
+
+  static Finding found(const Roles& roles) {
+    const auto finding = search(1, quickSeeds, roles);
+    if (!finding) ADD_FAILURE() << "not noticed with " << quickSeeds << " seeds";
+    return finding.value_or(Finding{});
+  }
+};
+
+TEST_F(SimulationTest, EveryPromiseIsKeptWhateverTheSeed) {
+  const uint64_t count = asked("ZORBE_SIMULATION_SEEDS", quickSeeds);
+  uint64_t steps = 0;
+  const auto finding = search(asked("ZORBE_SIMULATION_FIRST", 1), count, lawfulRoles(), &steps);
+  if (finding) FAIL() << report(*finding, lawfulRoles());
+  std::printf("%llu seeds, %llu steps\n", static_cast<unsigned long long>(count),
+              static_cast<unsigned long long>(steps));
+}
+
+TEST_F(SimulationTest, TheSameSeedTakesTheSameSteps) {
+  const Outcome first = simulate(7, lawfulRoles(), true);
+  EXPECT_EQ(simulate(7, lawfulRoles(), true).trace, first.trace);
+  EXPECT_EQ(simulate(7, lawfulRoles(), false).steps, first.steps);
+  EXPECT_NE(simulate(8, lawfulRoles(), true).trace, first.trace);
+}
+
+TEST_F(SimulationTest, AForgottenAcknowledgementIsNoticed) {
+  EXPECT_THAT(found(withWriter<ForgetsAcknowledgement>()).failure,
+              HasSubstr("without an acknowledgement"));
+}
+
+TEST_F(SimulationTest, SleepersThatAreKeptAreNoticed) {
+  EXPECT_THAT(found(withWriter<KeepsSleepers>()).failure, HasSubstr("counts as asleep"));
+}
+
+TEST_F(SimulationTest, SleepersThatAreForgottenAreNoticed) {
+  EXPECT_THAT(found(withWriter<ForgetsSleepers>()).failure, HasSubstr("sleeps at"));
+}
+
+TEST_F(SimulationTest, KicksBeforeTheSequenceAreNoticed) {
+  const auto f = found(withWriter<KicksBeforePublishing>());
+  printf("%s\n", report(f, withWriter<KicksBeforePublishing>()).c_str());
+  EXPECT_THAT(f.failure, HasSubstr("asleep"));
+}
+
+TEST_F(SimulationTest, ReportsBeforeReadingAreNoticed) {
+  EXPECT_THAT(found(withReader<ReportsBeforeReading>()).failure,
+              HasSubstr("and the writer believes"));
+}
+
+TEST_F(SimulationTest, AMissingPassAfterTheAcknowledgementIsNoticed) {
+  EXPECT_THAT(found(withReader<RunsNoPassWhenAcknowledged>()).failure, HasSubstr("sleeps at"));
+}
+
+TEST_F(SimulationTest, AnIgnoredDepartureIsNoticed) {
+  EXPECT_THAT(found(withReader<IgnoresDeparture>()).failure, HasSubstr("was not told"));
+}
+
+TEST_F(SimulationTest, AReportOfAFailureHasItsSeedAndItsTrace) {
+  const Roles roles = withReader<RunsNoPassWhenAcknowledged>();
+  const Finding finding = found(roles);
+  const std::string text = report(finding, roles);
+  EXPECT_THAT(text, HasSubstr("--seed " + std::to_string(finding.seed)));
+  EXPECT_THAT(text, HasSubstr("FAILED: " + finding.failure));
+  EXPECT_THAT(text, HasSubstr("is told of descriptor"));
+}
+
+}  // namespace
+}  // namespace Zorbe::Test::Simulation

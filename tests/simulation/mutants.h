@@ -31,16 +31,6 @@ class KeepsSleepers : public TableWriter {
   }
 };
 
-/// Whoever reports while the writer is between its kicks and its sequence, sleeps behind it.
-class KicksBeforePublishing : public TableWriter {
- public:
-  using TableWriter::TableWriter;
-  void publish(unsigned changes) override {
-    doKickSleepers();
-    change(changes);
-  }
-};
-
 /// Those that have caught up are forgotten instead of kicked.
 class ForgetsSleepers : public TableWriter {
  public:

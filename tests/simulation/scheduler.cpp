@@ -79,6 +79,7 @@ void Scheduler::disturb() {
   if (kind < 92) return startReader();
   if (kind < 97) return startWriter();
   world_.note("the directory is removed");
+  world_.met.insert("directory removed");
   world_.directory.removeTree("/shmem/table");
 }
 
@@ -105,9 +106,11 @@ void Scheduler::disturbProcess() {
   const unsigned kind = world_.random.below(100);
   if (kind < 65) {
     world_.note(process->name() + (process->isStopped() ? " is continued" : " is stopped"));
+    world_.met.insert(process->isWaiting() ? "stopped" : "stopped in the middle of something");
     process->stop(!process->isStopped());
   } else if (kind < 85) {
     world_.note(process->name() + " is killed");
+    world_.met.insert(process->isWaiting() ? "killed" : "killed in the middle of something");
     process->kill();
   } else {
     world_.note(process->name() + " is asked to leave");
@@ -143,13 +146,11 @@ void Scheduler::startReader() {
 void Scheduler::calm() {
   for (const auto& process : world_.processes()) {
     process->stop(false);
-    auto* const program = programOf<ReaderProgram>(*process);
     if (process->state() != Process::State::running) continue;
     process->ask([p = process.get()] {
       auto* const reader = dynamic_cast<ReaderProgram*>(p->program());
       if (reader != nullptr && reader->reader() != nullptr) reader->reader()->notifying(true);
     });
-    (void)program;
   }
 }
 

@@ -32,7 +32,7 @@ Outcome simulate(uint64_t seed, const Roles& roles, bool tracing) {
   World world(seed, tracing);
   Scheduler scheduler(world, roles);
   scheduler.run();
-  return {scheduler.steps(), world.failure(), world.trace()};
+  return {scheduler.steps(), world.met, world.failure(), world.trace()};
 }
 
 std::optional<Finding> search(uint64_t first, uint64_t count, const Roles& roles, uint64_t* steps) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,7 @@ Roles lawfulRoles();
 
 struct Outcome {
   uint64_t steps = 0;
+  std::set<std::string> met;       ///< what kinds of trouble there were
   std::string failure;             ///< empty: all promises were kept
   std::vector<std::string> trace;  ///< when asked for
 };

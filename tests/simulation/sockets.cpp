@@ -8,7 +8,10 @@ namespace Zorbe::Test::Simulation {
 
 int Sockets::bind(const SocketRef& socket, const std::string& name) {
   if (socket->state != Socket::State::fresh) return EINVAL;
-  if (holder(name)) return EADDRINUSE;
+  if (holder(name)) {
+    met_.insert("name in use");
+    return EADDRINUSE;
+  }
   names_[name] = socket;
   socket->name = name;
   socket->state = Socket::State::bound;
@@ -25,8 +28,18 @@ int Sockets::listen(Socket& socket, int backlog) {
 
 int Sockets::connect(const SocketRef& socket, const std::string& name) {
   const SocketRef listener = holder(name);
-  if (!listener || listener->state != Socket::State::listening) return ECONNREFUSED;
-  if (isFull(*listener)) return EAGAIN;
+  if (!listener) {
+    met_.insert("no writer");
+    return ECONNREFUSED;
+  }
+  if (listener->state != Socket::State::listening) {
+    met_.insert("writer does not listen yet");
+    return ECONNREFUSED;
+  }
+  if (isFull(*listener)) {
+    met_.insert("backlog full");
+    return EAGAIN;
+  }
   if (socket->state == Socket::State::connected) return EISCONN;
   if (socket->state != Socket::State::fresh) return EINVAL;
   auto other = std::make_shared<Socket>();
@@ -51,7 +64,10 @@ int Sockets::send(Socket& socket, const std::string& packet) {
   if (socket.state != Socket::State::connected) return ENOTCONN;
   const SocketRef peer = socket.peer.lock();
   if (socket.peerClosed || !peer) return EPIPE;
-  if (peer->packets.size() >= queueLimit_) return EAGAIN;
+  if (peer->packets.size() >= queueLimit_) {
+    met_.insert(packet.size() == 1 ? "kick lost" : "report lost");
+    return EAGAIN;
+  }
   peer->packets.push_back(packet);
   return 0;
 }
@@ -72,7 +88,11 @@ void Sockets::hangUp(Socket& socket, bool dataLost) {
   const SocketRef peer = socket.peer.lock();
   if (!peer) return;
   peer->peerClosed = true;
-  if (dataLost) peer->error = ECONNRESET;
+  if (!dataLost) return;
+  peer->error = ECONNRESET;
+  met_.insert(socket.state == Socket::State::connected && socket.packets.empty()
+                  ? "connection ended before it was accepted"
+                  : "connection reset");
 }
 
 void Sockets::close(const SocketRef& socket) {

@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 namespace Zorbe::Test::Simulation {
@@ -33,8 +34,10 @@ struct Socket {
 
 class Sockets {
  public:
-  /// A send finds the queue full when `queueLimit` packets are not received yet.
-  explicit Sockets(std::size_t queueLimit) : queueLimit_(queueLimit) {}
+  /// A send finds the queue full when `queueLimit` packets are not received yet. `met`
+  /// receives names of what has happened.
+  Sockets(std::size_t queueLimit, std::set<std::string>& met)
+      : queueLimit_(queueLimit), met_(met) {}
 
   int bind(const SocketRef& socket, const std::string& name);
   int listen(Socket& socket, int backlog);
@@ -60,9 +63,10 @@ class Sockets {
 
  private:
   static bool isFull(const Socket& listener) { return listener.pending.size() > listener.backlog; }
-  static void hangUp(Socket& socket, bool dataLost);
+  void hangUp(Socket& socket, bool dataLost);
 
   std::size_t queueLimit_;
+  std::set<std::string>& met_;
   std::map<std::string, std::weak_ptr<Socket>> names_;
 };
 

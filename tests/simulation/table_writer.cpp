@@ -14,25 +14,29 @@ TableWriter::TableWriter(Process& process, const RootPath& root)
 void TableWriter::begin() {
   createKickSocket();
   if (process_.isDead()) return;
-  findTable();
+  const TableRef left = findTable();
   writerSequence = table_->sequence;
   placeFiles();
+  if (process_.isDead()) return;
+  // Not before its successor is in place: a writer that ends here leaves a table that the
+  // next one can continue.
+  if (left && left != table_) left->replaced = true;
   doEnableListen();
 }
 
-// What an earlier writer has left is continued, or replaced by a new incarnation.
-void TableWriter::findTable() {
+// What an earlier writer has left, and whether that is continued or a new incarnation begins.
+TableRef TableWriter::findTable() {
   World& world = process_.world();
-  const auto left =
-      std::static_pointer_cast<Table>(world.directory.map(rootPath.fullPath("slots")));
+  auto left = std::static_pointer_cast<Table>(world.directory.map(rootPath.fullPath("slots")));
   found_ = left != nullptr;
   if (found_ && world.random.percent(70)) {
-    table_ = left;
-    return;
+    world.met.insert("table continued");
+    return table_ = left;
   }
-  if (found_) left->replaced = true;
+  if (found_) world.met.insert("table replaced");
   table_ = std::make_shared<Table>();
   table_->fenix = ++world.lastFenix;
+  return left;
 }
 
 void TableWriter::placeFiles() {
@@ -86,7 +90,9 @@ void WriterProgram::rootChanged(const std::string& what) {
   expectOwnCallback(process_, "rootChanged");
   news_.insert(what);
   if (what.find(' ') == std::string::npos) return;
-  process_.ask([this, lost = what != "watch deleted"] {
+  const bool lost = what != "watch deleted";
+  process_.world().met.insert(lost ? "events lost" : "directory restored");
+  process_.ask([this, lost] {
     if (lost) mounter_ = std::make_unique<MounterSm>(process_, "table", this);
     restoreFiles();
   });

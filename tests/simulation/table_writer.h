@@ -45,7 +45,7 @@ class TableWriter : public WriterKickSm {
   void change(unsigned changes);
 
  private:
-  void findTable();
+  TableRef findTable();
 
   Process& process_;
   bool found_ = false;

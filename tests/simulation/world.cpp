@@ -8,7 +8,7 @@ namespace Zorbe::Test::Simulation {
 
 World::World(uint64_t seed, bool tracing)
     : random(seed),
-      sockets(1 + random.below(random.percent(50) ? 4 : 64)),
+      sockets(1 + random.below(random.percent(50) ? 4 : 64), met),
       tracing_(tracing),
       pausePercent_(random.percent(25) ? 0 : 10 + random.below(60)) {}
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,7 @@ class World {
   World& operator=(const World&) = delete;
 
   Random random;
+  std::set<std::string> met;  ///< names of what has happened
   Sockets sockets;
   Directory directory;
   unsigned lastFenix = 0;

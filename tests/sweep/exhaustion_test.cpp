@@ -76,21 +76,23 @@ TEST_F(ExhaustionTest, AWriterWithoutDescriptorsWaitsAndGoesOnWhenThereAreSome) 
     passed = std::chrono::steady_clock::now() - start;
   }
   EXPECT_LT(processorSeconds() - before, 0.05 * passed.count());
-  EXPECT_TRUE(isTold("accept() sd:"));
-  EXPECT_THAT(writer.readers, testing::IsEmpty());
+  const size_t accepted = writer.readers.size();
   exhausted.allow();
+  EXPECT_EQ(0u, accepted);
+  EXPECT_TRUE(isTold("accept() sd:"));
   awaitReaders(loop, writer, 3);
 }
 
 TEST_F(ExhaustionTest, AReaderWithoutDescriptorsIsToldAndConnectsWhenThereAreSome) {
+  if (isSanitized) GTEST_SKIP() << "sanitizers look at exceptions through descriptors";
   Brask::Linux::EventLoop loop;
   TableWriter writer(handler, root, table);
   writer.open();
   TableReader reader(handler, root, table);
   NoDescriptors exhausted;
   EXPECT_THROW(reader.doConnect(), Brask::RuntimeException);
-  EXPECT_TRUE(isTold("socket() failed"));
   exhausted.allow();
+  EXPECT_TRUE(isTold("socket() failed"));
   reader.doConnect();
   EXPECT_TRUE(reader.isConnected());
 }

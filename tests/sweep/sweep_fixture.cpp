@@ -37,15 +37,17 @@ void onTerminate() {
 
 }  // namespace
 
-SweepTest::SweepTest() {
-  for (const int number : {SIGALRM, SIGSEGV, SIGBUS}) ::signal(number, onSignal);
-  std::set_terminate(onTerminate);
+SweepTest::SweepTest() : terminate_(std::set_terminate(onTerminate)) {
+  for (const int number : {SIGALRM, SIGSEGV, SIGBUS}) {
+    signals_[number] = ::signal(number, onSignal);
+  }
   allowUnfiredFaults();
 }
 
 SweepTest::~SweepTest() {
   ::alarm(0);
-  for (const int number : {SIGALRM, SIGSEGV, SIGBUS}) ::signal(number, SIG_DFL);
+  for (const auto& [number, action] : signals_) ::signal(number, action);
+  std::set_terminate(terminate_);
 }
 
 void SweepTest::rename(const std::string& newName) {

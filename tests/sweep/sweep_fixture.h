@@ -3,6 +3,7 @@
 // One life after the other, each with something failing in it, and what holds after each.
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <map>
 #include <string>
@@ -51,6 +52,8 @@ class SweepTest : public ZorbeTest {
   void furnish() const;
   void listSockets() const;
 
+  std::terminate_handler terminate_;
+  std::map<int, void (*)(int)> signals_;
   SharedTable table;
   unsigned problems_ = 0;
 };

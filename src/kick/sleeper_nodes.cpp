@@ -66,4 +66,10 @@ Nodes* makeRoom(Kept& kept) noexcept {
   sleepers.clear();
 }
 
+void release() noexcept {
+  if (thisThread.nodes == nullptr) return;
+  Nodes().swap(*thisThread.nodes);
+  thisThread.nodes = nullptr;
+}
+
 }  // namespace Zorbe::SleeperNodes

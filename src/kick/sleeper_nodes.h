@@ -23,6 +23,9 @@ void insert(Sleepers& sleepers, int fd, ReaderKickClientSm* client);
 /// Same as sleepers.clear(), but keeps the nodes for the calling thread.
 void clear(Sleepers& sleepers) noexcept;
 
+/// Frees what the calling thread keeps: a writer has ended.
+void release() noexcept;
+
 }  // namespace SleeperNodes
 
 }  // namespace Zorbe

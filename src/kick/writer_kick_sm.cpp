@@ -142,6 +142,7 @@ void WriterKickSm::deleteKickSocket() {
   for (const auto& [fd, client] : readers) delete client;
   readers.clear();
   sleepingReaders.clear();
+  SleeperNodes::release();
   kickSocketCreated = false;
 }
 

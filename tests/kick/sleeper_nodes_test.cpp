@@ -78,6 +78,18 @@ TEST_F(SleeperNodesTest, MoreNodesThanTheLimitAreFreed) {
   }
 }
 
+TEST_F(SleeperNodesTest, KeepingBeginsAnewAfterARelease) {
+  fallAsleep(1);
+  wake();
+  SleeperNodes::release();
+  SleeperNodes::release();
+  for (int fd = 0; fd < 20; ++fd) fallAsleep(fd);
+  const auto before = places();
+  wake();
+  for (int fd = 100; fd < 120; ++fd) fallAsleep(fd);
+  EXPECT_EQ(places(), before);
+}
+
 TEST_F(SleeperNodesTest, EachThreadKeepsItsOwn) {
   Zorbe::Test::inParallel(4, [this] {
     Sleepers own;

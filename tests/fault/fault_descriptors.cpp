@@ -39,6 +39,10 @@ int dup2(int from, int to) noexcept {
   return Intercept<int(int, int)>::run(Call::dup2Call, {from}, from, to);
 }
 
+int dup3(int from, int to, int flags) noexcept {
+  return Intercept<int(int, int, int)>::run(Call::dup3Call, {from}, from, to, flags);
+}
+
 ssize_t read(int fd, void* data, size_t size) {
   return transfer(Call::readCall, {fd}, size, [=](size_t limited) {
     return Intercept<ssize_t(int, void*, size_t)>::next(Call::readCall)(fd, data, limited);

@@ -118,7 +118,7 @@ void Directory::tell(const std::string& directory, uint32_t event, const std::st
   const uint64_t there = inode(directory);
   for (Watch* watch : watches_) {
     if (watch->directory != there || (watch->mask & event) == 0) continue;
-    push(*watch, {Notice::Kind::changed, name});
+    push(*watch, {Notice::Kind::changed, name, event});
   }
 }
 
@@ -126,8 +126,7 @@ void Directory::tell(const std::string& directory, uint32_t event, const std::st
 // thing told is that events are missing. The end of a watch is looked up then, and never lost.
 void Directory::push(Watch& watch, Notice notice) {
   auto& notices = watch.notices;
-  if (!notices.empty() && notices.back().kind == notice.kind && notices.back().what == notice.what)
-    return;
+  if (!notices.empty() && notices.back() == notice) return;
   if (notices.size() < noticeLimit || notice.kind == Notice::Kind::deleted) {
     notices.push_back(std::move(notice));
   } else if (notices.back().kind != Notice::Kind::error) {

@@ -18,6 +18,11 @@ struct Notice {
   enum class Kind { changed, deleted, error };
   Kind kind;
   std::string what;
+  uint32_t event = 0;  ///< of inotify(7)
+
+  bool operator==(const Notice& other) const {
+    return kind == other.kind && what == other.what && event == other.event;
+  }
 };
 
 /// One process's watch of one path. The directory is the one that was there then.

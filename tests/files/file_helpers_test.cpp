@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <zorbe/util.h>
 
+#include "fakes/descriptor_zero.h"
 #include "fakes/zorbe_test.h"
 
 #include <fcntl.h>
@@ -39,6 +40,19 @@ class FileHelpersTest : public ZorbeTest {
 
   std::string file;
 };
+
+TEST_F(FileHelpersTest, AFileIsOpenToAllOnlyWhenItIsWhole) {
+  Fault::startJournal();
+  Util::fileWrite(handler, file, "content", false);
+  EXPECT_THAT(Fault::journal(), ElementsAre("fopen", "write", "fclose", "chmod"));
+}
+
+TEST_F(FileHelpersTest, TouchesWithDescriptorZero) {
+  const DescriptorZero zero;
+  zero.free();
+  EXPECT_TRUE(Util::touch(handler, file));
+  EXPECT_FALSE(DescriptorZero::isOpen());
+}
 
 TEST_F(FileHelpersTest, ReadsAWholeFile) {
   put("one\ntwo\n");

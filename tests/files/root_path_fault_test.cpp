@@ -94,6 +94,17 @@ TEST_F(RootPathFaultTest, ADirectoryThatCannotBeCreatedIsThrown) {
   EXPECT_EQ(Fault::calls("chmod"), 0u);
 }
 
+TEST_F(RootPathFaultTest, OnlyChrootModeGoesOnWithoutItsDirectory) {
+  handler.allowFailures();
+  platform.failMkpath(EROFS);
+  ASSERT_EQ(unsetenv("SHMEM_ROOT"), 0);
+  EXPECT_EQ(thrown("t", true),
+            "RootPath::RootPath() mkpath() error /var/shmem/zorbes/t: Read-only file system");
+  ASSERT_EQ(setenv("NSPATH", "/ns", 1), 0);
+  EXPECT_EQ(thrown("t", true),
+            "RootPath::RootPath() mkpath() error /var/shmem/zorbes/ns/t: Read-only file system");
+}
+
 TEST_F(RootPathFaultTest, ThrowsWhenNobodyListens) {
   handler.setMaxLevel(RecordingHandler::nothing);
   platform.failMkpath(EROFS);

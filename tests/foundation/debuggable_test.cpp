@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <zorbe/debuggable.h>
 
+#include "fakes/corpse.h"
 #include "fakes/fake_platform_test_fixture.h"
 #include "sockets/dir_node.h"
 
@@ -10,9 +11,6 @@
 #include <zorbe/mounter.h>
 #include <zorbe/root_path.h>
 #include <zorbe/unlock.h>
-
-#include <cstring>
-#include <new>
 
 namespace Zorbe::Test {
 namespace {
@@ -37,29 +35,12 @@ class Logging : public Brask::Debuggable {
   bool& owns() { return ownsHandler; }
 };
 
-/// An object that can still be looked at when it has been destroyed.
+/// Where an object and its handler were when it has been destroyed.
 template <class Object>
-class Corpse {
+class HandlerCorpse : public Corpse<Object> {
  public:
-  template <class... Args>
-  explicit Corpse(Args&&... args) : object_(new (storage_) Object(std::forward<Args>(args)...)) {
-    handlerAt_ = reinterpret_cast<unsigned char*>(&object_->handlerSlot()) - storage_;
-  }
-
-  Object* operator->() { return object_; }
-
-  /// The handler that the object refers to after its destruction.
-  const void* handlerLeftBehind() {
-    object_->~Object();
-    const void* left = this;
-    std::memcpy(&left, storage_ + handlerAt_, sizeof left);
-    return left;
-  }
-
- private:
-  alignas(Object) unsigned char storage_[sizeof(Object)] = {};
-  Object* object_;
-  std::ptrdiff_t handlerAt_ = 0;
+  using Corpse<Object>::Corpse;
+  const void* handlerLeftBehind() { return this->leftBehind((*this)->handlerSlot()); }
 };
 
 class DebuggableTest : public FakePlatformTest {
@@ -103,11 +84,11 @@ TEST_F(DebuggableTest, IsCopiedMemberByMember) {
 }
 
 TEST_F(DebuggableTest, ForgetsTheHandlerWhenItIsDestroyed) {
-  EXPECT_EQ(Corpse<Logging>(handler).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(HandlerCorpse<Logging>(handler).handlerLeftBehind(), nullptr);
 }
 
 TEST_F(DebuggableTest, ForgetsTheHandlerThatItDeletes) {
-  Corpse<Logging> object(*new DyingHandler(deaths));
+  HandlerCorpse<Logging> object(*new DyingHandler(deaths));
   object->owns() = true;
   EXPECT_EQ(object.handlerLeftBehind(), nullptr);
   EXPECT_EQ(deaths, 1);
@@ -151,20 +132,23 @@ class MounterClient : public MounterBase {
 TEST_F(DebuggableTest, EveryClassOfTheLibraryForgetsTheHandler) {
   const RootPath root(handler, "t", false);
   MounterClient client;
-  EXPECT_EQ(Corpse<Exposed<RootPath>>(handler, "t", false).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(Corpse<Exposed<TableWriter>>(handler, root, true).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(Corpse<Exposed<TableReader>>(handler, root, counters).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(Corpse<Exposed<Watcher>>(handler, "label", root).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(Corpse<Exposed<MounterSm>>(handler, "t", &client).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(Corpse<Exposed<ParentMounterSm>>(handler, nullptr, "/a/b").handlerLeftBehind(),
+  EXPECT_EQ(HandlerCorpse<Exposed<RootPath>>(handler, "t", false).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(HandlerCorpse<Exposed<TableWriter>>(handler, root, true).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(HandlerCorpse<Exposed<TableReader>>(handler, root, counters).handlerLeftBehind(),
             nullptr);
-  EXPECT_EQ(Corpse<Exposed<DirNode>>(handler, nullptr, rootPath()).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(HandlerCorpse<Exposed<Watcher>>(handler, "label", root).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(HandlerCorpse<Exposed<MounterSm>>(handler, "t", &client).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(HandlerCorpse<Exposed<ParentMounterSm>>(handler, nullptr, "/a/b").handlerLeftBehind(),
+            nullptr);
+  EXPECT_EQ(HandlerCorpse<Exposed<DirNode>>(handler, nullptr, rootPath()).handlerLeftBehind(),
+            nullptr);
 }
 
 TEST_F(DebuggableTest, AConnectionForgetsTheHandler) {
   const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);  // closed by the connection
   TableWriter writer(handler, RootPath(handler, "t", false), true);
-  EXPECT_EQ(Corpse<Exposed<ReaderKickClientSm>>(handler, &writer, fd).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(HandlerCorpse<Exposed<ReaderKickClientSm>>(handler, &writer, fd).handlerLeftBehind(),
+            nullptr);
 }
 
 }  // namespace

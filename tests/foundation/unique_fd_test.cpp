@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "foundation/unique_fd.h"
 
+#include "fakes/descriptor_zero.h"
 #include "fakes/zorbe_test.h"
 
 #include <fcntl.h>
@@ -40,6 +41,13 @@ TEST_F(UniqueFdTest, ClosesNothingAfterRelease) {
   }
   EXPECT_TRUE(isOpen(fd));
   EXPECT_EQ(close(fd), 0);
+}
+
+TEST_F(UniqueFdTest, OwnsDescriptorZeroToo) {
+  const DescriptorZero zero;
+  zero.free();
+  { const UniqueFd owner(openOne()); }
+  EXPECT_FALSE(DescriptorZero::isOpen());
 }
 
 TEST_F(UniqueFdTest, MovesOwnership) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "fakes/corpse.h"
 #include "mounter/mounter_test_fixture.h"
 
 #include <sys/inotify.h>
@@ -51,6 +52,12 @@ class MounterSmTest : public FakePlatformTest {
   Client client{platform};
   std::unique_ptr<Mounter> mounter;
 };
+
+TEST_F(MounterSmTest, LeavesNoWatchingMemberBehind) {
+  Corpse<Mounter> watcher(handler, "quotes", &client);
+  EXPECT_TRUE(watcher->isWatching());
+  EXPECT_FALSE(watcher.leftBehind(watcher->watchingSlot()));
+}
 
 TEST_F(MounterSmTest, TheMaskAsksForFilesWrittenAndDeleted) {
   EXPECT_EQ(MounterSm::MOUNTER_DEFAULT_MASK, 0x208u);

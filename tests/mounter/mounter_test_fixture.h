@@ -51,6 +51,7 @@ class Mounter : public MounterSm {
  public:
   using MounterSm::MounterSm;
   bool isWatching() const { return watching; }
+  bool& watchingSlot() { return watching; }
   const RootPath& root() const { return rootPath; }
   const std::string& tableName() const { return name; }
 };

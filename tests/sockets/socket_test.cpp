@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "fakes/descriptor_zero.h"
 #include "sockets/sockets_test_fixture.h"
 
 #include <fcntl.h>
@@ -50,6 +51,33 @@ TEST_F(SocketTest, OpensTheSocketInTheDefaultNamespace) {
               ElementsAre(Logged(2, "Util::socket() success opening /proc/self/ns/net"),
                           Logged(2, "Util::socket() setnsByName() to default success"),
                           Logged(2, "Util::socket() success opening default socket: Success")));
+}
+
+TEST_F(SocketTest, TheSocketMayBeDescriptorZero) {
+  const DescriptorZero zero;
+  letThreadSwitch();
+  zero.freeBefore("socket");
+  errno = 0;
+  const int fd = Util::socket(handler, AF_UNIX, SOCK_SEQPACKET, 0);
+  EXPECT_EQ(fd, 0);
+  EXPECT_EQ(errno, 0);
+  EXPECT_EQ(handler.messages().back().text,
+            "Util::socket() success opening default socket: Success");
+}
+
+TEST_F(SocketTest, TheNoteOfTheWayBackMayBeDescriptorZero) {
+  const DescriptorZero zero;
+  zero.free();
+  EXPECT_GT(open(), 0);
+  EXPECT_FALSE(DescriptorZero::isOpen());
+}
+
+TEST_F(SocketTest, ASocketOfTheCallersNamespaceMayBeDescriptorZero) {
+  const DescriptorZero zero;
+  Fault::arm("open", 1, ENOENT);
+  zero.freeBefore("socket");
+  EXPECT_EQ(Util::socket(handler, AF_UNIX, SOCK_SEQPACKET, 0), 0);
+  EXPECT_EQ(handler.messages().back().text, "Util::socket() success opening local socket, sd:0");
 }
 
 TEST_F(SocketTest, ReturnsToTheNamespaceItCameFromAndClosesItsDescriptor) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "fakes/descriptor_zero.h"
 #include "sockets/sockets_test_fixture.h"
 
 #include <signal.h>
@@ -122,6 +123,26 @@ TEST_F(WriterLockTest, TellsWhoHasBecomeTheWriter) {
                                 table.abstractName()),
                   Logged(2, "Util::acquireWriterLock() " + note() +
                                 " successfully acquired writer-lock: " + table.abstractName())));
+}
+
+TEST_F(WriterLockTest, ARefusalTellsWhatItCouldNotRead) {
+  acquire();
+  handler.setMaxLevel(5);
+  leaveNote("/gone:4294967295 cmdline: ''");
+  EXPECT_TRUE(refusal());
+  const std::string unable = "Util::fileRead() unable to open file ";
+  EXPECT_THAT(handler.texts(5),
+              testing::Contains(unable + "/proc/4294967295/stat: No such file or directory"));
+  EXPECT_EQ(unlink(root.fullPath("last-owner").c_str()), 0);
+  EXPECT_TRUE(refusal());
+  EXPECT_THAT(handler.texts(5), testing::Contains(unable + root.fullPath("last-owner") +
+                                                  ": No such file or directory"));
+}
+
+TEST_F(WriterLockTest, TheLockMayBeDescriptorZero) {
+  const DescriptorZero zero;
+  zero.freeBefore("socket");
+  EXPECT_EQ(Util::acquireWriterLock(handler, root), 0);
 }
 
 TEST_F(WriterLockTest, LeavesANoteThatEveryUserMayReadAndReplace) {

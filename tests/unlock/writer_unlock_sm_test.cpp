@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "fakes/descriptor_zero.h"
 #include "unlock/unlock_test_fixture.h"
 
 #include <zorbe/exceptions.h>
@@ -86,6 +87,34 @@ TEST_F(WriterUnlockSmTest, ReportsAWriterThatIsNotThereOnceFromTheTimer) {
   platform.timer(0).fire();
   EXPECT_THAT(platform.calls(), ElementsAre("writerUnlocked"));
   EXPECT_FALSE(platform.timer(0).armed());
+}
+
+TEST_F(WriterUnlockSmTest, AnOldErrorDoesNotHideTheEndOfAConnection) {
+  connect();
+  writer->stop();
+  handler.trashErrno(EAGAIN);
+  errno = EAGAIN;
+  platform.fd(0).fire();
+  EXPECT_THAT(platform.calls(), testing::Contains("writerUnlocked"));
+}
+
+TEST_F(WriterUnlockSmTest, AConnectionAtDescriptorZeroIsClosedWithIt) {
+  const DescriptorZero zero;
+  zero.freeBefore("socket");
+  connect();
+  EXPECT_EQ(watched(), 0);
+  reader.reset();
+  EXPECT_FALSE(DescriptorZero::isOpen());
+}
+
+TEST_F(WriterUnlockSmTest, TheEndOfAConnectionAtDescriptorZeroIsADepartureAndClosesIt) {
+  const DescriptorZero zero;
+  zero.freeBefore("socket");
+  connect();
+  writer->stop();
+  platform.fd(0).fire();
+  EXPECT_THAT(platform.calls(), testing::Contains("writerUnlocked"));
+  EXPECT_FALSE(DescriptorZero::isOpen());
 }
 
 TEST_F(WriterUnlockSmTest, TellsThatItCouldNotConnect) {

@@ -37,13 +37,15 @@ QuotesWriter::QuotesWriter(Brask::Platform::DebugHandler& debugHandler, const Zo
     : WriterKickSm(debugHandler, root, false), shape_(tableShape), caretaker_(*this) {}
 
 // The order matters. First the lock: only its holder may touch the files. Then the files.
-// Only then listen: a reader that can connect finds the files of this very writer.
+// Only then listen: a reader that can connect finds the files of this very writer. They are
+// watched before they are there: nobody can remove them unseen.
 void QuotesWriter::open() {
   createKickSocket();
   const Legacy legacy = takeOver();
   tookOver_ = legacy.fenix != 0;
+  auto mounter = std::make_unique<Zorbe::MounterSm>(*handler, rootPath.name, this);
   makeTable(legacy);
-  mounter_ = std::make_unique<Zorbe::MounterSm>(*handler, rootPath.name, this);
+  mounter_ = std::move(mounter);
   doEnableListen();
 }
 

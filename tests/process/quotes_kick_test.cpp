@@ -2,6 +2,7 @@
 //
 // The example's writer and readers on one real loop, turned by hand.
 #include "fakes/zorbe_test.h"
+#include "fault/fault.h"
 
 #include <brask/linux/event_loop.h>
 #include <quotes_follower.h>
@@ -176,6 +177,14 @@ TEST_F(QuotesKick, aReaderOfRemovedFilesIsWokenToLeaveThem) {
   EXPECT_NE(writer->fenix(), before);
   EXPECT_EQ(Zorbe::FenixFile::read(handler, root.path), writer->fenix());
   EXPECT_EQ(writer->copy().size(), 1u);
+}
+
+TEST_F(QuotesKick, aWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
+  const auto remove = [&] { std::filesystem::remove_all(root.path); };
+  Zorbe::Test::Fault::before("chmod", 1, remove).onPath(root.fullPath("fenix"));
+  openWriter();
+  turnUntil([&] { return Zorbe::FenixFile::read(handler, root.path) == writer->fenix(); });
+  EXPECT_TRUE(TableReader::open(root));
 }
 
 TEST_F(QuotesKick, aConnectionThatNeverReportsKeepsNobodyWaiting) {

@@ -104,6 +104,16 @@ void Channel::awaitEnd() {
   for (std::string words; receive(words);) continue;
 }
 
+bool Channel::drain() {
+  const Fault::Bypass bypass;
+  char buffer[longestMessage];
+  ssize_t length;
+  do {
+    length = ::recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT);
+  } while (length > 0 || (length < 0 && errno == EINTR));
+  return length < 0 && errno == EAGAIN;
+}
+
 struct ChildProcess::Ends {
   int ours;
   int childs;

@@ -49,6 +49,9 @@ class Channel {
   /// Hears whatever comes until the other end has gone.
   void awaitEnd();
 
+  /// Drops whatever has come so far, without waiting. False when the other end has gone.
+  bool drain();
+
   /// Readable when there is something to hear.
   int fd() const { return fd_; }
 

@@ -1,25 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "process/table.h"
 
-#include <gtest/gtest.h>
-#include <sys/mman.h>
-
-#include <cerrno>
-#include <new>
-#include <system_error>
-
 namespace Zorbe::Test {
-
-SharedTable::SharedTable() {
-  void* const memory =
-      ::mmap(nullptr, sizeof *sequence_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-  sequence_ = new (memory) std::atomic<uint64_t>(0);
-}
-
-SharedTable::~SharedTable() {
-  EXPECT_EQ(::munmap(sequence_, sizeof *sequence_), 0);
-}
 
 void TableWriter::open() {
   createKickSocket();

@@ -15,21 +15,17 @@
 #include <string>
 
 #include "process/child_process.h"
+#include "process/shared.h"
 
 namespace Zorbe::Test {
 
 /// Memory that a test and its children share; zero at first.
 class SharedTable {
  public:
-  SharedTable();
-  ~SharedTable();
-  SharedTable(const SharedTable&) = delete;
-  SharedTable& operator=(const SharedTable&) = delete;
-
   std::atomic<uint64_t>& sequence() { return *sequence_; }
 
  private:
-  std::atomic<uint64_t>* sequence_;
+  Shared<std::atomic<uint64_t>> sequence_;
 };
 
 class TableWriter : public WriterKickSm {

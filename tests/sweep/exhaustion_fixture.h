@@ -15,21 +15,11 @@
 #include <vector>
 
 #include "fakes/limits.h"
+#include "fakes/sanitized.h"
 #include "fakes/zorbe_test.h"
 #include "process/roles.h"
 
 namespace Zorbe::Test {
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ZORBE_TEST_SANITIZED
-#endif
-#endif
-#if defined(ZORBE_TEST_SANITIZED) || defined(__SANITIZE_ADDRESS__)
-inline constexpr bool isSanitized = true;
-#else
-inline constexpr bool isSanitized = false;
-#endif
 
 /// A connection to the writer that never says anything, made without waiting.
 class Knock {

@@ -5,42 +5,17 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <zorbe/exceptions.h>
 #include <zorbe/mounter.h>
 
 #include "fakes/child.h"
 #include "platform/brask/linux/child_process.h"
+#include "process/watchdog.h"
 #include "sweep/exhaustion_fixture.h"
 
 namespace Zorbe::Test {
 namespace {
-
-/// Interrupts system calls that wait, again and again, as a client's watchdog would.
-class Watchdog {
- public:
-  Watchdog() {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};  // and no SA_RESTART
-    EXPECT_EQ(0, ::sigaction(SIGALRM, &action, &before_));
-    set(20000);
-  }
-  Watchdog(const Watchdog&) = delete;
-  Watchdog& operator=(const Watchdog&) = delete;
-  ~Watchdog() {
-    set(0);
-    EXPECT_EQ(0, ::sigaction(SIGALRM, &before_, nullptr));
-  }
-
- private:
-  static void set(suseconds_t microseconds) {
-    const itimerval timer{{0, microseconds}, {0, microseconds}};
-    EXPECT_EQ(0, ::setitimer(ITIMER_REAL, &timer, nullptr));
-  }
-
-  struct sigaction before_ {};
-};
 
 class ChangeCount : public MounterBase {
  public:

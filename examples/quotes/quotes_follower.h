@@ -46,6 +46,9 @@ class QuotesFollower : public QuotesReader::Owner,
   /// The present incarnation's reader, null before the first.
   const QuotesReader* reader() const { return reader_.get(); }
 
+  /// There is a writer, and its end will be told.
+  bool seesWriter() const { return sawWriter_; }
+
   const Zorbe::Reader::Counters& counters() const { return counters_; }
 
   void connectionLost() override;

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#include "chaos/survey.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+namespace Zorbe::Test::Chaos {
+namespace {
+
+std::string folderOf(pid_t pid) {
+  return "/proc/" + std::to_string(pid);
+}
+
+}  // namespace
+
+unsigned descriptorsOf(pid_t pid) {
+  const std::filesystem::directory_iterator open(folderOf(pid) + "/fd");
+  return static_cast<unsigned>(std::distance(begin(open), end(open)));
+}
+
+long residentPagesOf(pid_t pid) {
+  std::ifstream statm(folderOf(pid) + "/statm");
+  long size = 0;
+  long resident = 0;
+  if (!(statm >> size >> resident)) throw std::runtime_error("cannot read " + folderOf(pid));
+  return resident;
+}
+
+}  // namespace Zorbe::Test::Chaos

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+//
+// What processes hold, as the kernel counts it: it has to stay what it was.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+
+namespace Zorbe::Test::Chaos {
+
+/// Descriptors that a process has open.
+unsigned descriptorsOf(pid_t pid);
+
+/// Pages of memory that a process has in use.
+long residentPagesOf(pid_t pid);
+
+/// What was counted first, last, and at most in between.
+struct Course {
+  std::optional<long> first;
+  long last = 0;
+  long most = 0;
+
+  void note(long count) {
+    if (!first) first = count;
+    last = count;
+    if (count > most) most = count;
+  }
+  long growth() const { return first ? last - *first : 0; }
+};
+
+/// Memory may grow by this much, after the warm-up, and never more: what the allocator
+/// keeps depends on the order in which things come and go.
+inline constexpr long pagesOfGrowth = 64;
+
+}  // namespace Zorbe::Test::Chaos

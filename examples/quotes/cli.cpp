@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "cli.h"
 
+#include <getopt.h>
+#include <zorbe/exceptions.h>
+
 #include <charconv>
 #include <csignal>
+#include <iostream>
 #include <stdexcept>
 
 namespace Quotes {
@@ -38,6 +42,46 @@ uint64_t parseNumber(const std::string& option, const std::string& text, uint64_
                                 std::to_string(most) + ", not '" + text + "'");
   }
   return number;
+}
+
+int parseLevel(const std::string& text) {
+  return text == "-1" ? -1 : static_cast<int>(parseNumber("--level", text, 0, 9));
+}
+
+std::optional<std::string> parseCommandLine(int argc, char** argv,
+                                            const std::vector<Argument>& arguments) {
+  std::vector<option> known;
+  for (const Argument& argument : arguments) {
+    known.push_back(
+        {argument.name, argument.takesValue ? required_argument : no_argument, nullptr, 0});
+  }
+  known.push_back({"help", no_argument, nullptr, 'h'});
+  known.push_back({});
+  int which = 0;
+  for (int letter; (letter = ::getopt_long(argc, argv, "h", known.data(), &which)) != -1;) {
+    if (letter == 'h') return std::nullopt;
+    if (letter != 0) throw std::invalid_argument("see --help");
+    arguments[static_cast<std::size_t>(which)].take(optarg != nullptr ? optarg : "");
+  }
+  if (optind != argc - 1) throw std::invalid_argument("exactly one NAME is needed, see --help");
+  return argv[optind];
+}
+
+int runProgram(const std::string& program, const std::function<int()>& run) {
+  try {
+    return run();
+  } catch (const std::invalid_argument& mistake) {
+    std::cerr << program << ": " << mistake.what() << std::endl;
+    return kUsage;
+  } catch (const Zorbe::DuplicateWriterException& refused) {
+    // The library has logged the whole report already.
+    std::cerr << program << ": refused, process " << refused.pid << " (" << refused.owner
+              << ") is the writer" << std::endl;
+    return kDuplicateWriter;
+  } catch (const std::exception& failure) {
+    std::cerr << program << ": " << failure.what() << std::endl;
+    return kFailure;
+  }
 }
 
 Signals::Signals(Brask::Linux::EventLoop& loop) {

@@ -7,7 +7,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace Quotes {
 
@@ -18,6 +21,24 @@ enum Exit : int { kOk = 0, kBadRows = 1, kUsage = 2, kDuplicateWriter = 3, kFail
 /// one or not within the limits.
 uint64_t parseNumber(const std::string& option, const std::string& text, uint64_t least,
                      uint64_t most);
+
+/// The value of --level: 0 to 9, or -1 for no messages at all. Throws as above.
+int parseLevel(const std::string& text);
+
+/// An option without its dashes, and what to do when it is given.
+struct Argument {
+  const char* name;
+  bool takesValue;
+  std::function<void(const std::string& value)> take;
+};
+
+/// Reads the options and returns the one NAME among them; nothing when --help is asked for.
+/// Throws std::invalid_argument for a command line that makes no sense.
+std::optional<std::string> parseCommandLine(int argc, char** argv,
+                                            const std::vector<Argument>& arguments);
+
+/// Returns what `run` returns, or tells on standard error what it throws.
+int runProgram(const std::string& program, const std::function<int()>& run);
 
 /// For its lifetime: SIGINT and SIGTERM end `loop.run()`, and so does SIGUSR1, which also
 /// asks for a printout. One at a time.

@@ -3,15 +3,11 @@
 // quotes-reader: follows a table until it is told to end. See usage() below.
 #include <brask/linux/event_loop.h>
 #include <brask/linux/stream_debug_handler.h>
-#include <zorbe/exceptions.h>
 
 #include <iomanip>
 #include <iostream>
 #include <map>
 #include <optional>
-#include <stdexcept>
-
-#include <getopt.h>
 
 #include "cli.h"
 #include "clock.h"
@@ -45,50 +41,21 @@ struct Options {
   bool events = false;
   double restSeconds = 0;
   int level = -1;
-  bool help = false;
 };
 
-void setOption(Options& options, int letter, const std::string& value) {
-  switch (letter) {
-    case 'p':
-      options.print = true;
-      break;
-    case 'e':
-      options.restSeconds = static_cast<double>(parseNumber("--every", value, 0, 3600000)) / 1e3;
-      break;
-    case 'n':
-      options.events = true;
-      break;
-    case 'g':
-      options.symbol = value;
-      break;
-    case 'v':
-      options.level = value == "-1" ? -1 : static_cast<int>(parseNumber("--level", value, 0, 9));
-      break;
-    case 'h':
-      options.help = true;
-      break;
-    default:
-      throw std::invalid_argument("see quotes-reader --help");
-  }
-}
-
-Options parseOptions(int argc, char** argv) {
-  const option known[] = {{"print", no_argument, nullptr, 'p'},
-                          {"every", required_argument, nullptr, 'e'},
-                          {"events", no_argument, nullptr, 'n'},
-                          {"get", required_argument, nullptr, 'g'},
-                          {"level", required_argument, nullptr, 'v'},
-                          {"help", no_argument, nullptr, 'h'},
-                          {nullptr, 0, nullptr, 0}};
-  Options options;
-  for (int letter; (letter = ::getopt_long(argc, argv, "h", known, nullptr)) != -1;) {
-    setOption(options, letter, optarg != nullptr ? optarg : "");
-  }
-  if (options.help) return options;
-  if (optind != argc - 1) throw std::invalid_argument("exactly one NAME is needed, see --help");
-  options.name = argv[optind];
-  return options;
+// The table's name; nothing when only the usage is asked for.
+std::optional<std::string> parse(int argc, char** argv, Options& options) {
+  return parseCommandLine(
+      argc, argv,
+      {{"print", false, [&](const std::string&) { options.print = true; }},
+       {"every", true,
+        [&](const std::string& value) {
+          options.restSeconds =
+              static_cast<double>(parseNumber("--every", value, 0, 3600000)) / 1e3;
+        }},
+       {"events", false, [&](const std::string&) { options.events = true; }},
+       {"get", true, [&](const std::string& value) { options.symbol = value; }},
+       {"level", true, [&](const std::string& value) { options.level = parseLevel(value); }}});
 }
 
 double microseconds(uint64_t nanoseconds) {
@@ -156,22 +123,20 @@ int follow(Brask::Platform::DebugHandler& log, const Options& options) {
   return kOk;
 }
 
+int runReader(int argc, char** argv) {
+  Options options;
+  const auto name = parse(argc, argv, options);
+  if (!name) {
+    usage(std::cout);
+    return kOk;
+  }
+  options.name = *name;
+  Brask::Linux::StreamDebugHandler log(std::cerr, options.level);
+  return options.symbol.empty() ? follow(log, options) : printOne(log, options);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    const Options options = parseOptions(argc, argv);
-    if (options.help) {
-      usage(std::cout);
-      return kOk;
-    }
-    Brask::Linux::StreamDebugHandler log(std::cerr, options.level);
-    return options.symbol.empty() ? follow(log, options) : printOne(log, options);
-  } catch (const std::invalid_argument& mistake) {
-    std::cerr << "quotes-reader: " << mistake.what() << std::endl;
-    return kUsage;
-  } catch (const std::exception& failure) {
-    std::cerr << "quotes-reader: " << failure.what() << std::endl;
-    return kFailure;
-  }
+  return runProgram("quotes-reader", [&] { return runReader(argc, argv); });
 }

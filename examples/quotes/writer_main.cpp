@@ -4,14 +4,12 @@
 // input. See usage() below.
 #include <brask/linux/event_loop.h>
 #include <brask/linux/stream_debug_handler.h>
-#include <zorbe/exceptions.h>
 
 #include <iomanip>
 #include <iostream>
 #include <memory>
-#include <stdexcept>
+#include <optional>
 
-#include <getopt.h>
 #include <unistd.h>
 
 #include "cli.h"
@@ -49,52 +47,31 @@ struct Options {
   unsigned awaitReaders = 0;
   bool exitAtEnd = false;
   int level = 0;
-  bool help = false;
 };
 
-void setOption(Options& options, int letter, const std::string& value) {
+// The table's name; nothing when only the usage is asked for.
+std::optional<std::string> parse(int argc, char** argv, Options& options) {
   constexpr uint64_t kMost = 1 << 24;
-  switch (letter) {
-    case 's':
-      options.shape.slots = static_cast<uint32_t>(parseNumber("--slots", value, 1, kMost));
-      break;
-    case 'l':
-      options.shape.logEntries = static_cast<uint32_t>(parseNumber("--log", value, 1, kMost));
-      break;
-    case 'r':
-      options.rate = static_cast<double>(parseNumber("--rate", value, 0, 1000000000));
-      break;
-    case 'a':
-      options.awaitReaders = static_cast<unsigned>(parseNumber("--await", value, 0, 100000));
-      break;
-    case 'x':
-      options.exitAtEnd = true;
-      break;
-    case 'v':
-      options.level = value == "-1" ? -1 : static_cast<int>(parseNumber("--level", value, 0, 9));
-      break;
-    case 'h':
-      options.help = true;
-      break;
-    default:
-      throw std::invalid_argument("see quotes-writer --help");
-  }
-}
-
-Options parseOptions(int argc, char** argv) {
-  const option known[] = {
-      {"slots", required_argument, nullptr, 's'}, {"log", required_argument, nullptr, 'l'},
-      {"rate", required_argument, nullptr, 'r'},  {"await", required_argument, nullptr, 'a'},
-      {"exit", no_argument, nullptr, 'x'},        {"level", required_argument, nullptr, 'v'},
-      {"help", no_argument, nullptr, 'h'},        {nullptr, 0, nullptr, 0}};
-  Options options;
-  for (int letter; (letter = ::getopt_long(argc, argv, "h", known, nullptr)) != -1;) {
-    setOption(options, letter, optarg != nullptr ? optarg : "");
-  }
-  if (options.help) return options;
-  if (optind != argc - 1) throw std::invalid_argument("exactly one NAME is needed, see --help");
-  options.name = argv[optind];
-  return options;
+  return parseCommandLine(
+      argc, argv,
+      {{"slots", true,
+        [&](const std::string& value) {
+          options.shape.slots = static_cast<uint32_t>(parseNumber("--slots", value, 1, kMost));
+        }},
+       {"log", true,
+        [&](const std::string& value) {
+          options.shape.logEntries = static_cast<uint32_t>(parseNumber("--log", value, 1, kMost));
+        }},
+       {"rate", true,
+        [&](const std::string& value) {
+          options.rate = static_cast<double>(parseNumber("--rate", value, 0, 1000000000));
+        }},
+       {"await", true,
+        [&](const std::string& value) {
+          options.awaitReaders = static_cast<unsigned>(parseNumber("--await", value, 0, 100000));
+        }},
+       {"exit", false, [&](const std::string&) { options.exitAtEnd = true; }},
+       {"level", true, [&](const std::string& value) { options.level = parseLevel(value); }}});
 }
 
 /// Awaits the readers, publishes the rows, awaits that they are read.
@@ -184,29 +161,22 @@ class Program : public Brask::Platform::TimeoutHandler {
   std::unique_ptr<Brask::Platform::TimerControl> timer_;
 };
 
+int runWriter(int argc, char** argv) {
+  Options options;
+  const auto name = parse(argc, argv, options);
+  if (!name) {
+    usage(std::cout);
+    return kOk;
+  }
+  options.name = *name;
+  Brask::Linux::EventLoop loop;
+  Brask::Linux::StreamDebugHandler log(std::cerr, options.level);
+  Signals signals(loop);
+  return Program(log, loop, options).run(signals);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    const Options options = parseOptions(argc, argv);
-    if (options.help) {
-      usage(std::cout);
-      return kOk;
-    }
-    Brask::Linux::EventLoop loop;
-    Brask::Linux::StreamDebugHandler log(std::cerr, options.level);
-    Signals signals(loop);
-    return Program(log, loop, options).run(signals);
-  } catch (const std::invalid_argument& mistake) {
-    std::cerr << "quotes-writer: " << mistake.what() << std::endl;
-    return kUsage;
-  } catch (const Zorbe::DuplicateWriterException& refused) {
-    // The library has logged the whole report already.
-    std::cerr << "quotes-writer: refused, process " << refused.pid << " (" << refused.owner
-              << ") is the writer" << std::endl;
-    return kDuplicateWriter;
-  } catch (const std::exception& failure) {
-    std::cerr << "quotes-writer: " << failure.what() << std::endl;
-    return kFailure;
-  }
+  return runProgram("quotes-writer", [&] { return runWriter(argc, argv); });
 }

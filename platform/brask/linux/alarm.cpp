@@ -10,7 +10,7 @@
 namespace Brask::Linux {
 
 Alarm::Alarm()
-    : fd_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC), errno,
+    : fd_(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC),
           "EventLoop timerfd_create()") {}
 
 [[gnu::hot]] void Alarm::ringBy(int64_t expiry) {

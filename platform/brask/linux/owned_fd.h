@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <system_error>
 
@@ -18,9 +19,10 @@ class OwnedFd {
  public:
   OwnedFd() = default;
 
-  /// Takes the result of the system call `what`; throws std::system_error when
-  /// it is negative.
-  OwnedFd(int fd, int error, const char* what) : fd_(fd) {
+  /// Takes the result of the system call `what`, made right before; throws
+  /// std::system_error with its errno when it is negative.
+  OwnedFd(int fd, const char* what) : fd_(fd) {
+    const int error = errno;
     if (fd_ < 0) throwSystemError(error, what);
   }
 

@@ -22,7 +22,7 @@ epoll_event eventFor(uint32_t events, uint64_t data) {
 
 }  // namespace
 
-Poller::Poller() : fd_(createEpoll(), errno, "EventLoop epoll_create1()") {}
+Poller::Poller() : fd_(createEpoll(), "EventLoop epoll_create1()") {}
 
 int Poller::add(int fd, uint64_t data) {
   epoll_event event = eventFor(EPOLLIN, data);

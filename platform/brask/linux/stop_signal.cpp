@@ -8,8 +8,7 @@
 
 namespace Brask::Linux {
 
-StopSignal::StopSignal()
-    : fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), errno, "EventLoop eventfd()") {}
+StopSignal::StopSignal() : fd_(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "EventLoop eventfd()") {}
 
 void StopSignal::raise() noexcept {
   raised_.store(true, std::memory_order_release);

@@ -91,6 +91,26 @@ TEST_F(MkpathFaultTest, BeginsAgainWhenWhatTookTheNameVanishes) {
   EXPECT_EQ(modeOf("a/b"), 0777u);
 }
 
+TEST_F(MkpathFaultTest, TakesWhatHasAppearedUnderANameThatWasTaken) {
+  Fault::arm("mkdir", 1, EEXIST);
+  Fault::before("lstat", 1, [this] { makeDirectory("a", 0711); });
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(modeOf("a"), 0711u);
+  EXPECT_EQ(modeOf("a/b"), 0777u);
+}
+
+TEST_F(MkpathFaultTest, SaysWhatLstatSaidOfANameThatIsTaken) {
+  Fault::arm("mkdir", 1, EEXIST);
+  Fault::arm("lstat", 1, EIO);
+  EXPECT_EQ(errorOf(inRoot("a/b")), EIO);
+}
+
+TEST_F(MkpathFaultTest, SaysWhatChmodSaidOfADirectoryThatHasGone) {
+  Fault::arm("chmod", 1, EPERM);
+  Fault::arm("lstat", 1, ENOENT);
+  EXPECT_EQ(errorOf(inRoot("a")), EPERM);
+}
+
 TEST_F(MkpathFaultTest, AcceptsADirectoryThatAnotherUserHasMadeAgain) {
   Fault::arm("chmod", 1, EPERM);
   Fault::alterStat("lstat", 1, [](struct stat& status) { status.st_uid = geteuid() + 1; });
@@ -112,6 +132,24 @@ TEST_F(MkpathFaultTest, DoesNotWaitForADirectoryThatIsClosedForGood) {
   }).onPath(rootPath());
   EXPECT_EQ(errorOf(inRoot("a")), EACCES);
   EXPECT_EQ(Fault::calls("poll"), 0u);
+}
+
+TEST_F(MkpathFaultTest, DoesNotWaitWhereNothingCanBeLookedAt) {
+  Fault::arm("stat", 1, EACCES, Fault::forever);
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
+  EXPECT_EQ(Fault::calls("poll"), 0u);
+}
+
+TEST_F(MkpathFaultTest, WaitsOnWhenASignalEndsThePause) {
+  Fault::arm("mkdir", 1, EACCES, 2);
+  Fault::arm("poll", 1, EINTR, 2);
+  EXPECT_EQ(errorOf(inRoot("a")), 0);
+}
+
+TEST_F(MkpathFaultTest, GivesUpWhenThereIsNoWayToWait) {
+  Fault::arm("mkdir", 1, EACCES);
+  Fault::arm("poll", 1, ENOMEM);
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
 }
 
 TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatStaysClosed) {

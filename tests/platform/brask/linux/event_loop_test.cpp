@@ -225,3 +225,14 @@ TEST_F(EventLoopTest, ItsDescriptorsDoNotOutliveExec) {
     EXPECT_NE(0, ::fcntl(fd, F_GETFD) & FD_CLOEXEC) << target;
   }
 }
+
+TEST_F(EventLoopTest, ControlsThatOutliveTheLoopRefuseToBeUsed) {
+  FdProbe descriptor;
+  TimerProbe timer;
+  InotifyProbe path;
+  loop.reset();
+  EXPECT_THROW(descriptor.control->watch(0), std::logic_error);
+  EXPECT_THROW(descriptor.control->fd(), std::logic_error);
+  EXPECT_THROW(timer.control->start(0.0), std::logic_error);
+  EXPECT_THROW(path.control->addWatch("/", 0x200), std::logic_error);
+}

@@ -14,7 +14,8 @@ class InotifyEndTest : public InotifyTest {};
 }  // namespace
 
 TEST_F(InotifyEndTest, TheEndOfADirectoryIsToldOnceWhateverTheMask) {
-  for (const uint32_t mask : {uint32_t{IN_CREATE}, uint32_t{IN_DELETE_SELF | IN_MOVE_SELF}}) {
+  for (const uint32_t mask :
+       {uint32_t{IN_CREATE}, uint32_t{IN_MOVE_SELF}, uint32_t{IN_DELETE_SELF | IN_MOVE_SELF}}) {
     const std::string doomed = directory.make("doomed");
     InotifyProbe one, two;
     one.control->addWatch(doomed, mask);

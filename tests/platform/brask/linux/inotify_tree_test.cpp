@@ -104,3 +104,64 @@ TEST_F(InotifyTreeTest, TheEmptyPathIsTheRootDirectory) {
   EXPECT_EQ("", probe.control->path());
   EXPECT_EQ(3u, kernelWatches().size());
 }
+
+TEST_F(InotifyTreeTest, AFileInTheWayOfAPathIsToldAsItsEnd) {
+  removeTree();
+  touch(top);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf + ": Not a directory"}), inner.told);
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  erase(top);
+}
+
+TEST_F(InotifyTreeTest, APathThatHasGoneIsNotToldToWhoDoesNotAskForDeletions) {
+  InotifyProbe creations;
+  creations.control->addWatch(top, IN_CREATE);
+  remove(leaf);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{}, creations.told);
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+}
+
+TEST_F(InotifyTreeTest, ARelativePathHasTheWorkingDirectoryAsItsParent) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(top);
+  outer.control->addWatch(".", IN_DELETE);
+  inner.control->addWatch("leaf", IN_CREATE);
+  remove(leaf);
+  inner.control->addWatch("leaf", IN_CREATE);
+  settle();
+  std::filesystem::current_path(before);
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+}
+
+TEST_F(InotifyTreeTest, AWatcherWhoseTreeIsNotThereWhenItEndsFollowsItLater) {
+  inner.onEvent = [&] {
+    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  settle();
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  touch(top + "/two");
+  erase(top + "/two");
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "changed leaf", "changed two"}), outer.told);
+  EXPECT_EQ(2u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeTest, OnlyTheWatcherOfTheTreeThatIsThereAgainIsResumed) {
+  const std::string other = directory.make("other");
+  InotifyProbe elsewhere;
+  elsewhere.control->addWatch(other, IN_DELETE);
+  remove(other);
+  removeTree();
+  elsewhere.control->addWatch(other, IN_DELETE);
+  outer.control->addWatch(top, IN_DELETE);
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ(2u, kernelWatches().size());
+}

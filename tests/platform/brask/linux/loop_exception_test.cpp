@@ -158,3 +158,38 @@ TEST_F(LoopExceptionTest, AnExceptionOutOfInotifyErrorLosesNoneOfTheOthers) {
   EXPECT_FALSE(loop->turn(0));
   for (InotifyProbe& probe : probes) EXPECT_EQ(1u, probe.told.size());
 }
+
+TEST_F(LoopExceptionTest, TheRestOfABatchThatWasClosedIsNotTold) {
+  Pair pairs[2];
+  FdProbe probes[2];
+  for (int each : {0, 1}) {
+    probes[each].onEvent = [&pairs, each](int) {
+      pairs[1 - each].closeHere();
+      throw std::runtime_error("closed the other");
+    };
+    probes[each].control->watch(pairs[each].here);
+    pairs[each].makeReady();
+  }
+  EXPECT_THROW(loop->turn(0), std::runtime_error);
+  for (Pair& pair : pairs) {
+    if (pair.here >= 0) pair.drain();
+  }
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(1, probes[0].events + probes[1].events);
+}
+
+TEST_F(LoopExceptionTest, TheOtherWatcherOfAnEventIsToldByTheNextTurn) {
+  InotifyProbe first, second;
+  const auto throwOnce = [thrown = std::make_shared<bool>(false)] {
+    if (!std::exchange(*thrown, true)) throw std::runtime_error("now");
+  };
+  first.onEvent = second.onEvent = throwOnce;
+  first.control->addWatch(directory.path, IN_CREATE);
+  second.control->addWatch(directory.path, IN_CREATE);
+  touch(directory.path + "/one");
+  EXPECT_THROW(loop->turn(0), std::runtime_error);
+  EXPECT_TRUE(readable(loop->fd()));
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(Told{"changed one"}, first.told);
+  EXPECT_EQ(Told{"changed one"}, second.told);
+}

@@ -10,8 +10,10 @@
 
 #include <fstream>
 #include <memory>
+#include <thread>
 
 #include "fakes/limits.h"
+#include "fault/fault.h"
 #include "platform/brask/linux/child_process.h"
 #include "platform/brask/linux/loop_fixture.h"
 
@@ -160,6 +162,33 @@ TEST_F(LoopLimitsTest, ThePauseOfAListenerLeavesOtherCallbacksAlone) {
   EXPECT_EQ(1, other.events);
 }
 
+TEST_F(LoopLimitsTest, APausedListenerIsToldThatItHasBeenShutDown) {
+  listenWithClients(1);
+  NoDescriptors exhausted;
+  for (int turns = 0; turns < 30; ++turns) loop->turn(0);
+  const int eventsBefore = acceptor->events;
+  ASSERT_EQ(0, ::shutdown(acceptor->control->fd(), SHUT_RDWR));
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(eventsBefore + 1, acceptor->events);
+}
+
+TEST_F(LoopLimitsTest, AListenerThatGoesOnIsNotLookedAfterAnyMore) {
+  Pair pairs[2];
+  FdProbe ended, stays;
+  ended.control->watch(pairs[0].here);
+  stays.control->watch(pairs[1].here);
+  listenWithClients(1);
+  NoDescriptors exhausted;
+  for (int turns = 0; turns < 30; ++turns) loop->turn(0);
+  exhausted.allow();
+  ended.control->unwatch();
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(1, accepted);
+  const unsigned looks = Zorbe::Test::Fault::calls("eventfd");
+  EXPECT_FALSE(loop->turn(0.2));
+  EXPECT_EQ(looks, Zorbe::Test::Fault::calls("eventfd"));
+}
+
 TEST_F(LoopLimitsTest, AnOverflowOfTheInotifyQueueIsToldToEveryControl) {
   Directory directory;
   InotifyProbe busy, silent, none;
@@ -226,4 +255,31 @@ TEST(LoopWithoutLimitsTest, AnUnmountEndsTheWatchesOnceEach) {
   });
   if (told.rfind("skip", 0) == 0) GTEST_SKIP() << told;
   EXPECT_EQ("deleted;deleted;", told);
+}
+
+// In this process, but on a thread with a view of the mounts of its own.
+TEST(LoopWithoutLimitsTest, AWatcherOfAnUnmountedDirectoryDoesNotFollowItsPath) {
+  Directory directory;
+  std::string skipped;
+  Told outerTold, innerTold;
+  std::thread([&] {
+    if (::unshare(CLONE_FS | CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", directory.path.c_str(), "tmpfs", 0, nullptr) != 0) {
+      skipped = "cannot mount";
+      return;
+    }
+    Brask::Linux::EventLoop loop;
+    InotifyProbe outer, inner;
+    outer.control->addWatch(directory.path, IN_DELETE);
+    inner.control->addWatch(directory.make("leaf"), IN_CREATE);
+    EXPECT_EQ(0, ::umount(directory.path.c_str()));
+    while (loop.turn(0)) {
+    }
+    outerTold = outer.told;
+    innerTold = inner.told;
+  }).join();
+  if (!skipped.empty()) GTEST_SKIP() << skipped;
+  EXPECT_EQ(Told{"deleted"}, outerTold);
+  EXPECT_EQ(Told{"deleted"}, innerTold);
 }

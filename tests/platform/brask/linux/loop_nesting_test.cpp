@@ -140,3 +140,31 @@ TEST_F(LoopNestingTest, AStopInACallbackLeavesFdSilent) {
   EXPECT_TRUE(loop->turn(0));
   EXPECT_FALSE(readable(fd));
 }
+
+TEST_F(LoopNestingTest, FdThatACallbackAskedForShowsWhatThatCallbackLeft) {
+  int fd = -1;
+  TimerProbe later;
+  TimerProbe asking([&] {
+    fd = loop->fd();
+    later.control->start(0.0);
+  });
+  asking.control->start(0.0);
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_TRUE(readable(fd));
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(1, later.timeouts);
+  EXPECT_FALSE(readable(fd));
+}
+
+TEST_F(LoopNestingTest, FdShowsAZeroTimerThatAnExpiredOneHasStarted) {
+  const int fd = loop->fd();
+  TimerProbe immediate;
+  TimerProbe expired([&] { immediate.control->start(0.0); });
+  expired.control->start(0.001);
+  ASSERT_TRUE(readable(fd, static_cast<int>(PATIENCE * 1000)));
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_TRUE(readable(fd));
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(1, immediate.timeouts);
+  EXPECT_FALSE(readable(fd));
+}

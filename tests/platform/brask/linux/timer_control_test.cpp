@@ -263,3 +263,32 @@ TEST_F(TimerControlTest, ADeletedTimerDoesNotDisturbTheOthers) {
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ("bc", order);
 }
+
+TEST_F(TimerControlTest, AnEarlierTimerIsNotHeldUpByOneThatTheLoopHasWaitedFor) {
+  TimerProbe later, earlier;
+  later.control->start(1000.0);
+  EXPECT_FALSE(loop->turn(0));
+  earlier.control->start(0.001);
+  EXPECT_TRUE(loop->turn(PATIENCE));
+  EXPECT_EQ(1, earlier.timeouts);
+  EXPECT_EQ(0, later.timeouts);
+}
+
+TEST_F(TimerControlTest, ACancelledZeroTimerLeavesThoseAroundItInOrder) {
+  const auto a = letter('a'), b = letter('b'), c = letter('c');
+  for (const auto* timer : {&a, &b, &c}) (*timer)->control->start(0.0);
+  b->control->cancel();
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ("ac", order);
+}
+
+TEST_F(TimerControlTest, AZeroTimerThatAnExpiredOneStartedRunsOnceOnTheNextTurn) {
+  TimerProbe immediate;
+  TimerProbe expired([&] { immediate.control->start(0.0); });
+  expired.control->start(0.001);
+  EXPECT_TRUE(turnUntil([&] { return expired.timeouts == 1; }));
+  EXPECT_EQ(0, immediate.timeouts);
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(1, immediate.timeouts);
+}

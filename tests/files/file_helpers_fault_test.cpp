@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <new>
 
 namespace Zorbe::Test {
 namespace {
@@ -275,6 +276,11 @@ TEST_F(FileHelpersFaultTest, ACorruptionThatCannotBeToldKeepsItsErrno) {
   } catch (const Brask::RuntimeException&) {
     EXPECT_EQ(errno, EACCES);
   }
+}
+
+TEST_F(FileHelpersFaultTest, AMarkerThatThereIsNoMemoryForIsNoMissingDirectory) {
+  handler.beOutOfMemory();
+  EXPECT_THROW(Util::writeCorruptionFile(handler, inRoot("gone"), "bad magic"), std::bad_alloc);
 }
 
 }  // namespace

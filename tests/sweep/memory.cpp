@@ -10,7 +10,7 @@
 namespace Zorbe::Test::Sweep::Memory {
 namespace {
 
-// One thread: the sweeps have no other.
+// One thread: these tests have no other.
 long alive = 0;
 bool failing = false;
 bool lasts = false;

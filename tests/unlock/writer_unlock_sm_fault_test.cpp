@@ -256,5 +256,13 @@ TEST_F(WriterUnlockSmFaultTest, NothingIsFormattedThatNobodyWantsToRead) {
   EXPECT_EQ(Fault::calls("strerror"), 0u);
 }
 
+TEST_F(WriterUnlockSmFaultTest, IsDestroyedWholeWithoutMemoryForItsMessages) {
+  connect();
+  handler.beOutOfMemory();
+  reader.reset();
+  EXPECT_THAT(handler.take(), IsEmpty());
+  EXPECT_THAT(platform.calls(), ElementsAre("timer#0 delete", "fd#0 delete"));
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

@@ -34,3 +34,17 @@ function(zorbe_version_script target map)
   target_link_options(${target} PRIVATE "LINKER:--version-script=${map}")
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
 endfunction()
+
+option(ZORBE_COVERAGE "Count what is run of the libraries (preset coverage)" OFF)
+if(ZORBE_COVERAGE)
+  add_link_options(--coverage)
+endif()
+
+# Nothing is optimised where it is counted, so that each line has a count of its own. The
+# counters are atomic for the tests that have threads.
+function(zorbe_coverage target)
+  if(ZORBE_COVERAGE)
+    target_compile_options(${target} PRIVATE
+      --coverage -O0 -fprofile-abs-path -fprofile-update=atomic)
+  endif()
+endfunction()

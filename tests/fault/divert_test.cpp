@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 #include "fault/fault.h"
 
@@ -39,6 +40,19 @@ TEST_F(DivertTest, LetsArmedFaultsStrikeFirst) {
   Fault::armResult("getpid", 2, 8);
   EXPECT_EQ(::getpid(), 7);
   EXPECT_EQ(::getpid(), 8);
+}
+
+TEST_F(DivertTest, ReplacesTheClockWhichIsNotCounted) {
+  Fault::divert(
+      "clock_gettime", +[](clockid_t, timespec* now) {
+        *now = {42, 7};
+        return 0;
+      });
+  timespec now = {};
+  EXPECT_EQ(::clock_gettime(CLOCK_MONOTONIC, &now), 0);
+  EXPECT_EQ(now.tv_sec, 42);
+  EXPECT_EQ(now.tv_nsec, 7);
+  EXPECT_EQ(Fault::calls("clock_gettime"), 0u);
 }
 
 TEST_F(DivertTest, EndsWithReset) {

@@ -96,7 +96,7 @@ Armed redirect(const std::string& call, const std::string& path, const std::stri
 
 /// From now on calls of this name, unless something armed strikes them, are made on
 /// `function`, which has the call's own type, instead of the C library's. What the function
-/// calls under Bypass is the C library's.
+/// calls under Bypass is the C library's. "clock_gettime" can be diverted and nothing else.
 void divertTo(const std::string& call, void* function);
 
 template <class R, class... Args>

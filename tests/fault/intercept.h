@@ -12,9 +12,11 @@
 // clang-format off
 // A further call needs its name here and its definition in one of the fault_*.cpp.
 #define ZORBE_FAULT_CALLS(X)                                                                  \
-  X(accept) X(accept4) X(bind) X(chmod) X(close) X(closedir) X(connect) X(dup) X(dup2) X(dup3) \
+  X(accept) X(accept4) X(bind) X(chmod) X(clock_gettime) X(close) X(closedir) X(connect)      \
+  X(dup) X(dup2) X(dup3)                                                                      \
   X(epoll_create1) X(epoll_ctl) X(epoll_wait) X(eventfd) X(fchmod) X(fclose) X(fcntl)         \
-  X(fopen) X(fstat) X(getcwd) X(getpid) X(getsockname) X(getsockopt) X(inotify_add_watch)               \
+  X(fopen) X(fstat) X(getcwd) X(getpid) X(getsockname) X(getsockopt)              \
+  X(inotify_add_watch)                                                                        \
   X(inotify_init1) X(inotify_rm_watch) X(listen) X(lstat) X(mkdir) X(mkdirat) X(open)         \
   X(openat) X(opendir) X(poll) X(read) X(readdir) X(readlink) X(recv) X(recvmsg) X(rmdir)     \
   X(send) X(sendmsg) X(setns) X(setsockopt) X(socket) X(stat) X(strerror) X(timerfd_create)   \

@@ -9,6 +9,12 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# The files of a 32-bit system have 64-bit inode numbers, sizes and times, too: without these,
+# stat(2) and readdir(3) refuse what they cannot represent. No public header has such a type.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 option(ZORBE_WERROR "Treat the project's own warnings as errors (our presets turn it on)" OFF)
 
 function(zorbe_warnings target)

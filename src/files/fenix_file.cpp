@@ -20,7 +20,8 @@ std::string fenixPath(const std::string& dir) {
 unsigned FenixFile::read(Brask::Platform::DebugHandler& handler, const std::string& dir) {
   const std::string file = fenixPath(dir);
   const std::string content = Util::fileRead(handler, file, true);
-  const auto id = static_cast<unsigned>(std::strtol(content.c_str(), nullptr, 10));
+  // A long of 32 bits ends at the middle of the ids.
+  const auto id = static_cast<unsigned>(std::strtoll(content.c_str(), nullptr, 10));
   if (id == 0) {
     ZORBE_LOG(handler, milestone, "FenixFile::read() unable to read fenixId from " << file);
   } else {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 
@@ -28,7 +29,7 @@ std::string inodeToken(const std::string& line) {
   return line.substr(begin, last - begin);
 }
 
-bool isSocketWithInode(DebugHandler& handler, const std::string& path, unsigned long inode) {
+bool isSocketWithInode(DebugHandler& handler, const std::string& path, uint64_t inode) {
   struct stat status = {};
   if (::stat(path.c_str(), &status) != 0) {
     const int error = errno;
@@ -55,7 +56,7 @@ unsigned int pidOf(DebugHandler& handler, const std::string& entry) {
 }
 
 // Looks through the descriptors of the process that `entry` of /proc stands for.
-unsigned int scanDescriptors(DebugHandler& handler, const std::string& entry, unsigned long inode) {
+unsigned int scanDescriptors(DebugHandler& handler, const std::string& entry, uint64_t inode) {
   const std::string directory = "/proc/" + entry + "/fd";
   DirNode descriptors(handler, nullptr, directory);
   unsigned int pid = 0;
@@ -69,7 +70,7 @@ unsigned int scanDescriptors(DebugHandler& handler, const std::string& entry, un
   return pid;
 }
 
-unsigned int scanProcesses(DebugHandler& handler, unsigned long inode) {
+unsigned int scanProcesses(DebugHandler& handler, uint64_t inode) {
   DirNode processes(handler, nullptr, "/proc");
   if (!processes.isOpen()) throw Brask::RuntimeException("Couldn't open /proc");
   unsigned int pid = 0;
@@ -85,7 +86,7 @@ unsigned int holderOfLine(DebugHandler& handler, const std::string& line,
                           const std::string& abstractName) {
   if (line.find(abstractName) == std::string::npos) return 0;
   const std::string token = inodeToken(line);
-  const unsigned long inode = std::strtoul(token.c_str(), nullptr, 10);
+  const uint64_t inode = std::strtoull(token.c_str(), nullptr, 10);
   if (inode == 0) {
     ZORBE_LOG(handler, notable,
               "Util::readOwnerPid() Couldn't convert inode token \"" << token << "\" to U32.");

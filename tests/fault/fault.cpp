@@ -281,7 +281,7 @@ void* nextDefinition(Call call) {
   void* next = site.next.load(std::memory_order_acquire);
   if (next != nullptr) return next;
   const ErrnoKeeper keeper;
-  next = dlsym(RTLD_NEXT, site.name);
+  next = dlsym(RTLD_NEXT, symbolOf(site.name));
   if (next == nullptr) {
     std::fprintf(stderr, "no definition of %s() to pass calls on to\n", site.name);
     std::abort();

@@ -74,6 +74,7 @@ int fcntl(int fd, int command, ...) {
   return Intercept<int(int, int, void*)>::run(Call::fcntlCall, {fd}, fd, command, argument);
 }
 
+#ifndef _FILE_OFFSET_BITS
 int fcntl64(int fd, int command, ...) {
   va_list arguments;
   va_start(arguments, command);
@@ -81,6 +82,7 @@ int fcntl64(int fd, int command, ...) {
   va_end(arguments);
   return fcntl(fd, command, argument);
 }
+#endif
 
 int poll(pollfd* entries, nfds_t count, int timeout) {
   return Intercept<int(pollfd*, nfds_t, int)>::run(Call::pollCall, {}, entries, count, timeout);

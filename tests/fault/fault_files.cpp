@@ -19,7 +19,8 @@ using Zorbe::Test::Fault::Intercept;
 using Zorbe::Test::Fault::runOnPath;
 using Zorbe::Test::Fault::WhenStruck;
 
-// The ...64 functions and types are the plain ones under another name.
+// The ...64 functions and types are the plain ones under another name; the functions, too,
+// where off_t has to be asked for its 64 bits (intercept.h).
 static_assert(sizeof(off_t) == sizeof(off64_t) && sizeof(struct stat) == sizeof(struct stat64) &&
               sizeof(dirent) == sizeof(dirent64));
 
@@ -56,29 +57,13 @@ int open(const char* path, int flags, ...) {
   return openAny(path, flags, mode);
 }
 
-int open64(const char* path, int flags, ...) {
-  ZORBE_FAULT_MODE(flags, mode)
-  return openAny(path, flags, mode);
-}
-
 int openat(int fd, const char* path, int flags, ...) {
   ZORBE_FAULT_MODE(flags, mode)
   return openatAny(fd, path, flags, mode);
 }
 
-int openat64(int fd, const char* path, int flags, ...) {
-  ZORBE_FAULT_MODE(flags, mode)
-  return openatAny(fd, path, flags, mode);
-}
-
-#undef ZORBE_FAULT_MODE
-
 FILE* fopen(const char* __restrict path, const char* __restrict mode) {
   return runOnPath<FILE*>(Call::fopenCall, path, mode);
-}
-
-FILE* fopen64(const char* __restrict path, const char* __restrict mode) {
-  return fopen(path, mode);
 }
 
 int fclose(FILE* file) {
@@ -89,24 +74,12 @@ int stat(const char* __restrict path, struct stat* __restrict status) noexcept {
   return examine(Call::statCall, {-1, path}, status, path);
 }
 
-int stat64(const char* __restrict path, struct stat64* __restrict status) noexcept {
-  return stat(path, reinterpret_cast<struct stat*>(status));
-}
-
 int lstat(const char* __restrict path, struct stat* __restrict status) noexcept {
   return examine(Call::lstatCall, {-1, path}, status, path);
 }
 
-int lstat64(const char* __restrict path, struct stat64* __restrict status) noexcept {
-  return lstat(path, reinterpret_cast<struct stat*>(status));
-}
-
 int fstat(int fd, struct stat* status) noexcept {
   return examine(Call::fstatCall, {fd}, status, fd);
-}
-
-int fstat64(int fd, struct stat64* status) noexcept {
-  return fstat(fd, reinterpret_cast<struct stat*>(status));
 }
 
 int chmod(const char* path, mode_t mode) noexcept {
@@ -154,10 +127,6 @@ dirent* readdir(DIR* directory) {
   return Intercept<dirent*(DIR*)>::run(Call::readdirCall, {dirfd(directory)}, directory);
 }
 
-dirent64* readdir64(DIR* directory) {
-  return reinterpret_cast<dirent64*>(readdir(directory));
-}
-
 int closedir(DIR* directory) {
   return Intercept<int(DIR*)>::run(WhenStruck::makeAnyway, Call::closedirCall, {dirfd(directory)},
                                    directory);
@@ -166,5 +135,41 @@ int closedir(DIR* directory) {
 char* strerror(int error) noexcept {
   return Intercept<char*(int)>::run(Call::strerrorCall, {}, error);
 }
+
+#ifndef _FILE_OFFSET_BITS
+
+int open64(const char* path, int flags, ...) {
+  ZORBE_FAULT_MODE(flags, mode)
+  return openAny(path, flags, mode);
+}
+
+int openat64(int fd, const char* path, int flags, ...) {
+  ZORBE_FAULT_MODE(flags, mode)
+  return openatAny(fd, path, flags, mode);
+}
+
+FILE* fopen64(const char* __restrict path, const char* __restrict mode) {
+  return fopen(path, mode);
+}
+
+int stat64(const char* __restrict path, struct stat64* __restrict status) noexcept {
+  return stat(path, reinterpret_cast<struct stat*>(status));
+}
+
+int lstat64(const char* __restrict path, struct stat64* __restrict status) noexcept {
+  return lstat(path, reinterpret_cast<struct stat*>(status));
+}
+
+int fstat64(int fd, struct stat64* status) noexcept {
+  return fstat(fd, reinterpret_cast<struct stat*>(status));
+}
+
+dirent64* readdir64(DIR* directory) {
+  return reinterpret_cast<dirent64*>(readdir(directory));
+}
+
+#endif
+
+#undef ZORBE_FAULT_MODE
 
 }  // extern "C"

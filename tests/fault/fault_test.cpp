@@ -189,10 +189,10 @@ TEST_F(FaultTest, ErrorZeroLeavesErrnoAlone) {
 }
 
 TEST_F(FaultTest, AltersWhatStatTells) {
-  Fault::alterStat("stat", 1, [](struct stat& status) { status.st_blocks = 1L << 40; });
+  Fault::alterStat("stat", 1, [](struct stat& status) { status.st_blocks = blkcnt_t{1} << 40; });
   struct stat status {};
   EXPECT_EQ(stat("/", &status), 0);
-  EXPECT_EQ(status.st_blocks, 1L << 40);
+  EXPECT_EQ(status.st_blocks, blkcnt_t{1} << 40);
 }
 
 TEST_F(FaultTest, RunsAnActionRightBeforeTheCall) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <type_traits>
 
 // clang-format off
@@ -24,6 +25,32 @@
 // clang-format on
 
 namespace Zorbe::Test::Fault {
+
+/// The symbol by which the calls of that name are made. Where _FILE_OFFSET_BITS and
+/// _TIME_BITS ask for 64 bits, the headers give some functions the names of others.
+inline const char* symbolOf(const char* name) {
+#ifdef _TIME_BITS
+  static constexpr const char* renamed[][2] = {
+      {"fcntl", "__fcntl_time64"},
+      {"fopen", "fopen64"},
+      {"fstat", "__fstat64_time64"},
+      {"getsockopt", "__getsockopt64"},
+      {"lstat", "__lstat64_time64"},
+      {"open", "open64"},
+      {"openat", "openat64"},
+      {"readdir", "readdir64"},
+      {"recvmsg", "__recvmsg64"},
+      {"sendmsg", "__sendmsg64"},
+      {"setsockopt", "__setsockopt64"},
+      {"stat", "__stat64_time64"},
+      {"timerfd_settime", "__timerfd_settime64"},
+  };
+  for (const auto& [plain, symbol] : renamed) {
+    if (std::strcmp(name, plain) == 0) return symbol;
+  }
+#endif
+  return name;
+}
 
 enum class Call : unsigned {
 #define ZORBE_FAULT_ENUMERATOR(name) name##Call,

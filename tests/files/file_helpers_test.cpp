@@ -159,6 +159,19 @@ TEST_F(FileHelpersTest, MemSizeCountsBlocksAndNotTheLength) {
   EXPECT_THAT(handler.take(), IsEmpty());
 }
 
+// Where longs have 32 bits, too.
+TEST_F(FileHelpersTest, MemSizeMeasuresFilesThatAreLargeOrOfALaterCentury) {
+  put("");
+  ASSERT_EQ(truncate(file.c_str(), off_t{1} << 32), 0);
+  EXPECT_LT(Util::memSize(handler, file), 1u << 20);
+  timespec later = {};
+  later.tv_sec = time_t{1} << 32;
+  const timespec times[] = {later, later};
+  ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+  EXPECT_LT(Util::memSize(handler, file), 1u << 20);
+  EXPECT_THAT(handler.take(), IsEmpty());
+}
+
 TEST_F(FileHelpersTest, MemSizeOfAMissingFileIsZero) {
   handler.expectFailures();
   EXPECT_EQ(Util::memSize(handler, file), 0u);

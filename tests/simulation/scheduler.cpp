@@ -134,7 +134,8 @@ void Scheduler::startWriter() {
 void Scheduler::startReader() {
   const auto isReader = [](const auto& process) { return process->name()[0] == 'r'; };
   const auto& all = world_.processes();
-  if (std::count_if(all.begin(), all.end(), isReader) >= readers_) return;
+  const auto started = static_cast<unsigned>(std::count_if(all.begin(), all.end(), isReader));
+  if (started >= readers_) return;
   world_.start("reader", [this](Process& process) {
     return std::make_unique<ReaderProgram>(process, roles_.reader);
   });

@@ -15,7 +15,7 @@ class NsutilTest : public NamespaceTest {
   /// Puts an empty /run/netns in place that only the calling thread sees.
   static void hideNamespaces() {
     ASSERT_EQ(unshare(CLONE_NEWNS), 0);
-    ASSERT_EQ(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr), 0);
     ASSERT_EQ(mount("zorbe-test", "/run/netns", "tmpfs", 0, nullptr), 0);
   }
 
@@ -39,7 +39,7 @@ class NsutilTest : public NamespaceTest {
     const int fd = open(to, O_CREAT | O_RDONLY | O_CLOEXEC, 0444);
     ASSERT_GE(fd, 0);
     ASSERT_EQ(close(fd), 0);
-    ASSERT_EQ(mount(from, to, nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount(from, to, "none", MS_BIND, nullptr), 0);
   }
 };
 

@@ -236,7 +236,7 @@ TEST(LoopWithoutLimitsTest, AnUnmountEndsTheWatchesOnceEach) {
   const std::string told = inChild([&]() -> std::string {
     const int namespaces = ::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
     if (::unshare(namespaces) != 0) return "skip: no mount namespace";
-    if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+    if (::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("tmpfs", directory.path.c_str(), "tmpfs", 0, nullptr) != 0) {
       return "skip: cannot mount";
     }

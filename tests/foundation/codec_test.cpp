@@ -186,17 +186,28 @@ uint64_t magicOf(const char (&tag)[9]) {
   return magic;
 }
 
+// The number whose bytes lie in memory as those of `value` do with the lowest one first.
+uint64_t lowestFirst(uint64_t value) {
+  unsigned char bytes[sizeof value];
+  for (unsigned char& byte : bytes) {
+    byte = static_cast<unsigned char>(value & 0xff);
+    value >>= 8;
+  }
+  std::memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
 TEST(MagicTest, PrintsTheTagItWasMadeOf) {
   EXPECT_EQ(Util::decodeMagic(magicOf("ZRBslots")), "ZRBslots");
-  EXPECT_EQ(Util::decodeMagic(0x6867666564636261), "abcdefgh");
+  EXPECT_EQ(Util::decodeMagic(lowestFirst(0x6867666564636261)), "abcdefgh");
   EXPECT_EQ(Util::decodeMagic(0xffffffffffffffff), "\xff\xff\xff\xff\xff\xff\xff\xff");
 }
 
 TEST(MagicTest, EndsBeforeTheFirstZeroByte) {
   EXPECT_EQ(Util::decodeMagic(0), "");
-  EXPECT_EQ(Util::decodeMagic(0x6867666564636200), "");
-  EXPECT_EQ(Util::decodeMagic(0x6867666500636261), "abc");
-  EXPECT_EQ(Util::decodeMagic(0x0000000000000061), "a");
+  EXPECT_EQ(Util::decodeMagic(lowestFirst(0x6867666564636200)), "");
+  EXPECT_EQ(Util::decodeMagic(lowestFirst(0x6867666500636261)), "abc");
+  EXPECT_EQ(Util::decodeMagic(lowestFirst(0x0000000000000061)), "a");
 }
 
 TEST(FenixCodecTest, PacksTheHighHalfAboveTheLow) {

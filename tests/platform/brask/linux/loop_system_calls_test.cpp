@@ -27,7 +27,13 @@ class LoopSystemCallsTest : public ::testing::Test {
   }
 
   // epoll_wait, whatever the C library makes of it.
-  int waits() const { return of(SYS_epoll_wait) + of(SYS_epoll_pwait) + of(SYS_epoll_pwait2); }
+  int waits() const {
+    int sum = of(SYS_epoll_pwait) + of(SYS_epoll_pwait2);
+#ifdef SYS_epoll_wait  // the younger processors have none
+    sum += of(SYS_epoll_wait);
+#endif
+    return sum;
+  }
   int of(uint64_t call) const {
     const auto found = calls.find(call);
     return found != calls.end() ? found->second : 0;

@@ -31,6 +31,7 @@ namespace Zorbe::Test::Fault {
 inline const char* symbolOf(const char* name) {
 #ifdef _TIME_BITS
   static constexpr const char* renamed[][2] = {
+      {"clock_gettime", "__clock_gettime64"},
       {"fcntl", "__fcntl_time64"},
       {"fopen", "fopen64"},
       {"fstat", "__fstat64_time64"},

@@ -264,7 +264,7 @@ TEST(LoopWithoutLimitsTest, AWatcherOfAnUnmountedDirectoryDoesNotFollowItsPath) 
   Told outerTold, innerTold;
   std::thread([&] {
     if (::unshare(CLONE_FS | CLONE_NEWNS) != 0 ||
-        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("tmpfs", directory.path.c_str(), "tmpfs", 0, nullptr) != 0) {
       skipped = "cannot mount";
       return;

@@ -32,7 +32,7 @@ ino_t socketBehind(DIR* directory, const char* entry) {
   target[length] = '\0';
   constexpr const char* prefix = "socket:[";
   if (std::strncmp(target, prefix, std::strlen(prefix)) != 0) return 0;
-  return std::strtoul(target + std::strlen(prefix), nullptr, 10);
+  return std::strtoull(target + std::strlen(prefix), nullptr, 10);
 }
 
 // Processes end during the scan and are other users': what cannot be read is passed over.

@@ -38,9 +38,9 @@ struct Line {
 // the beginning of a line is one.
 std::optional<Line> parseLine(const std::string& text) {
   Line line{};
-  unsigned long inode = 0;
+  unsigned long long inode = 0;  // of 64 bits wherever files may be large
   int end = 0;
-  const int fields = std::sscanf(text.c_str(), "%*[0-9a-fA-F]: %*8x %*8x %8lx %4lx %2lx %lu%n",
+  const int fields = std::sscanf(text.c_str(), "%*[0-9a-fA-F]: %*8x %*8x %8lx %4lx %2lx %llu%n",
                                  &line.flags, &line.type, &line.state, &inode, &end);
   if (fields != 4) return std::nullopt;
   line.inode = inode;

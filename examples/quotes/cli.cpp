@@ -51,6 +51,7 @@ int parseLevel(const std::string& text) {
 std::optional<std::string> parseCommandLine(int argc, char** argv,
                                             const std::vector<Argument>& arguments) {
   std::vector<option> known;
+  known.reserve(arguments.size() + 2);
   for (const Argument& argument : arguments) {
     known.push_back(
         {argument.name, argument.takesValue ? required_argument : no_argument, nullptr, 0});

@@ -65,6 +65,12 @@ TEST_F(OwnerDiscoveryFaultTest, NoProcMeansAnException) {
   EXPECT_EQ(owner, "unchanged");
 }
 
+TEST_F(OwnerDiscoveryFaultTest, WhatCannotBeLookedAtIsNotTheSocket) {
+  Fault::arm("stat", 1, ENOENT, Fault::forever);
+  EXPECT_EQ(find(), 0u);
+  EXPECT_EQ(owner, "unchanged");
+}
+
 TEST_F(OwnerDiscoveryFaultTest, AHolderOfPidZeroDoesNotEndTheSearch) {
   Fault::arm("opendir", 1, EACCES).onPath("/proc/self/fd");
   EXPECT_EQ(find(), static_cast<unsigned>(getpid()));

@@ -27,8 +27,7 @@ void Rest::survey(bool warm) {
 void Rest::surveyElder(Member& reader, Elder& elder, bool warm) {
   const pid_t pid = reader.pid();
   const auto count = [pid] { return long{descriptorsOf(pid)}; };
-  if (elder.descriptors.first) require(reader, *elder.descriptors.first, count);
-  elder.descriptors.note(elder.descriptors.first.value_or(count()));
+  surveyDescriptors(reader, elder.descriptors, count);
   if (!warm) return;
   elder.pages.note(residentPagesOf(pid));
   requireFlat(reader, elder.pages);
@@ -44,13 +43,29 @@ void Rest::surveyWriter(Member& writer) {
   report_.longestWriter = std::max(report_.longestWriter, ++writerRests_);
   Place& place = writer.place();
   const auto count = [&] { return long{descriptorsOf(pid)} - place.connections; };
-  Course& descriptors = writerCourse_.descriptors;
-  if (descriptors.first) require(writer, *descriptors.first, count);
-  descriptors.note(descriptors.first.value_or(count()));
+  surveyDescriptors(writer, writerCourse_.descriptors, count);
   if (writerRests_ < restsUntilWarm) return;
   writerCourse_.pages.note(residentPagesOf(pid));
   requireFlat(writer, writerCourse_.pages);
   report_.writerGrowth = std::max(report_.writerGrowth, writerCourse_.pages.growth());
+}
+
+void Rest::surveyDescriptors(Member& member, Course& course, const std::function<long()>& count) {
+  if (course.first) require(member, *course.first, count);
+  course.note(course.first ? *course.first : firstCount(member, count));
+}
+
+// What all later ones are held against. Counted while the process sleeps: it has nothing open
+// for a moment only then, and has told of all its connections.
+long Rest::firstCount(Member& member, const std::function<long()>& count) {
+  long first = 0;
+  const auto isSteady = [&, pid = member.pid()] {
+    const auto sleep = sleepOf(pid);
+    first = count();
+    return sleep && sleepOf(pid) == sleep;
+  };
+  if (crew_.await(Clock::now() + patience_, isSteady)) return first;
+  throw Failure(member.name() + " does not come to rest");
 }
 
 // Somebody may be in the middle of something: then it is over soon.

@@ -27,6 +27,8 @@ class Rest {
   void surveyElder(Member& reader, Elder& elder, bool warm);
   void surveyWriter(Member& writer);
   void sumUp();
+  void surveyDescriptors(Member& member, Course& course, const std::function<long()>& count);
+  long firstCount(Member& member, const std::function<long()>& count);
   void require(Member& member, long expected, const std::function<long()>& count);
   static void requireFlat(const Member& member, const Course& pages);
 

@@ -5,12 +5,17 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 
 namespace Zorbe::Test::Chaos {
 
 /// Descriptors that a process has open.
 unsigned descriptorsOf(pid_t pid);
+
+/// Which of its sleeps a process is in: the same number twice, and it has not run in between.
+/// Nothing while it is awake.
+std::optional<uint64_t> sleepOf(pid_t pid);
 
 /// Pages of memory that a process has in use.
 long residentPagesOf(pid_t pid);

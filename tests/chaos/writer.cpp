@@ -78,9 +78,7 @@ class Candidate final : public WriterUnlockSm {
         witness_(witnessPath),
         makeWriter_([&] { return std::make_unique<Writer>(stage, board); }),
         retry_([this] { attempt(); }) {}
-  ~Candidate() override {
-    if (place_.writing) witness_.giveBack();
-  }
+  ~Candidate() override { giveWitnessBack(); }
 
   void attempt() {
     writer_ = makeWriter_();
@@ -92,6 +90,7 @@ class Candidate final : public WriterUnlockSm {
       writer_.reset();
       flaw_ == Flaw::ignoresTheLock ? takeWitness() : awaitDeparture();
     } catch (const Brask::Exception&) {  // logged; the directory was removed in between
+      giveWitnessBack();
       writer_.reset();
       retry_.start(retrySeconds);
     }
@@ -119,6 +118,11 @@ class Candidate final : public WriterUnlockSm {
     place_.otherWriter = witness_.take();
     place_.writing = true;
     newlyWriting_ = true;
+  }
+
+  // Before the lock: the next writer finds it free.
+  void giveWitnessBack() {
+    if (place_.writing.exchange(false)) witness_.giveBack();
   }
 
   void awaitDeparture() {

@@ -35,9 +35,9 @@ const Blows::Kind Blows::kinds[] = {
 Blows::Blows(Crew& crew, std::string directory, uint64_t seed, Report& report)
     : crew_(crew), directory_(std::move(directory)), random_(seed), report_(report) {}
 
-void Blows::burst(bool sparingWriter) {
-  sparingWriter_ = sparingWriter;
-  for (unsigned left = 1 + random_.below(mostBlows); left > 0; --left) {
+void Blows::burst(Span span) {
+  sparingWriter_ = span.sparingWriter;
+  for (unsigned left = span.single ? 1 : 1 + random_.below(mostBlows); left > 0; --left) {
     crew_.publish(1 + random_.below(mostPublications));
     strike();
     pause(mostMillisecondsBetween);

@@ -15,9 +15,14 @@ class Blows {
  public:
   Blows(Crew& crew, std::string directory, uint64_t seed, Report& report);
 
-  /// A few blows, while the writer publishes. Afterwards no writer is stopped. With
-  /// `sparingWriter`, none is killed or restarted.
-  void burst(bool sparingWriter);
+  /// What there is for some time.
+  struct Span {
+    bool single;         ///< one blow at a time
+    bool sparingWriter;  ///< no writer is killed or restarted
+  };
+
+  /// A few blows, while the writer publishes. Afterwards no writer is stopped.
+  void burst(Span span);
 
   /// The directory holds the files of this incarnation.
   bool isInPlace(uint32_t fenix) const;

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// chaos --kills N      that many kills; --seconds N: for that long, or whichever is over first
+// chaos --kills N      that many kills; --seconds N: for that long. With both, a storm that has
+//                      not reached its kills in time fails.
 //       --seed N       another seed than the clock's
 //       --readers N    20 when not given
 //
-// Without --kills and --seconds: the tests.
+// Without arguments: the tests.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,10 +13,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 #include "chaos/storm.h"
 #include "fakes/sanitized.h"
+#include "simulation/number.h"
 
 namespace {
 
@@ -50,7 +53,18 @@ const char* verdict(const Report& report) {
   return judged ? ", descriptors and memory flat" : ", descriptors flat";
 }
 
-int run(const Settings& settings) {
+std::string commandOf(const char* program, const Settings& settings) {
+  std::string command = program;
+  const auto add = [&command](const char* name, uint64_t number) {
+    if (number > 0) command += std::string(" ") + name + " " + std::to_string(number);
+  };
+  add("--kills", settings.kills);
+  add("--seconds", settings.seconds);
+  add("--readers", settings.readers);
+  return command + " --seed " + std::to_string(settings.seed);
+}
+
+int run(const char* program, const Settings& settings) {
   std::printf("seed %llu\n", static_cast<unsigned long long>(settings.seed));
   std::fflush(stdout);
   const Report report = conduct(settings);
@@ -60,22 +74,54 @@ int run(const Settings& settings) {
   std::printf("%u kills, %u blows in %.0f s, slowest convergence %.0f ms%s\n", report.kills,
               report.blows, report.seconds,
               std::max(slowest(report.underSame), slowest(report.underAnother)), verdict(report));
+  // Last, where whoever looks at the end of a log finds it.
+  if (!good) std::printf("the same blows again: %s\n", commandOf(program, settings).c_str());
   return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-bool readOption(Settings& settings, const std::string& name, const char* value) {
-  const unsigned long long number = std::strtoull(value, nullptr, 10);
-  if (name == "--kills")
-    settings.kills = static_cast<unsigned>(number);
-  else if (name == "--seconds")
-    settings.seconds = static_cast<unsigned>(number);
-  else if (name == "--readers")
-    settings.readers = static_cast<unsigned>(number);
-  else if (name == "--seed")
-    settings.seed = number;
-  else
-    return false;
-  return true;
+struct Option {
+  const char* name;
+  Zorbe::Test::Range range;
+  void (*set)(Settings& settings, uint64_t number);
+};
+
+constexpr uint64_t mostAtAll = std::numeric_limits<unsigned>::max();
+
+const Option options[] = {
+    {"--kills",
+     {1, mostAtAll},
+     [](Settings& settings, uint64_t number) { settings.kills = static_cast<unsigned>(number); }},
+    {"--seconds",
+     {1, mostAtAll},
+     [](Settings& settings, uint64_t number) { settings.seconds = static_cast<unsigned>(number); }},
+    {"--readers",
+     {fewestReaders, mostReaders},
+     [](Settings& settings, uint64_t number) { settings.readers = static_cast<unsigned>(number); }},
+    {"--seed",
+     {0, std::numeric_limits<uint64_t>::max()},
+     [](Settings& settings, uint64_t number) { settings.seed = number; }},
+};
+
+/// Returns what is wrong with them, or nothing.
+std::string readOption(Settings& settings, const std::string& name, const char* value) {
+  for (const Option& option : options) {
+    if (name != option.name) continue;
+    const auto number = value ? Zorbe::Test::readNumber(value, option.range) : std::nullopt;
+    if (!number) return name + " needs " + Zorbe::Test::describe(option.range);
+    option.set(settings, *number);
+    return "";
+  }
+  return "no such option: " + name;
+}
+
+std::string readOptions(Settings& settings, int argc, char** argv) {
+  for (int i = 1; i < argc; i += 2) {
+    const std::string wrong = readOption(settings, argv[i], argv[i + 1]);  // argv ends with a null
+    if (!wrong.empty()) return wrong;
+  }
+  if (settings.kills == 0 && settings.seconds == 0)
+    return "--kills or --seconds: else it never ends";
+  return "";
 }
 
 }  // namespace
@@ -86,11 +132,13 @@ int main(int argc, char** argv) {
   Settings settings;
   settings.seed =
       static_cast<uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
-  for (int i = 1; i < argc; i += 2) {
-    if (i + 1 < argc && readOption(settings, argv[i], argv[i + 1])) continue;
-    std::fprintf(stderr, "usage: chaos [--kills N] [--seconds N] [--seed N] [--readers N]\n");
+  const std::string wrong = readOptions(settings, argc, argv);
+  if (!wrong.empty()) {
+    std::fprintf(stderr,
+                 "chaos: %s\nusage: chaos [--kills N] [--seconds N] [--seed N] [--readers N]\n",
+                 wrong.c_str());
     return 2;
   }
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, [](int) { interrupt(); });
-  return run(settings);
+  return run(argv[0], settings);
 }

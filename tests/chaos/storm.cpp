@@ -36,7 +36,7 @@ class Storm {
     begin();
     while (!isOver()) {
       if (interrupted) throw Failure("interrupted");
-      blows_.burst(report_.kills / killsPerSpan() % 4 == 3);
+      blows_.burst(spanNow());
       converge();
       rest_.survey(isWarm());
     }
@@ -67,19 +67,31 @@ class Storm {
   }
 
   bool isOver() const {
-    if (settings_.kills > 0 && report_.kills >= settings_.kills) return true;
-    return settings_.seconds > 0 && elapsed() >= settings_.seconds;
+    const bool late = settings_.seconds > 0 && elapsed() >= settings_.seconds;
+    if (settings_.kills == 0) return late;
+    if (report_.kills >= settings_.kills) return true;
+    if (!late) return false;
+    throw Failure("only " + std::to_string(report_.kills) + " of " +
+                  std::to_string(settings_.kills) + " kills in " +
+                  std::to_string(settings_.seconds) + " s");
   }
 
   // The first tenth, as it is planned.
   bool isWarm() const {
     constexpr unsigned fewestKills = 50;
     if (report_.kills < fewestKills) return false;
-    return (settings_.kills > 0 && report_.kills >= settings_.kills / 10) ||
-           (settings_.seconds > 0 && elapsed() >= settings_.seconds / 10.0);
+    if (settings_.kills > 0) return report_.kills >= settings_.kills / 10;
+    return elapsed() >= settings_.seconds / 10.0;
   }
 
-  // In every fourth span the writer is not killed, so that there are some that live long.
+  // In every fourth span the writer is not killed, so that there are some that live long, and in
+  // another one everybody has to get over each single blow.
+  Blows::Span spanNow() const {
+    constexpr unsigned spans = 4;
+    const unsigned span = report_.kills / killsPerSpan() % spans;
+    return {span == 1, span == spans - 1};
+  }
+
   unsigned killsPerSpan() const {
     constexpr unsigned fewest = 10;
     constexpr unsigned most = 250;

@@ -15,9 +15,13 @@
 
 namespace Zorbe::Test::Chaos {
 
+/// Some are never killed and one can be, and there are places for all and the candidates.
+constexpr unsigned fewestReaders = 2;
+constexpr unsigned mostReaders = Board::mostPlaces - 2;
+
 struct Settings {
   unsigned kills = 0;    ///< how many, 0: until the time is over
-  unsigned seconds = 0;  ///< how long, 0: until all are killed
+  unsigned seconds = 0;  ///< how long, or, with `kills`, how long these may take
   uint64_t seed = 1;
   unsigned readers = 20;
   Flaw flaw = Flaw::none;

@@ -44,6 +44,7 @@ enum class Flaw {
   leaksMemory,       ///< a reader keeps some memory for each table that it maps
   staysAway,         ///< a reader does nothing about the departure of its writer
   hearsNothing,      ///< a reader is not told of departures
+  writerLeaks,       ///< a writer leaves a descriptor open whenever it is asked to publish
   ignoresTheLock,    ///< a competitor that was refused writes all the same
 };
 

@@ -27,7 +27,8 @@ Crew::Crew(unsigned readerCount, const std::string& witnessPath, Flaw flaw)
                           [own](Channel& parent, Place& place) { playReader(parent, place, own); });
   }
   for (const char* name : {"candidate", "competitor"}) {
-    const Flaw own = candidates_.empty() ? Flaw::none : flaw;
+    const bool isFirst = candidates_.empty();
+    const Flaw own = isFirst == (flaw == Flaw::writerLeaks) ? flaw : Flaw::none;
     candidates_.emplace_back(name, board_->places.at(readerCount + candidates_.size()),
                              [this, own, witnessPath](Channel& parent, Place& place) {
                                playCandidate(parent, *board_, place, witnessPath, own);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "chaos/stage.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,6 +28,10 @@ void require(bool success, const char* call) {
 }
 
 }  // namespace
+
+void leakDescriptor() {
+  require(::open("/dev/null", O_RDONLY | O_CLOEXEC) >= 0, "open");
+}
 
 ShortLog::ShortLog() : out_(std::cerr, 0) {}
 

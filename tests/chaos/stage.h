@@ -53,6 +53,9 @@ class ChaosStage {
   Channel& parent_;
 };
 
+/// Opens a descriptor that nobody will close.
+void leakDescriptor();
+
 /// Stores, and says whether that is news.
 template <class Atomic, class Value>
 bool update(Atomic& where, Value value) {

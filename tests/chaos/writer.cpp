@@ -102,6 +102,7 @@ class Candidate final : public WriterUnlockSm {
     unsigned count = 0;
     uint32_t request = 0;
     order >> verb >> count >> request;
+    if (flaw_ == Flaw::writerLeaks) leakDescriptor();
     if (writer_) writer_->publish(count);
     place_.answered = request;
   }

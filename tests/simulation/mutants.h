@@ -4,6 +4,8 @@
 // that break a rule of the library do so by what a subclass can reach.
 #pragma once
 
+#include <zorbe/exceptions.h>
+
 #include <algorithm>
 
 #include "simulation/simulation.h"
@@ -41,6 +43,31 @@ class ForgetsSleepers : public TableWriter {
   }
 };
 
+/// Was told that there is a writer, and writes.
+class WritesWithoutTheLock : public TableWriter {
+ public:
+  using TableWriter::TableWriter;
+  void begin() override {
+    try {
+      TableWriter::begin();
+    } catch (const DuplicateWriterException&) {
+      if (!process().isDead()) takeOver();
+    }
+  }
+};
+
+/// Tells readers to leave the old table before there is another one.
+class ReplacesTooEarly : public TableWriter {
+ public:
+  using TableWriter::TableWriter;
+
+ protected:
+  void replace(const TableRef& left) override {
+    if (left && left != table()) left->replaced = true;
+    placeFiles();
+  }
+};
+
 /// Reports how far the table is, then reads it.
 class ReportsBeforeReading : public TableReader {
  public:
@@ -74,6 +101,15 @@ class IgnoresDeparture : public TableReader {
   }
 };
 
+/// Trusts its watch though it was told that events were lost.
+class NeverWatchesAgain : public ReaderProgram {
+ public:
+  using ReaderProgram::ReaderProgram;
+
+ protected:
+  void watchAgain() override {}
+};
+
 template <class W>
 Roles withWriter() {
   Roles roles = lawfulRoles();
@@ -89,6 +125,15 @@ Roles withReader() {
   roles.reader = [](ReaderProgram& program, const RootPath& root, TableRef table,
                     Reader::Counters& counters) {
     return std::make_unique<R>(program, root, std::move(table), counters);
+  };
+  return roles;
+}
+
+template <class P>
+Roles withReaderProgram() {
+  Roles roles = lawfulRoles();
+  roles.readerProgram = [](Process& process, const ReaderProgram::Maker& make) {
+    return std::make_unique<P>(process, make);
   };
   return roles;
 }

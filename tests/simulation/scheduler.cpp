@@ -136,9 +136,8 @@ void Scheduler::startReader() {
   const auto& all = world_.processes();
   const auto started = static_cast<unsigned>(std::count_if(all.begin(), all.end(), isReader));
   if (started >= readers_) return;
-  world_.start("reader", [this](Process& process) {
-    return std::make_unique<ReaderProgram>(process, roles_.reader);
-  });
+  world_.start("reader",
+               [this](Process& process) { return roles_.readerProgram(process, roles_.reader); });
 }
 
 // ---- Rest

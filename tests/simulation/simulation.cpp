@@ -22,6 +22,9 @@ Roles lawfulRoles() {
       },
       [](ReaderProgram& program, const RootPath& root, TableRef table, Reader::Counters& counters) {
         return std::make_unique<TableReader>(program, root, std::move(table), counters);
+      },
+      [](Process& process, const ReaderProgram::Maker& make) {
+        return std::make_unique<ReaderProgram>(process, make);
       }};
 }
 

@@ -4,11 +4,14 @@
 // happens to whom, and where system calls are interrupted.
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "simulation/number.h"
 #include "simulation/table_reader.h"
 #include "simulation/table_writer.h"
 #include "simulation/world.h"
@@ -19,6 +22,8 @@ namespace Zorbe::Test::Simulation {
 struct Roles {
   WriterProgram::Maker writer;
   ReaderProgram::Maker reader;
+  std::function<std::unique_ptr<ReaderProgram>(Process&, const ReaderProgram::Maker&)>
+      readerProgram;
 };
 
 Roles lawfulRoles();

@@ -26,9 +26,9 @@ class SimulationTest : public testing::Test {
  protected:
   ~SimulationTest() override { Fault::reset(); }
 
-  static Finding found(const Roles& roles) {
-    const auto finding = search(1, quickSeeds, roles);
-    if (!finding) ADD_FAILURE() << "not noticed with " << quickSeeds << " seeds";
+  static Finding found(const Roles& roles, uint64_t first = 1, uint64_t count = quickSeeds) {
+    const auto finding = search(first, count, roles);
+    if (!finding) ADD_FAILURE() << "not noticed with " << count << " seeds from " << first;
     return finding.value_or(Finding{});
   }
 };
@@ -84,6 +84,24 @@ TEST_F(SimulationTest, AMissingPassAfterTheAcknowledgementIsNoticed) {
 
 TEST_F(SimulationTest, AnIgnoredDepartureIsNoticed) {
   EXPECT_THAT(found(withReader<IgnoresDeparture>()).failure, HasSubstr("was not told"));
+}
+
+TEST_F(SimulationTest, AWriterThatWasRefusedAndGoesOnIsNoticed) {
+  EXPECT_THAT(found(withWriter<WritesWithoutTheLock>()).failure, HasSubstr("both write"));
+}
+
+TEST_F(SimulationTest, AProgramThatNeverWatchesAgainIsNoticed) {
+  EXPECT_THAT(found(withReaderProgram<NeverWatchesAgain>()).failure, HasSubstr("has lost sight"));
+}
+
+// It was the simulation's own fault once. Noticed with seed 16460; should the code take other
+// steps one day, with a later one: then that is the number to begin with.
+TEST_F(SimulationTest, ATableThatIsLeftBeforeThereIsAnotherIsNoticed) {
+  constexpr uint64_t known = 16460;
+  EXPECT_EQ("", simulate(known, lawfulRoles(), false).failure);
+  const Finding finding = found(withWriter<ReplacesTooEarly>(), known, 20 * quickSeeds);
+  EXPECT_EQ("does not come to rest", finding.failure);
+  std::printf("noticed with seed %llu\n", static_cast<unsigned long long>(finding.seed));
 }
 
 TEST_F(SimulationTest, AReportOfAFailureHasItsSeedAndItsTrace) {

@@ -130,8 +130,7 @@ void ReaderProgram::lookWithin(double seconds) {
 
 void ReaderProgram::look() {
   try {
-    if (std::exchange(remount_, false))
-      mounter_ = std::make_unique<MounterSm>(process_, "table", this);
+    if (std::exchange(remount_, false)) watchAgain();
     if (!usable_) leaveTable();
     if (!findWriter()) return;  // writerGone() follows
     if (!isCurrent() && !mapTable()) return lookWithin(retrySeconds);
@@ -141,6 +140,10 @@ void ReaderProgram::look() {
     process_.world().note(process_.name() + " looks again after " + failure.what());
     lookWithin(retrySeconds);
   }
+}
+
+void ReaderProgram::watchAgain() {
+  mounter_ = std::make_unique<MounterSm>(process_, "table", this);
 }
 
 bool ReaderProgram::findWriter() {

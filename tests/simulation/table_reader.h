@@ -63,9 +63,7 @@ class Departure final : public WriterUnlockSm {
 
 /// The reader's process: finds the writer, maps the table, connects, and begins again
 /// whenever one of them is lost.
-class ReaderProgram final : public Program,
-                            public MounterBase,
-                            public Brask::Platform::TimeoutHandler {
+class ReaderProgram : public Program, public MounterBase, public Brask::Platform::TimeoutHandler {
  public:
   using Maker = std::function<std::unique_ptr<TableReader>(ReaderProgram&, const RootPath&,
                                                            TableRef, Reader::Counters&)>;
@@ -87,6 +85,10 @@ class ReaderProgram final : public Program,
   Departure* departure() { return departure_.get(); }
   bool watchesDirectory() const { return mounter_ != nullptr; }
   std::size_t takeNews(const std::string& file) { return news_.erase(file); }
+
+ protected:
+  /// Events were lost, the end of the watch perhaps among them.
+  virtual void watchAgain();
 
  private:
   void look();

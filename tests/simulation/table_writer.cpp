@@ -14,14 +14,24 @@ TableWriter::TableWriter(Process& process, const RootPath& root)
 void TableWriter::begin() {
   createKickSocket();
   if (process_.isDead()) return;
+  takeOver();
+  if (process_.isDead()) return;
+  doEnableListen();
+}
+
+void TableWriter::takeOver() {
+  writing_ = true;
   const TableRef left = findTable();
   writerSequence = table_->sequence;
+  replace(left);
+}
+
+// The old table is not left before its successor is in place: a writer that ends in between
+// leaves one that the next writer can continue.
+void TableWriter::replace(const TableRef& left) {
   placeFiles();
   if (process_.isDead()) return;
-  // Not before its successor is in place: a writer that ends here leaves a table that the
-  // next one can continue.
   if (left && left != table_) left->replaced = true;
-  doEnableListen();
 }
 
 // What an earlier writer has left, and whether that is continued or a new incarnation begins.

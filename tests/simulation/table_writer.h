@@ -21,7 +21,10 @@ class TableWriter : public WriterKickSm {
   TableWriter(Process& process, const RootPath& root);
 
   /// Becomes the writer and listens. What createKickSocket throws passes through.
-  void begin();
+  virtual void begin();
+
+  /// From here on it believes to be the writer, whatever the lock says.
+  bool isWriting() const { return writing_; }
 
   /// Changes the table `changes` times, then kicks.
   virtual void publish(unsigned changes);
@@ -44,10 +47,15 @@ class TableWriter : public WriterKickSm {
 
   void change(unsigned changes);
 
+  /// Continues what an earlier writer has left, or puts another incarnation in its place.
+  void takeOver();
+  virtual void replace(const TableRef& left);
+
  private:
   TableRef findTable();
 
   Process& process_;
+  bool writing_ = false;
   bool found_ = false;
   std::size_t connectionsTold_ = 0;
   TableRef table_;

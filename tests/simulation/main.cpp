@@ -9,7 +9,9 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <optional>
+#include <stdexcept>
+#include <string>
 
 #include "simulation/simulation.h"
 
@@ -26,15 +28,62 @@ int runOne(uint64_t seed) {
   return outcome.failure.empty() ? 0 : 1;
 }
 
+/// What is wrong with the arguments.
+class Misuse : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// One seed that was asked for, or nothing when it is several, which the tests are told of.
+std::optional<uint64_t> readArguments(int argc, char** argv) {
+  std::optional<uint64_t> one;
+  for (int i = 1; i < argc; i += 2) {
+    const std::string name = argv[i];
+    if (name != "--seed" && name != "--seeds" && name != "--first")
+      throw Misuse("no such option: " + name);
+    const char* const value = argv[i + 1];  // argv ends with a null
+    const auto number = value ? Zorbe::Test::readNumber(value, seeds) : std::nullopt;
+    if (!number) throw Misuse(name + " needs " + Zorbe::Test::describe(seeds));
+    if (name == "--seed") one = number;
+    if (name == "--seeds") setenv("ZORBE_SIMULATION_SEEDS", value, 1);
+    if (name == "--first") setenv("ZORBE_SIMULATION_FIRST", value, 1);
+  }
+  return one;
+}
+
+/// Keeps the seed that failed a test, to be printed below everything else: there whoever looks at
+/// the end of a log finds it.
+class FailingSeed final : public testing::EmptyTestEventListener {
+ public:
+  void OnTestEnd(const testing::TestInfo& test) override {
+    const testing::TestResult& result = *test.result();
+    for (int i = 0; i < result.test_property_count(); ++i) {
+      const testing::TestProperty& property = result.GetTestProperty(i);
+      if (property.key() == std::string(failingSeed)) seed_ = property.value();
+    }
+  }
+
+  void print(const char* program) const {
+    if (!seed_.empty()) std::printf("the same again: %s --seed %s\n", program, seed_.c_str());
+  }
+
+ private:
+  std::string seed_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
-  for (int i = 1; i + 1 < argc; i += 2) {
-    const char* const value = argv[i + 1];
-    if (std::strcmp(argv[i], "--seed") == 0) return runOne(std::strtoull(value, nullptr, 10));
-    if (std::strcmp(argv[i], "--seeds") == 0) setenv("ZORBE_SIMULATION_SEEDS", value, 1);
-    if (std::strcmp(argv[i], "--first") == 0) setenv("ZORBE_SIMULATION_FIRST", value, 1);
+  try {
+    if (const auto seed = readArguments(argc, argv)) return runOne(*seed);
+  } catch (const Misuse& misuse) {
+    std::fprintf(stderr, "simulation_tests: %s\n", misuse.what());
+    return 2;
   }
-  return RUN_ALL_TESTS();
+  auto* const failing = new FailingSeed;  // belongs to the tests from now on
+  testing::UnitTest::GetInstance()->listeners().Append(failing);
+  const int status = RUN_ALL_TESTS();
+  failing->print(argv[0]);
+  return status;
 }

@@ -49,13 +49,12 @@ std::optional<Finding> search(uint64_t first, uint64_t count, const Roles& roles
 
 std::string report(const Finding& finding, const Roles& roles) {
   const Outcome outcome = simulate(finding.seed, roles, true);
-  std::string text = "seed " + std::to_string(finding.seed) + ": " + finding.failure +
-                     "\nrerun with --seed " + std::to_string(finding.seed) +
-                     ". How it came to it:\n";
+  std::string text =
+      "seed " + std::to_string(finding.seed) + ": " + finding.failure + "\nHow it came to it:\n";
   const std::size_t size = outcome.trace.size();
   for (std::size_t i = size - std::min(size, shownSteps); i < size; ++i)
     text += outcome.trace[i] + "\n";
-  return text;
+  return text + "rerun with --seed " + std::to_string(finding.seed);
 }
 
 }  // namespace Zorbe::Test::Simulation

@@ -38,6 +38,12 @@ struct Outcome {
 /// The same outcome for the same seed.
 Outcome simulate(uint64_t seed, const Roles& roles, bool tracing);
 
+/// Which seeds there are, and how many can be asked for: few enough to be added.
+constexpr Range seeds{1, uint64_t{1} << 62};
+
+/// By this name a test records the seed that failed it, for those who say it at the end.
+constexpr const char* failingSeed = "failing_seed";
+
 struct Finding {
   uint64_t seed;
   std::string failure;
@@ -47,7 +53,7 @@ struct Finding {
 std::optional<Finding> search(uint64_t first, uint64_t count, const Roles& roles,
                               uint64_t* steps = nullptr);
 
-/// What to print about a failing seed: its number, what failed, and how it came to that.
+/// What to print about a failing seed: what failed, how it came to that, and its number.
 std::string report(const Finding& finding, const Roles& roles);
 
 }  // namespace Zorbe::Test::Simulation

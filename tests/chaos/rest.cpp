@@ -55,8 +55,8 @@ void Rest::surveyDescriptors(Member& member, Course& course, const std::function
   course.note(course.first ? *course.first : firstCount(member, count));
 }
 
-// What all later ones are held against. Counted while the process sleeps: it has nothing open
-// for a moment only then, and has told of all its connections.
+// What all later ones are held against. Counted while the process sleeps: then it has nothing
+// open in passing, and has told of all its connections.
 long Rest::firstCount(Member& member, const std::function<long()>& count) {
   long first = 0;
   const auto isSteady = [&, pid = member.pid()] {

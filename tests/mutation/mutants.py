@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The small faults that are put into a C++ source, one at a time."""
+import collections
 import re
 from dataclasses import dataclass
 
@@ -40,10 +41,12 @@ class Mutant:
     line: int
     source: str  # the line as it stands, without its indentation
     what: str
+    nth: int     # of those in the file that are alike but for the place
 
     def key(self):
         """Outlives changes elsewhere in the file."""
-        return f"{self.path} | {self.source} | {self.what}"
+        which = f" ({self.nth})" if self.nth > 1 else ""
+        return f"{self.path} | {self.source} | {self.what}{which}"
 
     def applied(self, text):
         return text[:self.begin] + self.text + text[self.end:]
@@ -145,11 +148,14 @@ def is_condition(all_tokens, close):
 
 def mutants(path, text):
     all_tokens = tokens(text)
+    alike = collections.Counter()
 
     def mutant(begin, end, new, what):
         first = text.rfind("\n", 0, begin) + 1
         source = text[first:text.find("\n", begin)].strip()
-        return Mutant(path, begin, end, new, text.count("\n", 0, begin) + 1, source, what)
+        alike[source, what] += 1
+        return Mutant(path, begin, end, new, text.count("\n", 0, begin) + 1, source, what,
+                      alike[source, what])
 
     for i, token in enumerate(all_tokens):
         previous = all_tokens[i - 1] if i else None

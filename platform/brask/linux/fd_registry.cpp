@@ -53,6 +53,12 @@ bool descriptorsExhausted() {
   return false;
 }
 
+// Whether a descriptor that was watched once is refused for what its number stands for
+// now: it was closed without a word, and the kernel has forgotten it before, too.
+bool isUnwatchable(int error) {
+  return error == EBADF || error == EPERM || error == EINVAL || error == ELOOP;
+}
+
 bool stillReady(int fd) {
   pollfd state{fd, POLLIN, 0};
   return ::poll(&state, 1, 0) > 0 && (state.revents & POLLNVAL) == 0;
@@ -141,12 +147,14 @@ void FdRegistry::resumePaused() {
   paused_ = 0;
 }
 
-void FdRegistry::registerAll() {
-  registrations_.forEach([this](Handle handle, Registration& registration) {
-    // Refused where the descriptor was closed without a word: it was unknown before, too.
-    static_cast<void>(poller_.add(registration.fd, dataOf(handle)));
+bool FdRegistry::registerAll() {
+  bool complete = true;
+  registrations_.forEach([&](Handle handle, Registration& registration) {
+    const int error = poller_.add(registration.fd, dataOf(handle));
+    if (error != 0 && !isUnwatchable(error)) complete = false;
     if (registration.paused) poller_.pause(registration.fd, dataOf(handle));
   });
+  return complete;
 }
 
 }  // namespace Brask::Linux

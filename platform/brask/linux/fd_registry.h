@@ -50,8 +50,9 @@ class FdRegistry {
   uint64_t strays() const { return strays_; }
   uint64_t ended() const { return ended_; }
 
-  /// Tells a renewed poller about every registration.
-  void registerAll();
+  /// Tells a poller that is being renewed about every registration. Returns false
+  /// when the kernel lacks what it takes; those are to be heard of by the old one.
+  bool registerAll();
 
  private:
   struct Registration {

@@ -58,8 +58,8 @@ InotifyHub::Refusal InotifyHub::open() {
   return {"epoll_ctl()", error, ENOSPC, "fs.epoll.max_user_watches"};
 }
 
-void InotifyHub::pollAgain() {
-  if (polled_) polled_ = poller_.add(watches_.fd(), data_) == 0;
+bool InotifyHub::pollAgain() {
+  return !polled_ || poller_.add(watches_.fd(), data_) == 0;
 }
 
 void InotifyHub::add(InotifyWatcher& watcher, std::string path, uint32_t mask) {

@@ -36,8 +36,8 @@ class InotifyHub {
   /// Whether something that was read has not been delivered.
   bool hasRest() const { return next_ != end_ || nextTarget_ != targets_.size() || !lost_.empty(); }
 
-  /// Tells a renewed poller about the descriptor.
-  void pollAgain();
+  /// Tells a poller that is being renewed about the descriptor; false when it cannot.
+  bool pollAgain();
 
   /// Reads what the kernel has. Only when all of the last read was delivered.
   void read();

@@ -22,10 +22,6 @@ constexpr uint64_t INOTIFY = 2;
 // enough for a client that waits to be accepted.
 constexpr double RETRY_SECONDS = 0.05;
 
-void require(int error) {
-  if (error != 0) throwSystemError(error, "EventLoop epoll_ctl()");
-}
-
 }  // namespace
 
 /// Marks the loop as turning, and refuses to turn it from inside a callback.
@@ -48,16 +44,16 @@ class Loop::Turning {
 
 Loop::Loop() : inotify_(poller_, INOTIFY) {
   timers_.admit();  // retry_
-  pollOwn();
+  if (const int error = pollOwn(); error != 0) throwSystemError(error, "EventLoop epoll_ctl()");
 }
 
 Loop::~Loop() {
   members_.detachAll();
 }
 
-void Loop::pollOwn() {
-  require(poller_.add(stop_.fd(), STOP));
-  require(poller_.add(alarm_.fd(), ALARM));
+int Loop::pollOwn() {
+  const int error = poller_.add(stop_.fd(), STOP);
+  return error != 0 ? error : poller_.add(alarm_.fd(), ALARM);
 }
 
 [[gnu::hot]] void Loop::run() {
@@ -145,13 +141,13 @@ bool Loop::hasWork() const {
 // The kernel goes on reporting a descriptor that was closed while a duplicate of
 // it, perhaps in another process, is still open, and offers no way to name it any
 // more. Only a new epoll descriptor is rid of it. Left alone while somebody polls
-// the loop from outside, who would not notice that the old one is gone.
+// the loop from outside, who would not notice that the old one is gone. The old one
+// stays when the new one cannot be told everything: its stray reports ask for another try.
 void Loop::shedStrays() {
   const bool strayed = descriptors_.strays() != straysBefore_;
-  if (!strayed || descriptors_.ended() != endedBefore_ || shown_ || !poller_.renew()) return;
-  pollOwn();
-  inotify_.pollAgain();
-  descriptors_.registerAll();
+  if (!strayed || descriptors_.ended() != endedBefore_ || shown_) return;
+  static_cast<void>(poller_.renew(
+      [this] { return pollOwn() == 0 && inotify_.pollAgain() && descriptors_.registerAll(); }));
 }
 
 // Keeps the promise of fd() whenever the loop is left to its client. It costs

@@ -44,7 +44,7 @@ class Loop {
  private:
   class Turning;
 
-  void pollOwn();
+  int pollOwn();
   bool pass(int milliseconds);
   void collect(int milliseconds);
   bool deliver(bool late);

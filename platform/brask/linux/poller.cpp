@@ -4,6 +4,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace Brask::Linux {
 
@@ -59,12 +60,15 @@ void Poller::remove(int fd) {
   if (ready > 0) count_ = static_cast<size_t>(ready);
 }
 
-bool Poller::renew() {
+bool Poller::renew(const std::function<bool()>& addAll) {
+  const int old = fd_.get();
   const int fresh = createEpoll();
   if (fresh < 0) return false;
-  const int replaced = ::dup3(fresh, fd_.get(), O_CLOEXEC);
-  static_cast<void>(::close(fresh));
-  return replaced >= 0;
+  OwnedFd other = std::move(fd_);
+  fd_ = OwnedFd(fresh, "");  // what is added now goes there
+  const bool renewed = addAll() && ::dup3(fresh, old, O_CLOEXEC) >= 0;
+  std::swap(fd_, other);
+  return renewed;
 }
 
 }  // namespace Brask::Linux

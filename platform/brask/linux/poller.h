@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "brask/linux/owned_fd.h"
@@ -49,9 +50,10 @@ class Poller {
     return true;
   }
 
-  /// Replaces the epoll descriptor by one that knows nothing, under the same
-  /// number. Returns false, with nothing changed, when there is no descriptor left.
-  bool renew();
+  /// Replaces the epoll descriptor, under the same number, by one that knows what
+  /// `addAll` adds to it and nothing else. Returns false, with nothing changed, when
+  /// there is no descriptor left or when `addAll`, which throws nothing, returns false.
+  bool renew(const std::function<bool()>& addAll);
 
  private:
   void modify(int fd, uint32_t events, uint64_t data);

@@ -14,6 +14,7 @@ using namespace LoopTesting;
 using Zorbe::Test::Fault::arm;
 using Zorbe::Test::Fault::calls;
 using Zorbe::Test::Fault::forever;
+using Zorbe::Test::Fault::reset;
 
 namespace {
 
@@ -160,6 +161,56 @@ TEST_F(LoopFaultTest, AClosedDescriptorIsShedWhenThereIsADescriptorForThat) {
   EXPECT_EQ(3u, refused.fired());
   EXPECT_EQ(4u, calls("epoll_create1"));
   EXPECT_FALSE(readable(loop->fd()));
+}
+
+TEST_F(LoopFaultTest, NothingIsForgottenWhenAClosedDescriptorCannotBeShed) {
+  Pair closed, live;
+  Directory directory;
+  FdProbe probe;
+  InotifyProbe changes;
+  probe.control->watch(live.here);
+  changes.control->addWatch(directory.path, 0x100);  // IN_CREATE
+  strand(closed);
+  // Of the stop, the alarm, the watched directories and the live descriptor.
+  for (const unsigned which : {1u, 2u, 3u, 4u}) {
+    const auto refused = arm("epoll_ctl", which, which % 2 == 0 ? ENOSPC : ENOMEM, forever);
+    loop->turn(0);
+    EXPECT_LE(1u, refused.fired());
+    live.makeReady();
+    directory.make(std::to_string(which));
+    EXPECT_TRUE(loop->turn(0));
+    EXPECT_EQ(static_cast<int>(which), probe.events);
+    ASSERT_EQ(which, changes.told.size());
+    EXPECT_EQ("changed " + std::to_string(which), changes.told.back());
+    live.drain();
+    reset();
+  }
+}
+
+TEST_F(LoopFaultTest, AClosedDescriptorIsShedOnceEverythingElseCanBeWatchedAgain) {
+  Pair closed, live;
+  FdProbe probe;
+  probe.control->watch(live.here);
+  strand(closed);
+  arm("epoll_ctl", 3, ENOSPC);
+  turnOften(10);
+  EXPECT_EQ(2u, calls("epoll_create1"));
+  live.makeReady();
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(1, probe.events);
+  live.drain();
+  EXPECT_FALSE(readable(loop->fd()));
+}
+
+TEST_F(LoopFaultTest, ADescriptorThatWasClosedWithoutAWordDoesNotKeepAnotherFromBeingShed) {
+  Pair stranded, closed;
+  FdProbe probe;
+  probe.control->watch(closed.here);
+  closed.closeHere();
+  strand(stranded);
+  turnOften(10);
+  EXPECT_EQ(1u, calls("epoll_create1"));
+  probe.control->unwatch();
 }
 
 TEST_F(LoopFaultTest, AListenerStaysPausedWhenAClosedDescriptorIsShed) {

@@ -32,11 +32,13 @@ class LoopFaultTest : public WithFaults<LoopTest> {
   void strand(Pair& pair) {
     FdProbe probe;
     probe.control->watch(pair.here);
+    closeDuplicate();
     duplicate_ = ::fcntl(pair.here, F_DUPFD_CLOEXEC, 0);
     pair.makeReady();
     pair.closeHere();
   }
-  ~LoopFaultTest() override {
+  ~LoopFaultTest() override { closeDuplicate(); }
+  void closeDuplicate() {
     if (duplicate_ >= 0) ::close(duplicate_);
   }
 
@@ -211,6 +213,32 @@ TEST_F(LoopFaultTest, ADescriptorThatWasClosedWithoutAWordDoesNotKeepAnotherFrom
   turnOften(10);
   EXPECT_EQ(1u, calls("epoll_create1"));
   probe.control->unwatch();
+}
+
+TEST_F(LoopFaultTest, WhatStandsInAClosedDescriptorsPlaceDoesNotKeepAnotherFromBeingShed) {
+  for (const int error : {EBADF, EPERM, EINVAL, ELOOP}) {
+    Pair stranded, replaced;
+    FdProbe probe;
+    probe.control->watch(replaced.here);
+    strand(stranded);
+    const unsigned before = calls("epoll_create1");
+    arm("epoll_ctl", 3, error);
+    turnOften(10);
+    EXPECT_EQ(before + 1, calls("epoll_create1")) << error;
+  }
+}
+
+TEST_F(LoopFaultTest, AClosedDescriptorIsShedByALaterTurnWhenTheFirstCannotReplaceTheOldOne) {
+  Pair closed, live;
+  FdProbe probe;
+  probe.control->watch(live.here);
+  strand(closed);
+  arm("dup3", 1, EBUSY);
+  turnOften(10);
+  EXPECT_EQ(2u, calls("epoll_create1"));
+  live.makeReady();
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(1, probe.events);
 }
 
 TEST_F(LoopFaultTest, AListenerStaysPausedWhenAClosedDescriptorIsShed) {

@@ -107,8 +107,8 @@ void Life::deferPasses() {
 
 void Life::useFiles() {
   const std::string& dir = root_->path;
-  attempt([&] { FenixFile::write(witness_, dir, fenixId); });
-  attempt([&] { FenixFile::validate(witness_, dir, fenixId); });
+  const bool written = attempt([&] { FenixFile::write(witness_, dir, fenixId); });
+  if (written) attempt([&] { FenixFile::validate(witness_, dir, fenixId); });
   attempt([&] { Util::touch(witness_, root_->fullPath("slots")); });
   attempt([&] { Util::memSize(witness_, root_->fullPath("slots")); });
   attempt([&] { Util::writeCorruptionFile(witness_, dir, "a test"); });

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -28,6 +29,23 @@ void onSignal(int number) {
   tell(number == SIGALRM ? "hangs: " : "crashes: ");
   ::signal(number, SIG_DFL);
   ::raise(number);
+}
+
+// Without what is another number in every life: inodes, addresses, and how often the
+// process was interrupted.
+std::string comparable(const std::string& text) {
+  std::string result;
+  std::string number;
+  for (const char each : text.substr(0, text.find("/stat")) + ' ') {
+    if (std::strchr("0123456789abcdef", each) != nullptr && each != '\0') {
+      number += each;
+      continue;
+    }
+    result += number.size() < 5 ? number : "#";
+    result += each;
+    number.clear();
+  }
+  return result;
 }
 
 void onTerminate() {
@@ -60,6 +78,49 @@ void SweepTest::complain(const std::string& what) {
   ADD_FAILURE() << name << ": " << what;
 }
 
+void SweepTest::liveAsUsual(Life::Effort effort) {
+  const Run nothing{"nothing fails", effort, [] {}, [](const Witness&) {}};
+  live(nothing);  // warms up
+  Run learning = nothing;
+  learning.judge = [this](const Witness& witness) {
+    for (const Message& message : witness.messages()) usual_.insert(comparable(message.text));
+  };
+  live(learning);
+  Run repeating = nothing;
+  repeating.judge = [this](const Witness& witness) {
+    for (const std::string& text : newExceptions(witness)) complain("throws: " + text);
+    if (witness.badAllocs() != 0) complain("throws bad_alloc");
+  };
+  live(repeating);
+}
+
+std::vector<Message> SweepTest::newMessages(const Witness& witness) const {
+  std::vector<Message> found;
+  std::multiset<std::string> expected = usual_;
+  for (const Message& message : witness.messages()) {
+    const auto known = expected.find(comparable(message.text));
+    if (known == expected.end()) {
+      found.push_back(message);
+    } else {
+      expected.erase(known);
+    }
+  }
+  return found;
+}
+
+bool SweepTest::missesMessages(const Witness& witness) const {
+  return witness.messages().size() - newMessages(witness).size() < usual_.size();
+}
+
+std::vector<std::string> SweepTest::newExceptions(const Witness& witness) {
+  std::vector<std::string> found = witness.thrown();
+  const auto refusal = std::find_if(found.begin(), found.end(), [](const std::string& text) {
+    return text.find("duplicate writer") != std::string::npos;
+  });
+  if (refusal != found.end()) found.erase(refusal);
+  return found;
+}
+
 void SweepTest::clearRoot() {
   const Fault::Bypass bypass;
   table.sequence() = 0;
@@ -81,9 +142,11 @@ void SweepTest::furnish() const {
 void SweepTest::listSockets() const {
   std::ifstream all("/proc/net/unix");
   std::ofstream own(inRoot("unix"));
+  std::map<std::string, std::string> lines;  // by what stands behind the address
   for (std::string line; std::getline(all, line);) {
-    if (line.find("zorbe_quotes") != std::string::npos) own << line << '\n';
+    if (line.find("zorbe_quotes") != std::string::npos) lines[line.substr(line.find(':'))] = line;
   }
+  for (const auto& line : lines) own << line.second << '\n';
 }
 
 void SweepTest::live(const Run& run) {

@@ -6,6 +6,7 @@
 #include <exception>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,18 @@ class SweepTest : public ZorbeTest {
   bool hasEnough() const { return problems_ >= 20; }
   void complain(const std::string& what);
 
+  /// Leads lives in which nothing fails, and keeps what is usual.
+  void liveAsUsual(Life::Effort effort);
+
+  /// The messages that do not come when nothing fails.
+  std::vector<Message> newMessages(const Witness& witness) const;
+
+  /// Messages that come when nothing fails are missing.
+  bool missesMessages(const Witness& witness) const;
+
+  /// What is thrown but the refusal of the second writer, which comes once in every life.
+  static std::vector<std::string> newExceptions(const Witness& witness);
+
   /// What the run is about, once that is known.
   void rename(const std::string& newName);
 
@@ -55,6 +68,7 @@ class SweepTest : public ZorbeTest {
   std::terminate_handler terminate_;
   std::map<int, void (*)(int)> signals_;
   SharedTable table;
+  std::multiset<std::string> usual_;  // texts of messages
   unsigned problems_ = 0;
 };
 

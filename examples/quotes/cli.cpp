@@ -85,6 +85,17 @@ int runProgram(const std::string& program, const std::function<int()>& run) {
   }
 }
 
+void runLoop(Brask::Linux::EventLoop& loop, const std::function<void()>& recover) {
+  for (;;) {
+    try {
+      return loop.run();
+    } catch (const Brask::Exception& failure) {
+      std::cerr << failure.msg() << std::endl;
+      recover();
+    }
+  }
+}
+
 Signals::Signals(Brask::Linux::EventLoop& loop) {
   signalledLoop.store(&loop);
   for (const int number : {SIGINT, SIGTERM, SIGUSR1}) handle(number, onSignal);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <zorbe/counters.h>
-#include <zorbe/mounter.h>
 #include <zorbe/root_path.h>
 #include <zorbe/unlock.h>
 
@@ -11,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "directory_watch.h"
 #include "quotes_reader.h"
 
 namespace Quotes {
@@ -42,6 +42,12 @@ class QuotesFollower : public QuotesReader::Owner,
 
   /// The first look.
   void start();
+
+  /// To be called when an exception of the library has left the loop, as when the directory
+  /// was removed and cannot be made again. Watches it again as soon as that is possible, and
+  /// connects again: the exception may have come out of a pass, which has not reported then,
+  /// and the writer sends no kick before it has a report.
+  void recover();
 
   /// The present incarnation's reader, null before the first.
   const QuotesReader* reader() const { return reader_.get(); }
@@ -77,6 +83,7 @@ class QuotesFollower : public QuotesReader::Owner,
   bool findWriter();
   bool isCurrent();
   void leaveTable();
+  void disconnect();
   void reportCorruption();
   bool mapTable();
   void tell(const std::string& event);
@@ -93,7 +100,7 @@ class QuotesFollower : public QuotesReader::Owner,
   uint64_t nextLook_ = 0;      // when, 0 for never
   std::unique_ptr<Brask::Platform::TimerControl> timer_;
   Departure departure_;
-  Zorbe::MounterSm mounter_;
+  DirectoryWatch watch_;
 };
 
 }  // namespace Quotes

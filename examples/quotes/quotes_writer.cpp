@@ -43,9 +43,9 @@ void QuotesWriter::open() {
   createKickSocket();
   const Legacy legacy = takeOver();
   tookOver_ = legacy.fenix != 0;
-  auto mounter = std::make_unique<Zorbe::MounterSm>(*handler, rootPath.name, this);
+  auto watch = std::make_unique<DirectoryWatch>(*handler, rootPath.name, *this);
   makeTable(legacy);
-  mounter_ = std::move(mounter);
+  watch_ = std::move(watch);
   doEnableListen();
 }
 
@@ -76,6 +76,10 @@ std::unique_ptr<TableWriter> QuotesWriter::makeTable(const Legacy& legacy) {
   log(*handler, 2, "QuotesWriter::makeTable() ", rootPath, " fenix:", table_->fenix(),
       " sequence:", writerSequence, " records:", table_->usedSlots());
   return table;
+}
+
+void QuotesWriter::recover() {
+  if (watch_) watch_->renew();
 }
 
 uint64_t QuotesWriter::publish(const Quote& quote) {
@@ -152,10 +156,12 @@ void QuotesWriter::Caretaker::start(double seconds) {
   if (!std::exchange(due, true)) timer->start(seconds);
 }
 
+// A full disk leaves the incarnation's file empty and nobody says so: the event of each attempt
+// to write it leads back here.
 void QuotesWriter::restoreFiles() {
   caretaker_.due = false;
   try {
-    if (!table_->isInPlace(rootPath)) {
+    if (!table_->isInPlace()) {
       remakeTable();
     } else if (Zorbe::FenixFile::read(*handler, rootPath.path) != table_->fenix()) {
       Zorbe::FenixFile::write(*handler, rootPath.path, table_->fenix());

@@ -116,7 +116,7 @@ int follow(Brask::Platform::DebugHandler& log, const Options& options) {
   std::cout << "following " << options.name << std::endl;
   follower.start();
   do {
-    loop.run();
+    runLoop(loop, [&] { follower.recover(); });
     if (signals.takePrintRequest()) printState(follower, options.print);
   } while (!signals.ended());
   printState(follower, options.print);

@@ -93,7 +93,7 @@ class Program : public Brask::Platform::TimeoutHandler {
               << std::endl;
     timer_->start(0.0);
     do {
-      loop_.run();
+      runLoop(loop_, [this] { writer_.recover(); });
       if (signals.takePrintRequest()) printState();
     } while (!signals.ended() && !done_);
     printState();

@@ -5,6 +5,9 @@
 
 #include <child.h>
 
+#include <fcntl.h>
+#include <stdio.h>
+
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -49,6 +52,15 @@ class QuotesPrograms : public Zorbe::Test::ZorbeTest {
     const std::string path = inRoot("rows.csv");
     std::ofstream(path) << text;
     return path;
+  }
+
+  /// Waits until a program that runs has written `words` to its standard error.
+  static void awaitErrors(Child& program, const std::string& words) {
+    for (int i = 0; i < 100000; ++i) {
+      if (program.errors().find(words) != std::string::npos) return;
+      ASSERT_FALSE(program.endsWithin(0.01)) << program.errors();
+    }
+    FAIL() << "never written: " << words;
   }
 
   static std::string stateOf(Child& process, const std::string& prefix) {
@@ -196,6 +208,25 @@ TEST_F(QuotesPrograms, theyConvergeAfterTheDirectoryWasRemoved) {
     while (field(stateOf(writer, "writer "), "fenix") == before) continue;
   }
   awaitEqual(reader, writer);
+}
+
+// A file in the directory's place: the library throws out of the loop, since it cannot make the
+// directory again.
+TEST_F(QuotesPrograms, theyGoOnWhenTheDirectoryCannotBeMadeForATime) {
+  Child writer = startWriter(rows("A,1,1\n"));
+  Child reader = start({"quotes-reader", "t", "--events", "--level", "0"});
+  writer.awaitLine("fed ");
+  awaitEqual(reader, writer);
+  std::ofstream(inRoot("file")) << "in the way";
+  ASSERT_EQ(
+      ::renameat2(AT_FDCWD, inRoot("file").c_str(), AT_FDCWD, inRoot("t").c_str(), RENAME_EXCHANGE),
+      0);
+  for (Child* program : {&writer, &reader}) awaitErrors(*program, "mkpath() error " + inRoot("t"));
+  const std::string before = field(stateOf(writer, "writer "), "fenix");
+  std::filesystem::remove(inRoot("t"));
+  while (field(stateOf(writer, "writer "), "fenix") == before) continue;
+  awaitEqual(reader, writer);
+  EXPECT_EQ(field(stateOf(writer, "writer "), "symbols"), "1");
 }
 
 TEST_F(QuotesPrograms, anIdleReaderUsesUnderOnePercentOfAProcessor) {

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "chaos/blows.h"
 
-#include <brask/linux/stream_debug_handler.h>
-#include <zorbe/fenix_file.h>
-
 #include <filesystem>
-#include <iostream>
 #include <utility>
 
 namespace Zorbe::Test::Chaos {
@@ -185,13 +181,8 @@ Member* Blows::killCompetitor() {
 Member* Blows::removeDirectory() {
   std::error_code interrupted;
   std::filesystem::remove_all(directory_, interrupted);
+  removed_ = true;
   return &crew_.writerToBe();
-}
-
-bool Blows::isInPlace(uint32_t fenix) const {
-  Brask::Linux::StreamDebugHandler log(std::cerr, -1);
-  return FenixFile::read(log, directory_) == fenix &&
-         std::filesystem::exists(directory_ + "/slots");
 }
 
 }  // namespace Zorbe::Test::Chaos

@@ -32,9 +32,13 @@ struct Place {
   std::atomic<pid_t> otherWriter;     ///< met with the lock in its hands
 };
 
+/// Writers publish sequence n as the value n of key n % kKeys.
+constexpr unsigned kKeys = 16;
+
 struct Board {
   static constexpr unsigned mostPlaces = 128;
   std::array<Place, mostPlaces> places;
+  std::array<std::atomic<uint64_t>, kKeys> published;  ///< by key; noted by each writer in turn
 };
 
 /// What a process does wrong, to show that it is noticed.
@@ -46,6 +50,7 @@ enum class Flaw {
   hearsNothing,      ///< a reader is not told of departures
   writerLeaks,       ///< a writer leaves a descriptor open whenever it is asked to publish
   ignoresTheLock,    ///< a competitor that was refused writes all the same
+  startsEmpty,       ///< a writer removes the files of the writer before it
 };
 
 }  // namespace Zorbe::Test::Chaos

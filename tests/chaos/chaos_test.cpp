@@ -70,5 +70,10 @@ TEST_F(ChaosTest, AWriterThatDoesNotTakeTheLockIsNoticed) {
               MatchesRegex("two writers: competitor has become one beside process [0-9]+"));
 }
 
+TEST_F(ChaosTest, AWriterThatLosesKeysIsNoticed) {
+  EXPECT_THAT(failureWith(Flaw::startsEmpty),
+              MatchesRegex("key S[0-9]+ was published as [0-9]+ and the table has (none|[0-9]+)"));
+}
+
 }  // namespace
 }  // namespace Zorbe::Test::Chaos

@@ -28,7 +28,8 @@ Crew::Crew(unsigned readerCount, const std::string& witnessPath, Flaw flaw)
   }
   for (const char* name : {"candidate", "competitor"}) {
     const bool isFirst = candidates_.empty();
-    const Flaw own = isFirst == (flaw == Flaw::writerLeaks) ? flaw : Flaw::none;
+    const bool isOfCandidate = flaw == Flaw::writerLeaks || flaw == Flaw::startsEmpty;
+    const Flaw own = isFirst == isOfCandidate ? flaw : Flaw::none;
     candidates_.emplace_back(name, board_->places.at(readerCount + candidates_.size()),
                              [this, own, witnessPath](Channel& parent, Place& place) {
                                playCandidate(parent, *board_, place, witnessPath, own);

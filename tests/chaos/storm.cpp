@@ -4,7 +4,6 @@
 #include <brask/linux/stream_debug_handler.h>
 #include <sys/wait.h>
 #include <zorbe/exceptions.h>
-#include <zorbe/fenix_file.h>
 #include <zorbe/util.h>
 
 #include <algorithm>
@@ -15,7 +14,9 @@
 #include <utility>
 
 #include "chaos/blows.h"
+#include "chaos/keys.h"
 #include "chaos/rest.h"
+#include "chaos/stage.h"
 #include "fakes/test_root.h"
 
 namespace Zorbe::Test::Chaos {
@@ -29,7 +30,8 @@ class Storm {
       : settings_(settings),
         report_(report),
         crew_(settings.readers, root / "witness", settings.flaw),
-        blows_(crew_, root / "quotes", settings.seed, report),
+        blows_(crew_, root / tableName, settings.seed, report),
+        keys_(crew_.board(), tableName),
         rest_(crew_, settings.patience, report) {}
 
   void run() {
@@ -107,6 +109,9 @@ class Storm {
     const pid_t writer = crew_.writer()->pid();
     const bool same = std::exchange(writer_, writer) == writer;
     (same ? report_.underSame : report_.underAnother).push_back(took.count());
+    // A writer that lives puts a removed directory back. One that dies meanwhile may be the only
+    // process that had the table.
+    keys_.verify(blows_.takeRemoval() && !same);
     for (Member& reader : crew_.readers()) {
       if (!reader.isAwake()) continue;
       reader.requireTold(writer);
@@ -116,7 +121,7 @@ class Storm {
 
   // In the directory, too: after it was removed, the writer's table is another one.
   bool isConverged() {
-    return crew_.isConverged() && blows_.isInPlace(crew_.writer()->place().fenix);
+    return crew_.isConverged() && keys_.areInPlace(crew_.writer()->place().fenix);
   }
 
   const Settings& settings_;
@@ -125,6 +130,7 @@ class Storm {
   pid_t writer_ = 0;
   Crew crew_;
   Blows blows_;
+  Keys keys_;
   Rest rest_;
 };
 

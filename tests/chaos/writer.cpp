@@ -21,7 +21,6 @@ namespace {
 constexpr std::chrono::milliseconds connectPatience{100};
 constexpr double retrySeconds = 0.02;
 constexpr Quotes::Shape shape{64, 256};
-constexpr uint64_t symbols = 16;
 
 pid_t peerOf(int connection) {
   ucred peer{};
@@ -40,7 +39,9 @@ class Writer final : public Quotes::QuotesWriter {
   void publish(unsigned count) {
     for (; count > 0; --count) {
       const uint64_t next = sequence() + 1;
-      QuotesWriter::publish({"S" + std::to_string(next % symbols), static_cast<int64_t>(next), 1});
+      const size_t key = next % kKeys;
+      QuotesWriter::publish({"S" + std::to_string(key), static_cast<int64_t>(next), 1});
+      board_.published[key] = next;  // afterwards: a kill in between claims too little
     }
   }
 
@@ -73,6 +74,7 @@ class Candidate final : public WriterUnlockSm {
   Candidate(ChaosStage& stage, Board& board, Place& place, const std::string& witnessPath,
             Flaw flaw)
       : WriterUnlockSm(stage.log, "candidate", stage.root),
+        root_(stage.root),
         place_(place),
         flaw_(flaw),
         witness_(witnessPath),
@@ -81,6 +83,7 @@ class Candidate final : public WriterUnlockSm {
   ~Candidate() override { giveWitnessBack(); }
 
   void attempt() {
+    if (flaw_ == Flaw::startsEmpty) root_.removeFile("slots");
     writer_ = makeWriter_();
     try {
       writer_->open();
@@ -131,6 +134,7 @@ class Candidate final : public WriterUnlockSm {
     doConnect();
   }
 
+  RootPath root_;
   Place& place_;
   Flaw flaw_;
   bool newlyWriting_ = false;

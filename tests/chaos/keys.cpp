@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#include "chaos/keys.h"
+
+#include <table_reader.h>
+#include <zorbe/fenix_file.h>
+
+#include <iostream>
+#include <string>
+#include <utility>
+
+#include "chaos/crew.h"
+
+namespace Zorbe::Test::Chaos {
+
+Keys::Keys(Board& board, std::string tableName)
+    : board_(board), log_(std::cerr, -1), root_(log_, std::move(tableName), false) {}
+
+bool Keys::areInPlace(uint32_t fenix) {
+  const auto table = Quotes::TableReader::open(root_);
+  return table && table->fenix() == fenix && FenixFile::read(log_, root_.path) == fenix;
+}
+
+void Keys::verify(bool mayBeLost) {
+  const auto table = Quotes::TableReader::open(root_);
+  if (!table) throw Failure("the table has vanished");
+  for (size_t key = 0; key < kKeys; ++key) {
+    const auto quote = table->find("S" + std::to_string(key));
+    verifyKey(key, quote ? static_cast<uint64_t>(quote->price) : 0, mayBeLost);
+  }
+}
+
+void Keys::verifyKey(size_t key, uint64_t stored, bool mayBeLost) {
+  const uint64_t published = board_.published[key];
+  if (mayBeLost) {
+    board_.published[key] = stored;
+  } else if (stored < published) {
+    throw Failure("key S" + std::to_string(key) + " was published as " + std::to_string(published) +
+                  " and the table has " + (stored == 0 ? "none" : std::to_string(stored)));
+  }
+}
+
+}  // namespace Zorbe::Test::Chaos

@@ -1,17 +1,12 @@
 // SPDX-License-Identifier: MIT
 //
 // The example programs, driven as a user would.
-#include "fakes/zorbe_test.h"
-
-#include <child.h>
+#include "process/example_programs.h"
 
 #include <fcntl.h>
 #include <stdio.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -19,23 +14,8 @@ using Quotes::Child;
 using Quotes::field;
 using testing::HasSubstr;
 
-std::string program(const std::string& name) {
-  return std::string(ZORBE_EXAMPLE_PROGRAMS) + "/" + name;
-}
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path).rdbuf();
-  return content.str();
-}
-
-class QuotesPrograms : public Zorbe::Test::ZorbeTest {
+class QuotesPrograms : public Zorbe::Test::ExamplePrograms {
  protected:
-  Child start(std::vector<std::string> words, const std::string& input = "/dev/null") {
-    words[0] = program(words[0]);
-    return Child(words, input);
-  }
-
   Child startWriter(const std::string& input = "/dev/null") {
     return start({"quotes-writer", "t"}, input);
   }
@@ -242,20 +222,6 @@ TEST_F(QuotesPrograms, anIdleReaderUsesUnderOnePercentOfAProcessor) {
   EXPECT_LE(withoutWriter.cpuSeconds() - before[0], kSeconds / 100 + 0.01);
   EXPECT_LE(asleep.cpuSeconds() - before[1], kSeconds / 100);
   EXPECT_LE(writer.cpuSeconds() - before[2], kSeconds / 100);
-}
-
-TEST_F(QuotesPrograms, theSmallestClientsMeet) {
-  Child writer = start({"minimal-writer"});
-  // A reader that finds no writer ends; the writer may need a moment to become one.
-  for (bool met = false; !met;) {
-    Child reader = start({"minimal-reader"});
-    met = !reader.endsWithin(0.5);
-    if (!met) continue;
-    EXPECT_EQ(writer.awaitLine("1 readers"), "1 readers");
-    EXPECT_EQ(reader.awaitLine("the table is at 2"), "the table is at 2");
-    EXPECT_EQ(reader.awaitLine("the table is at 3"), "the table is at 3");
-  }
-  writer.awaitLine("0 readers");
 }
 
 }  // namespace

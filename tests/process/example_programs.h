@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <child.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "fakes/zorbe_test.h"
+
+namespace Zorbe::Test {
+
+/// For tests that drive the example programs as a user would.
+class ExamplePrograms : public ZorbeTest {
+ protected:
+  static std::string program(const std::string& name) {
+    return std::string(ZORBE_EXAMPLE_PROGRAMS) + "/" + name;
+  }
+
+  static Quotes::Child start(std::vector<std::string> words,
+                             const std::string& input = "/dev/null") {
+    words[0] = program(words[0]);
+    return Quotes::Child(words, input);
+  }
+
+  static std::string contentOf(const std::string& path) {
+    std::ostringstream content;
+    content << std::ifstream(path).rdbuf();
+    return content.str();
+  }
+};
+
+}  // namespace Zorbe::Test

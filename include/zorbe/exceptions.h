@@ -3,6 +3,12 @@
 // What the library throws. Everything derives from Brask::Exception, whose
 // `what()` is the text alone and whose `msg()` is the class name around it.
 // Thrown by value; catch by reference.
+//
+// As a rule the text was logged at level 0 before. Not logged are the texts of
+// Util::socket (no way back to the own namespace), Util::readOwnerPid ("Couldn't open
+// /proc"), WriterKickSm::doEnableListen ("no socket") and ReaderKickSm::sendSequence (a
+// falling sequence), and an exception without memory for its message. Where the log
+// has more detail than the text, the text is the beginning of that message.
 #pragma once
 
 #include <brask/exception.h>
@@ -61,7 +67,7 @@ class ZORBE_EXPORT DuplicateWriterException : public Brask::Exception {
   ~DuplicateWriterException() override;
   const char* name() const override;
 
-  uint32_t pid;           ///< the process that holds the lock, 0 when it was not found
+  uint32_t pid;           ///< the process that seems to hold the lock (Util::readOwnerPid), or 0
   std::string owner;      ///< that process's executable, empty when it was not found
   std::string lastOwner;  ///< the root directory's "last-owner" file as it was read
 };

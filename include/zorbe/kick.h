@@ -68,7 +68,9 @@ class ZORBE_EXPORT WriterKickSm : public Brask::Platform::TimeoutHandler,
   /// Called with the closed connection already destroyed. Must not destroy this object.
   virtual void readersChanged() = 0;
 
-  /// Takes the writer lock. What Util::acquireWriterLock throws passes through.
+  /// Takes the writer lock. What Util::acquireWriterLock throws passes through:
+  /// Zorbe::DuplicateWriterException, Brask::InvalidInitializeException,
+  /// Brask::RuntimeException.
   void createKickSocket();
 
   /// Listens for readers. Throws Brask::RuntimeException when there is no socket yet
@@ -174,8 +176,14 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   void timeout() override;
 
   /// Reads the table and returns the writer's sequence up to which it was read.
-  /// Asked at the start of every pass. May throw CorruptionDetectedException, which
-  /// is logged and leaves the report out.
+  /// Called at the start of every pass. May throw CorruptionDetectedException, which
+  /// is logged; every other exception leaves the pass. In both cases nothing is
+  /// reported, and the writer, which waits for a report, sends no further kick:
+  /// call `doConquer` later, from a timer, or close the connection and connect again.
+  ///
+  /// A return value below the writer's sequence brings the next kick at once. A
+  /// reader that returns the same value again and again, since it reads another table
+  /// than the writer's, keeps itself and the writer busy for ever.
   virtual uint64_t readerSequence() = 0;
 
   /// The connection has come up, or was lost: `connected` says which.

@@ -45,7 +45,8 @@ int runProgram(const std::string& program, const std::function<int()>& run);
 void runLoop(Brask::Linux::EventLoop& loop, const std::function<void()>& recover);
 
 /// For its lifetime: SIGINT and SIGTERM end `loop.run()`, and so does SIGUSR1, which also
-/// asks for a printout. One at a time.
+/// asks for a printout. One at a time. Afterwards they are ignored: a program that ends
+/// already is not to end otherwise for a second signal.
 class Signals {
  public:
   explicit Signals(Brask::Linux::EventLoop& loop);

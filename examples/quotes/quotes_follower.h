@@ -26,7 +26,7 @@ namespace Quotes {
 /// Three things tell it that the world has changed: the end of the WriterUnlockSm's
 /// connection, the MounterSm's reports about the directory, and the reader itself. All of
 /// them come to one place, look(), which compares what is with what should be and does
-/// what is missing. It does not matter which of them came first, or that one was told twice.
+/// what is missing. It does not matter which of them came first, or that one was reported twice.
 class QuotesFollower : public QuotesReader::Owner,
                        public Zorbe::MounterBase,
                        public Brask::Platform::TimeoutHandler {
@@ -95,7 +95,7 @@ class QuotesFollower : public QuotesReader::Owner,
   std::unique_ptr<QuotesReader> reader_;
   bool usable_ = false;        // the reader's table may be used
   std::string corruption_;     // what was found wrong with it, to be told
-  uint32_t corruptFenix_ = 0;  // the last incarnation of which that was told
+  uint32_t corruptFenix_ = 0;  // the last incarnation of which that was reported
   bool sawWriter_ = false;     // since the last departure
   uint64_t nextLook_ = 0;      // when, 0 for never
   std::unique_ptr<Brask::Platform::TimerControl> timer_;

@@ -84,7 +84,7 @@ void QuotesWriter::recover() {
 
 uint64_t QuotesWriter::publish(const Quote& quote) {
   const uint32_t usedBefore = table_->usedSlots();
-  // The memory first, then `writerSequence`, then the kick: whoever is woken finds it.
+  // The memory first, then `writerSequence`, then the kick: a reader that is woken finds it.
   writerSequence = table_->publish(quote);
   doKickSleepers();
   ++counters_.directWrite;
@@ -143,7 +143,7 @@ void QuotesWriter::readersChanged() {
   log(*handler, 5, "QuotesWriter::readersChanged() connections: ", readers.size());
 }
 
-// Also about what this writer did itself: whoever looks finds everything in place then.
+// Also about what this writer did itself: everything is found in place then.
 void QuotesWriter::rootChanged(const std::string& what) {
   log(*handler, 5, "QuotesWriter::rootChanged() ", rootPath, " ", what);
   ++counters_.inotifyTriggers;

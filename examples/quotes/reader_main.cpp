@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// quotes-reader: follows a table until it is told to end. See usage() below.
+// quotes-reader: follows a table until a signal ends it. See usage() below.
 #include <brask/linux/event_loop.h>
 #include <brask/linux/stream_debug_handler.h>
 

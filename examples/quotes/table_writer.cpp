@@ -47,7 +47,7 @@ void TableWriter::restore(const Record& record) {
 }
 
 void TableWriter::complete() {
-  // Release: whoever sees a magic sees everything that was stored before it.
+  // Release: a reader that sees a magic sees everything that was stored before it.
   logHeader().magic.store(kLogMagic, std::memory_order_release);
   header().magic.store(kSlotsMagic, std::memory_order_release);
   // A writer that is killed in between leaves the files of two incarnations, both complete.

@@ -43,7 +43,7 @@ class TableWriter {
   /// its sequence. Throws when the table is full or the symbol does not fit.
   uint64_t publish(const Quote& quote);
 
-  /// Tells whoever still maps these files that the writer goes on in others.
+  /// Tells the readers that still map these files that the writer goes on in others.
   void retire();
 
   /// True when the directory still holds these files.

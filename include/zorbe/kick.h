@@ -195,7 +195,7 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   /// A label by which the client's diagnostics name this reader.
   virtual std::string readerName() const = 0;
 
-  /// Kicks have arrived or the writer has gone: calls `handleKickFromWriter`.
+  /// Kicks have arrived or the writer has ended: calls `handleKickFromWriter`.
   void fdEvent(int fd) override;
 
   /// One attempt to reach the writer. A refused connection is logged and leaves the

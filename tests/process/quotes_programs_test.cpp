@@ -190,6 +190,22 @@ TEST_F(QuotesPrograms, theyConvergeAfterTheDirectoryWasRemoved) {
   awaitEqual(reader, writer);
 }
 
+// Their connections fill the writer's queue, and the last of them waits in connect(2).
+TEST_F(QuotesPrograms, readersOfAStoppedWriterEndWhenAskedTo) {
+  Child writer = startWriter();
+  writer.awaitLine("ready ");
+  writer.signal(SIGSTOP);
+  std::vector<Child> readers;
+  for (int i = 0; i < 8; ++i) readers.push_back(startReader());
+  for (Child& reader : readers) {
+    for (int i = 0; !reader.endsWithin(0.01); ++i) {
+      ASSERT_LT(i, 1000);
+      reader.signal(SIGTERM);
+    }
+    EXPECT_EQ(reader.awaitEnd(), 0);
+  }
+}
+
 // A file in the directory's place: the library throws out of the loop, since it cannot make the
 // directory again.
 TEST_F(QuotesPrograms, theyGoOnWhenTheDirectoryCannotBeMadeForATime) {

@@ -1,20 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
 // The memory of the example's table: what readers can and cannot see of it.
-#include "fakes/zorbe_test.h"
+#include "process/quotes_table.h"
 
-#include <change_follower.h>
-#include <table_reader.h>
-#include <table_writer.h>
 #include <zorbe/exceptions.h>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
-#include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 namespace {
@@ -23,61 +17,7 @@ using namespace Quotes;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-class QuotesTable : public Zorbe::Test::ZorbeTest {
- protected:
-  TableWriter& make(const Shape& shape, uint64_t sequence = 0) {
-    table = std::make_unique<TableWriter>(root, shape, ++fenix, sequence);
-    return *table;
-  }
-
-  TableWriter& makeComplete(const Shape& shape = {}) {
-    make(shape).complete();
-    return *table;
-  }
-
-  ChangeFollower follow() { return {TableReader::open(root).value(), counters}; }
-
-  static void advanceFully(ChangeFollower& follower) {
-    while (follower.advance(1000) == ChangeFollower::Progress::kMore) continue;
-  }
-
-  Copy written() const {
-    Copy copy;
-    for (const Record& record : table->records()) copy[quoteOf(record).symbol] = quoteOf(record);
-    return copy;
-  }
-
-  /// Overwrites bytes of a file of the table.
-  void damage(const char* file, std::streamoff offset, const std::string& bytes) const {
-    std::fstream stream(root.fullPath(file), std::ios::in | std::ios::out | std::ios::binary);
-    stream.seekp(offset);
-    ASSERT_TRUE(stream << bytes << std::flush);
-  }
-
-  /// Where the slot of a symbol begins in its file.
-  std::streamoff offsetOf(const std::string& symbol) const {
-    const TableReader reader = TableReader::open(root).value();
-    uint32_t index = 0;
-    for (Record record; index < reader.slots(); ++index) {
-      if (reader.read(index, record) == TableReader::Outcome::kWhole &&
-          quoteOf(record).symbol == symbol)
-        break;
-    }
-    return static_cast<std::streamoff>(sizeof(SlotsHeader) + index * sizeof(Slot));
-  }
-
-  std::vector<std::string> filesOfTheTable() const {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(root.path))
-      names.push_back(entry.path().filename());
-    return names;
-  }
-
-  Zorbe::RootPath root{handler, "table", true};
-  Zorbe::Reader::Counters counters{};
-  std::unique_ptr<TableWriter> table;
-  uint32_t fenix = 0;
-};
+using Zorbe::Test::QuotesTable;
 
 TEST_F(QuotesTable, isNotThereBeforeTheWriterDeclaresItComplete) {
   make({});
@@ -229,81 +169,6 @@ TEST_F(QuotesTable, aNewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
   advanceFully(follower);
   EXPECT_EQ(follower.copy().size(), 1u);
   EXPECT_FALSE(follower.table().isInPlace(root));
-}
-
-TEST_F(QuotesTable, theNextWriterFindsWhatIsWholeAndTheSequence) {
-  makeComplete({2, 8});
-  table->publish({"A", 1, 1});
-  table->publish({"A", 2, 2});
-  table->publish({"B", 3, 3});
-  damage(kSlotsFile, offsetOf("B"), std::string(1, '\1'));  // killed in its first store
-  const Legacy legacy = readLegacy(root);
-  EXPECT_EQ(legacy.sequence, 3u);
-  EXPECT_EQ(legacy.fenix, fenix);
-  EXPECT_EQ(legacy.lost, 1u);
-  ASSERT_EQ(legacy.records.size(), 1u);
-  EXPECT_EQ(formatRow(quoteOf(legacy.records[0])), "A,0.0002,2");
-}
-
-TEST_F(QuotesTable, aRecordThatWasBeingReplacedWhenTheWriterWasKilledIsNotLost) {
-  makeComplete({2, 8});
-  table->publish({"B", 1, 1});
-  table->publish({"A", 2, 2});
-  table->publish({"A", 3, 3});
-  damage(kSlotsFile, offsetOf("A"), std::string(1, '\3') + std::string(20, 'x'));
-  const Legacy legacy = readLegacy(root);
-  EXPECT_EQ(legacy.lost, 0u);
-  std::vector<std::string> rows;
-  for (const Record& record : legacy.records) rows.push_back(formatRow(quoteOf(record)));
-  EXPECT_THAT(rows, testing::UnorderedElementsAre("B,0.0001,1", "A,0.0002,2"));
-}
-
-TEST_F(QuotesTable, aTableThatIsNotCompletedLeavesTheOneThatWasThere) {
-  makeComplete();
-  table->publish({"A", 1, 1});
-  make({}, 1);
-  EXPECT_TRUE(TableReader::open(root)->find("A")) << "while it is made";
-  table.reset();
-  EXPECT_EQ(readLegacy(root).records.size(), 1u) << "when it was given up";
-  EXPECT_THAT(filesOfTheTable(), testing::UnorderedElementsAre(kSlotsFile, kLogFile));
-}
-
-TEST_F(QuotesTable, aWriterKilledBetweenThePlacingOfItsTwoFilesLosesNothing) {
-  makeComplete();
-  table->publish({"A", 1, 1});
-  std::filesystem::copy(root.fullPath(kSlotsFile), root.fullPath("kept"));
-  make({}, 1).restore(readLegacy(root).records.at(0));
-  table->complete();
-  std::filesystem::rename(root.fullPath("kept"), root.fullPath(kSlotsFile));
-  EXPECT_FALSE(TableReader::open(root)) << "readers wait";
-  const Legacy legacy = readLegacy(root);
-  EXPECT_EQ(legacy.sequence, 1u);
-  EXPECT_EQ(legacy.records.size(), 1u);
-}
-
-TEST_F(QuotesTable, whatAKilledWriterHadBegunIsReplaced) {
-  std::ofstream(root.fullPath(kUnfinishedSlotsFile)) << "begun";
-  makeComplete();
-  EXPECT_TRUE(TableReader::open(root));
-  EXPECT_THAT(filesOfTheTable(), testing::UnorderedElementsAre(kSlotsFile, kLogFile));
-}
-
-// Before anything is written: a file that cannot be as long as it has to be stands for a full
-// disk.
-TEST_F(QuotesTable, aTableThatFindsNoRoomLeavesTheOneThatWasThere) {
-  makeComplete({4, 4});
-  table->publish({"A", 1, 1});
-  const rlimit small{4096, RLIM_INFINITY};
-  rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-  const auto handlerBefore = std::signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-  EXPECT_THROW(TableWriter(root, {4096, 4}, 2, 1), Brask::RuntimeException);
-  EXPECT_THROW(TableWriter(root, {4, 4096}, 2, 1), Brask::RuntimeException);
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
-  std::signal(SIGXFSZ, handlerBefore);
-  EXPECT_THAT(filesOfTheTable(), testing::UnorderedElementsAre(kSlotsFile, kLogFile));
-  EXPECT_TRUE(TableReader::open(root)->find("A"));
 }
 
 TEST_F(QuotesTable, neverShowsATornRecordToReadersThatHammerIt) {

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "chaos/keys.h"
 
-#include <table_reader.h>
 #include <zorbe/fenix_file.h>
 
 #include <iostream>
-#include <string>
 #include <utility>
 
 #include "chaos/crew.h"
@@ -16,15 +14,13 @@ Keys::Keys(Board& board, std::string tableName)
     : board_(board), log_(std::cerr, -1), root_(log_, std::move(tableName), false) {}
 
 bool Keys::areInPlace(uint32_t fenix) {
-  const auto table = Quotes::TableReader::open(root_);
-  return table && table->fenix() == fenix && FenixFile::read(log_, root_.path) == fenix;
+  table_ = Quotes::TableReader::open(root_);
+  return table_ && table_->fenix() == fenix && FenixFile::read(log_, root_.path) == fenix;
 }
 
 void Keys::verify(bool mayBeLost) {
-  const auto table = Quotes::TableReader::open(root_);
-  if (!table) throw Failure("the table has vanished");
   for (size_t key = 0; key < kKeys; ++key) {
-    const auto quote = table->find("S" + std::to_string(key));
+    const auto quote = table_.value().find("S" + std::to_string(key));
     verifyKey(key, quote ? static_cast<uint64_t>(quote->price) : 0, mayBeLost);
   }
 }

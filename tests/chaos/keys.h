@@ -2,9 +2,12 @@
 #pragma once
 
 #include <brask/linux/stream_debug_handler.h>
+#include <table_reader.h>
 #include <zorbe/root_path.h>
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "chaos/board.h"
 
@@ -17,7 +20,7 @@ class Keys {
  public:
   Keys(Board& board, std::string tableName);
 
-  /// The directory holds the complete table of this incarnation.
+  /// The directory holds the complete table of this incarnation, which `verify` looks at then.
   bool areInPlace(uint32_t fenix);
 
   /// Throws Failure for a key that was lost. `mayBeLost` is for a table that no process had in
@@ -30,6 +33,7 @@ class Keys {
   Board& board_;
   Brask::Linux::StreamDebugHandler log_;
   RootPath root_;
+  std::optional<Quotes::TableReader> table_;
 };
 
 }  // namespace Zorbe::Test::Chaos

@@ -110,13 +110,14 @@ void TableWriter::store(uint32_t index, const Record& record) {
   put(target, record);
 }
 
-// Release on every word: a reader that sees one of them also sees the odd guard when it
-// looks again. Release on the last guard: a reader that sees it sees every word.
+// Release on the first guard: what is replaced was kept before. Release on every word: a reader
+// that sees one of them also sees the odd guard when it looks again. Release on the last guard: a
+// reader that sees it sees every word.
 void TableWriter::put(Slot& target, const Record& record) {
   uint64_t words[kRecordWords];
   std::memcpy(words, &record, sizeof(record));
   const uint32_t guard = target.guard.load(std::memory_order_relaxed);
-  target.guard.store(guard + 1, std::memory_order_relaxed);
+  target.guard.store(guard + 1, std::memory_order_release);
   for (size_t i = 0; i < kRecordWords; ++i) {
     target.words[i].store(words[i], std::memory_order_release);
   }

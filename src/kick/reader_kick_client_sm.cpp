@@ -6,7 +6,6 @@
 #include <cerrno>
 
 #include "foundation/log.h"
-#include "kick/sleeper_nodes.h"
 
 namespace Zorbe {
 
@@ -88,7 +87,7 @@ ReaderKickClientSm::~ReaderKickClientSm() {
 
   if (report == published) {
     LOG_READER_DATA(step, " adding sleeping reader");
-    SleeperNodes::insert(owner->sleepingReaders, fd, this);
+    owner->sleepingReaders[fd] = this;
     if (acknowledged) return;
   } else {
     LOG_READER_DATA(step, " kicking");

@@ -47,8 +47,10 @@ ZORBE_EXPORT std::string demangleName(const char* mangled);
 // ---- Files -------------------------------------------------------------------
 
 /// The whole content of a file, empty when it is missing or empty alike; what
-/// could be read when reading failed. `reportOpenFailure` logs a file that cannot
-/// be opened (level 5). Throws nothing.
+/// could be read when reading failed. Never blocks: only regular files of at most
+/// 16 MiB are read (those of /proc are regular); any other is logged as a failed
+/// read (`EINVAL`, `EFBIG`; level 1) and counts as empty. `reportOpenFailure` logs
+/// a file that cannot be opened (level 5). Throws nothing.
 ZORBE_EXPORT std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& path,
                                   bool reportOpenFailure);
 

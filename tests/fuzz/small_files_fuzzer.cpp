@@ -15,6 +15,7 @@
 #include <zorbe/util.h>
 
 #include <cstdio>
+#include <cstring>
 
 namespace Zorbe::Test::Fuzz {
 namespace {
@@ -130,7 +131,9 @@ class Files {
   void lastOwner(const std::string& note) {
     put("last-owner", note);
     const RootPath taken(handler_, "", false);
-    Fault::divert("fopen", openNoted);
+    put("slots", "");
+    Fault::divert("fopen", openStreamNoted);
+    Fault::divert("open", openNoted);
     Fault::redirect("opendir", "/proc", path);
     opened.clear();
     try {
@@ -146,11 +149,20 @@ class Files {
     EXPECT_EQ(opened, (std::vector<std::string>{path + "/last-owner", stat, "/proc/net/unix"}));
   }
 
-  // Each file that a stream is opened on. Other processes are none of the input's.
-  static FILE* openNoted(const char* file, const char* mode) {
+  // Each file that is read, apart from namespaces. Other processes are none of the input's.
+  static FILE* openStreamNoted(const char* file, const char* mode) {
     const Fault::Bypass bypass;
+    return ::fopen(noted(file).c_str(), mode);
+  }
+  static int openNoted(const char* file, int flags, mode_t mode) {
+    const Fault::Bypass bypass;
+    const bool isNamespace =
+        std::strncmp(file, "/run/netns", 10) == 0 || std::strstr(file, "/ns/net") != nullptr;
+    return ::open((isNamespace ? file : noted(file)).c_str(), flags, mode);
+  }
+  static std::string noted(const char* file) {
     opened.emplace_back(file);
-    return ::fopen(opened.back().rfind("/proc", 0) == 0 ? "/dev/null" : file, mode);
+    return opened.back().rfind("/proc", 0) == 0 ? path + "/slots" : file;
   }
 
   static std::string notedPid(const std::string& note) {

@@ -87,7 +87,8 @@ ZORBE_EXPORT bool isZorbeFile(Brask::Platform::DebugHandler& handler, const std:
 ///
 /// Returns the descriptor, which the caller owns, or -1 with `errno` set. Throws
 /// Brask::RuntimeException, leaving descriptors open, when the thread cannot get
-/// back: no later socket of this thread would be where it is expected.
+/// back: no later socket of this thread would be where it is expected. What the
+/// handler throws passes through, with the thread back and nothing left open.
 ZORBE_EXPORT int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol);
 
 /// Fills `addr`, a caller's `struct sockaddr_un`, with the abstract address of the

@@ -15,7 +15,6 @@
 #include <zorbe/util.h>
 
 #include <cstdio>
-#include <cstring>
 
 namespace Zorbe::Test::Fuzz {
 namespace {
@@ -24,6 +23,7 @@ const TestRoot directory;
 const std::string path = directory.path();
 const int lock = TableSocket(path).bind(-1);
 std::vector<std::string> opened;
+bool refused = false;  // the name is taken: from here on files are read
 
 void put(const std::string& file, const std::string& content) {
   const Fault::Bypass bypass;
@@ -132,6 +132,8 @@ class Files {
     put("last-owner", note);
     const RootPath taken(handler_, "", false);
     put("slots", "");
+    refused = false;
+    Fault::before("bind", 1, [] { refused = true; });
     Fault::divert("fopen", openStreamNoted);
     Fault::divert("open", openNoted);
     Fault::redirect("opendir", "/proc", path);
@@ -149,16 +151,14 @@ class Files {
     EXPECT_EQ(opened, (std::vector<std::string>{path + "/last-owner", stat, "/proc/net/unix"}));
   }
 
-  // Each file that is read, apart from namespaces. Other processes are none of the input's.
+  // Each file that a refused writer reads. Other processes are none of the input's.
   static FILE* openStreamNoted(const char* file, const char* mode) {
     const Fault::Bypass bypass;
     return ::fopen(noted(file).c_str(), mode);
   }
   static int openNoted(const char* file, int flags, mode_t mode) {
     const Fault::Bypass bypass;
-    const bool isNamespace =
-        std::strncmp(file, "/run/netns", 10) == 0 || std::strstr(file, "/ns/net") != nullptr;
-    return ::open((isNamespace ? file : noted(file)).c_str(), flags, mode);
+    return ::open(refused ? noted(file).c_str() : file, flags, mode);
   }
   static std::string noted(const char* file) {
     opened.emplace_back(file);

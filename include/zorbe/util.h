@@ -41,7 +41,8 @@ ZORBE_EXPORT void encodeFenix(uint16_t low, uint16_t high, uint32_t& fenix);
 /// Unpacks an incarnation id.
 ZORBE_EXPORT void decodeFenix(uint32_t fenix, uint16_t& low, uint16_t& high);
 
-/// The readable form of a mangled C++ name, or the name itself when it is not one.
+/// The readable form of a mangled C++ name, or the name itself when it is not one;
+/// empty for null.
 ZORBE_EXPORT std::string demangleName(const char* mangled);
 
 // ---- Files -------------------------------------------------------------------

@@ -12,6 +12,9 @@ class ZORBE_EXPORT Debuggable {
   /// Refers to the client's handler, which has to outlive this object.
   explicit Debuggable(Platform::DebugHandler& debugHandler);
 
+  Debuggable(const Debuggable&) = default;
+  Debuggable& operator=(const Debuggable&) = default;
+
   /// Deletes the handler only when `ownsHandler` says so, then forgets it.
   virtual ~Debuggable();
 

@@ -45,6 +45,8 @@ class ZORBE_EXPORT ConnectionException : public Brask::Exception {
  public:
   /// `text` is what `what()` returns.
   explicit ConnectionException(const std::string& text);
+  ConnectionException(const ConnectionException&) = default;
+  ConnectionException& operator=(const ConnectionException&) = default;
   ~ConnectionException() override;
   const char* name() const override;
 };
@@ -54,6 +56,8 @@ class ZORBE_EXPORT CorruptionDetectedException : public Brask::Exception {
  public:
   /// `text` is what `what()` returns.
   explicit CorruptionDetectedException(const std::string& text);
+  CorruptionDetectedException(const CorruptionDetectedException&) = default;
+  CorruptionDetectedException& operator=(const CorruptionDetectedException&) = default;
   ~CorruptionDetectedException() override;
   const char* name() const override;
 };
@@ -64,6 +68,8 @@ class ZORBE_EXPORT DuplicateWriterException : public Brask::Exception {
   /// `text` is what `what()` returns, the others the fields of like meaning.
   DuplicateWriterException(const std::string& text, uint32_t ownerPid, const std::string& ownerPath,
                            const std::string& lastOwnerNote);
+  DuplicateWriterException(const DuplicateWriterException&) = default;
+  DuplicateWriterException& operator=(const DuplicateWriterException&) = default;
   ~DuplicateWriterException() override;
   const char* name() const override;
 

@@ -134,7 +134,8 @@ class ZORBE_EXPORT ReaderKickClientSm : public Brask::Platform::FdEventHandler,
   void fdEvent(int fd) override;
 
   /// Reads all pending reports and answers the last. Any violation of the protocol
-  /// ends the connection, and with it this object.
+  /// ends the connection, and with it this object. Of more than 1,024 pending reports
+  /// it reads and answers the first 1,024; the rest brings the next event.
   void handleReaderData();
 
   /// Sends one kick. A failure is logged; the connection stays.
@@ -213,7 +214,8 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   /// One pass: asks `readerSequence` and reports the answer.
   void doConquer();
 
-  /// Reads all pending kicks; the first batch acknowledges, a later one runs a pass.
+  /// Reads all pending kicks, of more than 1,024 records the first 1,024; the first batch
+  /// acknowledges, a later one runs a pass.
   void handleKickFromWriter();
 
   /// Suspends reporting (false), or resumes it with a pass on the next turn (true).

@@ -42,6 +42,8 @@ class ZORBE_EXPORT RootPath : public Brask::Debuggable {
   RootPath(Brask::Platform::DebugHandler& debugHandler, const std::string& tableName,
            bool createDirectory);
 
+  RootPath(const RootPath&) = default;
+  RootPath& operator=(const RootPath&) = default;
   ~RootPath() override;
 
   /// True when the path can be examined and its mode has the directory bit.

@@ -62,7 +62,8 @@ class ZORBE_EXPORT WriterUnlockSm : public Brask::Platform::TimeoutHandler,
   /// Closes the connection and calls `writerUnlocked`.
   void notifyUnlocked();
 
-  /// Reads the connection to find out whether the writer has ended.
+  /// Reads the connection to find out whether the writer has ended. Reads at most 1,024
+  /// records; the rest brings the next event.
   void handleFdEvent();
 
  protected:

@@ -41,14 +41,17 @@ ZORBE_EXPORT void encodeFenix(uint16_t low, uint16_t high, uint32_t& fenix);
 /// Unpacks an incarnation id.
 ZORBE_EXPORT void decodeFenix(uint32_t fenix, uint16_t& low, uint16_t& high);
 
-/// The readable form of a mangled C++ name, or the name itself when it is not one.
+/// The readable form of a mangled C++ name, or the name itself when it is not one;
+/// empty for null.
 ZORBE_EXPORT std::string demangleName(const char* mangled);
 
 // ---- Files -------------------------------------------------------------------
 
 /// The whole content of a file, empty when it is missing or empty alike; what
-/// could be read when reading failed. `reportOpenFailure` logs a file that cannot
-/// be opened (level 5). Throws nothing.
+/// could be read when reading failed. Never blocks: only regular files of at most
+/// 16 MiB are read (those of /proc are regular); any other is logged as a failed
+/// read (`EINVAL`, `EFBIG`; level 1) and counts as empty. `reportOpenFailure` logs
+/// a file that cannot be opened (level 5). Throws nothing.
 ZORBE_EXPORT std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& path,
                                   bool reportOpenFailure);
 
@@ -91,7 +94,8 @@ ZORBE_EXPORT bool isZorbeFile(Brask::Platform::DebugHandler& handler, const std:
 /// Returns the descriptor, which the caller owns, or -1 with `errno` set. Throws
 /// Brask::RuntimeException, without a message and leaving the new socket open, when
 /// the thread cannot get back (no later socket of this thread would be where it is
-/// expected) and when the descriptor of the namespace cannot be closed.
+/// expected) and when the descriptor of the namespace cannot be closed. What
+/// the handler throws passes through, with the thread back and nothing left open.
 ZORBE_EXPORT int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol);
 
 /// Fills `addr`, a caller's `struct sockaddr_un`, with the abstract address of the

@@ -25,7 +25,7 @@ class FenixFileFaultTest : public ZorbeTest {
 };
 
 TEST_F(FenixFileFaultTest, AFileThatCannotBeOpenedHoldsNone) {
-  Fault::arm("fopen", 1, EMFILE).onPath(file);
+  Fault::arm("open", 1, EMFILE).onPath(file);
   EXPECT_EQ(FenixFile::read(handler, rootPath()), 0u);
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(5, "Util::fileRead() unable to open file " + file +

@@ -141,5 +141,22 @@ TEST_F(WriterKickSmFaultTest, ASleeperThatCannotBeKickedDoesNotKeepOthersAsleep)
   EXPECT_EQ(writer->readers.size(), 2u);
 }
 
+TEST_F(WriterKickSmFaultTest, SleepersAreTakenOffWhenNoneCanBeKicked) {
+  listen();
+  BareSocket first = connectReader();
+  BareSocket second = connectReader();
+  report(first, 0, 0);
+  report(second, 0, 1);
+  handler.expectFailures();
+  const uint64_t before = writer->kickCount;
+  Fault::arm("send", 1, EPIPE, 2);
+  writer->doKickSleepers();
+  EXPECT_EQ(writer->kickCount, before);
+  EXPECT_THAT(writer->sleepingReaders, IsEmpty());
+  EXPECT_EQ(writer->readers.size(), 2u);
+  writer->doKickSleepers();  // not again before it has reported
+  EXPECT_EQ(first.received().size() + second.received().size(), 2u);
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

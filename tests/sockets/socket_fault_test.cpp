@@ -6,6 +6,7 @@
 #include <zorbe/util.h>
 
 #include <cerrno>
+#include <stdexcept>
 
 namespace Zorbe::Test {
 namespace {
@@ -109,6 +110,42 @@ TEST_F(SocketFaultTest, ANamespaceThatCannotBeClosedIsReportedWithTheSocketLeftO
   EXPECT_EQ(Fault::calls("close"), 1u);
   EXPECT_EQ(handler.take().size(), 3u);
   EXPECT_EQ(handler.asked(), 3u);
+}
+
+TEST_F(SocketFaultTest, AnExceptionInTheOtherNamespaceReturnsTheThreadAndClosesBoth) {
+  for (const unsigned message : {2u, 3u}) {
+    Fault::reset();
+    letThreadSwitch();
+    handler.throwAt(message);
+    Fault::startJournal();
+    EXPECT_THROW(open(), std::logic_error);
+    EXPECT_EQ(Fault::calls("setns"), 1u);
+    EXPECT_EQ(Fault::calls("close"), Fault::calls("open") + Fault::calls("socket"));
+    EXPECT_EQ(Fault::journal().back(), "close");
+  }
+}
+
+TEST_F(SocketFaultTest, AnExceptionBeforeTheSwitchClosesTheNamespaceOnly) {
+  handler.throwAt(1);
+  EXPECT_THROW(open(), std::logic_error);
+  EXPECT_EQ(Fault::calls("setns"), 0u);
+  EXPECT_EQ(Fault::calls("close"), 1u);
+}
+
+TEST_F(SocketFaultTest, AnExceptionAboutALocalSocketClosesIt) {
+  hideNamespace(ENOENT);
+  handler.throwAt(2);
+  EXPECT_THROW(open(), std::logic_error);
+  EXPECT_EQ(Fault::calls("close"), 1u);
+}
+
+TEST_F(SocketFaultTest, AThreadThatCannotGetBackIsReportedInPlaceOfTheException) {
+  platform.letSetnsSucceed();
+  Fault::arm("setns", 1, EPERM);
+  handler.throwAt(3);
+  expectLeakedDescriptors(1);
+  EXPECT_EQ(thrownBy<Brask::RuntimeException>([&] { open(); }),
+            "Util::socket() failed to switch back to caller's namespace");
 }
 
 TEST_F(SocketFaultTest, AnUnknownReasonLeavesTheMessageWithoutOne) {

@@ -183,7 +183,7 @@ TEST_F(WriterLockTest, ARefusedWriterLeavesTheNoteAlone) {
 TEST_F(WriterLockTest, TheReportShowsWhetherTheNotedWriterLives) {
   acquire();
   leaveNote("/bin/a:b:c:4711 cmdline: 'x:1 y'\n");
-  Fault::redirect("fopen", "/proc/b:c:4711/stat", makeFile("stat", "4711 (x) S 1\n"));
+  Fault::redirect("open", "/proc/b:c:4711/stat", makeFile("stat", "4711 (x) S 1\n"));
   const auto refused = refusal();
   const std::string holder = executable() + ":" + std::to_string(getpid());
   EXPECT_EQ(refused->what(), reportAbout(holder, "/proc/b:c:4711/stat", "4711 (x) S 1\n"));
@@ -192,7 +192,7 @@ TEST_F(WriterLockTest, TheReportShowsWhetherTheNotedWriterLives) {
 TEST_F(WriterLockTest, ANoteWithoutAColonStartsWithThePid) {
   acquire();
   leaveNote("4711 and more");
-  Fault::redirect("fopen", "/proc/4711/stat", makeFile("stat", "state"));
+  Fault::redirect("open", "/proc/4711/stat", makeFile("stat", "state"));
   const auto refused = refusal();
   const std::string holder = executable() + ":" + std::to_string(getpid());
   EXPECT_EQ(refused->what(), reportAbout(holder, "/proc/4711/stat", "state"));
@@ -208,7 +208,7 @@ TEST_F(WriterLockTest, ANoteWithoutABlankIsThePidAsAWhole) {
 TEST_F(WriterLockTest, AMissingNoteIsAnEmptyOne) {
   acquire();
   root.removeFile("last-owner");
-  Fault::redirect("fopen", "/proc//stat", makeFile("stat", "the machine's own"));
+  Fault::redirect("open", "/proc//stat", makeFile("stat", "the machine's own"));
   const auto refused = refusal();
   const std::string holder = executable() + ":" + std::to_string(getpid());
   EXPECT_EQ(refused->what(), reportAbout(holder, "/proc//stat", "the machine's own"));

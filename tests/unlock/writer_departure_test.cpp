@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "fault/flood.h"
 #include "unlock/unlock_test_fixture.h"
 
 #include <cerrno>
@@ -76,6 +77,22 @@ TEST_F(WriterDepartureTest, DropsWhatTheWriterSends) {
                                             label("handleFdEvent") + ", recv() returned 32",
                                             label("handleFdEvent") + ", recv() returned -1"));
   EXPECT_TRUE(platform.fd(0).watching());
+}
+
+TEST_F(WriterDepartureTest, AnEventReadsSoManyRecordsAndTheNextEventTheRest) {
+  connect();
+  sendBeforeEachRecv(1024, [this] {
+    const Fault::Bypass bypass;
+    EXPECT_EQ(send(writersEnd, "x", 1, 0), 1);
+  });
+  Fault::before("recv", 1025, [this] { writer->stop(); });
+  platform.fd(0).fire();
+  EXPECT_EQ(Fault::calls("recv"), 1024u);
+  EXPECT_THAT(platform.calls(), IsEmpty());
+  EXPECT_TRUE(platform.fd(0).watching());
+  platform.fd(0).fire();
+  EXPECT_EQ(Fault::calls("recv"), 1025u);
+  EXPECT_EQ(platform.calls().back(), "writerUnlocked");
 }
 
 TEST_F(WriterDepartureTest, ASpuriousEventKeepsTheConnection) {

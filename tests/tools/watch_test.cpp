@@ -43,12 +43,12 @@ TEST_F(ZorbeWatch, tellsWhenAWriterComesAndGoes) {
   await(watch, "no-writer");
   for (int round = 0; round < 3; ++round) {
     Child writer = startWriter("t");
-    const Json arrived = await(watch, "writer-arrived");
+    const Json arrived = await(watch, "writer-connected");
     EXPECT_THAT(arrived["detail"].get<std::string>(),
                 HasSubstr("pid " + std::to_string(writer.pid()) + " "));
     writer.signal(SIGKILL);
     EXPECT_EQ(writer.awaitEnd(), 128 + SIGKILL);
-    await(watch, "writer-gone");
+    await(watch, "writer-disconnected");
   }
   expectCleanEnd(watch, SIGINT);
 }
@@ -56,7 +56,7 @@ TEST_F(ZorbeWatch, tellsWhenAWriterComesAndGoes) {
 TEST_F(ZorbeWatch, tellsTheWriterThatIsThereAlready) {
   Child writer = startWriter("t");
   Child watch = startWatch();
-  await(watch, "writer-arrived");
+  await(watch, "writer-connected");
   expectCleanEnd(watch, SIGTERM);
 }
 
@@ -74,8 +74,8 @@ TEST_F(ZorbeWatch, tellsThatTheDirectoryWasLostAndIsBack) {
   const std::string path = makeTable("t");
   Child watch = startWatch();
   fs::remove_all(path);
-  EXPECT_EQ(await(watch, "directory-lost")["detail"], path);
-  EXPECT_EQ(await(watch, "directory-back")["detail"], path);
+  EXPECT_EQ(await(watch, "directory-removed")["detail"], path);
+  EXPECT_EQ(await(watch, "directory-created")["detail"], path);
   EXPECT_TRUE(fs::is_directory(path));
   expectCleanEnd(watch, SIGINT);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "directory.h"
+#include "host/directory.h"
 
 #include <dirent.h>
 #include <zorbe/util.h>
@@ -33,7 +33,7 @@ void addEntry(Brask::Platform::DebugHandler& handler, const std::string& path,
               const std::string& name, Listing& listing) {
   Entry entry{name, Util::isZorbeFile(handler, name)};
   if (lstat((path + "/" + name).c_str(), &entry.status) != 0) {
-    if (errno == ENOENT) return;  // gone since the directory was read
+    if (errno == ENOENT) return;  // removed since the directory was read
     listing.error = errno;
   }
   listing.entries.push_back(entry);

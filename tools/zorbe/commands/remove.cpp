@@ -9,54 +9,54 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "commands.h"
-#include "json.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "output/json.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
 namespace {
 
-/// Why a table is not removed. An answer, not a failure.
+/// Why a table is not removed. A result, not a failure.
 class Refusal : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// For as long as it lives no writer can come.
+// While it exists, no process can become the writer.
 class WriterLock {
  public:
   WriterLock(Handler& handler, const RootPath& root)
       : handler_(handler), fd_(Util::acquireWriterLock(handler, root)) {}
   WriterLock(const WriterLock&) = delete;
   WriterLock& operator=(const WriterLock&) = delete;
-  ~WriterLock() { (void)Util::releaseWriterLock(handler_, fd_); }
+  ~WriterLock() { static_cast<void>(Util::releaseWriterLock(handler_, fd_)); }
 
  private:
   Handler& handler_;
   int fd_;
 };
 
-std::string foreignWords(const RootPath& root, const Entry& entry) {
+std::string describeForeign(const RootPath& root, const Entry& entry) {
   const std::string path = word(root.fullPath(entry.name));
   return entry.ours ? path + " is a " + entry.kind() + ", not a file of the table"
                     : path + " does not belong to the table";
 }
 
-Listing requireOnlyOurs(Handler& handler, const RootPath& root) {
+Listing requireOnlyTableFiles(Handler& handler, const RootPath& root) {
   Listing listing = readListing(handler, root.path);
   if (listing.error != 0) {
     throw std::system_error(listing.error, std::generic_category(), root.path);
   }
   if (listing.link) throw Refusal(word(root.path) + " is a symbolic link");
   for (const Entry& entry : listing.entries) {
-    if (!entry.ours || entry.isDirectory()) throw Refusal(foreignWords(root, entry));
+    if (!entry.ours || entry.isDirectory()) throw Refusal(describeForeign(root, entry));
   }
   return listing;
 }
 
 std::string holder(const DuplicateWriterException& found) {
-  if (found.pid == 0) return "a process that you may not look at";
+  if (found.pid == 0) return "a process that you may not inspect";
   return "pid " + std::to_string(found.pid) + " (" + printable(found.owner) + ")";
 }
 
@@ -65,12 +65,13 @@ void throwFailures(Handler& handler) {
   if (!failures.empty()) throw std::runtime_error(failures.front());
 }
 
-// What the directory held, the caller's own note of having held the lock left out.
+// Returns the names of the removed files, without the last-owner file of this process.
 Json removeHoldingLock(Handler& handler, RootPath& root) {
-  const Listing before = requireOnlyOurs(handler, root);
+  const Listing before = requireOnlyTableFiles(handler, root);
   const WriterLock lock(handler, root);
-  const Listing listing = requireOnlyOurs(handler, root);
-  (void)handler.takeFailures();  // a note that could not be written does not matter here
+  const Listing listing = requireOnlyTableFiles(handler, root);
+  static_cast<void>(
+      handler.takeFailures());  // this process's own last-owner file is about to be removed
   for (const Entry& entry : listing.entries) root.removeFile(entry.name);
   throwFailures(handler);
   root.cleanup();
@@ -80,8 +81,8 @@ Json removeHoldingLock(Handler& handler, RootPath& root) {
   return removed;
 }
 
-int tell(const Context& context, const std::string& name, const std::string& refusal,
-         const Json& files) {
+int report(const Context& context, const std::string& name, const std::string& refusal,
+           const Json& files) {
   if (context.json) {
     print({{"name", utf8(name)},
            {"removed", refusal.empty()},
@@ -92,20 +93,20 @@ int tell(const Context& context, const std::string& name, const std::string& ref
   } else {
     std::cerr << "zorbe: " << word(name) << " is not removed: " << refusal << '\n';
   }
-  return refusal.empty() ? yes : no;
+  return refusal.empty() ? kYes : kNo;
 }
 
 }  // namespace
 
 int remove(Context& context, const std::string& name) {
   RootPath root(context.handler, name, false);
-  if (!root.exists()) return tell(context, name, "there is no " + word(root.path), Json::array());
+  if (!root.exists()) return report(context, name, "there is no " + word(root.path), Json::array());
   try {
-    return tell(context, name, "", removeHoldingLock(context.handler, root));
+    return report(context, name, "", removeHoldingLock(context.handler, root));
   } catch (const Refusal& refusal) {
-    return tell(context, name, refusal.what(), Json::array());
+    return report(context, name, refusal.what(), Json::array());
   } catch (const DuplicateWriterException& found) {
-    return tell(context, name, "its writer is " + holder(found), Json::array());
+    return report(context, name, "its writer is " + holder(found), Json::array());
   }
 }
 

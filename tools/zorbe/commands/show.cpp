@@ -2,10 +2,10 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "json.h"
-#include "paint.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "output/columns.h"
+#include "output/json.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
@@ -13,7 +13,7 @@ namespace {
 
 std::string describe(const std::optional<Writer>& writer, bool listening) {
   if (!writer) return "none";
-  if (writer->pids.empty()) return "hidden: held by a process that you may not look at";
+  if (writer->pids.empty()) return "hidden: held by a process that you may not inspect";
   std::string text = writer->state();
   for (const pid_t pid : writer->pids) text += ", pid " + std::to_string(pid);
   return text + (listening ? "" : ", not listening for readers");
@@ -31,8 +31,8 @@ std::string describe(const Listing& directory) {
 
 Columns facts(const Table& table) {
   Columns columns;
-  const auto add = [&](const char* what, const std::string& text, Tone tone = Tone::plain) {
-    columns.add({{what, Tone::heading}, {text, tone}});
+  const auto add = [&](const char* what, const std::string& text, Tone tone = Tone::kPlain) {
+    columns.add({{what, Tone::kHeading}, {text, tone}});
   };
   add("table", word(table.name));
   add("path", printable(table.path));
@@ -50,23 +50,23 @@ Columns facts(const Table& table) {
   add("last owner", table.lastOwner.empty() ? "none" : printable(table.lastOwner));
   const std::string marker = table.corruption.empty() ? "marked, without a text" : table.corruption;
   add("corruption", table.corrupt ? printable(marker) : "none",
-      table.corrupt ? Tone::bad : Tone::plain);
+      table.corrupt ? Tone::kBad : Tone::kPlain);
   return columns;
 }
 
 Columns files(const Listing& directory) {
   Columns columns;
   const auto title = [](const char* text, bool number) {
-    return Cell{text, Tone::heading, number};
+    return Cell{text, Tone::kHeading, number};
   };
   columns.add({title("MODE", false), title("SIZE", true), title("BYTES", true),
                title("KIND", false), title("FILE", false)});
   for (const Entry& entry : directory.entries) {
     columns.add({{octal(entry.mode())},
-                 {std::to_string(entry.size()), Tone::plain, true},
-                 {std::to_string(entry.storage()), Tone::plain, true},
+                 {std::to_string(entry.size()), Tone::kPlain, true},
+                 {std::to_string(entry.storage()), Tone::kPlain, true},
                  {entry.ours ? entry.kind() : std::string("foreign ") + entry.kind(),
-                  entry.ours ? Tone::plain : Tone::warning},
+                  entry.ours ? Tone::kPlain : Tone::kWarning},
                  {word(entry.name)}});
   }
   return columns;
@@ -75,7 +75,7 @@ Columns files(const Listing& directory) {
 }  // namespace
 
 int show(Context& context, const std::string& name) {
-  const Table table = lookAt(context.handler, name);
+  const Table table = inspect(context.handler, name);
   const bool there = table.exists() || table.directory.present;
   if (context.json) {
     Json json = toJson(table);
@@ -91,7 +91,7 @@ int show(Context& context, const std::string& name) {
   } else {
     std::cerr << "zorbe: no table " << word(name) << " at " << printable(table.path) << '\n';
   }
-  return there ? yes : no;
+  return there ? kYes : kNo;
 }
 
 }  // namespace Zorbe::Tool

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the kernel tells about the sockets of all tables, read at once.
+// The sockets of all tables, read from the kernel's list at once.
 #pragma once
 
 #include <brask/platform.h>
@@ -13,16 +13,16 @@
 
 namespace Zorbe::Tool {
 
-/// The sockets that go by the abstract name of one table.
+/// The sockets with the abstract name of one table.
 struct TableSockets {
   std::vector<ino_t> bound;  ///< the writer lock: one, or none
-  bool listening = false;    ///< the writer lets readers in
+  bool listening = false;    ///< the writer accepts readers
   unsigned connections = 0;  ///< accepted by the writer
   unsigned pending = 0;      ///< waiting to be accepted
 };
 
-/// By abstract name, those of sequenced packets only. Sees the network namespace that this
-/// process is in. Throws std::system_error when /proc/net/unix cannot be read.
+/// Sequenced-packet sockets of the network namespace of this process, by abstract name. Throws
+/// std::system_error when /proc/net/unix cannot be read.
 std::map<std::string, TableSockets> readSockets();
 
 /// The same for the content of a /proc/net/unix.
@@ -33,9 +33,9 @@ std::map<std::string, TableSockets> parseSockets(const std::string& content);
 std::optional<std::string> abstractName(Brask::Platform::DebugHandler& handler,
                                         const std::string& path);
 
-/// Moves the process into the network namespace of all tables' sockets, so that what it reads
-/// below /proc/net is theirs. Where that is not allowed it stays where it is, as the library's
-/// sockets do; returns why, or nothing.
+/// Moves the process into the network namespace of all tables' sockets, so that
+/// /proc/net shows them. Where that is not allowed the process stays in its own, as the
+/// library's sockets do; returns the reason, or an empty text.
 std::string enterNamespaceOfTables();
 
 }  // namespace Zorbe::Tool

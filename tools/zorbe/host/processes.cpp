@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "processes.h"
+#include "host/processes.h"
 
 #include <dirent.h>
 #include <unistd.h>
@@ -20,12 +20,12 @@ namespace Zorbe::Tool {
 namespace {
 
 struct Close {
-  void operator()(DIR* directory) const { (void)closedir(directory); }
+  void operator()(DIR* directory) const { static_cast<void>(closedir(directory)); }
 };
 using Directory = std::unique_ptr<DIR, Close>;
 
-// The inode of the socket that an entry of /proc/<pid>/fd leads to, 0 when it is no socket.
-ino_t socketBehind(DIR* directory, const char* entry) {
+// The inode of the socket that an entry of /proc/<pid>/fd refers to, 0 when it is no socket.
+ino_t socketInode(DIR* directory, const char* entry) {
   char target[64];
   const ssize_t length = readlinkat(dirfd(directory), entry, target, sizeof target - 1);
   if (length <= 0) return 0;
@@ -35,13 +35,13 @@ ino_t socketBehind(DIR* directory, const char* entry) {
   return std::strtoull(target + std::strlen(prefix), nullptr, 10);
 }
 
-// Processes end during the scan and are other users': what cannot be read is passed over.
+// Processes end during the scan or belong to other users: unreadable ones are skipped.
 std::set<ino_t> socketsOf(pid_t pid) {
   std::set<ino_t> sockets;
   const Directory descriptors(opendir(("/proc/" + std::to_string(pid) + "/fd").c_str()));
   if (!descriptors) return sockets;
   while (const dirent* entry = readdir(descriptors.get())) {
-    const ino_t inode = socketBehind(descriptors.get(), entry->d_name);
+    const ino_t inode = socketInode(descriptors.get(), entry->d_name);
     if (inode != 0) sockets.insert(inode);
   }
   return sockets;
@@ -68,7 +68,7 @@ std::map<ino_t, std::vector<pid_t>> findHolders(const std::set<ino_t>& sockets) 
 bool isStopped(pid_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  const std::size_t state = text.rfind(") ");  // behind the name, which may hold anything
+  const std::size_t state = text.rfind(") ");  // after the name, which may contain anything
   return state != std::string::npos && (text[state + 2] == 'T' || text[state + 2] == 't');
 }
 

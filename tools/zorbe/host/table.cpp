@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "table.h"
+#include "host/table.h"
 
 #include <zorbe/fenix_file.h>
 #include <zorbe/root_path.h>
@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <set>
 
-#include "processes.h"
+#include "host/processes.h"
 
 namespace Zorbe::Tool {
 
@@ -18,13 +18,13 @@ using Brask::Platform::DebugHandler;
 using SocketsByName = std::map<std::string, TableSockets>;
 
 // A fifo would block whoever opens it, and these files are a line each.
-constexpr uint64_t longestNote = 65536;
+constexpr uint64_t kMaxNoteSize = 65536;
 
 bool isReadable(const Entry* entry) {
-  return entry != nullptr && entry->isFile() && entry->size() <= longestNote;
+  return entry != nullptr && entry->isFile() && entry->size() <= kMaxNoteSize;
 }
 
-// The file's text without the line break at its end.
+// The content of a small file without the final line break.
 std::string note(DebugHandler& handler, const Table& table, const char* file) {
   if (!isReadable(table.directory.find(file))) return {};
   std::string text = Util::fileRead(handler, table.path + "/" + file, true);
@@ -32,7 +32,7 @@ std::string note(DebugHandler& handler, const Table& table, const char* file) {
   return text;
 }
 
-Table placeAt(DebugHandler& handler, const std::string& name) {
+Table readTable(DebugHandler& handler, const std::string& name) {
   Table table;
   table.name = name;
   table.path = RootPath(handler, name, false).path;
@@ -78,15 +78,15 @@ void addWriters(DebugHandler& handler, const std::vector<Table*>& tables) {
   }
 }
 
-void walk(DebugHandler& handler, const Table& from, int depth, std::vector<Table>& places) {
+void walk(DebugHandler& handler, const Table& from, int depth, std::vector<Table>& found) {
   for (const Entry& entry : from.directory.entries) {
     const bool link = S_ISLNK(entry.status.st_mode);
     if (!entry.isDirectory() && !link) continue;
     const std::string name = from.name.empty() ? entry.name : from.name + "/" + entry.name;
-    Table place = placeAt(handler, name);
-    if (!place.directory.present) continue;
-    if (!link && depth > 1) walk(handler, place, depth - 1, places);
-    places.push_back(std::move(place));
+    Table table = readTable(handler, name);
+    if (!table.directory.present) continue;
+    if (!link && depth > 1) walk(handler, table, depth - 1, found);
+    found.push_back(std::move(table));
   }
 }
 
@@ -98,16 +98,16 @@ std::optional<std::string> lastComponent(const std::string& socket) {
   return socket.substr(prefix, socket.size() - prefix - suffix);
 }
 
-// Tables right below the base whose directory is gone while their writer lives on.
+// Tables directly below the base directory whose directory was removed while their writer runs.
 void addSocketsWithoutDirectory(DebugHandler& handler, const SocketsByName& sockets,
                                 Survey& survey) {
   std::set<std::string> known{survey.base.socket.value_or("")};
-  for (const Table& place : survey.places) known.insert(place.socket.value_or(""));
+  for (const Table& table : survey.directories) known.insert(table.socket.value_or(""));
   for (const auto& [socket, ignored] : sockets) {
     const auto name = lastComponent(socket);
     if (known.count(socket) != 0 || !name || name->empty()) continue;
     if (abstractName(handler, RootPath(handler, *name, false).path) != socket) continue;
-    survey.places.push_back(placeAt(handler, *name));
+    survey.directories.push_back(readTable(handler, *name));
   }
 }
 
@@ -132,8 +132,8 @@ uint64_t Table::storage() const {
   return sum;
 }
 
-Table lookAt(DebugHandler& handler, const std::string& name) {
-  Table table = placeAt(handler, name);
+Table inspect(DebugHandler& handler, const std::string& name) {
+  Table table = readTable(handler, name);
   addSockets(table, readSockets());
   addWriters(handler, {&table});
   return table;
@@ -142,22 +142,22 @@ Table lookAt(DebugHandler& handler, const std::string& name) {
 std::vector<const Table*> Survey::tables() const {
   std::vector<const Table*> found;
   if (base.exists()) found.push_back(&base);
-  for (const Table& place : places) {
-    if (place.exists()) found.push_back(&place);
+  for (const Table& table : directories) {
+    if (table.exists()) found.push_back(&table);
   }
   return found;
 }
 
 Survey survey(DebugHandler& handler) {
-  Survey survey{placeAt(handler, ""), {}};
-  walk(handler, survey.base, Survey::deepest, survey.places);
+  Survey survey{readTable(handler, ""), {}};
+  walk(handler, survey.base, Survey::kMaxDepth, survey.directories);
   const SocketsByName sockets = readSockets();
   addSocketsWithoutDirectory(handler, sockets, survey);
   std::vector<Table*> all{&survey.base};
-  for (Table& place : survey.places) all.push_back(&place);
+  for (Table& table : survey.directories) all.push_back(&table);
   for (Table* table : all) addSockets(*table, sockets);
   addWriters(handler, all);
-  std::sort(survey.places.begin(), survey.places.end(),
+  std::sort(survey.directories.begin(), survey.directories.end(),
             [](const Table& a, const Table& b) { return a.name < b.name; });
   return survey;
 }

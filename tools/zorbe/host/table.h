@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// All that can be told about a table from outside its processes.
+// What can be seen of a table from outside its processes.
 #pragma once
 
 #include <brask/platform.h>
@@ -11,14 +11,14 @@
 #include <string>
 #include <vector>
 
-#include "directory.h"
-#include "sockets.h"
+#include "host/directory.h"
+#include "host/sockets.h"
 
 namespace Zorbe::Tool {
 
-/// Who holds the writer lock.
+/// The process that holds the writer lock.
 struct Writer {
-  std::vector<pid_t> pids;  ///< empty when the caller may not see whose it is
+  std::vector<pid_t> pids;  ///< empty when the caller may not see the holder
   std::string executable;
   std::string cmdline;
   bool stopped = false;
@@ -37,9 +37,9 @@ struct Table {
   unsigned fenix = 0;      ///< 0 when there is none
   bool corrupt = false;    ///< there is a corruption marker
   std::string corruption;  ///< the marker's text
-  std::string lastOwner;   ///< the note of the last writer
+  std::string lastOwner;   ///< content of the file last-owner
 
-  /// There is at least one of a table's files, or a socket.
+  /// At least one file of a table exists, or a socket.
   bool exists() const;
 
   /// The bytes of storage of the table's files.
@@ -47,23 +47,23 @@ struct Table {
 };
 
 /// The table called `name`, whether it exists or not.
-Table lookAt(Brask::Platform::DebugHandler& handler, const std::string& name);
+Table inspect(Brask::Platform::DebugHandler& handler, const std::string& name);
 
-/// What is below the base directory.
+/// The tables below the base directory.
 struct Survey {
   Table base;  ///< the base directory itself, which is the root of the table named ""
 
-  /// Every directory below it, down to `deepest` levels, and the tables of which only the
-  /// socket is left, by name. Symbolic links are looked at, but not gone through.
-  std::vector<Table> places;
+  /// Every directory below it, down to `kMaxDepth` levels, and the tables of which only the
+  /// socket is left, sorted by name. Symbolic links are examined, but not followed further.
+  std::vector<Table> directories;
 
-  static constexpr int deepest = 8;
+  static constexpr int kMaxDepth = 8;
 
-  /// Those among all of them that exist.
+  /// The tables that exist, the base directory included if it is one.
   std::vector<const Table*> tables() const;
 };
 
-/// Reads the kernel's tables of sockets and processes once.
+/// Reads the kernel's lists of sockets and processes once, however many tables exist.
 Survey survey(Brask::Platform::DebugHandler& handler);
 
 }  // namespace Zorbe::Tool

@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include <tuple>
 
-#include "finding.h"
-#include "text.h"
+#include "commands/finding.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
 namespace {
 
-constexpr unsigned directoryMode = 0777;
-constexpr unsigned fileMode = 0666;
+constexpr unsigned kDirectoryMode = 0777;
+constexpr unsigned kFileMode = 0666;
 
 // The files that the library itself writes, and opens to every user.
-constexpr const char* writtenByLibrary[] = {"fenix", "last-owner", "corruption-detected"};
+constexpr const char* kLibraryFiles[] = {"fenix", "last-owner", "corruption-detected"};
 
 void checkName(const Table& table, Findings& findings) {
   if (table.socket) return;
-  findings.push_back({Severity::problem, "name",
+  findings.push_back({Severity::kProblem, "name",
                       word(table.name) + ": the last component is longer than 91 bytes, too long "
                                          "for a socket name: it can have no writer",
                       "choose a shorter name, then rm -r " + shellWord(table.path)});
@@ -26,15 +26,15 @@ void checkDirectory(const Table& table, Findings& findings) {
   const Listing& directory = table.directory;
   const std::string path = word(table.path);
   if (!directory.present && table.writer) {
-    findings.push_back({Severity::problem, "directory",
+    findings.push_back({Severity::kProblem, "directory",
                         word(table.name) + " has a writer, but no directory " + path,
                         "restart the writer"});
   } else if (directory.error != 0) {
-    findings.push_back({Severity::problem, "directory",
+    findings.push_back({Severity::kProblem, "directory",
                         path + " cannot be read: " + reason(directory.error),
                         "as its owner: chmod 0777 " + shellWord(table.path)});
-  } else if (directory.present && directory.mode != directoryMode) {
-    findings.push_back({Severity::problem, "mode",
+  } else if (directory.present && directory.mode != kDirectoryMode) {
+    findings.push_back({Severity::kProblem, "mode",
                         path + " has mode " + octal(directory.mode) +
                             ": other users' writers and readers may be kept out",
                         "as its owner: chmod 0777 " + shellWord(table.path)});
@@ -44,14 +44,14 @@ void checkDirectory(const Table& table, Findings& findings) {
 void checkFile(const Table& table, const Entry& entry, Findings& findings) {
   const std::string path = word(table.path + "/" + entry.name);
   if (entry.ours && !entry.isFile()) {
-    findings.push_back({Severity::problem, "file", path + " is a " + entry.kind() + ", not a file",
+    findings.push_back({Severity::kProblem, "file", path + " is a " + entry.kind() + ", not a file",
                         "stop the writer and remove it"});
     return;
   }
-  for (const char* name : writtenByLibrary) {
-    if (entry.name != name || entry.mode() == fileMode) continue;
+  for (const char* name : kLibraryFiles) {
+    if (entry.name != name || entry.mode() == kFileMode) continue;
     findings.push_back(
-        {Severity::problem, "mode",
+        {Severity::kProblem, "mode",
          path + " has mode " + octal(entry.mode()) + ": other users' processes may be kept out",
          "as its owner: chmod 0666 " + shellWord(table.path + "/" + entry.name)});
   }
@@ -63,19 +63,19 @@ bool isOlder(const Entry& a, const Entry& b) {
   return std::tie(x.tv_sec, x.tv_nsec) < std::tie(y.tv_sec, y.tv_nsec);
 }
 
-// A table that was made anew after the marker gets a new fenix file.
+// A table that was created again after the marker has a newer fenix file.
 void checkCorruption(const Table& table, Findings& findings) {
   const Entry* const marker = table.directory.find("corruption-detected");
   if (marker == nullptr) return;
   const std::string path = word(table.path + "/corruption-detected");
   const Entry* const fenix = table.directory.find("fenix");
   if (fenix != nullptr && isOlder(*marker, *fenix)) {
-    findings.push_back({Severity::problem, "corruption",
-                        path + " is stale: the table was made anew after it",
+    findings.push_back({Severity::kProblem, "corruption",
+                        path + " is stale: the table was created again after it",
                         "rm " + shellWord(table.path + "/" + marker->name)});
     return;
   }
-  findings.push_back({Severity::problem, "corruption",
+  findings.push_back({Severity::kProblem, "corruption",
                       word(table.name) + " is marked as corrupt: " + printable(table.corruption),
                       "stop its writer, zorbe remove -- " + shellWord(table.name) +
                           ", and start the writer again"});
@@ -92,13 +92,13 @@ void checkTable(const Table& table, Findings& findings) {
 void checkTables(const Survey& survey, Findings& findings) {
   const std::size_t before = findings.size();
   if (survey.base.exists()) checkTable(survey.base, findings);
-  for (const Table& place : survey.places) {
-    checkName(place, findings);
-    if (place.exists() || place.directory.error != 0) checkTable(place, findings);
+  for (const Table& table : survey.directories) {
+    checkName(table, findings);
+    if (table.exists() || table.directory.error != 0) checkTable(table, findings);
   }
   if (findings.size() != before) return;
   findings.push_back(
-      {Severity::ok, "tables", std::to_string(survey.tables().size()) + " tables", ""});
+      {Severity::kOk, "tables", std::to_string(survey.tables().size()) + " tables", ""});
 }
 
 }  // namespace Zorbe::Tool

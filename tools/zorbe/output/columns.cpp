@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "paint.h"
+#include "output/columns.h"
 
 #include <unistd.h>
 
@@ -12,15 +12,15 @@ namespace {
 
 const char* sequence(Tone tone) {
   switch (tone) {
-    case Tone::heading:
+    case Tone::kHeading:
       return "\033[1m";
-    case Tone::good:
+    case Tone::kGood:
       return "\033[32m";
-    case Tone::warning:
+    case Tone::kWarning:
       return "\033[33m";
-    case Tone::bad:
+    case Tone::kBad:
       return "\033[31m";
-    case Tone::plain:
+    case Tone::kPlain:
       break;
   }
   return "";
@@ -40,7 +40,7 @@ bool wantsColour() {
 }
 
 std::string painted(const std::string& text, Tone tone, bool coloured) {
-  if (!coloured || tone == Tone::plain) return text;
+  if (!coloured || tone == Tone::kPlain) return text;
   return sequence(tone) + text + "\033[0m";
 }
 

@@ -8,11 +8,11 @@
 
 namespace Zorbe::Tool {
 
-/// Keeps the failures that the library logs, for a command to look at, and shows messages up
-/// to the level that the user asked for on standard error.
+/// Collects the failures that the library logs, for the command to examine, and prints messages
+/// up to the level that the user asked for on standard error.
 class Handler : public Brask::Platform::DebugHandler {
  public:
-  /// Shows nothing with -1.
+  /// -1 prints nothing.
   explicit Handler(int maxLevel) : maxLevel_(maxLevel) {}
 
   bool isEnabled(int level) override { return level == 0 || level <= maxLevel_; }

@@ -15,9 +15,9 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "commands.h"
-#include "json.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "output/json.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
@@ -30,11 +30,11 @@ std::string timestamp() {
   const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds);
   const std::time_t time = seconds.count();
   std::tm parts{};
-  (void)gmtime_r(&time, &parts);
+  static_cast<void>(gmtime_r(&time, &parts));
   char text[48];
   const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  (void)std::snprintf(text + length, sizeof text - length, ".%03dZ",
-                      static_cast<int>(rest.count()));
+  static_cast<void>(
+      std::snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(rest.count())));
   return text;
 }
 
@@ -42,7 +42,7 @@ class EventLog {
  public:
   explicit EventLog(bool json) : json_(json) {}
 
-  // Each line goes out at once: somebody looks on, or a program reads from a pipe.
+  // Flushes each line: a person watches, or a program reads from a pipe.
   void write(const char* event, const std::string& detail) {
     if (json_) {
       print({{"time", timestamp()}, {"event", event}, {"detail", utf8(detail)}});
@@ -58,22 +58,23 @@ class EventLog {
   bool json_;
 };
 
-// Tells errors and the directory's end from names of files, which rootChanged() alone cannot.
+// Distinguishes errors and the removal of the directory from names of files, which
+// rootChanged() alone cannot.
 class WatchedRoot : private MounterBase, public MounterSm {
  public:
   WatchedRoot(Handler& messages, const std::string& table, EventLog& log)
       : MounterSm(messages, table, this), log_(log) {}
 
-  void inotifyError(const std::string& what) override { log_.write("watch-trouble", what); }
+  void inotifyError(const std::string& what) override { log_.write("watch-error", what); }
   void inotifyChanged(const std::string& what) override { log_.write("changed", what); }
   void inotifyDeleted() override {
-    log_.write("directory-lost", rootPath.path);
+    log_.write("directory-removed", rootPath.path);
     MounterSm::inotifyDeleted();
   }
 
  private:
   void rootChanged(const std::string& /*what*/) override {
-    log_.write("directory-back", rootPath.path);
+    log_.write("directory-created", rootPath.path);
   }
 
   EventLog& log_;
@@ -86,40 +87,40 @@ class WatchedWriter : public WriterUnlockSm {
   WatchedWriter(Handler& messages, const RootPath& root, EventLog& log)
       : WriterUnlockSm(messages, "zorbe watch", root), log_(log) {}
 
-  /// Connects, now or ten times a second until there is a writer.
-  void attend() {
+  /// Connects now, or ten times a second until a writer listens.
+  void follow() {
     doConnect();
     if (fdControl->fd() < 0 || stopping != 0) return;
     present_ = true;
-    log_.write("writer-arrived", who());
+    log_.write("writer-connected", who());
   }
 
-  // A process that ends closes its connections before its lock: whoever connects at once may
-  // still find the writer that has just gone.
+  // A process that ends closes its connections before its lock: a client that reconnects at
+  // once may reach the same writer again.
   void writerUnlocked() override {
-    if (present_.value_or(true)) log_.write(present_ ? "writer-gone" : "no-writer", "");
+    if (present_.value_or(true)) log_.write(present_ ? "writer-disconnected" : "no-writer", "");
     const bool departed = present_.value_or(false);
     present_ = false;
-    if (!departed) return attend();
+    if (!departed) return follow();
     pausing_ = true;
-    timerControl->start(pauseSeconds);
+    timerControl->start(kPauseSeconds);
   }
 
   void timeout() override {
     if (!pausing_) return WriterUnlockSm::timeout();
     pausing_ = false;
-    attend();
+    follow();
   }
 
  private:
   std::string who() {
-    const Table table = lookAt(*handler, rootPath.name);
+    const Table table = inspect(*handler, rootPath.name);
     if (!table.writer || table.writer->pids.empty()) return "";
     return "pid " + std::to_string(table.writer->pids.front()) + " " + table.writer->executable;
   }
 
   EventLog& log_;
-  static constexpr double pauseSeconds = 0.1;
+  static constexpr double kPauseSeconds = 0.1;
   std::optional<bool> present_;  // unknown at first
   bool pausing_ = false;         // between a departure and the next attempt
 };
@@ -131,9 +132,9 @@ void stop(int /*signal*/) {
   running->stop();
 }
 
-// Stops the loop, which outlives this, on SIGINT and SIGTERM. A second one of a kind ends the
-// process the usual way: connect(2) may be waiting for a writer that is stopped. Without
-// SA_RESTART the first one ends that wait already.
+// Stops the loop, which outlives this object, on SIGINT and SIGTERM. The second signal of a kind
+// ends the process: connect(2) may be waiting for a stopped writer. Without SA_RESTART the
+// first one already interrupts that wait.
 class StopOnSignals {
  public:
   explicit StopOnSignals(Brask::Linux::EventLoop& loop) {
@@ -150,7 +151,7 @@ class StopOnSignals {
   StopOnSignals(const StopOnSignals&) = delete;
   StopOnSignals& operator=(const StopOnSignals&) = delete;
   ~StopOnSignals() {
-    for (const int signal : signals) (void)std::signal(signal, SIG_DFL);
+    for (const int signal : signals) static_cast<void>(std::signal(signal, SIG_DFL));
   }
 
  private:
@@ -160,10 +161,10 @@ class StopOnSignals {
 }  // namespace
 
 int watch(Context& context, const WatchOptions& options) {
-  const Table table = lookAt(context.handler, options.table);
-  if (!table.directory.present && !table.exists()) {  // watching would make the directory
+  const Table table = inspect(context.handler, options.table);
+  if (!table.directory.present && !table.exists()) {  // watching would create the directory
     std::cerr << "zorbe: no table " << word(table.name) << " at " << printable(table.path) << '\n';
-    return no;
+    return kNo;
   }
   Brask::Linux::EventLoop loop;
   const StopOnSignals guard(loop);
@@ -171,9 +172,9 @@ int watch(Context& context, const WatchOptions& options) {
   WatchedRoot root(context.handler, options.table, log);
   log.write("watching", table.path);
   WatchedWriter writer(context.handler, RootPath(context.handler, options.table, false), log);
-  if (options.connect) writer.attend();
+  if (options.connect) writer.follow();
   loop.run();
-  return yes;
+  return kYes;
 }
 
 }  // namespace Zorbe::Tool

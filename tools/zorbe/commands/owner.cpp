@@ -2,19 +2,19 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "json.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "output/json.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
 namespace {
 
-void tell(const Table& table) {
+void printHolder(const Table& table) {
   const Writer& writer = *table.writer;
   std::cout << word(table.name) << ": ";
   if (writer.pids.empty()) {
-    std::cout << "held by a process that you may not look at";
+    std::cout << "held by a process that you may not inspect";
     if (!table.lastOwner.empty()) std::cout << ", perhaps " << printable(table.lastOwner);
   } else {
     std::cout << "pid";
@@ -28,17 +28,17 @@ void tell(const Table& table) {
 }  // namespace
 
 int owner(Context& context, const std::string& name) {
-  const Table table = lookAt(context.handler, name);
+  const Table table = inspect(context.handler, name);
   if (context.json) {
     print({{"name", utf8(name)},
            {"writer", toJson(table.writer, table.sockets.listening)},
            {"last_owner", table.lastOwner.empty() ? Json() : Json(utf8(table.lastOwner))}});
   } else if (table.writer) {
-    tell(table);
+    printHolder(table);
   } else {
     std::cout << word(name) << ": nobody\n";
   }
-  return table.writer ? yes : no;
+  return table.writer ? kYes : kNo;
 }
 
 }  // namespace Zorbe::Tool

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "text.h"
+#include "output/text.h"
 
 #include <cstdio>
 #include <system_error>
@@ -10,7 +10,7 @@ namespace {
 
 std::string hexEscape(unsigned char byte) {
   char text[5];
-  (void)std::snprintf(text, sizeof text, "\\x%02x", byte);
+  static_cast<void>(std::snprintf(text, sizeof text, "\\x%02x", byte));
   return text;
 }
 
@@ -31,7 +31,7 @@ std::string escape(char c) {
   return byte >= 0x20 && byte < 0x7f ? std::string(1, c) : hexEscape(byte);
 }
 
-// The length of a well-formed sequence is told by its first two bytes: see RFC 3629.
+// The first two bytes determine the length of a well-formed sequence: see RFC 3629.
 std::size_t sequenceLength(unsigned char first, unsigned char second) {
   if (first < 0x80) return 1;
   if (first >= 0xc2 && first < 0xe0) return 2;
@@ -74,9 +74,9 @@ std::string word(const std::string& name) {
 }
 
 std::string shellWord(const std::string& name) {
-  constexpr const char* harmless =
+  constexpr const char* kUnquoted =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:@%=";
-  if (!name.empty() && name.find_first_not_of(harmless) == std::string::npos) return name;
+  if (!name.empty() && name.find_first_not_of(kUnquoted) == std::string::npos) return name;
   std::string text = "$'";
   for (const char c : name) text += c == '\'' ? "\\'" : escape(c);
   return text + '\'';
@@ -102,7 +102,7 @@ std::string reason(int error) {
 
 std::string octal(unsigned mode) {
   char text[16];
-  (void)std::snprintf(text, sizeof text, "%04o", mode);
+  static_cast<void>(std::snprintf(text, sizeof text, "%04o", mode));
   return text;
 }
 

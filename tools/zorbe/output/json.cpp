@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
-#include "json.h"
+#include "output/json.h"
 
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "text.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
 namespace {
 
-// null for what there is none of.
+// An empty text is null.
 Json textOrNull(const std::string& text) {
   return text.empty() ? Json() : Json(utf8(text));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "sockets.h"
+#include "host/sockets.h"
 
 #include <nsutil/nsutil.h>
 #include <sched.h>
@@ -20,22 +20,22 @@ namespace Zorbe::Tool {
 
 namespace {
 
-constexpr unsigned long acceptsConnections = 0x10000;  // __SO_ACCEPTCON of the kernel
-constexpr unsigned long sequencedPackets = SOCK_SEQPACKET;
+constexpr unsigned long kAcceptsConnections = 0x10000;  // __SO_ACCEPTCON of the kernel
+constexpr unsigned long kSequencedPackets = SOCK_SEQPACKET;
 
-// What the "St" column says: see SS_UNCONNECTED and following of <linux/net.h>.
-enum State : unsigned long { unconnected = 1, connecting = 2, connected = 3 };
+// The values of the "St" column: see SS_UNCONNECTED and following of <linux/net.h>.
+enum State : unsigned long { kUnconnected = 1, kConnecting = 2, kConnected = 3 };
 
 struct Line {
   unsigned long flags;
   unsigned long type;
   unsigned long state;
   ino_t inode;
-  std::string name;  // without the '@' that stands for the leading zero byte
+  std::string name;  // without the '@' that represents the leading zero byte
 };
 
-// Names may hold line breaks, which /proc/net/unix shows as they are: only what looks like
-// the beginning of a line is one.
+// Names may contain line breaks, which /proc/net/unix prints as they are: a line begins only
+// where its columns match.
 std::optional<Line> parseLine(const std::string& text) {
   Line line{};
   unsigned long long inode = 0;  // of 64 bits wherever files may be large
@@ -50,13 +50,13 @@ std::optional<Line> parseLine(const std::string& text) {
 }
 
 void count(std::map<std::string, TableSockets>& sockets, const Line& line) {
-  if (line.type != sequencedPackets || line.name.empty()) return;
+  if (line.type != kSequencedPackets || line.name.empty()) return;
   TableSockets& table = sockets[line.name];
-  if (line.state == connected) ++table.connections;
-  if (line.state == connecting) ++table.pending;
-  if (line.state != unconnected) return;
+  if (line.state == kConnected) ++table.connections;
+  if (line.state == kConnecting) ++table.pending;
+  if (line.state != kUnconnected) return;
   table.bound.push_back(line.inode);
-  if ((line.flags & acceptsConnections) != 0) table.listening = true;
+  if ((line.flags & kAcceptsConnections) != 0) table.listening = true;
 }
 
 }  // namespace

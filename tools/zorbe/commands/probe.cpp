@@ -15,9 +15,9 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "commands.h"
-#include "json.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "output/json.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
@@ -34,8 +34,8 @@ struct Answer {
   throw std::system_error(errno, std::generic_category(), call);
 }
 
-// A reader's connection whose every call comes back at the deadline. The kernel bounds even a
-// connect to a writer that is stopped with a full queue: see SO_SNDTIMEO in socket(7).
+// A reader's connection whose calls return at the deadline at the latest. SO_SNDTIMEO bounds even
+// a connect to a stopped writer with a full queue: see socket(7).
 class Connection {
  public:
   Connection(Handler& handler, const std::string& path, Clock::time_point deadline)
@@ -45,9 +45,9 @@ class Connection {
   }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
-  ~Connection() { (void)close(fd_); }
+  ~Connection() { static_cast<void>(close(fd_)); }
 
-  // Each is 0 or an errno, EAGAIN when the time is over.
+  // Each returns 0 or an errno, EAGAIN at the deadline.
   int connect() {
     return bounded(SO_SNDTIMEO, [this] {
       return ::connect(fd_, reinterpret_cast<const sockaddr*>(&address_), length_);
@@ -65,15 +65,15 @@ class Connection {
     return error != 0 || received_ > 0 ? error : ECONNRESET;
   }
 
-  // Takes what else has come: closed over unread kicks, the writer would see a broken
-  // connection instead of its end.
+  // Reads the remaining kicks: closing a connection with unread data resets it, which the
+  // writer would log as a failure.
   void drain() {
     char kick;
     while (recv(fd_, &kick, sizeof kick, MSG_DONTWAIT) > 0) continue;
   }
 
  private:
-  // False when the time is over.
+  // False after the deadline.
   bool limit(int option) {
     const auto left =
         std::chrono::duration_cast<std::chrono::microseconds>(deadline_ - Clock::now()).count();
@@ -99,11 +99,11 @@ class Connection {
   ssize_t received_ = 0;
 };
 
-bool isGone(int error) {
+bool isDisconnected(int error) {
   return error == ECONNREFUSED || error == ECONNRESET || error == EPIPE;
 }
 
-// Every writer has published 0: no other report is valid for all of them.
+// 0 is the only report that is valid for every writer.
 Answer ask(Connection& connection) {
   int error = connection.connect();
   if (error == ECONNREFUSED) return {false, "no writer"};
@@ -111,7 +111,7 @@ Answer ask(Connection& connection) {
   if (error == 0) error = connection.report(0);
   if (error == 0) error = connection.awaitKick();
   if (error == EAGAIN) return {false, "connected, but not acknowledged in time"};
-  if (isGone(error)) return {false, "the writer closed the connection"};
+  if (isDisconnected(error)) return {false, "the writer closed the connection"};
   if (error != 0) throw std::system_error(error, std::generic_category(), "the connection");
   connection.drain();
   return {true, "acknowledged"};
@@ -133,10 +133,10 @@ int probe(Context& context, const std::string& name, double timeoutSeconds) {
            {"seconds", seconds}});
   } else {
     char time[32];
-    (void)std::snprintf(time, sizeof time, "%.6f", seconds);
+    static_cast<void>(std::snprintf(time, sizeof time, "%.6f", seconds));
     std::cout << word(name) << ": " << answer.what << ", after " << time << " s\n";
   }
-  return answer.acknowledged ? yes : no;
+  return answer.acknowledged ? kYes : kNo;
 }
 
 }  // namespace Zorbe::Tool

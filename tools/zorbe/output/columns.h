@@ -7,22 +7,22 @@
 
 namespace Zorbe::Tool {
 
-enum class Tone { plain, heading, good, warning, bad };
+enum class Tone { kPlain, kHeading, kGood, kWarning, kBad };
 
-/// True when standard output is a terminal that shows colours, and NO_COLOR is not set to
-/// something (see no-color.org).
+/// True when standard output is a terminal that shows colours, and NO_COLOR is unset or empty
+/// (see no-color.org).
 bool wantsColour();
 
-/// `text` between the terminal's sequences for `tone`, or as it is.
+/// `text` between the escape sequences of `tone`, or unchanged.
 std::string painted(const std::string& text, Tone tone, bool coloured);
 
 struct Cell {
   std::string text;
-  Tone tone = Tone::plain;
+  Tone tone = Tone::kPlain;
   bool number = false;  ///< aligned to the right
 };
 
-/// Rows whose cells stand below each other. The text of cells is printable ASCII.
+/// Rows with aligned cells. The text of cells is printable ASCII.
 class Columns {
  public:
   void add(std::vector<Cell> row) { rows_.push_back(std::move(row)); }

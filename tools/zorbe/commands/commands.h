@@ -1,27 +1,28 @@
 // SPDX-License-Identifier: MIT
 //
-// One function a subcommand. Each writes to standard output and returns the exit status;
-// what it throws is a failure.
+// One function per subcommand. Each writes to standard output and returns the exit status;
+// an exception is a failure.
 #pragma once
 
 #include <string>
 
-#include "handler.h"
+#include "host/handler.h"
 
 namespace Zorbe::Tool {
 
-enum Exit { yes = 0, no = 1, failure = 2 };
+enum Exit { kYes = 0, kNo = 1, kFailure = 2 };
 
 struct Context {
   Handler& handler;
   bool json;
   bool coloured;
-  std::string namespaceTrouble;  ///< why the tables' network namespace could not be entered
+  std::string namespaceError;  ///< why the network namespace of the tables could not be entered;
+                               ///< empty: it was
 };
 
 struct WatchOptions {
   std::string table;
-  bool connect;  ///< to the writer, to notice its arrivals and departures
+  bool connect;  ///< connect to the writer, to notice when it comes and goes
 };
 
 int list(Context& context);

@@ -3,10 +3,10 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "commands.h"
-#include "json.h"
-#include "paint.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "output/columns.h"
+#include "output/json.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
@@ -17,20 +17,20 @@ std::string orDash(const std::string& text) {
 }
 
 Cell writerCell(const Table& table) {
-  if (!table.writer) return {"none", Tone::warning};
-  return {table.writer->state(), table.writer->stopped ? Tone::bad : Tone::good};
+  if (!table.writer) return {"none", Tone::kWarning};
+  return {table.writer->state(), table.writer->stopped ? Tone::kBad : Tone::kGood};
 }
 
 std::vector<Cell> row(const Table& table) {
   const Writer writer = table.writer.value_or(Writer{});
   return {{word(table.name)},
           writerCell(table),
-          {writer.pids.empty() ? "-" : std::to_string(writer.pids.front()), Tone::plain, true},
+          {writer.pids.empty() ? "-" : std::to_string(writer.pids.front()), Tone::kPlain, true},
           {writer.executable.empty() ? "-" : word(writer.executable)},
-          {std::to_string(table.sockets.connections), Tone::plain, true},
-          {table.fenix == 0 ? "-" : std::to_string(table.fenix), Tone::plain, true},
-          {table.corrupt ? "yes" : "no", table.corrupt ? Tone::bad : Tone::plain},
-          {std::to_string(table.storage()), Tone::plain, true},
+          {std::to_string(table.sockets.connections), Tone::kPlain, true},
+          {table.fenix == 0 ? "-" : std::to_string(table.fenix), Tone::kPlain, true},
+          {table.corrupt ? "yes" : "no", table.corrupt ? Tone::kBad : Tone::kPlain},
+          {std::to_string(table.storage()), Tone::kPlain, true},
           {orDash(table.lastOwner)}};
 }
 
@@ -39,7 +39,7 @@ std::vector<Cell> heading() {
   const std::pair<const char*, bool> titles[] = {
       {"TABLE", false}, {"WRITER", false},  {"PID", true},   {"EXECUTABLE", false}, {"CONNS", true},
       {"FENIX", true},  {"CORRUPT", false}, {"BYTES", true}, {"LAST OWNER", false}};
-  for (const auto& [title, number] : titles) cells.push_back({title, Tone::heading, number});
+  for (const auto& [title, number] : titles) cells.push_back({title, Tone::kHeading, number});
   return cells;
 }
 
@@ -55,13 +55,13 @@ int list(Context& context) {
     Json tables = Json::array();
     for (const Table* table : found.tables()) tables.push_back(toJson(*table));
     print({{"base", utf8(found.base.path)}, {"tables", tables}});
-    return yes;
+    return kYes;
   }
   Columns columns;
   columns.add(heading());
   for (const Table* table : found.tables()) columns.add(row(*table));
   columns.print(std::cout, context.coloured);
-  return yes;
+  return kYes;
 }
 
 }  // namespace Zorbe::Tool

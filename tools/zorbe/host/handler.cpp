@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "handler.h"
+#include "host/handler.h"
 
 #include <iostream>
 #include <utility>
 
-#include "text.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 

@@ -4,9 +4,9 @@
 #include <system_error>
 #include <vector>
 
-#include "commands.h"
-#include "table.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "host/table.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
@@ -14,7 +14,7 @@ namespace {
 
 using Tables = std::vector<const Table*>;
 
-// The value of a label, as the text exposition format has it.
+// A label value in the text exposition format.
 std::string label(const std::string& bytes) {
   std::string text = "\"";
   for (const char c : utf8(bytes)) {
@@ -47,7 +47,7 @@ void writers(const Tables& tables) {
 }
 
 void lastOwners(const Tables& tables) {
-  head("zorbe_last_owner_info", "The note of the last writer; constant 1.");
+  head("zorbe_last_owner_info", "Content of the file last-owner; constant 1.");
   for (const Table* table : tables) {
     if (table->lastOwner.empty()) continue;
     std::cout << "zorbe_last_owner_info{table=" << label(table->name)
@@ -60,7 +60,7 @@ void families(const Tables& tables) {
          [](const Table& table) { return table.writer ? 1U : 0U; });
   family(tables, "zorbe_writer_stopped", "Whether the writer is stopped.",
          [](const Table& table) { return table.writer && table.writer->stopped ? 1U : 0U; });
-  family(tables, "zorbe_writer_listening", "Whether the writer lets readers in.",
+  family(tables, "zorbe_writer_listening", "Whether the writer accepts readers.",
          [](const Table& table) { return table.sockets.listening ? 1U : 0U; });
   family(tables, "zorbe_connections", "Connections that the writer has accepted.",
          [](const Table& table) { return table.sockets.connections; });
@@ -88,7 +88,7 @@ int metrics(Context& context) {
   head("zorbe_tables", "Tables below the base directory.");
   std::cout << "zorbe_tables " << tables.size() << '\n';
   families(tables);
-  return yes;
+  return kYes;
 }
 
 }  // namespace Zorbe::Tool

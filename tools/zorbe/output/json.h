@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// The JSON form of what the commands tell. Text that is not UTF-8 is escaped: see utf8().
+// JSON output of the commands. Bytes that are not UTF-8 are escaped: see utf8().
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "table.h"
+#include "host/table.h"
 
 namespace Zorbe::Tool {
 

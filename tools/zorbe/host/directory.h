@@ -24,22 +24,23 @@ struct Entry {
   /// Bytes of storage, which for a sparse file are less than its size.
   uint64_t storage() const { return static_cast<uint64_t>(status.st_blocks) * 512; }
 
-  /// What it is, in a word or two.
+  /// The type of the entry as a word or two.
   const char* kind() const;
 };
 
-/// A directory and what it holds, by name.
+/// A directory and its entries, sorted by name.
 struct Listing {
-  bool present = false;  ///< there is a directory, or a symbolic link to one
+  bool present = false;  ///< the path is a directory, or a symbolic link to one
   bool link = false;     ///< the path itself is a symbolic link
-  int error = 0;         ///< of what could not be looked at; 0 when all was, or nothing is there
+  int error = 0;  ///< errno of what could not be examined; 0 when everything was, or the path does
+                  ///< not exist
   unsigned mode = 0;
   std::vector<Entry> entries;
 
   const Entry* find(const std::string& name) const;
 };
 
-/// Never throws for what is on the disk: it is told in the result.
+/// Errors of the file system are in the result; they never throw.
 Listing readListing(Brask::Platform::DebugHandler& handler, const std::string& path);
 
 }  // namespace Zorbe::Tool

@@ -3,9 +3,9 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "finding.h"
-#include "json.h"
-#include "paint.h"
+#include "commands/finding.h"
+#include "output/columns.h"
+#include "output/json.h"
 
 namespace Zorbe::Tool {
 
@@ -13,19 +13,19 @@ namespace {
 
 const char* nameOf(Severity severity) {
   switch (severity) {
-    case Severity::ok:
+    case Severity::kOk:
       return "ok";
-    case Severity::note:
+    case Severity::kNote:
       return "note";
-    case Severity::problem:
+    case Severity::kProblem:
       break;
   }
   return "problem";
 }
 
 Tone toneOf(Severity severity) {
-  if (severity == Severity::ok) return Tone::good;
-  return severity == Severity::note ? Tone::warning : Tone::bad;
+  if (severity == Severity::kOk) return Tone::kGood;
+  return severity == Severity::kNote ? Tone::kWarning : Tone::kBad;
 }
 
 void printText(const Findings& findings, bool coloured) {
@@ -33,7 +33,7 @@ void printText(const Findings& findings, bool coloured) {
   for (const Finding& finding : findings) {
     columns.add(
         {{nameOf(finding.severity), toneOf(finding.severity)}, {finding.check}, {finding.what}});
-    if (!finding.mend.empty()) columns.add({{""}, {""}, {"-> " + finding.mend}});
+    if (!finding.fix.empty()) columns.add({{""}, {""}, {"-> " + finding.fix}});
   }
   columns.print(std::cout, coloured);
 }
@@ -44,7 +44,7 @@ void printJson(const Findings& findings, bool healthy) {
     list.push_back({{"severity", nameOf(finding.severity)},
                     {"check", finding.check},
                     {"what", finding.what},
-                    {"mend", finding.mend.empty() ? Json() : Json(finding.mend)}});
+                    {"fix", finding.fix.empty() ? Json() : Json(finding.fix)}});
   }
   print({{"healthy", healthy}, {"findings", list}});
 }
@@ -55,18 +55,18 @@ int doctor(Context& context) {
   const Survey found = survey(context.handler);
   Findings findings;
   checkBase(found.base, findings);
-  checkNamespace(context.namespaceTrouble, findings);
+  checkNamespace(context.namespaceError, findings);
   checkInotify(found.tables().size(), findings);
   checkTables(found, findings);
   const bool healthy = std::none_of(findings.begin(), findings.end(), [](const Finding& finding) {
-    return finding.severity == Severity::problem;
+    return finding.severity == Severity::kProblem;
   });
   if (context.json) {
     printJson(findings, healthy);
   } else {
     printText(findings, context.coloured);
   }
-  return healthy ? yes : no;
+  return healthy ? kYes : kNo;
 }
 
 }  // namespace Zorbe::Tool

@@ -15,6 +15,29 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 
+# Resolves an option that is AUTO: ON if all packages that `what` needs are installed. Otherwise
+# OFF, and the missing ones are printed.
+function(zorbe_resolve_auto option what)
+  if(NOT ${option} STREQUAL "AUTO")
+    return()
+  endif()
+  set(missing)
+  foreach(package IN LISTS ARGN)
+    find_package(${package} QUIET)
+    if(NOT ${package}_FOUND)
+      list(APPEND missing ${package})
+    endif()
+  endforeach()
+  if(missing)
+    list(JOIN missing ", " missing)
+    message(NOTICE "Zorbe: without ${what}, since these are not installed: ${missing} "
+      "(scripts/setup installs them)")
+    set(${option} OFF PARENT_SCOPE)
+  else()
+    set(${option} ON PARENT_SCOPE)
+  endif()
+endfunction()
+
 option(ZORBE_WERROR "Treat the project's own warnings as errors (our presets turn it on)" OFF)
 
 function(zorbe_warnings target)

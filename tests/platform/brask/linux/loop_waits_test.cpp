@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+//
+// For how long a turn asks the kernel to wait, and when it looks at the clock.
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "platform/brask/linux/listener.h"
+#include "platform/brask/linux/loop_fixture.h"
+#include "platform/brask/linux/virtual_time.h"
+
+using namespace LoopTesting;
+namespace Fault = Zorbe::Test::Fault;
+
+namespace {
+
+// Notes what the loop asks the kernel for. No wait takes any time.
+class LoopWaitsTest : public LoopTest {
+ protected:
+  LoopWaitsTest() {
+    waits_.clear();
+    alarms_.clear();
+    Fault::divert("epoll_wait", noteWait);
+    Fault::divert("timerfd_settime", noteAlarm);
+  }
+
+  // How the turn's first wait is asked for.
+  int waitOf(double seconds) {
+    waits_.clear();
+    FdProbe ready;
+    const int fd = ::eventfd(1, EFD_CLOEXEC);
+    ready.control->watch(fd);
+    EXPECT_TRUE(loop->turn(seconds));
+    ready.control->unwatch();
+    ::close(fd);
+    EXPECT_EQ(1u, waits_.size());
+    return waits_.front();
+  }
+
+  static int noteWait(int fd, epoll_event* events, int capacity, int milliseconds) {
+    waits_.push_back(milliseconds);
+    const Fault::Bypass bypass;
+    return ::epoll_wait(fd, events, capacity, 0);
+  }
+
+  static int noteAlarm(int fd, int flags, const itimerspec* value, itimerspec* old) {
+    EXPECT_EQ(TFD_TIMER_ABSTIME, flags);
+    alarms_.push_back(value->it_value);
+    EXPECT_EQ(0, value->it_interval.tv_sec);
+    EXPECT_EQ(0, value->it_interval.tv_nsec);
+    const Fault::Bypass bypass;
+    return ::timerfd_settime(fd, flags, value, old);
+  }
+
+  static void expectAlarm(time_t seconds, long nanoseconds) {
+    ASSERT_FALSE(alarms_.empty());
+    EXPECT_EQ(seconds, alarms_.back().tv_sec);
+    EXPECT_EQ(nanoseconds, alarms_.back().tv_nsec);
+  }
+
+  VirtualTime time_;
+  static inline std::vector<int> waits_;
+  static inline std::vector<timespec> alarms_;
+};
+
+}  // namespace
+
+TEST_F(LoopWaitsTest, AWaitIsRoundedUpToMilliseconds) {
+  EXPECT_EQ(1, waitOf(1e-9));
+  EXPECT_EQ(1, waitOf(0.001));
+  EXPECT_EQ(2, waitOf(0.001000001));
+  EXPECT_EQ(1500, waitOf(1.5));
+}
+
+TEST_F(LoopWaitsTest, NoTimeIsNoWaitAndANegativeOneIsForEver) {
+  EXPECT_EQ(0, waitOf(0.0));
+  EXPECT_EQ(0, waitOf(-0.0));
+  EXPECT_EQ(0, waitOf(std::numeric_limits<double>::quiet_NaN()));
+  EXPECT_EQ(-1, waitOf(-1e-9));
+  EXPECT_EQ(-1, waitOf(-std::numeric_limits<double>::infinity()));
+}
+
+TEST_F(LoopWaitsTest, AWaitThatTheKernelCannotTakeIsTheLongestThatItCan) {
+  constexpr int longest = std::numeric_limits<int>::max();
+  EXPECT_EQ(longest, waitOf(2147483.647));
+  for (const double seconds : {2147483.648, 2147484.0, 4294967.296, 4294967.297, 1e10, 1e300}) {
+    EXPECT_EQ(longest, waitOf(seconds)) << seconds;
+  }
+}
+
+TEST_F(LoopWaitsTest, WithATimerThatIsDueTheLoopDoesNotWait) {
+  TimerProbe timer;
+  timer.control->start(0.0);
+  EXPECT_TRUE(loop->turn(-1));
+  EXPECT_EQ(std::vector<int>{0}, waits_);
+}
+
+TEST_F(LoopWaitsTest, ARunWaitsForEverAndATurnThatIsToStopNotAtAll) {
+  Pair pair;
+  FdProbe probe([this](int) { loop->stop(); });
+  probe.control->watch(pair.here);
+  pair.makeReady();
+  loop->run();
+  EXPECT_EQ(std::vector<int>{-1}, waits_);
+  pair.drain();
+  loop->stop();
+  EXPECT_FALSE(loop->turn(-1));
+  EXPECT_EQ((std::vector<int>{-1, 0}), waits_);
+}
+
+TEST_F(LoopWaitsTest, APausedListenerIsLookedAfterTwentyTimesASecond) {
+  Listener listener;
+  listener.connect();
+  Fault::arm("eventfd", 1, EMFILE, Fault::forever);
+  const unsigned looks = Fault::calls("eventfd");
+  loop->turn(0);
+  FdProbe probe;
+  probe.control->watch(listener.fd);
+  for (int turns = 0; turns < 20; ++turns) loop->turn(0);
+  EXPECT_EQ(16, probe.events);
+  EXPECT_EQ(looks + 1, Fault::calls("eventfd"));
+  expectAlarm(1, 50000000);
+  VirtualTime::advanceTo(49999);
+  loop->turn(0);
+  EXPECT_EQ(looks + 1, Fault::calls("eventfd"));
+  VirtualTime::advanceTo(50000);
+  loop->turn(0);
+  EXPECT_EQ(looks + 2, Fault::calls("eventfd"));
+}
+
+TEST_F(LoopWaitsTest, TheAlarmIsSetToTheEarliestExpiryInNanoseconds) {
+  TimerProbe later, earlier;
+  later.control->start(2.75);
+  loop->turn(0);
+  expectAlarm(3, 750000000);
+  earlier.control->start(0.123456789);
+  loop->turn(0);
+  expectAlarm(1, 123456789);
+}
+
+TEST_F(LoopWaitsTest, TheAlarmOfALoopThatIsPolledFromOutsideFollowsTheEarliestTimerAtOnce) {
+  static_cast<void>(loop->fd());
+  TimerProbe first, second;
+  first.control->start(2.0);
+  expectAlarm(3, 0);
+  second.control->start(1.0);
+  expectAlarm(2, 0);
+  second.control->cancel();
+  expectAlarm(3, 0);
+  first.control->start(0.0);
+  expectAlarm(0, 1);  // long ago
+  first.control->cancel();
+  expectAlarm(0, 0);
+  EXPECT_EQ(5u, alarms_.size());
+}
+
+TEST_F(LoopWaitsTest, AnAlarmThatRangForATimerThatIsNoMoreIsTurnedOff) {
+  auto timer = std::make_unique<TimerProbe>();
+  timer->control->start(0.001);
+  loop->turn(0);
+  timer.reset();
+  loop->turn(0);
+  expectAlarm(0, 0);
+  const size_t settings = alarms_.size();
+  loop->turn(0);
+  EXPECT_EQ(settings, alarms_.size());
+}
+
+TEST_F(LoopWaitsTest, TheClockIsNotLookedAtForZeroTimersAlone) {
+  TimerProbe timer;
+  for (int each = 0; each < 10; ++each) {
+    timer.control->start(0.0);
+    EXPECT_TRUE(loop->turn(0));
+  }
+  EXPECT_EQ(0, VirtualTime::looks());
+}
+
+TEST_F(LoopWaitsTest, TheClockIsNotLookedAtInATurnBeforeTheAlarmRings) {
+  Fault::divert(
+      "timerfd_settime", +[](int, int, const itimerspec*, itimerspec*) { return 0; });
+  TimerProbe timer;
+  timer.control->start(0.5);
+  const int looks = VirtualTime::looks();
+  for (int each = 0; each < 10; ++each) EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(looks, VirtualTime::looks());
+}

@@ -9,7 +9,6 @@
 #include <memory>
 #include <vector>
 
-#include "platform/brask/linux/listener.h"
 #include "platform/brask/linux/loop_fixture.h"
 #include "platform/brask/linux/virtual_time.h"
 
@@ -110,26 +109,6 @@ TEST_F(LoopWaitsTest, ARunWaitsForEverAndATurnThatIsToStopNotAtAll) {
   loop->stop();
   EXPECT_FALSE(loop->turn(-1));
   EXPECT_EQ((std::vector<int>{-1, 0}), waits_);
-}
-
-TEST_F(LoopWaitsTest, APausedListenerIsLookedAfterTwentyTimesASecond) {
-  Listener listener;
-  listener.connect();
-  Fault::arm("eventfd", 1, EMFILE, Fault::forever);
-  const unsigned looks = Fault::calls("eventfd");
-  loop->turn(0);
-  FdProbe probe;
-  probe.control->watch(listener.fd);
-  for (int turns = 0; turns < 20; ++turns) loop->turn(0);
-  EXPECT_EQ(16, probe.events);
-  EXPECT_EQ(looks + 1, Fault::calls("eventfd"));
-  expectAlarm(1, 50000000);
-  VirtualTime::advanceTo(49999);
-  loop->turn(0);
-  EXPECT_EQ(looks + 1, Fault::calls("eventfd"));
-  VirtualTime::advanceTo(50000);
-  loop->turn(0);
-  EXPECT_EQ(looks + 2, Fault::calls("eventfd"));
 }
 
 TEST_F(LoopWaitsTest, TheAlarmIsSetToTheEarliestExpiryInNanoseconds) {

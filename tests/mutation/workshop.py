@@ -16,7 +16,9 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 # More than one run takes without a fault: this is for faults that never end.
 LEAST_SECONDS = 10
 TIMES_LONGER = 4
-LIMITED = ("prlimit", "--cpu=5", f"--as={2 << 30}", "--core=0", "--")
+# They end with this process, too, when something ends that.
+LIMITED = ("setpriv", "--pdeathsig=KILL", "--", "prlimit", "--cpu=5", f"--as={2 << 30}", "--core=0",
+           "--")
 
 
 @dataclass(frozen=True)

@@ -76,6 +76,17 @@ TEST_F(ListenerPauseTest, DescriptorsAreLookedForTwentyTimesASecond) {
   EXPECT_EQ(3u, probes());
 }
 
+TEST_F(ListenerPauseTest, ALoopThatIsPolledFromOutsideAsksForTheTurnThatLooks) {
+  static_cast<void>(loop->fd());
+  exhaust();
+  turns(kStreak + 1);
+  ASSERT_EQ(1u, probes());
+  EXPECT_TRUE(readable(loop->fd()));
+  VirtualTime::advanceTo(50000);
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(2u, probes());
+}
+
 TEST_F(ListenerPauseTest, GoesOnWhenThereAreDescriptorsAndIsPausedAgainWhenThereAreNone) {
   exhaust(1);
   turns(kStreak + 2);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// For how long a turn asks the kernel to wait, and when it looks at the clock.
+// For how long a turn asks the kernel to wait, and when it reads the clock.
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
@@ -22,9 +22,9 @@ class LoopWaitsTest : public LoopTest {
  protected:
   LoopWaitsTest() {
     waits_.clear();
-    alarms_.clear();
+    settings_.clear();
     Fault::divert("epoll_wait", noteWait);
-    Fault::divert("timerfd_settime", noteAlarm);
+    Fault::divert("timerfd_settime", noteSetting);
   }
 
   // How the turn's first wait is asked for.
@@ -46,24 +46,24 @@ class LoopWaitsTest : public LoopTest {
     return ::epoll_wait(fd, events, capacity, 0);
   }
 
-  static int noteAlarm(int fd, int flags, const itimerspec* value, itimerspec* old) {
+  static int noteSetting(int fd, int flags, const itimerspec* value, itimerspec* old) {
     EXPECT_EQ(TFD_TIMER_ABSTIME, flags);
-    alarms_.push_back(value->it_value);
+    settings_.push_back(value->it_value);
     EXPECT_EQ(0, value->it_interval.tv_sec);
     EXPECT_EQ(0, value->it_interval.tv_nsec);
     const Fault::Bypass bypass;
     return ::timerfd_settime(fd, flags, value, old);
   }
 
-  static void expectAlarm(time_t seconds, long nanoseconds) {
-    ASSERT_FALSE(alarms_.empty());
-    EXPECT_EQ(seconds, alarms_.back().tv_sec);
-    EXPECT_EQ(nanoseconds, alarms_.back().tv_nsec);
+  static void expectTimerfd(time_t seconds, long nanoseconds) {
+    ASSERT_FALSE(settings_.empty());
+    EXPECT_EQ(seconds, settings_.back().tv_sec);
+    EXPECT_EQ(nanoseconds, settings_.back().tv_nsec);
   }
 
   VirtualTime time_;
   static inline std::vector<int> waits_;
-  static inline std::vector<timespec> alarms_;
+  static inline std::vector<timespec> settings_;
 };
 
 }  // namespace
@@ -111,59 +111,59 @@ TEST_F(LoopWaitsTest, ARunWaitsForEverAndATurnThatIsToStopNotAtAll) {
   EXPECT_EQ((std::vector<int>{-1, 0}), waits_);
 }
 
-TEST_F(LoopWaitsTest, TheAlarmIsSetToTheEarliestExpiryInNanoseconds) {
+TEST_F(LoopWaitsTest, TheTimerfdIsSetToTheEarliestExpiryInNanoseconds) {
   TimerProbe later, earlier;
   later.control->start(2.75);
   loop->turn(0);
-  expectAlarm(3, 750000000);
+  expectTimerfd(3, 750000000);
   earlier.control->start(0.123456789);
   loop->turn(0);
-  expectAlarm(1, 123456789);
+  expectTimerfd(1, 123456789);
 }
 
-TEST_F(LoopWaitsTest, TheAlarmOfALoopThatIsPolledFromOutsideFollowsTheEarliestTimerAtOnce) {
+TEST_F(LoopWaitsTest, TheTimerfdOfALoopThatIsPolledFromOutsideFollowsTheEarliestTimerAtOnce) {
   static_cast<void>(loop->fd());
   TimerProbe first, second;
   first.control->start(2.0);
-  expectAlarm(3, 0);
+  expectTimerfd(3, 0);
   second.control->start(1.0);
-  expectAlarm(2, 0);
+  expectTimerfd(2, 0);
   second.control->cancel();
-  expectAlarm(3, 0);
+  expectTimerfd(3, 0);
   first.control->start(0.0);
-  expectAlarm(0, 1);  // long ago
+  expectTimerfd(0, 1);  // long ago
   first.control->cancel();
-  expectAlarm(0, 0);
-  EXPECT_EQ(5u, alarms_.size());
+  expectTimerfd(0, 0);
+  EXPECT_EQ(5u, settings_.size());
 }
 
-TEST_F(LoopWaitsTest, AnAlarmThatRangForATimerThatIsNoMoreIsTurnedOff) {
+TEST_F(LoopWaitsTest, ATimerfdThatExpiredForADeletedTimerIsDisarmed) {
   auto timer = std::make_unique<TimerProbe>();
   timer->control->start(0.001);
   loop->turn(0);
   timer.reset();
   loop->turn(0);
-  expectAlarm(0, 0);
-  const size_t settings = alarms_.size();
+  expectTimerfd(0, 0);
+  const size_t settings = settings_.size();
   loop->turn(0);
-  EXPECT_EQ(settings, alarms_.size());
+  EXPECT_EQ(settings, settings_.size());
 }
 
-TEST_F(LoopWaitsTest, TheClockIsNotLookedAtForZeroTimersAlone) {
+TEST_F(LoopWaitsTest, TheClockIsNotReadForZeroTimersAlone) {
   TimerProbe timer;
   for (int each = 0; each < 10; ++each) {
     timer.control->start(0.0);
     EXPECT_TRUE(loop->turn(0));
   }
-  EXPECT_EQ(0, VirtualTime::looks());
+  EXPECT_EQ(0, VirtualTime::reads());
 }
 
-TEST_F(LoopWaitsTest, TheClockIsNotLookedAtInATurnBeforeTheAlarmRings) {
+TEST_F(LoopWaitsTest, TheClockIsNotReadBeforeTheTimerfdExpires) {
   Fault::divert(
       "timerfd_settime", +[](int, int, const itimerspec*, itimerspec*) { return 0; });
   TimerProbe timer;
   timer.control->start(0.5);
-  const int looks = VirtualTime::looks();
+  const int reads = VirtualTime::reads();
   for (int each = 0; each < 10; ++each) EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(looks, VirtualTime::looks());
+  EXPECT_EQ(reads, VirtualTime::reads());
 }

@@ -8,13 +8,13 @@
 namespace LoopTesting {
 
 /// While it lives, the loop's clock shows what the test sets. It starts soon after the machine
-/// did, so that the kernel's alarm, which keeps to the real clock, rings at once: this clock
-/// alone decides what is due.
+/// did: every expiry is in the past of the kernel's timerfd, which then is readable at once, so
+/// that this clock alone decides what is due.
 class VirtualTime {
  public:
   VirtualTime() {
     now_ = {1, 0};
-    looks_ = 0;
+    reads_ = 0;
     Zorbe::Test::Fault::divert("clock_gettime", tell);
   }
   VirtualTime(const VirtualTime&) = delete;
@@ -26,17 +26,17 @@ class VirtualTime {
   }
 
   /// How often the clock was read.
-  static int looks() { return looks_; }
+  static int reads() { return reads_; }
 
  private:
   static int tell(clockid_t /*clock*/, timespec* now) {
-    ++looks_;
+    ++reads_;
     *now = now_;
     return 0;
   }
 
   static inline timespec now_{};
-  static inline int looks_ = 0;
+  static inline int reads_ = 0;
 };
 
 }  // namespace LoopTesting

@@ -111,6 +111,22 @@ TEST_F(LoopCostTest, WatchingMoreAndMoreDescriptorsAllocatesSeldom) {
   for (const int fd : fds) ::close(fd);
 }
 
+TEST_F(LoopCostTest, EndingRegistrationsAndBeginningAgainAllocatesNothing) {
+  constexpr int many = 100;
+  std::vector<Reader> readers(many);
+  std::vector<int> fds;
+  for (int each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
+  for (int each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
+  EXPECT_EQ(0, allocationsOf([&] {
+              for (Reader& reader : readers) reader.control->unwatch();
+              for (int each = 0; each < TURNS; ++each) {
+                readers[each % many].control->watch(fds[each % many]);
+              }
+            }));
+  readers.clear();
+  for (const int fd : fds) ::close(fd);
+}
+
 TEST_F(LoopCostTest, MakingMoreAndMoreTimersAllocatesSeldom) {
   constexpr int many = 800;
   std::vector<std::unique_ptr<Ticker>> timers(many);

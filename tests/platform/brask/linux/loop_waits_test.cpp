@@ -17,12 +17,13 @@ namespace Fault = Zorbe::Test::Fault;
 
 namespace {
 
-// Notes what the loop asks the kernel for. No wait takes any time.
+// Notes what the loop asks the kernel for. No wait takes any real time.
 class LoopWaitsTest : public LoopTest {
  protected:
   LoopWaitsTest() {
     waits_.clear();
     settings_.clear();
+    waitsPass_ = false;
     Fault::divert("epoll_wait", noteWait);
     Fault::divert("timerfd_settime", noteSetting);
   }
@@ -42,6 +43,7 @@ class LoopWaitsTest : public LoopTest {
 
   static int noteWait(int fd, epoll_event* events, int capacity, int milliseconds) {
     waits_.push_back(milliseconds);
+    if (waitsPass_) VirtualTime::advance(1000L * milliseconds);
     const Fault::Bypass bypass;
     return ::epoll_wait(fd, events, capacity, 0);
   }
@@ -63,6 +65,7 @@ class LoopWaitsTest : public LoopTest {
 
   VirtualTime time_;
   static inline std::vector<int> waits_;
+  static inline bool waitsPass_ = false;  // a wait takes the time that it was asked for
   static inline std::vector<timespec> settings_;
 };
 
@@ -165,5 +168,44 @@ TEST_F(LoopWaitsTest, TheClockIsNotReadBeforeTheTimerfdExpires) {
   timer.control->start(0.5);
   const int reads = VirtualTime::reads();
   for (int each = 0; each < 10; ++each) EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(reads, VirtualTime::reads());
+}
+
+TEST_F(LoopWaitsTest, ATurnEndsWithTheWaitThatReachesItsEnd) {
+  waitsPass_ = true;
+  EXPECT_FALSE(loop->turn(0.002));
+  EXPECT_EQ(std::vector<int>{2}, waits_);
+}
+
+TEST_F(LoopWaitsTest, ATurnWhoseTimeIsOverBeforeItWaitsDoesNotWait) {
+  VirtualTime::passEachRead(1000);
+  EXPECT_FALSE(loop->turn(0.000001));
+  EXPECT_EQ(std::vector<int>{0}, waits_);
+}
+
+TEST_F(LoopWaitsTest, ALoopWithoutTimersLeavesItsTimerfdAlone) {
+  EXPECT_FALSE(loop->turn(0));
+  TimerProbe immediate;
+  immediate.control->start(0.0);
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(0u, settings_.size());
+}
+
+TEST_F(LoopWaitsTest, AnExpiryThatWasReportedBehindADescriptorIsNotSeenTwice) {
+  Pair pair;
+  FdProbe busy;
+  TimerProbe timer;
+  busy.control->watch(pair.here);
+  pair.makeReady();
+  timer.control->start(0.001);
+  loop->turn(0);
+  VirtualTime::advance(1000);
+  EXPECT_TRUE(turnUntil([&] { return timer.timeouts == 1; }));
+  loop->turn(0);
+  const size_t settings = settings_.size();
+  const int reads = VirtualTime::reads();
+  for (int each = 0; each < 5; ++each) EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(settings, settings_.size());
   EXPECT_EQ(reads, VirtualTime::reads());
 }

@@ -15,6 +15,7 @@ class VirtualTime {
   VirtualTime() {
     now_ = {1, 0};
     reads_ = 0;
+    microsecondsPerRead_ = 0;
     Zorbe::Test::Fault::divert("clock_gettime", tell);
   }
   VirtualTime(const VirtualTime&) = delete;
@@ -25,6 +26,14 @@ class VirtualTime {
     now_ = {1 + microseconds / 1000000, microseconds % 1000000 * 1000};
   }
 
+  /// From now on the clock advances by so much after each time it is read.
+  static void passEachRead(long microseconds) { microsecondsPerRead_ = microseconds; }
+
+  static void advance(long microseconds) {
+    const long nanoseconds = now_.tv_nsec + 1000 * microseconds;
+    now_ = {now_.tv_sec + nanoseconds / 1000000000, nanoseconds % 1000000000};
+  }
+
   /// How often the clock was read.
   static int reads() { return reads_; }
 
@@ -32,11 +41,13 @@ class VirtualTime {
   static int tell(clockid_t /*clock*/, timespec* now) {
     ++reads_;
     *now = now_;
+    advance(microsecondsPerRead_);
     return 0;
   }
 
   static inline timespec now_{};
   static inline int reads_ = 0;
+  static inline long microsecondsPerRead_ = 0;
 };
 
 }  // namespace LoopTesting

@@ -20,28 +20,20 @@ namespace {
 class LoopLifetimeTest : public LoopTest {
  protected:
   ~LoopLifetimeTest() override { Fault::reset(); }
-
-  // The text of the std::logic_error that comes out of `action`, "" when none does.
-  static std::string errorOf(const std::function<void()>& action) {
-    try {
-      action();
-    } catch (const std::logic_error& error) {
-      return error.what();
-    }
-    return "";
-  }
 };
 
 }  // namespace
 
 TEST_F(LoopLifetimeTest, EachRefusalSaysWhatIsMissing) {
-  EXPECT_EQ("this thread has an event loop already", errorOf([] { EventLoop(); }));
+  EXPECT_EQ("this thread has an event loop already", textOf<std::logic_error>([] { EventLoop(); }));
   TimerProbe timer;
   loop.reset();
-  EXPECT_EQ("this thread has no event loop", errorOf([] { EventLoop::current(); }));
   EXPECT_EQ("this thread has no event loop",
-            errorOf([] { Brask::Platform::getTimerControl(nullptr); }));
-  EXPECT_EQ("the event loop of this control is gone", errorOf([&] { timer.control->cancel(); }));
+            textOf<std::logic_error>([] { EventLoop::current(); }));
+  EXPECT_EQ("this thread has no event loop",
+            textOf<std::logic_error>([] { Brask::Platform::getTimerControl(nullptr); }));
+  EXPECT_EQ("the event loop of this control is gone",
+            textOf<std::logic_error>([&] { timer.control->cancel(); }));
 }
 
 TEST_F(LoopLifetimeTest, ControlsKnowThatTheirLoopIsGoneWhicheverWereDeletedBefore) {

@@ -30,8 +30,8 @@ class VirtualTime {
   static void passEachRead(long microseconds) { microsecondsPerRead_ = microseconds; }
 
   static void advance(long microseconds) {
-    const long nanoseconds = now_.tv_nsec + 1000 * microseconds;
-    now_ = {now_.tv_sec + nanoseconds / 1000000000, nanoseconds % 1000000000};
+    const long sum = now_.tv_nsec / 1000 + microseconds;
+    now_ = {now_.tv_sec + sum / 1000000, sum % 1000000 * 1000};
   }
 
   /// How often the clock was read.

@@ -3,6 +3,7 @@
 // What the kernel is asked for, seen without the rights to enter a namespace.
 #include <vector>
 
+#include "fakes/descriptor_zero.h"
 #include "fault/fault.h"
 #include "platform/nsutil/namespace_fixture.h"
 
@@ -88,6 +89,19 @@ TEST_F(NsutilCallsTest, NamesThatBeginLikeThoseThatAreNoneAreNames) {
     provide(std::string("/run/netns/") + name);
     EXPECT_EQ(setnsByName(name, CLONE_NEWNET), 0) << name;
   }
+}
+
+TEST_F(NsutilCallsTest, DescriptorZeroIsADescriptor) {
+  const DescriptorZero zero;
+  for (const char* name : {"blue", DEFAULT_NS}) {
+    provide(std::string("/run/netns/") + name);
+    zero.free();
+    errno = ENOENT;
+    EXPECT_EQ(setnsByName(name, CLONE_NEWNET), 0) << netnsGetTracebuffer();
+    EXPECT_FALSE(DescriptorZero::isOpen());
+  }
+  EXPECT_EQ(moves_.size(), 2u);
+  EXPECT_EQ(Fault::calls("open"), 2u);
 }
 
 }  // namespace

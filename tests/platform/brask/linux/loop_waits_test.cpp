@@ -5,8 +5,10 @@
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
+#include <cerrno>
 #include <limits>
 #include <memory>
+#include <system_error>
 #include <vector>
 
 #include "platform/brask/linux/loop_fixture.h"
@@ -208,4 +210,22 @@ TEST_F(LoopWaitsTest, AnExpiryThatWasReportedBehindADescriptorIsNotSeenTwice) {
   for (int each = 0; each < 5; ++each) EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ(settings, settings_.size());
   EXPECT_EQ(reads, VirtualTime::reads());
+}
+
+TEST_F(LoopWaitsTest, AZeroTimerThatIsStartedAgainSetsTheTimerfdOnce) {
+  static_cast<void>(loop->fd());
+  TimerProbe timers[3];
+  for (TimerProbe& timer : timers) timer.control->start(0.0);
+  EXPECT_EQ(1u, settings_.size());
+}
+
+TEST_F(LoopWaitsTest, ATimerfdThatCannotBeSetIsAnErrorOfTheTurn) {
+  TimerProbe timer;
+  timer.control->start(0.001);
+  Fault::arm("timerfd_settime", 1, ENOMEM);
+  EXPECT_EQ("EventLoop timerfd_settime(): Cannot allocate memory",
+            textOf<std::system_error>([this] { loop->turn(0); }));
+  EXPECT_FALSE(loop->turn(0));
+  VirtualTime::advance(1000);
+  EXPECT_TRUE(loop->turn(0));
 }

@@ -2,11 +2,11 @@
 //
 // What the loop does when the kernel refuses what it asks for.
 #include <sys/eventfd.h>
-#include <sys/un.h>
 
 #include <stdexcept>
 #include <system_error>
 
+#include "platform/brask/linux/listener.h"
 #include "platform/brask/linux/loop_fault_fixture.h"
 
 using Brask::Linux::EventLoop;
@@ -48,32 +48,6 @@ class LoopFaultTest : public WithFaults<LoopTest> {
 
  private:
   int duplicate_ = -1;
-};
-
-// A listening socket with a client that nobody accepts.
-class Unaccepted {
- public:
-  Unaccepted() {
-    sockaddr_un none{};
-    none.sun_family = AF_UNIX;  // the kernel picks a name
-    EXPECT_EQ(0, ::bind(listener, reinterpret_cast<const sockaddr*>(&none), sizeof(sa_family_t)));
-    EXPECT_EQ(0, ::listen(listener, 1));
-    sockaddr_un name{};
-    socklen_t size = sizeof name;
-    EXPECT_EQ(0, ::getsockname(listener, reinterpret_cast<sockaddr*>(&name), &size));
-    EXPECT_EQ(0, ::connect(client_, reinterpret_cast<const sockaddr*>(&name), size));
-  }
-  Unaccepted(const Unaccepted&) = delete;
-  Unaccepted& operator=(const Unaccepted&) = delete;
-  ~Unaccepted() {
-    ::close(listener);
-    ::close(client_);
-  }
-
-  const int listener = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-
- private:
-  const int client_ = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
 };
 
 }  // namespace
@@ -243,9 +217,10 @@ TEST_F(LoopFaultTest, AClosedDescriptorIsShedByALaterTurnWhenTheFirstCannotRepla
 
 TEST_F(LoopFaultTest, AListenerStaysPausedWhenAClosedDescriptorIsShed) {
   Pair pair;
-  Unaccepted clients;
+  Listener listener;
+  listener.connect();
   FdProbe listening;
-  listening.control->watch(clients.listener);
+  listening.control->watch(listener.fd);
   strand(pair);
   arm("eventfd", 1, EMFILE, forever);
   const auto refused = arm("epoll_create1", 1, EMFILE, 30);

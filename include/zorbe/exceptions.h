@@ -45,8 +45,9 @@ class ZORBE_EXPORT ConnectionException : public Brask::Exception {
  public:
   /// `text` is what `what()` returns.
   explicit ConnectionException(const std::string& text);
+  /// Copyable, as thrown objects must be.
   ConnectionException(const ConnectionException&) = default;
-  ConnectionException& operator=(const ConnectionException&) = default;
+  ConnectionException& operator=(const ConnectionException&) = default;  ///< as above
   ~ConnectionException() override;
   const char* name() const override;
 };
@@ -56,7 +57,9 @@ class ZORBE_EXPORT CorruptionDetectedException : public Brask::Exception {
  public:
   /// `text` is what `what()` returns.
   explicit CorruptionDetectedException(const std::string& text);
+  /// Copyable, as thrown objects must be.
   CorruptionDetectedException(const CorruptionDetectedException&) = default;
+  /// As above.
   CorruptionDetectedException& operator=(const CorruptionDetectedException&) = default;
   ~CorruptionDetectedException() override;
   const char* name() const override;
@@ -68,8 +71,9 @@ class ZORBE_EXPORT DuplicateWriterException : public Brask::Exception {
   /// `text` is what `what()` returns, the others the fields of like meaning.
   DuplicateWriterException(const std::string& text, uint32_t ownerPid, const std::string& ownerPath,
                            const std::string& lastOwnerNote);
+  /// Copyable, as thrown objects must be.
   DuplicateWriterException(const DuplicateWriterException&) = default;
-  DuplicateWriterException& operator=(const DuplicateWriterException&) = default;
+  DuplicateWriterException& operator=(const DuplicateWriterException&) = default;  ///< as above
   ~DuplicateWriterException() override;
   const char* name() const override;
 

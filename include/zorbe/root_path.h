@@ -42,8 +42,9 @@ class ZORBE_EXPORT RootPath : public Brask::Debuggable {
   RootPath(Brask::Platform::DebugHandler& debugHandler, const std::string& tableName,
            bool createDirectory);
 
+  /// A copy names the same directory.
   RootPath(const RootPath&) = default;
-  RootPath& operator=(const RootPath&) = default;
+  RootPath& operator=(const RootPath&) = default;  ///< as above
   ~RootPath() override;
 
   /// True when the path can be examined and its mode has the directory bit.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <system_error>
 #include <typeinfo>
+#include <utility>
 
 namespace Zorbe::Test {
 namespace {
@@ -26,6 +27,17 @@ class WriterKickSmFaultTest : public WriterTest {
     }
     ADD_FAILURE() << "nothing was thrown";
     return {};
+  }
+
+  /// Two readers that wait for a kick, which is going to fail.
+  std::pair<BareSocket, BareSocket> twoSleepers() {
+    listen();
+    BareSocket first = connectReader();
+    BareSocket second = connectReader();
+    report(first, 0, 0);
+    report(second, 0, 1);
+    handler.expectFailures();
+    return {std::move(first), std::move(second)};
   }
 };
 
@@ -126,12 +138,7 @@ TEST_F(WriterKickSmFaultTest, ALockSocketThatFailsToCloseIsForgotten) {
 }
 
 TEST_F(WriterKickSmFaultTest, ASleeperThatCannotBeKickedDoesNotKeepOthersAsleep) {
-  listen();
-  BareSocket first = connectReader();
-  BareSocket second = connectReader();
-  report(first, 0, 0);
-  report(second, 0, 1);
-  handler.expectFailures();
+  auto [first, second] = twoSleepers();
   const uint64_t before = writer->kickCount;
   Fault::arm("send", 1, EPIPE);
   writer->doKickSleepers();
@@ -141,21 +148,14 @@ TEST_F(WriterKickSmFaultTest, ASleeperThatCannotBeKickedDoesNotKeepOthersAsleep)
   EXPECT_EQ(writer->readers.size(), 2u);
 }
 
-TEST_F(WriterKickSmFaultTest, SleepersAreTakenOffWhenNoneCanBeKicked) {
-  listen();
-  BareSocket first = connectReader();
-  BareSocket second = connectReader();
-  report(first, 0, 0);
-  report(second, 0, 1);
-  handler.expectFailures();
-  const uint64_t before = writer->kickCount;
-  Fault::arm("send", 1, EPIPE, 2);
+TEST_F(WriterKickSmFaultTest, SleepersOfWhomNoneCanBeKickedAreNotKickedAgain) {
+  const auto sleepers = twoSleepers();
+  const auto refused = Fault::arm("send", 1, EPIPE, Fault::forever);
   writer->doKickSleepers();
-  EXPECT_EQ(writer->kickCount, before);
+  EXPECT_EQ(refused.fired(), 2u);
   EXPECT_THAT(writer->sleepingReaders, IsEmpty());
-  EXPECT_EQ(writer->readers.size(), 2u);
-  writer->doKickSleepers();  // not again before it has reported
-  EXPECT_EQ(first.received().size() + second.received().size(), 2u);
+  writer->doKickSleepers();
+  EXPECT_EQ(refused.fired(), 2u);
 }
 
 }  // namespace

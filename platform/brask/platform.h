@@ -19,6 +19,12 @@ namespace Brask::Platform {
 
 /// Where log messages go. Owned by the client; outlives every object that was
 /// given a reference to it.
+///
+/// Either operation may throw. What it throws comes out of the library's operation that
+/// logs, with the calling thread in the network namespace that it was in before. That
+/// operation is not finished then: its object can be destroyed and is good for nothing
+/// else. A destructor drops std::bad_alloc together with the message; any other exception
+/// from the message of a destructor ends the process (std::terminate).
 class DebugHandler {
  public:
   virtual ~DebugHandler() = default;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Any events in any portions from an inotify descriptor, directories that go, come back and
-// are replaced, queues that overflow, limits, and clients that add and remove watches from
-// inside callbacks: each control is told exactly what a naive model expects.
+// are replaced, alone or with the one above, queues that overflow, limits, and clients that add and
+// remove watches from inside callbacks: each control is told exactly what a naive model expects.
 #include "fuzz/fuzzer.h"
 #include "fuzz/inotify_model.h"
 
@@ -108,11 +108,13 @@ class InotifyCase {
   // An event that nobody asked for, of a watch that need not be there.
   void invent(unsigned wd) {
     const uint32_t mask = bits() & IN_ALL_EVENTS;
-    kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, name()});
+    kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, name(), 0, 0});
   }
 
   void limit() {
-    kernel_.full = input_.flag();
+    const unsigned flags = input_.byte();
+    kernel_.full = (flags & 1) != 0;
+    kernel_.parentFirst = (flags & 2) != 0;
     kernel_.atOnce = 1 + input_.below(100);
   }
 
@@ -138,7 +140,7 @@ class InotifyCase {
     const uint32_t mask = bits();
     const std::string path = MadeUpInotify::pathOf(directory);
     probes_[control]->control->addWatch(path, mask);
-    model_.add(control, path, mask, kernel_.look(directory, mask));
+    model_.add(control, directory, mask);
     EXPECT_EQ(probes_[control]->control->path(), path);
   }
 

@@ -3,6 +3,9 @@
 
 #include "fault/fault.h"
 
+#include <fcntl.h>
+#include <sys/eventfd.h>
+
 #include <cerrno>
 #include <climits>
 #include <utility>
@@ -31,8 +34,10 @@ void MadeUpDisk::takePlace() {
   current = this;
   Fault::divert("stat", stat);
   Fault::divert("lstat", lstat);
-  Fault::divert("mkdir", mkdir);
-  Fault::divert("chmod", chmod);
+  Fault::divert("open", open);
+  Fault::divert("openat", openAt);
+  Fault::divert("mkdirat", makeAt);
+  Fault::divert("fchmod", changeMode);
 }
 
 std::vector<std::string> MadeUpDisk::components(const std::string& path) {
@@ -91,23 +96,42 @@ int MadeUpDisk::lstat(const char* path, struct stat* status) {
   return result(current->examine(path, Links::asTheyAre, status->st_mode));
 }
 
-// The umask leaves the owner's bits alone, for chmod to add the others.
-int MadeUpDisk::mkdir(const char* path, mode_t mode) {
+// A descriptor of something else stands for the one of the path.
+int MadeUpDisk::open(const char* path, int flags, mode_t /*mode*/) {
   mode_t there = 0;
-  const int error = current->examine(path, Links::asTheyAre, there);
-  if (error == 0) return result(EEXIST);
-  if (error != ENOENT) return result(error);
-  const std::string parent = std::string(path).substr(0, std::string(path).rfind('/') + 1);
-  const int above = current->examine(parent, Links::followed, there);
-  if (above == 0) current->add(path, mode & 0700);
-  return result(above);
+  const Links links = (flags & O_NOFOLLOW) != 0 ? Links::asTheyAre : Links::followed;
+  const int error = current->examine(path, links, there);
+  if (error != 0) return result(error);
+  if ((flags & O_DIRECTORY) != 0 && !S_ISDIR(there)) return result(ENOTDIR);
+  const Fault::Bypass bypass;
+  const int fd = ::eventfd(0, EFD_CLOEXEC);
+  current->opened_[fd] = path;
+  return fd;
 }
 
-int MadeUpDisk::chmod(const char* path, mode_t mode) {
+int MadeUpDisk::openAt(int fd, const char* name, int flags, mode_t mode) {
+  return open((current->opened_.at(fd) + "/" + name).c_str(), flags, mode);
+}
+
+int MadeUpDisk::makeAt(int fd, const char* name, mode_t mode) {
+  return result(current->makeDirectory(current->opened_.at(fd) + "/" + name, mode));
+}
+
+// The umask leaves the owner's bits alone, for fchmod to add the others.
+int MadeUpDisk::makeDirectory(const std::string& path, mode_t mode) {
   mode_t there = 0;
-  const int error = current->examine(path, Links::followed, there);
-  if (error == 0) current->entries_[plain(path)] = (there & S_IFMT) | mode;
-  return result(error);
+  const int error = examine(path, Links::asTheyAre, there);
+  if (error == 0) return EEXIST;
+  if (error != ENOENT) return error;
+  const int above = examine(path.substr(0, path.rfind('/') + 1), Links::followed, there);
+  if (above == 0) add(path, mode & 0700);
+  return above;
+}
+
+int MadeUpDisk::changeMode(int fd, mode_t mode) {
+  mode_t& there = current->entries_.at(plain(current->opened_.at(fd)));
+  there = (there & S_IFMT) | mode;
+  return 0;
 }
 
 }  // namespace Zorbe::Test::Fuzz

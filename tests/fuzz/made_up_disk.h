@@ -17,8 +17,8 @@ class MadeUpDisk {
 
   MadeUpDisk();
 
-  /// From now until the input's end stat, lstat, mkdir and chmod work on this one, which has
-  /// to live for as long.
+  /// From now until the input's end stat, lstat, open, openat, mkdirat and fchmod work on this
+  /// one, which has to live for as long.
   void takePlace();
 
   /// 0 for a directory, or for whatever is there when links are not followed; else the errno
@@ -35,13 +35,17 @@ class MadeUpDisk {
  private:
   static int stat(const char* path, struct stat* status);
   static int lstat(const char* path, struct stat* status);
-  static int mkdir(const char* path, mode_t mode);
-  static int chmod(const char* path, mode_t mode);
+  static int open(const char* path, int flags, mode_t mode);
+  static int openAt(int fd, const char* name, int flags, mode_t mode);
+  static int makeAt(int fd, const char* name, mode_t mode);
+  static int changeMode(int fd, mode_t mode);
 
   int examine(const std::string& path, Links links, mode_t& mode) const;
   static std::string plain(const std::string& path);
+  int makeDirectory(const std::string& path, mode_t mode);
 
   std::map<std::string, mode_t> entries_;
+  std::map<int, std::string> opened_;  // the latest of each number
 };
 
 }  // namespace Zorbe::Test::Fuzz

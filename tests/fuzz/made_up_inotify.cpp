@@ -39,36 +39,68 @@ MadeUpInotify::MadeUpInotify() {
 
 void MadeUpInotify::change(size_t directory, uint32_t bit, const std::string& name) {
   const auto found = watches_.find(watchOf_[directory]);
-  if (found != watches_.end() && (found->second & bit) != 0) queue({found->first, bit, name});
+  if (found != watches_.end() && (found->second & bit) != 0) queue({found->first, bit, name, 0, 0});
 }
 
 void MadeUpInotify::end(size_t directory, uint32_t why) {
   if (watchOf_[directory] == 0) return;
-  if (why != 0) queue({watchOf_[directory], why, ""});
-  queue({watchOf_[directory], IN_IGNORED, ""});
+  if (why != 0) queue({watchOf_[directory], why, "", 0, 0});
+  queue({watchOf_[directory], IN_IGNORED, "", 0, 0});
   watches_.erase(std::exchange(watchOf_[directory], 0));
 }
 
+void MadeUpInotify::queue(Event event) {
+  event.first = event.last = tick();
+  if (!queue_.empty()) {
+    Event& tail = queue_.back();
+    if (tail.wd == event.wd && tail.mask == event.mask && tail.name == event.name) {
+      tail.last = event.last;
+      return;
+    }
+  }
+  queue_.push_back(std::move(event));
+}
+
 void MadeUpInotify::remove(size_t directory) {
+  if (!there_[directory]) return;
+  const auto tellParent = [&] {
+    if (isInner(directory)) change(directory - 1, IN_DELETE, nameOf(directory));
+  };
+  if (!isInner(directory)) remove(directory + 1);
+  if (parentFirst) tellParent();
   change(directory, IN_DELETE_SELF, "");
   end(directory, 0);
   there_[directory] = false;
+  if (!parentFirst) tellParent();
 }
 
 void MadeUpInotify::unmount(size_t directory) {
+  if (!isInner(directory)) unmount(directory + 1);
   end(directory, IN_UNMOUNT);
   there_[directory] = false;
 }
 
+void MadeUpInotify::make(size_t directory) {
+  if (there_[directory]) return;
+  if (isInner(directory)) make(directory - 1);
+  there_[directory] = true;
+  if (isInner(directory)) change(directory - 1, IN_CREATE, nameOf(directory));
+}
+
 // The old one is still watched, under a path that leads there no more.
 void MadeUpInotify::replace(size_t directory) {
+  if (!there_[directory]) return;
+  if (isInner(directory)) change(directory - 1, IN_MOVED_FROM, nameOf(directory));
   change(directory, IN_MOVE_SELF, "");
   watchOf_[directory] = 0;
+  if (isInner(directory)) return change(directory - 1, IN_CREATE, nameOf(directory));
+  watchOf_[directory + 1] = 0;
+  there_[directory + 1] = false;
 }
 
 void MadeUpInotify::overflow() {
   queue_.clear();
-  queue({-1, IN_Q_OVERFLOW, ""});
+  queue({-1, IN_Q_OVERFLOW, "", 0, 0});
 }
 
 int MadeUpInotify::look(size_t directory, uint32_t mask) const {
@@ -88,8 +120,18 @@ int MadeUpInotify::watch(size_t directory, uint32_t mask) {
   return wd;
 }
 
-std::deque<Event> MadeUpInotify::takeRead() {
-  return std::exchange(read_, {});
+std::optional<std::vector<Event>> MadeUpInotify::takeRead() {
+  if (reads_.empty()) return std::nullopt;
+  std::vector<Event> read = std::move(reads_.front());
+  reads_.pop_front();
+  return read;
+}
+
+std::set<int> MadeUpInotify::takeList() {
+  EXPECT_FALSE(lists_.empty()) << "the watches were not looked at";
+  const std::set<int> list = lists_.front();
+  lists_.pop_front();
+  return list;
 }
 
 size_t MadeUpInotify::fill(char* buffer, size_t size) {
@@ -107,7 +149,7 @@ size_t MadeUpInotify::fill(char* buffer, size_t size) {
     std::memset(buffer + used + block, 0, header.len);
     event.name.copy(buffer + used + block, event.name.size());
     used += block + header.len;
-    read_.push_back(event);
+    reads_.back().push_back(event);
     queue_.pop_front();
   }
   return used;
@@ -130,7 +172,7 @@ int MadeUpInotify::add(int fd, const char* path, uint32_t mask) {
 int MadeUpInotify::removeWatch(int /*fd*/, int wd) {
   if (current->watches_.erase(wd) == 0) return failing(EINVAL);
   for (int& watch : current->watchOf_) watch = watch == wd ? 0 : watch;
-  current->queue({wd, IN_IGNORED, ""});
+  current->queue({wd, IN_IGNORED, "", 0, 0});
   return 0;
 }
 
@@ -139,6 +181,7 @@ ssize_t MadeUpInotify::read(int fd, void* buffer, size_t size) {
     const Fault::Bypass bypass;
     return ::read(fd, buffer, size);
   }
+  current->reads_.emplace_back();
   if (current->queue_.empty()) return failing(EAGAIN);
   return static_cast<ssize_t>(current->fill(static_cast<char*>(buffer), size));
 }
@@ -149,7 +192,9 @@ FILE* MadeUpInotify::tellWatches(const char* path, const char* mode) {
   if (path != "/proc/self/fdinfo/" + std::to_string(current->fd_)) return ::fopen(path, mode);
   std::ostringstream text;
   text << "pos:\t0\nflags:\t02004000\n" << std::hex;
+  std::set<int>& list = current->lists_.emplace_back();
   for (const auto& watch : current->watches_) {
+    list.insert(watch.first);
     text << "inotify wd:" << watch.first << " ino:2 sdev:1 mask:" << watch.second << "\n";
   }
   const std::string all = text.str();

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#include <zorbe/table/error.h>
+
+namespace Zorbe::Table {
+
+namespace {
+
+std::string compose(const std::string& table, const std::string& key, const std::string& text) {
+  const std::string subject = "table '" + table + "'";
+  return key.empty() ? subject + ": " + text : subject + ", key " + key + ": " + text;
+}
+
+}  // namespace
+
+Error::Error(ErrorCode code, const std::string& table, const std::string& key,
+             const std::string& text)
+    : Exception(compose(table, key, text), true), code_(code), table_(table), key_(key) {}
+
+Error::~Error() = default;
+
+const char* Error::name() const {
+  return "Zorbe::Table::Error";
+}
+
+}  // namespace Zorbe::Table

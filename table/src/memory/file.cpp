@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+#include "memory/file.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+namespace Zorbe::Table {
+
+namespace {
+
+// Neither a FIFO nor a symbolic link that somebody left under the name may hold us up or lead
+// elsewhere.
+constexpr int kOpenFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+
+std::string fdPath(int fd) {
+  return "/proc/self/fd/" + std::to_string(fd);
+}
+
+bool lacksUnnamedFiles(int error) {
+  return error == EOPNOTSUPP || error == EISDIR || error == EINVAL || error == ENOENT;
+}
+
+}  // namespace
+
+File::File(File&& other) noexcept
+    : place_(std::move(other.place_)),
+      path_(std::move(other.path_)),
+      hasName_(other.hasName_),
+      fd_(std::exchange(other.fd_, -1)) {}
+
+File& File::operator=(File&& other) noexcept {
+  std::swap(place_, other.place_);
+  std::swap(path_, other.path_);
+  std::swap(hasName_, other.hasName_);
+  std::swap(fd_, other.fd_);
+  return *this;
+}
+
+File::~File() {
+  if (fd_ < 0) return;
+  const int error = errno;
+  static_cast<void>(::close(fd_));  // nothing was written that could be lost
+  errno = error;
+}
+
+std::optional<File> File::open(const Place& place, const std::string& name, Access access) {
+  const std::string path = place.path(name);
+  const int mode = access == Access::kRead ? O_RDONLY : O_RDWR;
+  const int fd = ::open(path.c_str(), mode | kOpenFlags);
+  if (fd < 0) {
+    const int error = errno;
+    if (error == ENOENT || error == ENOTDIR) return std::nullopt;
+    if (error == ELOOP || error == EISDIR || error == ENXIO) {
+      failCorrupt(place, path + " is not a regular file");
+    }
+    failCall(place, "open()", path, error);
+  }
+  File file(place, path, fd);
+  if (!S_ISREG(file.status().st_mode)) failCorrupt(place, path + " is not a regular file");
+  return file;
+}
+
+std::optional<File> File::create(const Place& place, const std::string& name, mode_t mode) {
+  const std::string path = place.path(name);
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kOpenFlags, mode);
+  if (fd < 0) {
+    const int error = errno;
+    if (error == EEXIST) return std::nullopt;
+    failCall(place, "open()", path, error);
+  }
+  File file(place, path, fd);
+  file.setMode(mode);
+  return file;
+}
+
+std::optional<File> File::createUnnamed(const Place& place, mode_t mode) {
+  const int fd = ::open(place.directory.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, mode);
+  if (fd < 0) {
+    const int error = errno;
+    if (lacksUnnamedFiles(error)) return std::nullopt;
+    failCall(place, "open()", place.directory, error);
+  }
+  File file(place, place.directory, fd);
+  file.hasName_ = false;
+  file.setMode(mode);
+  return file;
+}
+
+void File::setMode(mode_t mode) const {
+  if (::fchmod(fd(), mode) == 0) return;
+  const int error = errno;
+  failCall(place_, "fchmod()", path_, error);
+}
+
+struct stat File::status() const {
+  struct stat status {};
+  if (::fstat(fd(), &status) != 0) {
+    const int error = errno;
+    failCall(place_, "fstat()", path_, error);
+  }
+  return status;
+}
+
+void File::allocate(uint64_t bytes) const {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0) {
+    const int error = errno;
+    failCall(place_, "getrlimit()", path_, error);
+  }
+  // Beyond the limit the kernel sends a signal that ends the process.
+  if (limit.rlim_cur != RLIM_INFINITY && bytes > limit.rlim_cur) {
+    failCall(place_, "posix_fallocate()", path_, EFBIG);
+  }
+  const auto from = static_cast<uint64_t>(status().st_size);
+  if (bytes <= from) return;
+  int error = 0;
+  do {
+    error = ::posix_fallocate(fd(), static_cast<off_t>(from), static_cast<off_t>(bytes - from));
+  } while (error == EINTR);
+  if (error != 0) failCall(place_, "posix_fallocate()", path_, error);
+}
+
+bool File::tryLock() const {
+  return tryLockAs(F_WRLCK);
+}
+
+bool File::tryLockShared() const {
+  return tryLockAs(F_RDLCK);
+}
+
+bool File::tryLockAs(short type) const {
+  struct flock lock {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  if (::fcntl(fd(), F_OFD_SETLK, &lock) == 0) return true;
+  const int error = errno;
+  if (error == EAGAIN || error == EACCES) return false;
+  failCall(place_, "fcntl(F_OFD_SETLK)", path_, error);
+}
+
+File File::reopen() const {
+  const int fd = ::open(fdPath(this->fd()).c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) {
+    const int error = errno;
+    failCall(place_, "open()", path_, error);
+  }
+  return File(place_, path_, fd);
+}
+
+bool File::linkFrom(const char* source, const std::string& target, int flags) const {
+  if (::linkat(AT_FDCWD, source, AT_FDCWD, target.c_str(), flags) == 0) return true;
+  const int error = errno;
+  if (error == EEXIST) return false;
+  failCall(place_, "linkat()", target, error);
+}
+
+bool File::link(const std::string& name) {
+  const std::string target = place_.path(name);
+  const std::string source = hasName_ ? path_ : fdPath(fd());
+  if (!linkFrom(source.c_str(), target, hasName_ ? 0 : AT_SYMLINK_FOLLOW)) return false;
+  if (hasName_ && ::unlink(path_.c_str()) != 0) {
+    const int error = errno;
+    failCall(place_, "unlink()", path_, error);
+  }
+  path_ = target;
+  hasName_ = true;
+  return true;
+}
+
+void File::rename(const std::string& name) {
+  const std::string target = place_.path(name);
+  if (::rename(path_.c_str(), target.c_str()) != 0) {
+    const int error = errno;
+    failCall(place_, "rename()", target, error);
+  }
+  path_ = target;
+}
+
+bool File::isAt(const std::string& name) const {
+  struct stat there {};
+  if (::lstat(place_.path(name).c_str(), &there) != 0) return false;
+  const struct stat mine = status();
+  return there.st_dev == mine.st_dev && there.st_ino == mine.st_ino;
+}
+
+void removeFile(const Place& place, const std::string& name) {
+  const std::string path = place.path(name);
+  if (::unlink(path.c_str()) == 0) return;
+  const int error = errno;
+  if (error != ENOENT && error != ENOTDIR) failCall(place, "unlink()", path, error);
+}
+
+}  // namespace Zorbe::Table

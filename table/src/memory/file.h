@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "memory/place.h"
+
+namespace Zorbe::Table {
+
+enum class Access { kRead, kWrite };
+
+/// One open file of a table. Owns the descriptor. Failing system calls throw Error.
+class File {
+ public:
+  /// Opens an existing file: nothing when there is none. Throws
+  /// Zorbe::CorruptionDetectedException for what is no regular file; symbolic links are not
+  /// followed.
+  static std::optional<File> open(const Place& place, const std::string& name, Access access);
+
+  /// Makes a new, empty file, with `mode` whatever the umask. Nothing when the name is taken.
+  static std::optional<File> create(const Place& place, const std::string& name, mode_t mode);
+
+  /// The same without a name. Nothing where the file system has no such files.
+  static std::optional<File> createUnnamed(const Place& place, mode_t mode);
+
+  File(File&& other) noexcept;
+  File& operator=(File&& other) noexcept;
+  ~File();
+
+  int fd() const { return fd_; }
+  const std::string& path() const { return path_; }
+
+  /// What fstat(2) says.
+  struct stat status() const;
+
+  /// Gives the file room up to `bytes`, and that length, when it is shorter. A full disk and the
+  /// limit of file sizes are reported here and not by a signal later.
+  void allocate(uint64_t bytes) const;
+
+  /// Takes the exclusive lock of this open file description without waiting; false when
+  /// another process, or a reader that locks the file, has it. Closing releases it.
+  bool tryLock() const;
+
+  /// The same with a shared lock, which a descriptor for reading can take.
+  bool tryLockShared() const;
+
+  /// Another open file description of the same file.
+  File reopen() const;
+
+  /// Gives the file this name instead of the one that it has, if any; false when the name is
+  /// taken.
+  bool link(const std::string& name);
+
+  /// Renames, replacing what has that name.
+  void rename(const std::string& name);
+
+  /// True when `name` is this file, and not another one or none.
+  bool isAt(const std::string& name) const;
+
+ private:
+  File(const Place& place, const std::string& path, int fd) : place_(place), path_(path), fd_(fd) {}
+  void setMode(mode_t mode) const;
+  bool tryLockAs(short type) const;
+  bool linkFrom(const char* source, const std::string& target, int flags) const;
+
+  Place place_;
+  std::string path_;
+  bool hasName_ = true;
+  int fd_;
+};
+
+/// Removes a file; a missing one counts as removed.
+void removeFile(const Place& place, const std::string& name);
+
+}  // namespace Zorbe::Table

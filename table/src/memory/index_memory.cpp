@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#include "memory/index_memory.h"
+
+namespace Zorbe::Table {
+
+std::optional<bool> IndexMemory::insert(Hash hash, uint32_t slot) const {
+  uint64_t bucket = home(hash);
+  for (uint64_t step = 0; step < buckets_; ++step) {
+    const uint64_t entry = relaxed(entries_[bucket]);
+    if (entry == kEmptyBucket || entry == kTombstone) {
+      release(entries_[bucket], uint64_t{hash.tag} << 32 | (slot + 1));
+      return entry == kTombstone;
+    }
+    if (++bucket == buckets_) bucket = 0;
+  }
+  return std::nullopt;
+}
+
+bool IndexMemory::entomb(Hash hash, uint32_t slot) const {
+  return probe(hash, [&](uint64_t bucket, uint32_t found) {
+    if (found != slot) return false;
+    release(entries_[bucket], kTombstone);
+    return true;
+  });
+}
+
+}  // namespace Zorbe::Table

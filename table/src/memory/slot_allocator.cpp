@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#include "memory/slot_allocator.h"
+
+namespace Zorbe::Table {
+
+void SlotAllocator::reserve(uint64_t capacity) {
+  links_.resize(capacity);
+}
+
+std::optional<uint32_t> SlotAllocator::candidate(const SlotMemory& memory, uint64_t oldest) const {
+  if (first_ != kNone && memory.sequenceOf(first_) < oldest) return first_;
+  if (!holes_.empty()) return holes_.back();
+  if (fresh_ < links_.size()) return fresh_;
+  return std::nullopt;
+}
+
+void SlotAllocator::take(uint32_t slot) {
+  if (links_[slot].erased) {
+    unlink(slot);
+  } else if (slot == fresh_) {
+    ++fresh_;
+  } else {
+    holes_.pop_back();
+  }
+}
+
+void SlotAllocator::release(uint32_t slot) {
+  links_[slot] = {kNone, last_, true};
+  (last_ == kNone ? first_ : links_[last_].next) = slot;
+  last_ = slot;
+}
+
+void SlotAllocator::setUsed(uint32_t slot) {
+  for (; fresh_ < slot; ++fresh_) holes_.push_back(fresh_);
+  ++fresh_;
+}
+
+void SlotAllocator::unlink(uint32_t slot) {
+  const Link link = links_[slot];
+  (link.previous == kNone ? first_ : links_[link.previous].next) = link.next;
+  (link.next == kNone ? last_ : links_[link.next].previous) = link.previous;
+  links_[slot] = {};
+}
+
+}  // namespace Zorbe::Table

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "memory/slot_memory.h"
+
+namespace Zorbe::Table {
+
+/// Which slots the next new keys get: the writer's own memory, rebuilt from the slots when a
+/// writer takes over. Once reserve() has made room, nothing here allocates.
+///
+/// An erased record keeps its slot until the log holds no entry of the erasure any more, so that
+/// every follower can learn of it. Erased slots are kept in the order of their erasure.
+class SlotAllocator {
+ public:
+  /// Slots below `capacity` may be used. Those that are new are free.
+  void reserve(uint64_t capacity);
+
+  /// The slot for a new key: one whose erasure is older than `oldest`, or a free one. The slot
+  /// stays where it is until take(). Nothing when there is none.
+  std::optional<uint32_t> candidate(const SlotMemory& memory, uint64_t oldest) const;
+
+  /// The slot now holds a live record; it was free, or erased.
+  void take(uint32_t slot);
+
+  /// The slot's record has been erased, last of all.
+  void release(uint32_t slot);
+
+  /// A writer that takes over: what the slots hold. Calls with ascending slots, those left out
+  /// are free; erased slots are released afterwards.
+  void setUsed(uint32_t slot);
+
+  uint64_t capacity() const { return links_.size(); }
+
+  /// Slots that hold a record, live or erased.
+  uint64_t used() const { return fresh_ - holes_.size(); }
+
+ private:
+  static constexpr uint32_t kNone = UINT32_MAX;
+
+  struct Link {
+    uint32_t next = kNone;
+    uint32_t previous = kNone;
+    bool erased = false;
+  };
+
+  void unlink(uint32_t slot);
+
+  std::vector<Link> links_;
+  std::vector<uint32_t> holes_;  // free slots below fresh_
+  uint32_t fresh_ = 0;           // slots from here on were never used
+  uint32_t first_ = kNone;       // the slot that was erased first
+  uint32_t last_ = kNone;
+};
+
+}  // namespace Zorbe::Table

@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+//
+// How a writer comes by its files. The lock is an open-file-description lock on `slots`, on a
+// descriptor that nothing is mapped from: a mapping would keep the lock beyond the descriptor.
+#include <zorbe/exceptions.h>
+
+#include <algorithm>
+
+#include "memory/table_writer.h"
+
+namespace Zorbe::Table {
+
+namespace {
+
+constexpr const char* kNewSlots = "slots.new";
+constexpr int kAttempts = 16;  // against somebody who replaces the file again and again
+
+[[noreturn]] void failLocked(const Place& place) {
+  throw DuplicateWriterException("table '" + place.table + "': " + place.path(kSlotsFile) +
+                                     " is locked: another process writes this table, perhaps by "
+                                     "another name of its directory, or a reader has locked it",
+                                 0, "", "");
+}
+
+void removeLeftOvers(const Place& place) {
+  for (const char* name : {kNewSlots, "buckets.new", "conquer.1.new", "conquer.2.new"}) {
+    removeFile(place, name);
+  }
+}
+
+Identity newIdentity(const Place& place) {
+  Identity identity = currentBoot(place);
+  identity.incarnation = randomNumber(place);
+  return identity;
+}
+
+void copySlots(const TableWriter& source, const SlotMemory& to) {
+  const SlotMemory& from = source.slots().memory();
+  const uint32_t words = from.geometry().recordWords;
+  for (uint32_t index = 0; index < source.capacity(); ++index) {
+    const Word* read = &from.slot(index).state;
+    Word* write = &to.slot(index).state;
+    for (uint32_t i = 0; i < words; ++i) release(write[i], relaxed(read[i]));
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<TableWriter> TableWriter::open(const WriterOptions& options) {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    std::unique_ptr<TableWriter> table(new TableWriter(options));
+    if (table->tryOpen() && table->isInPlace()) return table;
+  }
+  failLocked(options.place);
+}
+
+bool TableWriter::tryOpen() {
+  std::optional<File> lock;
+  try {
+    lock = File::open(options_.place, kSlotsFile, Access::kWrite);
+  } catch (const CorruptionDetectedException& notAFile) {
+    replace(notAFile.what(), nullptr);
+    return true;
+  } catch (const Error& denied) {
+    if (denied.code() != ErrorCode::denied) throw;
+    replaceOfAnotherUser(denied.what());
+    return true;
+  }
+  if (!lock) return tryCreate();
+  if (!lock->tryLock()) failLocked(options_.place);
+  lock_.emplace(std::move(*lock));
+  return isInPlace() && (continueOrReplace(), true);
+}
+
+// Nothing may be written to a file of another user. Whether that one is still writing shows in
+// its lock, which a shared one conflicts with.
+void TableWriter::replaceOfAnotherUser(const std::string& why) {
+  std::optional<File> theirs = File::open(options_.place, kSlotsFile, Access::kRead);
+  if (theirs && !theirs->tryLockShared()) failLocked(options_.place);
+  replace(why, nullptr);
+}
+
+bool TableWriter::tryCreate() {
+  std::optional<File> lock = File::createUnnamed(options_.place, options_.mode);
+  if (!lock) lock.emplace(createNamed());
+  lock_.emplace(std::move(*lock));
+  if (!lock_->tryLock()) failLocked(options_.place);
+  fillSlots(nullptr);
+  if (!lock_->link(kSlotsFile)) return false;
+  buildIndexAndLog();
+  slots_->complete();
+  return true;
+}
+
+// `slots.new`, which another writer may be about to fill at the same moment.
+File TableWriter::createNamed() {
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    std::optional<File> file = File::create(options_.place, kNewSlots, options_.mode);
+    if (file) return std::move(*file);
+    file = File::open(options_.place, kNewSlots, Access::kWrite);
+    if (file && !file->tryLock()) break;
+    removeFile(options_.place, kNewSlots);
+  }
+  failLocked(options_.place);
+}
+
+void TableWriter::continueOrReplace() {
+  const std::string why = openSlots();
+  if (!why.empty()) return replace(why, nullptr);
+  try {
+    removeLeftOvers(options_.place);
+    takeOver();
+    start_ = Start::kContinued;
+  } catch (const CorruptionDetectedException& corrupt) {
+    replace(corrupt.what(), nullptr);
+  }
+}
+
+// Opens what is there. Returns why it cannot be continued, or nothing.
+std::string TableWriter::openSlots() {
+  SlotFile::Found found{};
+  try {
+    std::optional<SlotFile> slots =
+        SlotFile::open(options_.place, Access::kWrite, found, options_.hints);
+    if (found == SlotFile::Found::kOtherBoot) return "it was written before the machine restarted";
+    if (!slots) return "its first writer was ended before it was complete";
+    if (slots->schema().description != options_.schema.description ||
+        slots->schema().keyBytes != options_.schema.keyBytes ||
+        slots->schema().valueBytes != options_.schema.valueBytes) {
+      return refuseSchema(slots->schema());
+    }
+    slots_.emplace(std::move(*slots));
+    return "";
+  } catch (const CorruptionDetectedException& corrupt) {
+    return corrupt.what();
+  } catch (const Error& error) {
+    if (error.code() != ErrorCode::version || !options_.replaceOtherSchema) throw;
+    return error.what();
+  }
+}
+
+std::string TableWriter::refuseSchema(const Schema& found) const {
+  const std::string text = "its records have another description, in " +
+                           options_.place.path(kSlotsFile) + ":\n" + found.description +
+                           "instead of this program's\n" + options_.schema.description;
+  if (options_.replaceOtherSchema) return text;
+  throw Error(ErrorCode::schema, options_.place.table, "",
+              text + "set Options::replaceOtherSchema to replace the table");
+}
+
+// A new incarnation in the place of what is there. The new file is locked before it gets its
+// name, and `slots` comes last: until then the old table stays what it was.
+void TableWriter::replace(const std::string& why, const TableWriter* source) {
+  const Place& place = options_.place;
+  removeLeftOvers(place);
+  std::optional<File> file = File::create(place, kNewSlots, options_.mode);
+  if (!file || !file->tryLock()) failLocked(place);
+  const std::optional<SlotFile> old(std::move(slots_));
+  const std::optional<File> oldLock(std::move(lock_));  // kept until the new one has its name
+  lock_.emplace(std::move(*file));
+  fillSlots(source);
+  buildIndexAndLog();
+  slots_->complete();
+  if (old) release(old->memory().header().retired, 1);
+  lock_->rename(kSlotsFile);
+  start_ = Start::kReplaced;
+  whyReplaced_ = why;
+}
+
+void TableWriter::fillSlots(const TableWriter* source) {
+  SlotFile::Spec spec;
+  spec.identity = newIdentity(options_.place);
+  spec.schema = options_.schema;
+  spec.maxRecords = options_.maxRecords;
+  spec.capacity = source != nullptr ? source->capacity() : firstCapacity();
+  spec.sequence = source != nullptr ? source->appended() : options_.firstSequence;
+  spec.hints = options_.hints;
+  slots_.emplace(SlotFile::create(options_.place, lock_->reopen(), spec));
+  appended_ = published_ = spec.sequence;
+  if (source == nullptr) return allocator_.reserve(spec.capacity);
+  copySlots(*source, slots_->memory());
+  adoptSlots();
+}
+
+uint64_t TableWriter::firstCapacity() const {
+  const uint64_t wanted = std::max<uint64_t>(options_.records, 1);
+  return options_.maxRecords == 0 ? wanted : std::min(wanted, options_.maxRecords);
+}
+
+void TableWriter::buildIndexAndLog() {
+  rebuildIndex(1);
+  log_.emplace(LogFile::create(options_.place, slots_->identity(), 1, wantedLogEntries(),
+                               appended_ + 1, options_.mode));
+  log_->complete();
+}
+
+// What has taken the old files' place is of no interest, unless somebody writes it: its lock is
+// held until the new file has the name.
+std::unique_ptr<TableWriter> TableWriter::recreate() const {
+  std::optional<File> there;
+  try {
+    there = File::open(options_.place, kSlotsFile, Access::kWrite);
+  } catch (const CorruptionDetectedException&) {  // not a file: replaced all the same
+  }
+  const bool isMine = isInPlace();
+  if (there && !isMine && !there->tryLock()) failLocked(options_.place);
+  std::unique_ptr<TableWriter> table(new TableWriter(options_));
+  table->replace("its files were removed or replaced", this);
+  release(header().retired, 1);
+  if (!table->isInPlace()) failLocked(options_.place);
+  return table;
+}
+
+}  // namespace Zorbe::Table

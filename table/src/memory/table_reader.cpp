@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+#include "memory/table_reader.h"
+
+#include <cstring>
+
+#include "memory/table_writer.h"
+
+namespace Zorbe::Table {
+
+namespace {
+
+// A writer that replaces the table does so in a few steps: how often to look again meanwhile.
+constexpr int kOpenAttempts = 8;
+
+// New indexes that may appear during one search.
+constexpr int kIndexAttempts = 64;
+
+void checkOwner(const ReaderOptions& options, const SlotFile& slots) {
+  if (!options.owner) return;
+  const uid_t found = slots.file().status().st_uid;
+  if (found == *options.owner) return;
+  throw Error(ErrorCode::denied, options.place.table, "",
+              slots.file().path() + " belongs to user " + std::to_string(found) + " and not to " +
+                  std::to_string(*options.owner) + "; see Options::owner");
+}
+
+}  // namespace
+
+TableReader::TableReader(const ReaderOptions& options, std::shared_ptr<const SlotFile> slots)
+    : options_(options),
+      slots_(std::move(slots)),
+      capacity_(slots_->capacity()),
+      valueBytes_(slots_->schema().valueBytes) {}
+
+std::unique_ptr<TableReader> TableReader::open(const ReaderOptions& options) {
+  for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
+    SlotFile::Found found{};
+    std::optional<SlotFile> slots =
+        SlotFile::open(options.place, Access::kRead, found, options.hints);
+    if (!slots) return nullptr;
+    checkOwner(options, *slots);
+    auto shared = std::make_shared<const SlotFile>(std::move(*slots));
+    std::unique_ptr<TableReader> reader(new TableReader(options, std::move(shared)));
+    if (reader->followIndex()) return reader;
+  }
+  return nullptr;
+}
+
+std::unique_ptr<TableReader> TableReader::clone() const {
+  std::unique_ptr<TableReader> reader(new TableReader(options_, slots_));
+  reader->capacity_ = capacity_;
+  reader->valueBytes_ = valueBytes_;
+  static_cast<void>(reader->followIndex());  // without one it searches the slots
+  return reader;
+}
+
+std::unique_ptr<TableReader> TableReader::over(const TableWriter& writer) {
+  ReaderOptions options;
+  options.place = writer.options().place;
+  const std::shared_ptr<const SlotFile> slots(&writer.slots(), [](const SlotFile*) {});
+  std::unique_ptr<TableReader> reader(new TableReader(options, slots));
+  static_cast<void>(reader->followIndex());
+  return reader;
+}
+
+void TableReader::failCorrupt(const std::string& what) const {
+  Table::failCorrupt(options_.place, what);
+}
+
+bool TableReader::get(const uint64_t* key, void* value) {
+  uint32_t slot = 0;
+  return lookUp(key, value, slot) == Lookup::kFound;
+}
+
+std::optional<uint32_t> TableReader::find(const uint64_t* key) {
+  uint32_t slot = 0;
+  if (lookUp(key, nullptr, slot) != Lookup::kFound) return std::nullopt;
+  return slot;
+}
+
+bool TableReader::read(uint32_t slot, const uint64_t* key, void* value) {
+  switch (examine(slot, key, value)) {
+    case Lookup::kFound:
+      return true;
+    case Lookup::kErased:
+      return false;
+    case Lookup::kMissing:
+      break;
+  }
+  return get(key, value);
+}
+
+// What is not in the index that is mapped may be in a newer one.
+TableReader::Lookup TableReader::lookUp(const uint64_t* key, void* value, uint32_t& slot) {
+  for (int attempt = 0; attempt < kIndexAttempts; ++attempt) {
+    if (!index_) return lookUpInSlots(key, value, slot);
+    const Lookup result = lookUpIn(index_->memory(), key, value, slot);
+    if (result != Lookup::kMissing) return result;
+    if (acquire(header().indexGeneration) <= index_->generation()) return result;
+    if (!followIndex()) break;
+  }
+  return lookUpInSlots(key, value, slot);
+}
+
+TableReader::Lookup TableReader::lookUpIn(const IndexMemory& index, const uint64_t* key,
+                                          void* value, uint32_t& slot) {
+  Lookup result = Lookup::kMissing;
+  static_cast<void>(index.probe(index.hash(key, keyWords()), [&](uint64_t, uint32_t candidate) {
+    slot = candidate;
+    result = examine(candidate, key, value);
+    return result != Lookup::kMissing;
+  }));
+  return result;
+}
+
+// Where `buckets` belongs to another table already, and when somebody has overwritten the
+// generation: slow, and right.
+TableReader::Lookup TableReader::lookUpInSlots(const uint64_t* key, void* value, uint32_t& slot) {
+  for (slot = 0; slot < capacity(); ++slot) {
+    const Lookup result = examine(slot, key, value);
+    if (result != Lookup::kMissing) return result;
+  }
+  return Lookup::kMissing;
+}
+
+TableReader::Lookup TableReader::examine(uint32_t slot, const uint64_t* key, void* value) {
+  uint64_t found[kMaxKeyWords];
+  RecordOut out{found, value, valueBytes_};
+  if (!readSlot(slot, out) || out.state == kFree) return Lookup::kMissing;
+  if (std::memcmp(found, key, keyWords() * sizeof *key) != 0) return Lookup::kMissing;
+  return out.state == kLive ? Lookup::kFound : Lookup::kErased;
+}
+
+bool TableReader::readSlot(uint32_t slot, RecordOut& out) {
+  if (slot >= capacity_ && !hasSlot(slot)) return false;
+  if (slots_->memory().read(slot, out)) return true;
+  failCorrupt("the guard of slot " + std::to_string(slot) + " contradicts the image");
+}
+
+uint64_t TableReader::capacity() {
+  static_cast<void>(hasSlot(UINT32_MAX));
+  return capacity_;
+}
+
+// The table may have grown, even beyond the address space that is mapped.
+bool TableReader::hasSlot(uint32_t slot) {
+  if (acquire(header().capacity) <= capacity_) return false;
+  if (const std::optional<uint64_t> capacity = slots_->currentCapacity()) {
+    capacity_ = *capacity;
+  } else {
+    SlotFile::Found found{};
+    std::optional<SlotFile> again =
+        SlotFile::open(options_.place, Access::kRead, found, options_.hints);
+    if (!again || again->identity().incarnation != incarnation()) return false;
+    slots_ = std::make_shared<const SlotFile>(std::move(*again));
+    capacity_ = slots_->capacity();
+  }
+  return slot < capacity_;
+}
+
+bool TableReader::followIndex() {
+  const uint64_t wanted = acquire(header().indexGeneration);
+  std::optional<IndexFile> index =
+      IndexFile::open(options_.place, Access::kRead, slots_->identity(), wanted);
+  if (!index) return false;
+  index_.emplace(std::move(*index));
+  return true;
+}
+
+std::optional<LogFile> TableReader::openLog(uint64_t generation) const {
+  return LogFile::open(options_.place, Access::kRead, slots_->identity(), generation);
+}
+
+}  // namespace Zorbe::Table

@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+//
+// Continuing the table of a writer that was killed at any instruction, or of one that ended.
+// Only the store that it was killed in is undone; everything else that it had begun is kept and
+// published. Killed here, too, the next writer does the same again.
+#include <zorbe/exceptions.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "memory/table_writer.h"
+
+namespace Zorbe::Table {
+
+namespace {
+
+// So many changes nobody makes: beyond it a sequence is not one.
+constexpr uint64_t kMaxSequence = uint64_t{1} << 62;
+
+}  // namespace
+
+void TableWriter::takeOver() {
+  if (!slots_->memory().undoStore(capacity())) {
+    failCorrupt(options_.place, "the image of a record that was being written is not one");
+  }
+  const bool hasIndex = openIndex();
+  const bool hasLog = openLog();
+  appended_ = relaxed(header().published);
+  if (hasLog) keepFinishedStores();
+  const uint64_t newest = adoptSlots();
+  if (!hasIndex || !isIndexWhole()) rebuildIndex(relaxed(header().indexGeneration) + 1);
+  const bool isLogWhole = hasLog && newest <= appended_;
+  appended_ = std::max(appended_, newest);
+  if (!isLogWhole) startNewLog();
+  release(header().retired, 0);
+  published_ = appended_;
+  release(header().published, published_);
+}
+
+// A writer that was killed between the new index and its generation's store leaves the next
+// generation in place.
+bool TableWriter::openIndex() {
+  const uint64_t generation = relaxed(header().indexGeneration);
+  try {
+    std::optional<IndexFile> index =
+        IndexFile::open(options_.place, Access::kWrite, slots_->identity(), generation);
+    if (!index) return false;
+    index_.emplace(std::move(*index));
+  } catch (const CorruptionDetectedException&) {
+    return false;  // it is built again from the slots
+  }
+  release(header().indexGeneration, index_->generation());
+  return true;
+}
+
+bool TableWriter::openLog() {
+  const uint64_t generation = relaxed(header().logGeneration);
+  try {
+    std::optional<LogFile> log =
+        LogFile::open(options_.place, Access::kWrite, slots_->identity(), generation);
+    if (!log) return false;
+    log_.emplace(std::move(*log));
+  } catch (const CorruptionDetectedException&) {
+    return false;  // readers read everything again
+  }
+  removeFile(options_.place, logFileOf(generation + 1));
+  return true;
+}
+
+// What was put and not published. The log's entry comes first, the index's last, so a slot may
+// lack the latter: also one whose former key was taken out of the index for a new one that never
+// came.
+void TableWriter::keepFinishedStores() {
+  const SlotMemory& memory = slots_->memory();
+  for (uint64_t step = 0; step < log_->entries(); ++step) {
+    const uint64_t sequence = appended_ + 1;
+    const uint64_t entry = relaxed(log_->entry(sequence));
+    const auto slot = static_cast<uint32_t>(entry);
+    if (!hasTag(entry, sequence) || slot >= capacity()) return;
+    if (index_ && memory.stateOf(slot) != kFree) enterIfMissing(slot);
+    if (memory.sequenceOf(slot) < sequence) return;  // not begun, or undone
+    appended_ = sequence;
+  }
+}
+
+void TableWriter::enterIfMissing(uint32_t slot) {
+  uint64_t key[kMaxKeyWords];
+  readKey(slot, key);
+  if (!find(key, hash(key))) static_cast<void>(index_->memory().insert(hash(key), slot));
+}
+
+// Takes over what the slots hold. Returns the newest sequence among them.
+uint64_t TableWriter::adoptSlots() {
+  const SlotMemory& memory = slots_->memory();
+  allocator_.reserve(capacity());
+  std::vector<std::pair<uint64_t, uint32_t>> erased;
+  uint64_t newest = 0;
+  size_ = 0;
+  for (uint32_t slot = 0; slot < capacity(); ++slot) {
+    const uint64_t state = memory.stateOf(slot);
+    const uint64_t sequence = memory.sequenceOf(slot);
+    if (memory.isBeingStored(slot) || state > kErased || sequence > kMaxSequence) {
+      failCorrupt(options_.place, "slot " + std::to_string(slot) + " holds no record");
+    }
+    if (state == kFree) continue;
+    allocator_.setUsed(slot);
+    newest = std::max(newest, sequence);
+    if (state == kErased) erased.emplace_back(sequence, slot);
+    size_ += state == kLive ? 1 : 0;
+  }
+  std::sort(erased.begin(), erased.end());
+  for (const auto& [sequence, slot] : erased) allocator_.release(slot);
+  return newest;
+}
+
+// One entry for each slot in use, and none for another.
+bool TableWriter::isIndexWhole() {
+  const IndexMemory& index = index_->memory();
+  uint64_t entries = 0;
+  usedBuckets_ = 0;
+  for (uint64_t bucket = 0; bucket < index.buckets(); ++bucket) {
+    const uint64_t entry = relaxed(index.entry(bucket));
+    if (entry == kEmptyBucket) continue;
+    ++usedBuckets_;
+    if (entry == kTombstone) continue;
+    const uint32_t slot = static_cast<uint32_t>(entry) - 1;
+    if (slot >= capacity() || slots_->memory().stateOf(slot) == kFree) return false;
+    ++entries;
+  }
+  return entries == allocator_.used();
+}
+
+void TableWriter::startNewLog() {
+  const uint64_t generation = relaxed(header().logGeneration) + 1;
+  LogFile fresh = LogFile::create(options_.place, slots_->identity(), generation,
+                                  wantedLogEntries(), appended_ + 1, options_.mode);
+  fresh.complete();
+  release(header().logGeneration, generation);
+  log_.emplace(std::move(fresh));
+  removeFile(options_.place, logFileOf(generation + 1));
+}
+
+// Whoever may write the files may have overwritten what must not change. What follows from it
+// for readers is over when it is stored again.
+void TableWriter::repairHeaders() {
+  const auto repair = [](Word& word, uint64_t value) {
+    if (relaxed(word) != value) release(word, value);
+  };
+  SlotsHeader& head = header();
+  const Identity& identity = slots_->identity();
+  repair(head.keyBytes, slots_->schema().keyBytes);
+  repair(head.valueBytes, slots_->schema().valueBytes);
+  repair(head.descriptionBytes, slots_->schema().description.size());
+  repair(head.maxRecords, options_.maxRecords);
+  repair(head.published, published_);
+  repair(head.indexGeneration, index_->generation());
+  repair(head.logGeneration, log_->generation());
+  repair(head.capacity, capacity());
+  repair(head.retired, 0);
+  repair(head.prologue.byteOrder, kByteOrder);
+  repair(head.prologue.version, kVersion);
+  repair(head.prologue.incarnation, identity.incarnation);
+  repair(head.prologue.bootLow, identity.bootLow);
+  repair(head.prologue.bootHigh, identity.bootHigh);
+  repair(head.prologue.magic, magicOf(kSlotsMagic));
+}
+
+}  // namespace Zorbe::Table

@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+#include "memory/table_writer.h"
+
+#include <time.h>
+
+namespace Zorbe::Table {
+
+namespace {
+
+uint64_t wallClock() {
+  timespec now{};
+  static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));  // cannot fail for this clock
+  return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+}  // namespace
+
+TableWriter::TableWriter(const WriterOptions& options) : options_(options) {}
+
+Hash TableWriter::hash(const uint64_t* key) const {
+  return index_->memory().hash(key, slots_->memory().geometry().keyWords);
+}
+
+void TableWriter::readKey(uint32_t slot, uint64_t* key) const {
+  const SlotMemory& memory = slots_->memory();
+  const uint32_t words = memory.geometry().keyWords;
+  for (uint32_t i = 0; i < words; ++i) key[i] = relaxed(memory.slot(slot).key[i]);
+}
+
+// The slot of a key, live or erased.
+std::optional<uint32_t> TableWriter::find(const uint64_t* key, Hash hash) const {
+  std::optional<uint32_t> found;
+  const SlotMemory& memory = slots_->memory();
+  static_cast<void>(index_->memory().probe(hash, [&](uint64_t, uint32_t slot) {
+    if (slot >= capacity() || !memory.keyIs(slot, key)) return false;
+    found = slot;
+    return true;
+  }));
+  return found;
+}
+
+void TableWriter::put(const uint64_t* key, const void* value) {
+  const SlotMemory& memory = slots_->memory();
+  const std::optional<uint32_t> slot = find(key, hash(key));
+  const bool isNew = !slot || memory.stateOf(*slot) != kLive;
+  if (isNew) checkLimit();
+  if (!slot) makeRoom();
+  publishBeforeTheLogIsFull();
+  const uint64_t sequence = appended_ + 1;
+  if (slot) {
+    noteChange(sequence, *slot);
+    memory.store(*slot, {kLive, sequence, key, value});
+    if (isNew) allocator_.take(*slot);
+  } else {
+    putNew(sequence, key, value);
+  }
+  if (isNew) ++size_;
+  appended_ = sequence;
+}
+
+// The order matters: a reader never finds an entry of the index before its record, and a writer
+// that takes over finds what was begun from the log's entry.
+void TableWriter::putNew(uint64_t sequence, const uint64_t* key, const void* value) {
+  const SlotMemory& memory = slots_->memory();
+  const uint32_t slot = *allocator_.candidate(memory, oldestLogged());
+  noteChange(sequence, slot);
+  if (memory.stateOf(slot) == kErased) entombKeyOf(slot);
+  memory.store(slot, {kLive, sequence, key, value});
+  if (!*index_->memory().insert(hash(key), slot)) ++usedBuckets_;
+  allocator_.take(slot);
+}
+
+void TableWriter::entombKeyOf(uint32_t slot) {
+  uint64_t key[kMaxKeyWords];
+  readKey(slot, key);
+  static_cast<void>(index_->memory().entomb(hash(key), slot));
+}
+
+bool TableWriter::erase(const uint64_t* key) {
+  const SlotMemory& memory = slots_->memory();
+  const std::optional<uint32_t> slot = find(key, hash(key));
+  if (!slot || memory.stateOf(*slot) != kLive) return false;
+  publishBeforeTheLogIsFull();
+  const uint64_t sequence = appended_ + 1;
+  noteChange(sequence, *slot);
+  memory.store(*slot, {kErased, sequence, key, nullptr});
+  allocator_.release(*slot);
+  --size_;
+  appended_ = sequence;
+  return true;
+}
+
+void TableWriter::noteChange(uint64_t sequence, uint32_t slot) {
+  release(log_->entry(sequence), packEntry(sequence, slot));
+}
+
+// What the log does not hold when the next change is in it.
+uint64_t TableWriter::oldestLogged() const {
+  const uint64_t next = appended_ + 1;
+  return next >= log_->entries() ? next - log_->entries() + 1 : 0;
+}
+
+void TableWriter::publishBeforeTheLogIsFull() {
+  if (appended_ + 1 - published_ > log_->entries() / 4) static_cast<void>(publish());
+}
+
+bool TableWriter::publish() {
+  if (published_ == appended_) return false;
+  published_ = appended_;
+  release(header().publishedAt, wallClock());
+  release(header().published, published_);
+  return true;
+}
+
+bool TableWriter::get(const uint64_t* key, void* value) const {
+  const SlotMemory& memory = slots_->memory();
+  const std::optional<uint32_t> slot = find(key, hash(key));
+  if (!slot || memory.stateOf(*slot) != kLive) return false;
+  if (value == nullptr) return true;
+  uint64_t ignored[kMaxKeyWords];
+  RecordOut out{ignored, value, memory.geometry().valueBytes};
+  return memory.read(*slot, out);
+}
+
+bool TableWriter::isInPlace() const {
+  return lock_->isAt(kSlotsFile);
+}
+
+}  // namespace Zorbe::Table

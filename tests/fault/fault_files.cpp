@@ -7,6 +7,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/random.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -14,8 +17,10 @@
 #include <cstring>
 
 using Zorbe::Test::Fault::Call;
+using Zorbe::Test::Fault::consult;
 using Zorbe::Test::Fault::examine;
 using Zorbe::Test::Fault::Intercept;
+using Zorbe::Test::Fault::outcome;
 using Zorbe::Test::Fault::runOnPath;
 using Zorbe::Test::Fault::WhenStruck;
 
@@ -101,6 +106,47 @@ int mkdir(const char* path, mode_t mode) noexcept {
 int mkdirat(int fd, const char* path, mode_t mode) noexcept {
   return Intercept<int(int, const char*, mode_t)>::run(Call::mkdiratCall, {fd, path}, fd, path,
                                                        mode);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  return Intercept<int(const char*, const char*)>::run(Call::renameCall, {-1, from}, from, to);
+}
+
+int linkat(int fromFd, const char* from, int toFd, const char* to, int flags) noexcept {
+  return Intercept<int(int, const char*, int, const char*, int)>::run(
+      Call::linkatCall, {-1, to}, fromFd, from, toFd, to, flags);
+}
+
+// Returns the error instead of setting errno.
+int posix_fallocate(int fd, off_t offset, off_t length) {
+  const auto rule = consult(Call::posix_fallocateCall, {fd});
+  if (rule && rule->replaces) return rule->error;
+  return Intercept<int(int, off_t, off_t)>::next(Call::posix_fallocateCall)(fd, offset, length);
+}
+
+// Those that fail return MAP_FAILED and not null.
+void* mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset) noexcept {
+  const auto rule = consult(Call::mmapCall, {fd});
+  if (rule && rule->replaces) return static_cast<void>(outcome<int>(*rule)), MAP_FAILED;
+  return Intercept<void*(void*, size_t, int, int, int, off_t)>::next(Call::mmapCall)(
+      address, length, protection, flags, fd, offset);
+}
+
+void* mremap(void* address, size_t oldLength, size_t length, int flags, ...) noexcept {
+  const auto rule = consult(Call::mremapCall, {});
+  if (rule && rule->replaces) return static_cast<void>(outcome<int>(*rule)), MAP_FAILED;
+  return Intercept<void*(void*, size_t, size_t, int)>::next(Call::mremapCall)(address, oldLength,
+                                                                              length, flags);
+}
+
+ssize_t getrandom(void* data, size_t size, unsigned flags) {
+  return Intercept<ssize_t(void*, size_t, unsigned)>::run(Call::getrandomCall, {}, data, size,
+                                                          flags);
+}
+
+int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept {
+  return Intercept<int(__rlimit_resource_t, rlimit*)>::run(Call::getrlimitCall, {}, resource,
+                                                           limit);
 }
 
 int rmdir(const char* path) noexcept {

@@ -16,10 +16,11 @@
   X(accept) X(accept4) X(bind) X(chmod) X(clock_gettime) X(close) X(closedir) X(connect)      \
   X(dup) X(dup2) X(dup3)                                                                      \
   X(epoll_create1) X(epoll_ctl) X(epoll_wait) X(eventfd) X(fchmod) X(fclose) X(fcntl)         \
-  X(fopen) X(fstat) X(getcwd) X(getpid) X(getsockname) X(getsockopt)              \
+  X(fopen) X(fstat) X(getcwd) X(getpid) X(getrandom) X(getrlimit) X(getsockname) X(getsockopt) \
   X(inotify_add_watch)                                                                        \
-  X(inotify_init1) X(inotify_rm_watch) X(listen) X(lstat) X(mkdir) X(mkdirat) X(open)         \
-  X(openat) X(opendir) X(poll) X(read) X(readdir) X(readlink) X(recv) X(recvmsg) X(rmdir)     \
+  X(inotify_init1) X(inotify_rm_watch) X(linkat) X(listen) X(lstat) X(mkdir) X(mkdirat)       \
+  X(mmap) X(mremap) X(open) X(openat) X(opendir) X(poll) X(posix_fallocate) X(read) X(readdir) X(readlink) X(recv) X(recvmsg)     \
+  X(rename) X(rmdir) \
   X(send) X(sendmsg) X(setns) X(setsockopt) X(socket) X(stat) X(strerror) X(timerfd_create)   \
   X(timerfd_settime) X(umask) X(unlink) X(write) X(writev)
 // clang-format on
@@ -36,9 +37,12 @@ inline const char* symbolOf(const char* name) {
       {"fopen", "fopen64"},
       {"fstat", "__fstat64_time64"},
       {"getsockopt", "__getsockopt64"},
+      {"getrlimit", "getrlimit64"},
       {"lstat", "__lstat64_time64"},
+      {"mmap", "mmap64"},
       {"open", "open64"},
       {"openat", "openat64"},
+      {"posix_fallocate", "posix_fallocate64"},
       {"readdir", "readdir64"},
       {"recvmsg", "__recvmsg64"},
       {"sendmsg", "__sendmsg64"},

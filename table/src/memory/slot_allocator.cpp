@@ -3,7 +3,11 @@
 
 namespace Zorbe::Table {
 
-void SlotAllocator::reserve(uint64_t capacity) {
+void SlotAllocator::prepare(uint64_t capacity) {
+  links_.reserve(capacity);
+}
+
+void SlotAllocator::extend(uint64_t capacity) {
   links_.resize(capacity);
 }
 

@@ -10,14 +10,17 @@
 namespace Zorbe::Table {
 
 /// Which slots the next new keys get: the writer's own memory, rebuilt from the slots when a
-/// writer takes over. Once reserve() has made room, nothing here allocates.
+/// writer takes over. Once prepare() has made room, nothing here allocates.
 ///
 /// An erased record keeps its slot until the log holds no entry of the erasure any more, so that
 /// every follower can learn of it. Erased slots are kept in the order of their erasure.
 class SlotAllocator {
  public:
+  /// Allocates what `capacity` slots need; they may not be used yet.
+  void prepare(uint64_t capacity);
+
   /// Slots below `capacity` may be used. Those that are new are free.
-  void reserve(uint64_t capacity);
+  void extend(uint64_t capacity);
 
   /// The slot for a new key: one whose erasure is older than `oldest`, or a free one. The slot
   /// stays where it is until take(). Nothing when there is none.

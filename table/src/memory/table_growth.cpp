@@ -52,8 +52,9 @@ void TableWriter::growRecords() {
     grown = std::min(grown, std::max(slots + 1, options_.maxRecords + log_->entries()));
   }
   grown = std::min(grown, kMaxSlots);
-  allocator_.reserve(grown);
+  allocator_.prepare(grown);
   slots_->grow(grown);
+  allocator_.extend(grown);
   try {
     enlargeLog();
   } catch (const Error&) {

@@ -177,7 +177,7 @@ void TableWriter::fillSlots(const TableWriter* source) {
   spec.hints = options_.hints;
   slots_.emplace(SlotFile::create(options_.place, lock_->reopen(), spec));
   appended_ = published_ = spec.sequence;
-  if (source == nullptr) return allocator_.reserve(spec.capacity);
+  if (source == nullptr) return allocator_.extend(spec.capacity);
   copySlots(*source, slots_->memory());
   adoptSlots();
 }

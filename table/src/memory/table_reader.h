@@ -38,6 +38,8 @@ class TableReader {
   /// must neither grow nor be destroyed while it lives.
   static std::unique_ptr<TableReader> over(const TableWriter& writer);
 
+  /// What the records look like, says the file: to be compared with what the caller has room for
+  /// before any record is read.
   const Schema& schema() const { return slots_->schema(); }
   uint64_t incarnation() const { return slots_->identity().incarnation; }
   uint32_t keyWords() const { return slots_->memory().geometry().keyWords; }

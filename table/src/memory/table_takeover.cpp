@@ -93,7 +93,7 @@ void TableWriter::enterIfMissing(uint32_t slot) {
 // Takes over what the slots hold. Returns the newest sequence among them.
 uint64_t TableWriter::adoptSlots() {
   const SlotMemory& memory = slots_->memory();
-  allocator_.reserve(capacity());
+  allocator_.extend(capacity());
   std::vector<std::pair<uint64_t, uint32_t>> erased;
   uint64_t newest = 0;
   size_ = 0;

@@ -9,9 +9,9 @@ namespace Zorbe::Test {
 namespace {
 
 using Table::Follower;
-using Table::SlotMemory;
 using Table::relaxed;
 using Table::release;
+using Table::SlotMemory;
 using Table::TableReader;
 using testing::IsEmpty;
 

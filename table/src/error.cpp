@@ -6,6 +6,7 @@ namespace Zorbe::Table {
 namespace {
 
 std::string compose(const std::string& table, const std::string& key, const std::string& text) {
+  if (table.empty()) return text;
   const std::string subject = "table '" + table + "'";
   return key.empty() ? subject + ": " + text : subject + ", key " + key + ": " + text;
 }

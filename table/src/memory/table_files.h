@@ -5,6 +5,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <zorbe/table/schema.h>
 
 #include <memory>
 #include <optional>
@@ -17,13 +18,6 @@
 #include "memory/slot_memory.h"
 
 namespace Zorbe::Table {
-
-/// What a table's records look like.
-struct Schema {
-  uint32_t keyBytes = 0;
-  uint32_t valueBytes = 0;
-  std::string description;  // see description.h
-};
 
 /// `slots`: the records.
 class SlotFile {

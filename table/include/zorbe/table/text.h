@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <ostream>
+#include <string_view>
+#include <type_traits>
+
+namespace Zorbe::Table {
+
+/// Text of at most `N` bytes: a key, or a field of a record. The bytes after the text are zero,
+/// so that equal texts have equal representations; zero bytes inside of it are allowed.
+///
+/// Lies in a table as N bytes (one more when N is odd and above 255) and their length, which has
+/// one byte up to 255 and two above.
+template <size_t N>
+class Text {
+  static_assert(N > 0 && N <= 65535, "a Text has room for 1 to 65535 bytes");
+
+ public:
+  static constexpr size_t kCapacity = N;
+
+  constexpr Text() = default;
+
+  /// What does not fit is cut off; look at fits() before where that matters.
+  Text(std::string_view text) : length_(static_cast<Length>(text.size() < N ? text.size() : N)) {
+    std::memcpy(bytes_, text.data(), length_);
+  }
+  Text(const char* text) : Text(std::string_view(text)) {}
+
+  static constexpr bool fits(std::string_view text) { return text.size() <= N; }
+
+  /// The text, valid for as long as this object is. Never longer than N, whatever the memory
+  /// that the object was read from holds.
+  std::string_view view() const { return {bytes_, length_ < N ? length_ : N}; }
+
+  friend bool operator==(const Text& a, const Text& b) { return a.view() == b.view(); }
+  friend bool operator!=(const Text& a, const Text& b) { return !(a == b); }
+  friend bool operator<(const Text& a, const Text& b) { return a.view() < b.view(); }
+  friend std::ostream& operator<<(std::ostream& out, const Text& text) {
+    return out << text.view();
+  }
+
+ private:
+  using Length = std::conditional_t<(N > 255), uint16_t, uint8_t>;
+
+  char bytes_[N > 255 ? N + N % 2 : N] = {};
+  Length length_ = 0;
+};
+
+}  // namespace Zorbe::Table
+
+template <size_t N>
+struct std::hash<Zorbe::Table::Text<N>> {
+  size_t operator()(const Zorbe::Table::Text<N>& text) const noexcept {
+    return std::hash<std::string_view>()(text.view());
+  }
+};

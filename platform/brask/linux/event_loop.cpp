@@ -2,6 +2,7 @@
 #include "brask/linux/event_loop.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "brask/linux/current_loop.h"
 #include "brask/linux/loop.h"
@@ -10,35 +11,35 @@ namespace Brask::Linux {
 
 namespace {
 
-struct Current {
-  EventLoop* eventLoop = nullptr;
-  Loop* loop = nullptr;
-};
-
-thread_local Current current_;
-
-const Current& requireCurrent() {
-  if (current_.loop == nullptr) throw std::logic_error("this thread has no event loop");
-  return current_;
-}
+thread_local EventLoop* current_ = nullptr;
 
 }  // namespace
 
 EventLoop::EventLoop() {
-  if (current_.loop != nullptr) throw std::logic_error("this thread has an event loop already");
+  if (current_ != nullptr) throw std::logic_error("this thread has an event loop already");
   loop_ = std::make_unique<Loop>();
-  current_ = {this, loop_.get()};
+  current_ = this;
 }
 
+EventLoop::EventLoop(Unbound /*unbound*/) : loop_(std::make_unique<Loop>()) {}
+
 EventLoop::~EventLoop() {
-  if (current_.eventLoop == this) current_ = {};
+  if (current_ == this) current_ = nullptr;
 }
 
 EventLoop& EventLoop::current() {
-  return *requireCurrent().eventLoop;
+  if (current_ == nullptr) throw std::logic_error("this thread has no event loop");
+  return *current_;
+}
+
+EventLoop::Use::Use(EventLoop& loop) noexcept : former_(std::exchange(current_, &loop)) {}
+
+EventLoop::Use::~Use() {
+  current_ = former_;
 }
 
 void EventLoop::run() {
+  const Use use(*this);
   loop_->run();
 }
 
@@ -47,6 +48,7 @@ void EventLoop::stop() noexcept {
 }
 
 [[gnu::hot]] bool EventLoop::turn(double maxWaitSeconds) {
+  const Use use(*this);
   return loop_->turn(maxWaitSeconds);
 }
 
@@ -55,7 +57,7 @@ int EventLoop::fd() const noexcept {
 }
 
 Loop& currentLoop() {
-  return *requireCurrent().loop;
+  return *EventLoop::current().loop_;
 }
 
 }  // namespace Brask::Linux

@@ -19,10 +19,11 @@
 namespace Brask::Linux {
 
 class Loop;
+Loop& currentLoop();
 
 /// Calls the handlers of its controls when their descriptor, timer or path has
-/// something to tell. Belongs to the thread that made it; only stop() may be
-/// called from elsewhere. Not for use across fork().
+/// something to tell. Belongs to the thread that made it, unless it is unbound; only
+/// stop() may be called from elsewhere. Not for use across fork().
 ///
 /// A callback may do anything to any control, delete controls and handlers, its
 /// own included, and call stop(). It must not delete the loop. No callback comes
@@ -47,6 +48,12 @@ class EventLoop {
   /// Becomes the loop of the calling thread. Throws std::logic_error when the
   /// thread has one, std::system_error when the kernel refuses a descriptor.
   EventLoop();
+
+  /// For a loop that no thread owns: any thread may use it, one at a time. Its
+  /// callbacks find it as the current loop; elsewhere a Use makes it current.
+  struct Unbound {};
+  explicit EventLoop(Unbound unbound);
+
   ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
@@ -75,7 +82,23 @@ class EventLoop {
   /// by another loop, which then calls turn(0). Stays the loop's. Not to be read.
   int fd() const noexcept;
 
+  /// While one lives, this loop is the current one of the calling thread, so that the
+  /// getters hand out its controls. They nest; the thread's former loop, if any, is
+  /// current again afterwards. Ends on the thread that it began on, before the loop.
+  class Use {
+   public:
+    explicit Use(EventLoop& loop) noexcept;
+    ~Use();
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+   private:
+    EventLoop* former_;
+  };
+
  private:
+  friend Loop& currentLoop();
+
   std::unique_ptr<Loop> loop_;
 };
 

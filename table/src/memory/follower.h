@@ -35,6 +35,12 @@ class Follower {
   /// cannot be opened; the next call then begins again.
   std::optional<Change> next(uint64_t* key, void* value);
 
+  /// Whether next() would deliver something. True also for changes that turn out to have been
+  /// delivered already.
+  bool hasNext() const {
+    return mode_ != Mode::kFollow || cursor_ < passEnd_ || reader_.published() != position_;
+  }
+
   /// Everything up to this sequence has been delivered. Falls only with a kReset.
   uint64_t position() const { return position_; }
 

@@ -65,7 +65,7 @@ inline constexpr size_t kDescriptionWords = 2048;
 inline constexpr size_t kStatusWords = 1024;  // of one of the two copies
 
 /// What a slot holds. A slot that was never used has only zero words.
-enum State : uint64_t { kFree = 0, kLive = 1, kErased = 2 };
+enum SlotState : uint64_t { kFree = 0, kLive = 1, kErased = 2 };
 
 /// The first line of every file.
 struct alignas(kLine) Prologue {
@@ -97,7 +97,7 @@ struct SlotsHeader {
   Word logGeneration;
   Word capacity;  // slots
   Word retired;   // 1: look whether `slots` is another file now
-  Word origin;    // where the records come from: see status.h
+  Word origin;    // where the records come from: see origin.h
 
   // Who reads: two copies, and which one is valid.
   alignas(kLine) Word statusSelector;

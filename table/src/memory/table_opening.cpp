@@ -178,6 +178,7 @@ void TableWriter::fillSlots(const TableWriter* source) {
   slots_.emplace(SlotFile::create(options_.place, lock_->reopen(), spec));
   appended_ = published_ = spec.sequence;
   if (source == nullptr) return allocator_.extend(spec.capacity);
+  release(header().origin, relaxed(source->header().origin));
   copySlots(*source, slots_->memory());
   adoptSlots();
 }

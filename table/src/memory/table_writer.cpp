@@ -122,6 +122,21 @@ bool TableWriter::get(const uint64_t* key, void* value) const {
   return memory.read(*slot, out);
 }
 
+bool TableWriter::scan(uint64_t& cursor, uint64_t* key, void* value) const {
+  const SlotMemory& memory = slots_->memory();
+  while (cursor < capacity()) {
+    const auto slot = static_cast<uint32_t>(cursor++);
+    if (memory.stateOf(slot) != kLive) continue;
+    RecordOut out{key, value, memory.geometry().valueBytes};
+    return memory.read(slot, out);
+  }
+  return false;
+}
+
+void TableWriter::setOrigin(Origin origin) {
+  release(header().origin, OriginWord::pack(origin, wallClock()));
+}
+
 bool TableWriter::isInPlace() const {
   return lock_->isAt(kSlotsFile);
 }

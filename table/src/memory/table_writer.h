@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 
+#include "memory/origin.h"
 #include "memory/slot_allocator.h"
 #include "memory/table_files.h"
 
@@ -61,6 +62,12 @@ class TableWriter {
 
   /// Whether the key has a record, which is copied to `value` unless that is null.
   bool get(const uint64_t* key, void* value) const;
+
+  /// The next record from slot `cursor` on, with its key; false after the last one.
+  bool scan(uint64_t& cursor, uint64_t* key, void* value) const;
+
+  /// Where the records come from, for readers.
+  void setOrigin(Origin origin);
 
   /// The writer that goes on after the files were removed or replaced: new files of a new
   /// incarnation with the same records. This one is of no use afterwards. Throws like open(),

@@ -36,10 +36,14 @@ class Error : public Brask::Exception {
   const std::string& table() const { return table_; }
   const std::string& key() const { return key_; }
 
+  /// What failed and what to do, without table and key.
+  const std::string& detail() const { return detail_; }
+
  private:
   ErrorCode code_;
   std::string table_;
   std::string key_;
+  std::string detail_;
 };
 
 }  // namespace Zorbe::Table

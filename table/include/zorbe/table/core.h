@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: MIT
+//
+// The table without types: keys as words, values as bytes. What Writer, Reader, LoopWriter and
+// LoopReader are made of; programs use those.
+//
+// A key is passed as its bytes, padded with zero bytes to whole 64-bit words; a value as exactly
+// `valueBytes` bytes.
+#pragma once
+
+#include <zorbe/table/error.h>
+#include <zorbe/table/options.h>
+#include <zorbe/table/schema.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#pragma GCC visibility push(default)
+
+namespace Zorbe::Table {
+
+/// The writing side in an event loop of the contracts: everything runs on that loop's thread.
+/// While the loop turns, readers are accepted and woken, and what was put is published after a
+/// millisecond at the latest.
+class WriterCore {
+ public:
+  /// Becomes the table's writer: creates it, or continues the one that is there. Throws
+  /// Zorbe::DuplicateWriterException when there is a writer, Error for anything else; what is
+  /// there then stays as it is. The loop's getters have to work on this thread.
+  WriterCore(const std::string& name, const Options& options, const Schema& schema);
+  WriterCore(const WriterCore&) = delete;
+  WriterCore& operator=(const WriterCore&) = delete;
+
+  /// Publishes, and stops being the writer.
+  ~WriterCore();
+
+  /// Stores a record. Throws Error (full, noSpace) with the table unchanged.
+  void put(const uint64_t* key, const void* value);
+
+  /// Erases a record; false when there is none.
+  bool erase(const uint64_t* key);
+
+  /// Shows followers what was put and erased, and wakes those that sleep.
+  void publish();
+
+  /// Copies a record, unless `value` is null; false when there is none.
+  bool get(const uint64_t* key, void* value) const;
+
+  /// The next record from `cursor` on, which starts at 0; false after the last one.
+  bool scan(uint64_t& cursor, uint64_t* key, void* value) const;
+
+  /// Records.
+  uint64_t size() const;
+
+  /// Says where the records come from; readers see it in Info.
+  void setOrigin(Origin origin);
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+/// One thread's way to read a table. Follows a new table in the old one's place by itself.
+class ViewCore {
+ public:
+  class Shared;
+
+  explicit ViewCore(std::shared_ptr<Shared> shared);
+  ViewCore(ViewCore&& other) noexcept;
+  ViewCore& operator=(ViewCore&& other) noexcept;
+  ~ViewCore();
+
+  /// Copies a record, unless `value` is null; false when there is none, or no table. Throws
+  /// Zorbe::CorruptionDetectedException when the table contradicts itself.
+  bool get(const uint64_t* key, void* value);
+
+  /// Where a key's record is, for read(); nothing when there is none.
+  struct Place {
+    uint64_t incarnation;
+    uint32_t slot;
+  };
+  std::optional<Place> find(const uint64_t* key);
+
+  /// The same as get(), without searching.
+  bool read(const Place& place, const uint64_t* key, void* value);
+
+  /// The next record from `cursor` on, which starts at 0; false after the last one.
+  bool scan(uint64_t& cursor, uint64_t* key, void* value);
+
+  /// Another one for any thread. Callable from any thread.
+  ViewCore clone() const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+/// The reading side in an event loop of the contracts: everything but view() runs on that loop's
+/// thread. It connects, follows the next writer and a table that is removed and made again by
+/// itself, and creates nothing.
+class ReaderCore {
+ public:
+  ReaderCore(const std::string& name, const Options& options, const Schema& schema);
+  ReaderCore(const ReaderCore&) = delete;
+  ReaderCore& operator=(const ReaderCore&) = delete;
+  ~ReaderCore();
+
+  struct Change {
+    Kind kind;
+    uint64_t sequence;
+  };
+
+  /// The next change, if there is one; never waits. `key` and `value` are set for `put`, `key`
+  /// for `erased`. Throws once for each table that cannot be read: Error (schema, version,
+  /// denied) or Zorbe::CorruptionDetectedException.
+  std::optional<Change> next(uint64_t* key, void* value);
+
+  /// Whether next() has something to deliver, or to throw.
+  bool hasNext() const;
+
+  /// Called from the loop whenever hasNext() has become true; null at first. Must not destroy
+  /// this object.
+  void onReady(void (*function)(void* context), void* context);
+
+  /// Looks whether the table is still the one in its place. Returns whether another one was
+  /// mapped.
+  bool refresh();
+
+  State state() const;
+  Info info() const;
+
+  /// For any thread.
+  ViewCore view() const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace Zorbe::Table
+
+#pragma GCC visibility pop

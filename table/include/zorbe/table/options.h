@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brask/platform.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Zorbe::Table {
+
+/// How a table is made, and how it is opened. What only one side looks at says so.
+struct Options {
+  /// The directory in which the tables' directories are. Empty: from the environment, see
+  /// Zorbe::RootPath.
+  std::string root;
+
+  /// What the key is called in the table's description, unless it is a struct.
+  std::string keyName = "key";
+
+  size_t records = 1024;   ///< writer: room from the start, in records
+  size_t maxRecords = 0;   ///< writer: never more records than these; 0: as far as memory goes
+  size_t logEntries = 0;   ///< writer: changes that a follower may be behind; 0: by `records`
+  mode_t mode = 0644;      ///< writer: of the files, whatever the umask
+  double waitForLock = 0;  ///< writer: seconds to wait for another writer to end
+
+  /// Writer: replaces a table of another description; otherwise that throws Error.
+  bool replaceOtherSchema = false;
+
+  /// Reader: refuses files of other users than this one.
+  std::optional<uid_t> owner;
+
+  bool populate = false;   ///< maps all pages at once (MAP_POPULATE)
+  bool hugePages = false;  ///< asks for huge pages (MADV_HUGEPAGE)
+
+  /// Where messages go; outlives the object. Null: level 0 to standard error.
+  Brask::Platform::DebugHandler* log = nullptr;
+};
+
+/// How a reader stands with its table.
+enum class State {
+  waiting,    ///< there is no table yet: get() finds nothing
+  connected,  ///< the writer is there, and followed
+  orphaned,   ///< there is no writer: the records stay as they are
+  refused,    ///< the table cannot be read by this program: see next()
+};
+
+/// What next() delivers.
+enum class Kind {
+  put,       ///< a record, with its newest value
+  erased,    ///< the record of a key was erased
+  reset,     ///< every record follows again: before the first one, after an overrun, and for a
+             ///< new table in the old one's place
+  complete,  ///< every record has been delivered since `reset`: drop what was not among them
+};
+
+/// Where the records come from.
+enum class Origin {
+  local,         ///< this host's writer
+  mirrored,      ///< another host's, which is connected
+  mirroredLost,  ///< another host's, to which the connection is lost
+};
+
+/// What a reader knows about its table.
+struct Info {
+  uint64_t incarnation = 0;  ///< another one after the table was replaced; 0: no table
+  uint64_t published = 0;    ///< the sequence of the last change that was published
+  uint64_t position = 0;     ///< up to which next() has delivered
+  uint64_t lag = 0;          ///< published changes that next() has still to deliver
+  uint64_t records = 0;      ///< slots in the file; not all of them hold a record
+  int64_t publishedAt = 0;   ///< CLOCK_REALTIME of the last publish, nanoseconds; 0: none yet
+  Origin origin = Origin::local;
+  int64_t originSince = 0;  ///< CLOCK_REALTIME since when, nanoseconds; 0: from the start
+};
+
+}  // namespace Zorbe::Table

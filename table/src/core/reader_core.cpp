@@ -1,0 +1,279 @@
+// SPDX-License-Identifier: MIT
+#include <zorbe/exceptions.h>
+#include <zorbe/table/codec.h>
+#include <zorbe/table/core.h>
+
+#include <exception>
+#include <utility>
+
+#include "core/reader_connection.h"
+#include "core/root.h"
+#include "core/root_watch.h"
+#include "core/timer.h"
+#include "core/view_shared.h"
+#include "foundation/log.h"
+#include "memory/follower.h"
+#include "memory/origin.h"
+
+namespace Zorbe::Table {
+
+namespace {
+
+// How long what is missing may stay so before the next look.
+constexpr double kRetrySeconds = 0.25;
+
+// Changes of a directory come in groups: one look after the last of them.
+constexpr double kSettleSeconds = 0.01;
+
+Kind kindOf(Follower::Kind kind) {
+  switch (kind) {
+    case Follower::Kind::kPut:
+      return Kind::put;
+    case Follower::Kind::kErased:
+      return Kind::erased;
+    case Follower::Kind::kReset:
+      return Kind::reset;
+    case Follower::Kind::kComplete:
+      break;
+  }
+  return Kind::complete;
+}
+
+}  // namespace
+
+/// Everything that happens (kicks, the end of a connection, changes of the directory, timers)
+/// leads to one place, look(), which compares what is with what should be. It does not matter
+/// what came first, or that something was reported twice.
+class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner {
+ public:
+  Impl(const std::string& name, const Options& options, const Schema& schema, const RootPath& root)
+      : handler_(handlerOf(options)), root_(root), schema_(schema), watch_(root.path, *this) {
+    options_.place = placeOf(name, root);
+    options_.owner = options.owner;
+    options_.hints = {options.populate, options.hugePages};
+    makeConnection();
+    look();
+  }
+
+  std::optional<Change> next(uint64_t* key, void* value) {
+    if (trouble_) std::rethrow_exception(std::exchange(trouble_, nullptr));
+    if (!follower_ || corrupt_) return std::nullopt;
+    const std::optional<Follower::Change> change = advance(key, value);
+    if (change) return Change{kindOf(change->kind), change->sequence};
+    if (trouble_) std::rethrow_exception(std::exchange(trouble_, nullptr));
+    if (!corrupt_) caughtUp();
+    return std::nullopt;
+  }
+
+  bool hasNext() const {
+    return trouble_ != nullptr || (follower_ && !corrupt_ && follower_->hasNext());
+  }
+
+  void onReady(void (*function)(void*), void* context) {
+    ready_ = function;
+    readyContext_ = context;
+  }
+
+  bool refresh() {
+    const uint64_t before = incarnation();
+    look();
+    return incarnation() != before;
+  }
+
+  State state() const {
+    if (refused_) return State::refused;
+    if (!reader_) return State::waiting;
+    return connection_->isConnected() ? State::connected : State::orphaned;
+  }
+
+  Info info() const {
+    Info info;
+    if (!reader_) return info;
+    const uint64_t origin = acquire(reader_->header().origin);
+    info.incarnation = reader_->incarnation();
+    info.published = reader_->published();
+    info.position = follower_->position();
+    info.lag = follower_->lag();
+    info.records = acquire(reader_->header().capacity);
+    info.publishedAt = static_cast<int64_t>(reader_->publishedAt());
+    info.origin = OriginWord::origin(origin);
+    info.originSince = OriginWord::since(origin);
+    return info;
+  }
+
+  const std::shared_ptr<ViewCore::Shared>& shared() const { return shared_; }
+
+  // The connection and the watch call these: objects that look() may replace.
+  void connectionChanged() override {
+    if (!connection_->isConnected()) lookWithin(0.0);
+  }
+  void kicked() override {
+    if (reader_ && reader_->isRetired()) lookWithin(0.0);
+    signalReadiness();
+  }
+  void rootChanged() override { lookWithin(kSettleSeconds); }
+
+ private:
+  void makeConnection() {
+    connection_ = std::make_unique<ReaderConnection>(handler_, root_, counters_, *this);
+  }
+
+  uint64_t incarnation() const { return reader_ ? reader_->incarnation() : 0; }
+
+  // A table that contradicts itself is reported once, and tried again later: its writer stores
+  // again what somebody has overwritten.
+  std::optional<Follower::Change> advance(uint64_t* key, void* value) {
+    try {
+      return follower_->next(key, value);
+    } catch (const CorruptionDetectedException& failure) {
+      corrupt_ = true;
+      keepTrouble(failure.what());
+    } catch (const Error& failure) {
+      corrupt_ = true;
+      keepTrouble(failure.what());
+    }
+    lookWithin(kRetrySeconds);
+    return std::nullopt;
+  }
+
+  void caughtUp() {
+    if (reader_->isRetired()) lookWithin(kSettleSeconds);
+    const uint64_t position = follower_->position();
+    if (position >= connection_->reported()) return connection_->report(position);
+    // Another table, whose changes are counted from lower on. Not now: perhaps the connection is
+    // what has called the program that calls this.
+    renewConnection_ = true;
+    lookWithin(0.0);
+  }
+
+  void timeToLook() {
+    if (std::exchange(renewConnection_, false)) makeConnection();
+    look();
+  }
+
+  // Called where an exception is being handled. Each text is thrown once.
+  void keepTrouble(const std::string& what) {
+    if (std::exchange(lastTrouble_, what) == what) return;
+    trouble_ = std::current_exception();
+    ZORBE_LOG(handler_, notable, "ReaderCore::keepTrouble() " << root_ << ": " << what);
+  }
+
+  void lookWithin(double seconds) {
+    if (lookTimer_.isArmed() && lookSeconds_ <= seconds) return;
+    lookSeconds_ = seconds;
+    lookTimer_.start(seconds);
+  }
+
+  void look() {
+    lookTimer_.cancel();
+    watch_.set();
+    corrupt_ = false;
+    const bool isCurrent = reader_ && reader_->isInPlace();
+    if (!isCurrent) openTable();
+    if (reader_) connect();
+    const bool isSettled = reader_ && connection_->isConnected() && watch_.isWatching() &&
+                           !refused_ && reader_->isInPlace();
+    if (!isSettled) lookWithin(kRetrySeconds);
+    signalReadiness();
+  }
+
+  void connect() {
+    try {
+      static_cast<void>(connection_->tryConnect());
+    } catch (const Brask::Exception& failure) {
+      ZORBE_LOG(handler_, notable, "ReaderCore::connect() " << root_ << ": " << failure.what());
+    }
+  }
+
+  // Keeps what is mapped until there is something to replace it by.
+  void openTable() {
+    try {
+      std::unique_ptr<TableReader> table = TableReader::open(options_);
+      refused_ = false;
+      if (table) adopt(std::move(table));
+    } catch (const CorruptionDetectedException& failure) {
+      keepTrouble(failure.what());
+    } catch (const Error& failure) {
+      refused_ = failure.code() != ErrorCode::system;
+      keepTrouble(failure.what());
+    }
+  }
+
+  void adopt(std::unique_ptr<TableReader> table) {
+    if (!canRead(schema_, table->schema())) failSchema(table->schema());
+    table->setValueBytes(schema_.valueBytes);
+    shared_->set(table->clone());
+    follower_.reset();
+    reader_ = std::move(table);
+    follower_.emplace(*reader_);
+    lastTrouble_.clear();
+    ZORBE_LOG(handler_, milestone,
+              "ReaderCore::adopt() " << root_ << " incarnation:" << reader_->incarnation());
+  }
+
+  [[noreturn]] void failSchema(const Schema& found) const {
+    throw Error(ErrorCode::schema, options_.place.table, "",
+                "its records have another description:\n" + found.description +
+                    "instead of this program's\n" + schema_.description +
+                    "build this program with the table's fields, or with the first of them");
+  }
+
+  void signalReadiness() {
+    if (ready_ != nullptr && hasNext()) ready_(readyContext_);
+  }
+
+  Brask::Platform::DebugHandler& handler_;
+  RootPath root_;
+  ReaderOptions options_;
+  Schema schema_;
+  Reader::Counters counters_{};
+  std::shared_ptr<ViewCore::Shared> shared_ = std::make_shared<ViewCore::Shared>();
+  std::unique_ptr<TableReader> reader_;
+  std::optional<Follower> follower_;  // of reader_
+  bool refused_ = false;              // what is in place cannot be read by this program
+  bool corrupt_ = false;              // until the next look
+  bool renewConnection_ = false;
+  std::exception_ptr trouble_;  // for next() to throw
+  std::string lastTrouble_;
+  void (*ready_)(void*) = nullptr;
+  void* readyContext_ = nullptr;
+  double lookSeconds_ = 0;  // until the next look, when it was decided on
+  Timer<Impl> lookTimer_{*this, &Impl::timeToLook};
+  RootWatch watch_;
+  std::unique_ptr<ReaderConnection> connection_;
+};
+
+ReaderCore::ReaderCore(const std::string& name, const Options& options, const Schema& schema)
+    : impl_(std::make_unique<Impl>(name, options, schema, resolveRoot(name, options))) {}
+
+ReaderCore::~ReaderCore() = default;
+
+std::optional<ReaderCore::Change> ReaderCore::next(uint64_t* key, void* value) {
+  return impl_->next(key, value);
+}
+
+bool ReaderCore::hasNext() const {
+  return impl_->hasNext();
+}
+
+void ReaderCore::onReady(void (*function)(void*), void* context) {
+  impl_->onReady(function, context);
+}
+
+bool ReaderCore::refresh() {
+  return impl_->refresh();
+}
+
+State ReaderCore::state() const {
+  return impl_->state();
+}
+
+Info ReaderCore::info() const {
+  return impl_->info();
+}
+
+ViewCore ReaderCore::view() const {
+  return ViewCore(impl_->shared());
+}
+
+}  // namespace Zorbe::Table

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <brask/platform.h>
+
+#include <memory>
+#include <string>
+
+namespace Zorbe::Table {
+
+/// Watches the directory of a table, or the nearest one above it that exists, and creates
+/// nothing.
+class RootWatch : public Brask::Platform::InotifyHandler {
+ public:
+  class Owner {
+   public:
+    virtual ~Owner() = default;
+
+    /// The table's files, or the way to them, may have changed.
+    virtual void rootChanged() = 0;
+  };
+
+  /// `path` is absolute.
+  RootWatch(const std::string& path, Owner& owner);
+
+  /// Watches what is nearest now. To be called again after each rootChanged().
+  void set();
+
+  /// Whether changes are reported; otherwise they have to be looked for.
+  bool isWatching() const { return watching_; }
+
+  void inotifyError(const std::string& what) override;
+  void inotifyDeleted() override;
+  void inotifyChanged(const std::string& what) override;
+
+ private:
+  std::string nearest() const;
+  bool concerns(const std::string& name) const;
+
+  std::string path_;
+  Owner& owner_;
+  std::unique_ptr<Brask::Platform::InotifyControl> control_;
+  std::string watched_;
+  std::string next_;  // the component below the watched one, empty for the table's directory
+  bool watching_ = false;
+};
+
+}  // namespace Zorbe::Table

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: MIT
+#include <zorbe/exceptions.h>
+#include <zorbe/kick.h>
+#include <zorbe/table/codec.h>
+#include <zorbe/table/core.h>
+
+#include <utility>
+
+#include "core/root.h"
+#include "core/timer.h"
+#include "foundation/log.h"
+#include "memory/table_writer.h"
+
+namespace Zorbe::Table {
+
+namespace {
+
+// What was put is published so long afterwards, unless the program does it earlier.
+constexpr double kPublishSeconds = 0.001;
+
+// Between two looks whether the files are where they were, and as they were.
+constexpr double kKeepSeconds = 0.25;
+
+WriterOptions writerOptions(const Place& place, const Options& options, const Schema& schema) {
+  WriterOptions result;
+  result.place = place;
+  result.schema = schema;
+  result.records = options.records;
+  result.maxRecords = options.maxRecords;
+  result.logEntries = options.logEntries;
+  result.mode = options.mode;
+  result.replaceOtherSchema = options.replaceOtherSchema;
+  result.hints = {options.populate, options.hugePages};
+  return result;
+}
+
+}  // namespace
+
+/// The writer's end of the kick channel, and the table that it tells of.
+class WriterCore::Impl : public WriterKickSm {
+ public:
+  Impl(const std::string& name, const Options& options, const Schema& schema, const RootPath& root)
+      : WriterKickSm(handlerOf(options), root, false),
+        place_(placeOf(name, root)),
+        schema_(schema) {
+    createDirectory(place_);
+    takeLock();
+    table_ = TableWriter::open(writerOptions(place_, options, schema));
+    logStart();
+    writerSequence = table_->published();
+    doEnableListen();
+    keepTimer_.start(kKeepSeconds);
+  }
+
+  ~Impl() override {
+    try {
+      publish();
+    } catch (const std::exception&) {
+      // Only a message can have failed: the changes were published before the kicks.
+    }
+  }
+
+  int expectReconnects() override { return 0; }
+  void readersChanged() override {}
+
+  void put(const uint64_t* key, const void* value) {
+    try {
+      table_->put(key, value);
+    } catch (const Error& error) {
+      throw Error(error.code(), error.table(), printKey(schema_, key), error.detail());
+    }
+    afterChange();
+  }
+
+  bool erase(const uint64_t* key) {
+    const bool erased = table_->erase(key);
+    if (erased) afterChange();
+    return erased;
+  }
+
+  void publish() {
+    publishTimer_.cancel();
+    static_cast<void>(table_->publish());
+    kick();
+  }
+
+  const TableWriter& table() const { return *table_; }
+  TableWriter& table() { return *table_; }
+
+ private:
+  void takeLock() {
+    try {
+      createKickSocket();
+    } catch (const Brask::RuntimeException& failure) {
+      throw Error(ErrorCode::system, place_.table, "", failure.what());
+    }
+  }
+
+  void logStart() {
+    if (table_->start() == TableWriter::Start::kReplaced) {
+      ZORBE_LOG(*handler, notable,
+                "WriterCore::logStart() replaced " << rootPath << ": " << table_->whyReplaced());
+    } else {
+      ZORBE_LOG(*handler, milestone,
+                "WriterCore::logStart() " << rootPath << " records:" << table_->size()
+                                          << " sequence:" << table_->published());
+    }
+  }
+
+  // The table publishes by itself before its log is full.
+  void afterChange() {
+    kick();
+    publishTimer_.startIfIdle(kPublishSeconds);
+  }
+
+  void kick() {
+    if (writerSequence == table_->published()) return;
+    writerSequence = table_->published();
+    doKickSleepers();
+  }
+
+  // Files that were removed are made again, with everything that they held. A directory that
+  // cannot be made now is tried again later.
+  void keep() {
+    keepTimer_.start(kKeepSeconds);
+    if (table_->isInPlace()) return table_->repairHeaders();
+    try {
+      createDirectory(place_);
+      table_ = table_->recreate();
+      logStart();
+      kick();
+      lastFailure_.clear();
+    } catch (const Brask::Exception& failure) {
+      if (std::exchange(lastFailure_, failure.what()) == failure.what()) return;
+      ZORBE_LOG(*handler, failure, "WriterCore::keep() " << rootPath << " " << failure.what());
+    }
+  }
+
+  Place place_;
+  Schema schema_;
+  std::unique_ptr<TableWriter> table_;
+  std::string lastFailure_;
+  Timer<Impl> publishTimer_{*this, &Impl::publish};
+  Timer<Impl> keepTimer_{*this, &Impl::keep};
+};
+
+WriterCore::WriterCore(const std::string& name, const Options& options, const Schema& schema)
+    : impl_(std::make_unique<Impl>(name, options, schema, resolveRoot(name, options))) {}
+
+WriterCore::~WriterCore() = default;
+
+void WriterCore::put(const uint64_t* key, const void* value) {
+  impl_->put(key, value);
+}
+
+bool WriterCore::erase(const uint64_t* key) {
+  return impl_->erase(key);
+}
+
+void WriterCore::publish() {
+  impl_->publish();
+}
+
+bool WriterCore::get(const uint64_t* key, void* value) const {
+  return impl_->table().get(key, value);
+}
+
+bool WriterCore::scan(uint64_t& cursor, uint64_t* key, void* value) const {
+  return impl_->table().scan(cursor, key, value);
+}
+
+uint64_t WriterCore::size() const {
+  return impl_->table().size();
+}
+
+void WriterCore::setOrigin(Origin origin) {
+  impl_->table().setOrigin(origin);
+}
+
+}  // namespace Zorbe::Table

@@ -27,6 +27,7 @@ class ReaderConnection : public ReaderKickSm {
                    Reader::Counters& readerCounters, Owner& owner);
 
   bool isConnected() const { return connected; }
+  int descriptor() const { return fdControl->fd(); }
 
   /// One attempt to reach the writer, without waiting: a stopped writer, whose queue of pending
   /// connections is full, counts as none. Throws Brask::RuntimeException when no socket can be

@@ -11,6 +11,7 @@
 #include "core/root_watch.h"
 #include "core/timer.h"
 #include "core/view_shared.h"
+#include "core/writer_link.h"
 #include "foundation/log.h"
 #include "memory/follower.h"
 #include "memory/origin.h"
@@ -100,6 +101,8 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     info.originSince = OriginWord::since(origin);
     return info;
   }
+
+  void leaveToParent() noexcept { releaseInChild(connection_->descriptor()); }
 
   const std::shared_ptr<ViewCore::Shared>& shared() const { return shared_; }
 
@@ -274,6 +277,10 @@ Info ReaderCore::info() const {
 
 ViewCore ReaderCore::view() const {
   return ViewCore(impl_->shared());
+}
+
+void ReaderCore::leaveToParent() noexcept {
+  impl_->leaveToParent();
 }
 
 }  // namespace Zorbe::Table

@@ -8,6 +8,7 @@
 
 #include "core/root.h"
 #include "core/timer.h"
+#include "core/writer_link.h"
 #include "foundation/log.h"
 #include "memory/table_writer.h"
 
@@ -82,6 +83,12 @@ class WriterCore::Impl : public WriterKickSm {
     publishTimer_.cancel();
     static_cast<void>(table_->publish());
     kick();
+  }
+
+  void leaveToParent() noexcept {
+    releaseInChild(kickSocket);
+    for (const auto& [fd, client] : readers) releaseInChild(fd);
+    releaseInChild(table_->lockFd());
   }
 
   const TableWriter& table() const { return *table_; }
@@ -175,6 +182,10 @@ uint64_t WriterCore::size() const {
 
 void WriterCore::setOrigin(Origin origin) {
   impl_->table().setOrigin(origin);
+}
+
+void WriterCore::leaveToParent() noexcept {
+  impl_->leaveToParent();
 }
 
 }  // namespace Zorbe::Table

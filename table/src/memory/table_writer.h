@@ -88,6 +88,9 @@ class TableWriter {
   Start start() const { return start_; }
   const std::string& whyReplaced() const { return whyReplaced_; }
 
+  /// The descriptor that holds the lock.
+  int lockFd() const { return lock_->fd(); }
+
   const WriterOptions& options() const { return options_; }
   const SlotFile& slots() const { return *slots_; }
   const IndexFile& index() const { return *index_; }

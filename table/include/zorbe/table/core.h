@@ -56,6 +56,10 @@ class WriterCore {
   /// Says where the records come from; readers see it in Info.
   void setOrigin(Origin origin);
 
+  /// In a child process after fork(2): lets go of the parent's lock and connections. Nothing else
+  /// may be called afterwards, and the object must not be destroyed.
+  void leaveToParent() noexcept;
+
  private:
   class Impl;
   std::unique_ptr<Impl> impl_;
@@ -132,6 +136,9 @@ class ReaderCore {
 
   /// For any thread.
   ViewCore view() const;
+
+  /// In a child process after fork(2): see WriterCore.
+  void leaveToParent() noexcept;
 
  private:
   class Impl;

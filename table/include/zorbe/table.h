@@ -65,6 +65,7 @@ class PulledReader {
   bool refresh();
   State state() const;
   Info info() const;
+  std::optional<Status> status() const;
   ViewCore view() const;
 
  private:
@@ -129,6 +130,9 @@ class Reader : public View<K, V> {
 
   State state() const { return core_->state(); }
   Info info() const { return core_->info(); }
+
+  /// Who reads the table; nothing while there is none.
+  std::optional<Status> status() const { return core_->status(); }
 
   /// For another thread. Callable from any thread for as long as this object lives; the view may
   /// live longer, but follows no new table then.

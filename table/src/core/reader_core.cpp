@@ -15,6 +15,7 @@
 #include "foundation/log.h"
 #include "memory/follower.h"
 #include "memory/origin.h"
+#include "memory/status.h"
 
 namespace Zorbe::Table {
 
@@ -100,6 +101,11 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     info.origin = OriginWord::origin(origin);
     info.originSince = OriginWord::since(origin);
     return info;
+  }
+
+  std::optional<Status> status() const {
+    if (!reader_) return std::nullopt;
+    return loadStatus(reader_->header());
   }
 
   void leaveToParent() noexcept { releaseInChild(connection_->descriptor()); }
@@ -273,6 +279,10 @@ State ReaderCore::state() const {
 
 Info ReaderCore::info() const {
   return impl_->info();
+}
+
+std::optional<Status> ReaderCore::status() const {
+  return impl_->status();
 }
 
 ViewCore ReaderCore::view() const {

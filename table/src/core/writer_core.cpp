@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "core/peers.h"
 #include "core/root.h"
 #include "core/timer.h"
 #include "core/writer_link.h"
@@ -21,6 +22,9 @@ constexpr double kPublishSeconds = 0.001;
 
 // Between two looks whether the files are where they were, and as they were.
 constexpr double kKeepSeconds = 0.25;
+
+// The same while there are readers, of whom the table tells.
+constexpr double kStatusSeconds = 0.1;
 
 WriterOptions writerOptions(const Place& place, const Options& options, const Schema& schema) {
   WriterOptions result;
@@ -62,7 +66,10 @@ class WriterCore::Impl : public WriterKickSm {
   }
 
   int expectReconnects() override { return 0; }
-  void readersChanged() override {}
+  void readersChanged() override {
+    if (!keepTimer_.isArmed()) return;  // not before the constructor has finished
+    keepTimer_.start(kStatusSeconds);
+  }
 
   void put(const uint64_t* key, const void* value) {
     try {
@@ -129,7 +136,8 @@ class WriterCore::Impl : public WriterKickSm {
   // Files that were removed are made again, with everything that they held. A directory that
   // cannot be made now is tried again later.
   void keep() {
-    keepTimer_.start(kKeepSeconds);
+    keepTimer_.start(readers.empty() ? kKeepSeconds : kStatusSeconds);
+    table_->setStatus(peers_.look(readers, sleepingReaders));
     if (table_->isInPlace()) return table_->repairHeaders();
     try {
       createDirectory(place_);
@@ -146,6 +154,7 @@ class WriterCore::Impl : public WriterKickSm {
   Place place_;
   Schema schema_;
   std::unique_ptr<TableWriter> table_;
+  Peers peers_;
   std::string lastFailure_;
   Timer<Impl> publishTimer_{*this, &Impl::publish};
   Timer<Impl> keepTimer_{*this, &Impl::keep};

@@ -34,6 +34,7 @@ void TableWriter::takeOver() {
   appended_ = std::max(appended_, newest);
   if (!isLogWhole) startNewLog();
   release(header().retired, 0);
+  setStatus({});  // of the earlier writer's connections
   published_ = appended_;
   release(header().published, published_);
 }

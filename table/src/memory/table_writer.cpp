@@ -3,6 +3,8 @@
 
 #include <time.h>
 
+#include "memory/status.h"
+
 namespace Zorbe::Table {
 
 namespace {
@@ -135,6 +137,10 @@ bool TableWriter::scan(uint64_t& cursor, uint64_t* key, void* value) const {
 
 void TableWriter::setOrigin(Origin origin) {
   release(header().origin, OriginWord::pack(origin, wallClock()));
+}
+
+void TableWriter::setStatus(const Status& status) {
+  storeStatus(header(), status);
 }
 
 bool TableWriter::isInPlace() const {

@@ -69,6 +69,9 @@ class TableWriter {
   /// Where the records come from, for readers.
   void setOrigin(Origin origin);
 
+  /// Says who reads, for readers.
+  void setStatus(const Status& status);
+
   /// The writer that goes on after the files were removed or replaced: new files of a new
   /// incarnation with the same records. This one is of no use afterwards. Throws like open(),
   /// and then stays as it was.

@@ -182,6 +182,10 @@ Info PulledReader::info() const {
   return impl_->core().info();
 }
 
+std::optional<Status> PulledReader::status() const {
+  return impl_->core().status();
+}
+
 ViewCore PulledReader::view() const {
   return impl_->core().view();
 }

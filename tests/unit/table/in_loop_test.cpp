@@ -291,6 +291,36 @@ TEST_F(InLoop, InfoTellsHowFreshTheTableIs) {
   EXPECT_EQ(reader.info().position, 1u);
 }
 
+TEST_F(InLoop, TheTableTellsWhoReadsIt) {
+  auto writer = std::make_unique<Writer>("t", options);
+  Reader reader("t", options);
+  Reader watcher("t", options);
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(sees(reader, 1, 10));
+  const auto count = [&](Table::PeerState state) {
+    size_t matching = 0;
+    const Table::Status status = *reader.status();
+    for (const Table::Peer& peer : status.peers) {
+      EXPECT_EQ(peer.pid, static_cast<uint32_t>(::getpid()));
+      EXPECT_EQ(peer.uid, ::getuid());
+      matching += peer.state == state ? 1u : 0u;
+    }
+    return matching;
+  };
+  EXPECT_TRUE(turnUntil([&] {
+    drain(reader);
+    return count(Table::PeerState::asleep) == 1 && count(Table::PeerState::watcher) == 1;
+  }));
+  writer->put(1, {11, 0});
+  EXPECT_TRUE(turnUntil([&] { return count(Table::PeerState::behind) == 1; }));
+  EXPECT_EQ(reader.status()->connections, 2u);
+  EXPECT_GE(reader.status()->now, reader.status()->peers[0].since);
+  handler.allowFailures();  // of the connections that the writer ends
+  writer.reset();
+  writer = std::make_unique<Writer>("t", options);
+  EXPECT_EQ(reader.status()->connections, 0u);
+}
+
 TEST_F(InLoop, NamesAndRootsThatCannotWorkAreRefused) {
   EXPECT_THROW(Reader("", options), Table::Error);
   EXPECT_THROW(Reader("t/", options), Table::Error);

@@ -298,8 +298,10 @@ TEST_F(TableProgram, AChildThatLivesOnKeepsNoLock) {
   const pid_t child = ::fork();
   if (child == 0) {
     char byte = 0;
-    ::_exit(::read(ends[1], &byte, 1) == 1 ? 0 : 1);
+    ::_exit(::write(ends[1], "", 1) == 1 && ::read(ends[1], &byte, 1) == 1 ? 0 : 1);
   }
+  char forked = 0;
+  ASSERT_EQ(::read(ends[0], &forked, 1), 1);
   writer.reset();
   EXPECT_NO_THROW(Writer("t", options));
   ASSERT_EQ(::write(ends[0], "", 1), 1);

@@ -134,6 +134,9 @@ class ReaderCore {
   State state() const;
   Info info() const;
 
+  /// Who reads the table; nothing while there is none.
+  std::optional<Status> status() const;
+
   /// For any thread.
   ViewCore view() const;
 

@@ -62,6 +62,9 @@ class LoopReader : public View<K, V> {
   State state() const { return core_->state(); }
   Info info() const { return core_->info(); }
 
+  /// Who reads the table; nothing while there is none.
+  std::optional<Status> status() const { return core_->status(); }
+
   /// For another thread. Only callable on the loop's thread: see View::clone.
   View<K, V> view() const { return View<K, V>(core_->view()); }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Zorbe::Table {
 
@@ -61,6 +62,29 @@ enum class Origin {
   local,         ///< this host's writer
   mirrored,      ///< another host's, which is connected
   mirroredLost,  ///< another host's, to which the connection is lost
+};
+
+/// How a connection stands, as the writer sees it.
+enum class PeerState {
+  watcher,  ///< has never reported: it only looks whether the writer is there, or only get()s
+  asleep,   ///< has everything that was published
+  behind,   ///< was woken, and has not reported since
+};
+
+/// One connection to the writer.
+struct Peer {
+  uint32_t pid = 0;  ///< as the writer's PID namespace counts
+  uint32_t uid = 0;
+  uint64_t reported = 0;  ///< the last sequence that it reported
+  PeerState state = PeerState::watcher;
+  int64_t since = 0;  ///< of the state; the writer's CLOCK_MONOTONIC, nanoseconds
+};
+
+/// Who reads a table, as its writer saw it last: at most ten times a second.
+struct Status {
+  int64_t now = 0;           ///< when that was; the writer's CLOCK_MONOTONIC, nanoseconds
+  uint64_t connections = 0;  ///< all of them; `peers` may hold fewer
+  std::vector<Peer> peers;
 };
 
 /// What a reader knows about its table.

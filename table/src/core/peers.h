@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <zorbe/kick.h>
+#include <zorbe/table/options.h>
+
+#include <unordered_map>
+
+namespace Zorbe::Table {
+
+/// Who is connected to a writer, and since when in which state.
+class Peers {
+ public:
+  using Connections = std::unordered_map<int, ReaderKickClientSm*>;
+
+  /// What the connections, by their descriptors, are like now.
+  Status look(const Connections& all, const Connections& asleep);
+
+ private:
+  struct Known {
+    const ReaderKickClientSm* client;
+    Peer peer;
+  };
+
+  Known& find(int fd, const ReaderKickClientSm& client, int64_t now);
+
+  std::unordered_map<int, Known> known_;
+};
+
+}  // namespace Zorbe::Table

@@ -11,7 +11,7 @@ include(CMakePackageConfigHelpers)
 set(ZORBE_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/zorbe-0)
 set(ZORBE_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/Zorbe)
 
-foreach(target Zorbe ZorbeStatic ZorbePlatform)
+foreach(target Zorbe ZorbeStatic ZorbePlatform ZorbeTable ZorbeTableStatic ZorbeTableCore)
   target_include_directories(${target} INTERFACE $<INSTALL_INTERFACE:${ZORBE_INCLUDEDIR}>)
 endforeach()
 
@@ -25,8 +25,11 @@ function(zorbe_install_libraries export)
 endfunction()
 zorbe_install_libraries(ZorbeTargets Zorbe ZorbeStatic)
 zorbe_install_libraries(ZorbePlatformTargets ZorbePlatform)
+zorbe_install_libraries(ZorbeTableCoreTargets ZorbeTableCore)
+zorbe_install_libraries(ZorbeTableTargets ZorbeTable ZorbeTableStatic)
 
-install(DIRECTORY include/zorbe DESTINATION ${ZORBE_INCLUDEDIR} COMPONENT development)
+install(DIRECTORY include/zorbe table/include/zorbe DESTINATION ${ZORBE_INCLUDEDIR}
+  COMPONENT development)
 foreach(header brask/platform.h brask/exception.h brask/linux/event_loop.h
     brask/linux/stream_debug_handler.h mem/mkpath.h nsutil/nsutil.h)
   cmake_path(GET header PARENT_PATH folder)
@@ -45,7 +48,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZorbeConfig.cmake
 cmake_path(SET pcdir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${pcdir}
   OUTPUT_VARIABLE ZORBE_PREFIX_FROM_PCDIR)
-foreach(name zorbe zorbe-platform)
+foreach(name zorbe zorbe-platform zorbe-table)
   configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

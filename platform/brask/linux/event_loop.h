@@ -49,9 +49,11 @@ class EventLoop {
   /// thread has one, std::system_error when the kernel refuses a descriptor.
   EventLoop();
 
-  /// For a loop that no thread owns: any thread may use it, one at a time. Its
-  /// callbacks find it as the current loop; elsewhere a Use makes it current.
+  /// Chooses the constructor below.
   struct Unbound {};
+
+  /// A loop that no thread owns: any thread may use it, one at a time. Its callbacks
+  /// find it as the current loop; elsewhere a Use makes it current.
   explicit EventLoop(Unbound unbound);
 
   ~EventLoop();
@@ -87,6 +89,7 @@ class EventLoop {
   /// current again afterwards. Ends on the thread that it began on, before the loop.
   class Use {
    public:
+    /// Makes `loop` current.
     explicit Use(EventLoop& loop) noexcept;
     ~Use();
     Use(const Use&) = delete;

@@ -61,10 +61,10 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     if (trouble_) std::rethrow_exception(std::exchange(trouble_, nullptr));
     if (!follower_ || corrupt_) return std::nullopt;
     const std::optional<Follower::Change> change = advance(key, value);
-    if (change) return Change{kindOf(change->kind), change->sequence};
     if (trouble_) std::rethrow_exception(std::exchange(trouble_, nullptr));
-    if (!corrupt_) caughtUp();
-    return std::nullopt;
+    if (!corrupt_ && !follower_->hasNext()) caughtUp();
+    if (!change) return std::nullopt;
+    return Change{kindOf(change->kind), change->sequence};
   }
 
   bool hasNext() const {
@@ -74,6 +74,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   void onReady(void (*function)(void*), void* context) {
     ready_ = function;
     readyContext_ = context;
+    readyTimer_.startIfIdle(0.0);
   }
 
   bool refresh() {
@@ -227,8 +228,12 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
                     "build this program with the table's fields, or with the first of them");
   }
 
+  // Again on the next turn for as long as something is left: who has not read everything has not
+  // reported, and is not kicked.
   void signalReadiness() {
-    if (ready_ != nullptr && hasNext()) ready_(readyContext_);
+    if (ready_ == nullptr || !hasNext()) return;
+    ready_(readyContext_);
+    if (hasNext()) readyTimer_.startIfIdle(0.0);
   }
 
   Brask::Platform::DebugHandler& handler_;
@@ -248,6 +253,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   void* readyContext_ = nullptr;
   double lookSeconds_ = 0;  // until the next look, when it was decided on
   Timer<Impl> lookTimer_{*this, &Impl::timeToLook};
+  Timer<Impl> readyTimer_{*this, &Impl::signalReadiness};
   RootWatch watch_;
   std::unique_ptr<ReaderConnection> connection_;
 };

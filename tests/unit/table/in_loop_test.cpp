@@ -116,6 +116,19 @@ TEST_F(InLoop, AReaderIsWokenFromTheLoop) {
   EXPECT_GE(calls, 20u);
 }
 
+TEST_F(InLoop, AReaderThatTakesOneChangeAtATimeIsCalledAgain) {
+  Writer writer("t", options);
+  for (uint32_t key = 0; key < 10; ++key) writer.put(key, {key, 0});
+  writer.publish();
+  Reader reader("t", options);
+  unsigned taken = 0;
+  reader.onReady([&] { taken += reader.next().has_value() ? 1u : 0u; });
+  EXPECT_TRUE(turnUntil([&] { return taken == 12; }));  // with reset and complete
+  writer.put(1, {11, 0});
+  EXPECT_TRUE(turnUntil([&] { return taken == 13; }));
+  EXPECT_FALSE(reader.hasNext());
+}
+
 TEST_F(InLoop, AReaderWaitsForATableAndCreatesNothing) {
   Reader reader("deep/below/t", options);
   EXPECT_EQ(reader.state(), State::waiting);

@@ -123,8 +123,8 @@ class ReaderCore {
   /// Whether next() has something to deliver, or to throw.
   bool hasNext() const;
 
-  /// Called from the loop whenever hasNext() has become true; null at first. Must not destroy
-  /// this object.
+  /// Called from the loop for as long as hasNext() is true; null at first. Must not destroy this
+  /// object.
   void onReady(void (*function)(void* context), void* context);
 
   /// Looks whether the table is still the one in its place. Returns whether another one was

@@ -47,8 +47,8 @@ class LoopReader : public View<K, V> {
   /// Whether next() has something to deliver.
   bool hasNext() const { return core_->hasNext(); }
 
-  /// Called from the loop when next() has something to deliver. What was not taken then is not
-  /// announced again before more has changed. Must not destroy this object.
+  /// Called from the loop, on every turn for as long as next() has something to deliver. Must not
+  /// destroy this object.
   void onReady(std::function<void()> function) {
     ready_ = std::make_unique<std::function<void()>>(std::move(function));
     core_->onReady([](void* context) { (*static_cast<std::function<void()>*>(context))(); },

@@ -177,6 +177,8 @@ void TableWriter::fillSlots(const TableWriter* source) {
   spec.hints = options_.hints;
   slots_.emplace(SlotFile::create(options_.place, lock_->reopen(), spec));
   appended_ = published_ = spec.sequence;
+  allocator_ = {};  // of a table that turned out to contradict itself
+  size_ = 0;
   if (source == nullptr) return allocator_.extend(spec.capacity);
   release(header().origin, relaxed(source->header().origin));
   copySlots(*source, slots_->memory());

@@ -203,6 +203,25 @@ TEST_F(TableHostile, AFileThatIsMostlyHolesIsNotRead) {
   EXPECT_EQ(table->start(), TableWriter::Start::kReplaced);
 }
 
+TEST_F(TableHostile, NothingOfATableThatContradictsItselfGetsIntoTheNewOne) {
+  {
+    const auto table = openWriter();
+    for (uint64_t key = 0; key < 100; ++key) put(*table, key, key);
+    for (uint64_t key = 0; key < 90; ++key) erase(*table, key);
+  }
+  const Table::Geometry geometry(8, kValueBytes);
+  const uint64_t odd = 7;
+  overwrite("slots", geometry.fileBytes(99), &odd, sizeof odd);  // the guard of slot 99
+  const auto table = openWriter();
+  EXPECT_EQ(table->start(), TableWriter::Start::kReplaced);
+  EXPECT_EQ(table->size(), 0u);
+  EXPECT_EQ(table->capacity(), 16u);
+  for (uint64_t key = 0; key < 16; ++key) put(*table, key, key + 1);
+  EXPECT_EQ(table->capacity(), 16u);
+  const auto reader = openReader();
+  for (uint64_t key = 0; key < 16; ++key) EXPECT_EQ(get(*reader, key), key + 1);
+}
+
 TEST_F(TableHostile, AWriterStoresAgainWhatSomebodyHasOverwritten) {
   const auto table = openWriter();
   for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);

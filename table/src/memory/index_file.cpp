@@ -74,7 +74,8 @@ std::optional<IndexFile> IndexFile::open(const Place& place, Access access,
   const uint64_t found = acquire(prologue.generation);
   if (found < generation) return std::nullopt;
   const uint64_t buckets = acquire(prologue.size);
-  if (buckets == 0 || buckets > std::numeric_limits<uint32_t>::max() ||
+  if (buckets == 0 || buckets % IndexMemory::kGroup != 0 ||
+      buckets > std::numeric_limits<uint32_t>::max() ||
       IndexMemory::fileBytes(buckets) > lengthOf(*file)) {
     failSize(place, *file, buckets, "buckets");
   }

@@ -4,14 +4,14 @@
 namespace Zorbe::Table {
 
 std::optional<bool> IndexMemory::insert(Hash hash, uint32_t slot) const {
-  uint64_t bucket = home(hash);
-  for (uint64_t step = 0; step < buckets_; ++step) {
+  uint64_t bucket = home(hash) * kGroup;
+  for (uint64_t step = 0; step < buckets(); ++step) {
     const uint64_t entry = relaxed(entries_[bucket]);
     if (entry == kEmptyBucket || entry == kTombstone) {
       release(entries_[bucket], uint64_t{hash.tag} << 32 | (slot + 1));
       return entry == kTombstone;
     }
-    if (++bucket == buckets_) bucket = 0;
+    if (++bucket == buckets()) bucket = 0;
   }
   return std::nullopt;
 }

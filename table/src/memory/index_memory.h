@@ -9,34 +9,55 @@
 
 namespace Zorbe::Table {
 
-/// The memory of `buckets`: open addressing with linear probing. Within a generation no entry
-/// moves; an entry that is not needed any more becomes a tombstone.
+/// The memory of `buckets`: lines of eight entries. A key's entry is in the first line from its
+/// home on that had room when it was entered, so a search ends at a line with an empty bucket.
+/// Within a generation no entry moves; one that is not needed any more becomes a tombstone, and
+/// no bucket becomes empty again.
 class IndexMemory {
  public:
+  static constexpr uint64_t kGroup = kLine / sizeof(Word);
+
   IndexMemory() = default;
   IndexMemory(char* base, uint64_t buckets, uint64_t seed)
-      : entries_(reinterpret_cast<Word*>(base + kIndexEntries)), buckets_(buckets), seed_(seed) {}
+      : entries_(reinterpret_cast<Word*>(base + kIndexEntries)),
+        groups_(buckets / kGroup),
+        seed_(seed) {}
 
-  /// How many buckets an index for `slots` slots gets: three of four are used then.
-  static uint64_t bucketsFor(uint64_t slots) { return slots + slots / 3 + 8; }
+  /// How many buckets an index for `slots` slots gets, a multiple of a line: three of four are
+  /// used then.
+  static uint64_t bucketsFor(uint64_t slots) {
+    return (slots + slots / 3 + kGroup) / kGroup * kGroup;
+  }
   static uint64_t fileBytes(uint64_t buckets) { return kIndexEntries + 8 * buckets; }
 
-  uint64_t buckets() const { return buckets_; }
+  uint64_t buckets() const { return groups_ * kGroup; }
   Hash hash(const uint64_t* key, uint32_t words) const { return hashOf(key, words, seed_); }
   Word& entry(uint64_t bucket) const { return entries_[bucket]; }
 
   /// Calls `visit(bucket, slot)` for each entry with the hash's tag, until it returns true, or
-  /// an empty bucket, or all were seen. Returns whether a visit returned true.
+  /// a line with an empty bucket, or all were seen. Returns whether a visit returned true.
+  ///
+  /// A line is looked at as a whole: which of its entries matches is no branch to be guessed.
   template <class Visit>
   bool probe(Hash hash, Visit visit) const {
-    uint64_t bucket = home(hash);
-    for (uint64_t step = 0; step < buckets_; ++step) {
-      const uint64_t entry = acquire(entries_[bucket]);
-      if (entry == kEmptyBucket) return false;
-      const auto slotPlusOne = static_cast<uint32_t>(entry);
-      const bool matches = (entry >> 32) == hash.tag && slotPlusOne != 0;
-      if (matches && visit(bucket, slotPlusOne - 1)) return true;
-      if (++bucket == buckets_) bucket = 0;
+    uint64_t group = home(hash);
+    for (uint64_t step = 0; step < groups_; ++step) {
+      const Word* line = entries_ + group * kGroup;
+      uint32_t slots[kGroup];  // their numbers plus one
+      uint32_t matches = 0;
+      uint32_t empty = 0;
+      for (uint32_t i = 0; i < kGroup; ++i) {
+        const uint64_t entry = acquire(line[i]);
+        slots[i] = static_cast<uint32_t>(entry);
+        matches |= static_cast<uint32_t>((entry >> 32) == hash.tag) << i;
+        empty |= static_cast<uint32_t>(entry == kEmptyBucket) << i;
+      }
+      for (; matches != 0; matches &= matches - 1) {
+        const auto i = static_cast<uint32_t>(__builtin_ctz(matches));
+        if (slots[i] != 0 && visit(group * kGroup + i, slots[i] - 1)) return true;
+      }
+      if (empty != 0) return false;
+      if (++group == groups_) group = 0;
     }
     return false;
   }
@@ -49,10 +70,10 @@ class IndexMemory {
   bool entomb(Hash hash, uint32_t slot) const;
 
  private:
-  uint64_t home(Hash hash) const { return (uint64_t{hash.home} * buckets_) >> 32; }
+  uint64_t home(Hash hash) const { return (uint64_t{hash.home} * groups_) >> 32; }
 
   Word* entries_ = nullptr;
-  uint64_t buckets_ = 0;
+  uint64_t groups_ = 0;
   uint64_t seed_ = 0;
 };
 

@@ -28,20 +28,9 @@ void storeBytes(Word* to, const void* from, uint32_t bytes) {
   release(*to, word);
 }
 
-void loadBytes(const Word* from, void* to, uint32_t bytes) {
-  char* target = static_cast<char*>(to);
-  for (; bytes >= 8; bytes -= 8, target += 8) {
-    const uint64_t word = acquire(*from++);
-    std::memcpy(target, &word, 8);
-  }
-  if (bytes == 0) return;
-  const uint64_t word = acquire(*from);
-  std::memcpy(target, &word, bytes);
-}
-
 }  // namespace
 
-bool SlotMemory::read(uint32_t index, RecordOut& out) const {
+bool SlotMemory::readAgain(uint32_t index, RecordOut& out) const {
   const Slot& from = slot(index);
   uint64_t lastOdd = 0;
   for (uint32_t attempt = 0; attempt < kMaxAttempts; ++attempt) {
@@ -69,16 +58,6 @@ bool SlotMemory::readImage(uint32_t index, uint64_t guard, RecordOut& out) const
   }
   static_cast<void>(acquire(from.sequence));  // what came before it is visible to the next attempt
   return false;
-}
-
-// Acquire on each word: the second look at the guard then sees the odd one of the store that the
-// word came from.
-void SlotMemory::copyOut(const Word* words, RecordOut& out) const {
-  out.state = acquire(words[0]);
-  out.sequence = acquire(words[1]);
-  for (uint32_t i = 0; i < geometry_.keyWords; ++i) out.key[i] = acquire(words[2 + i]);
-  if (out.value == nullptr) return;
-  loadBytes(words + 2 + geometry_.keyWords, out.value, out.valueBytes);
 }
 
 void SlotMemory::saveImage(uint32_t index, const Slot& from, uint64_t guard) const {

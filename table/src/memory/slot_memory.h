@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 #include "memory/layout.h"
 
@@ -46,7 +47,15 @@ class SlotMemory {
 
   /// Any process: a whole record, the newest or the one before a store that is going on. False
   /// when the guard contradicts the image, which no writer leaves behind.
-  bool read(uint32_t index, RecordOut& out) const;
+  bool read(uint32_t index, RecordOut& out) const {
+    const Slot& from = slot(index);
+    const uint64_t guard = acquire(from.guard);
+    if (guard % 2 == 0) {
+      copyOut(&from.state, out);
+      if (relaxed(from.guard) == guard) return true;
+    }
+    return readAgain(index, out);
+  }
 
   /// The writer: replaces a record.
   void store(uint32_t index, const RecordIn& record) const;
@@ -65,7 +74,27 @@ class SlotMemory {
 
  private:
   bool readImage(uint32_t index, uint64_t guard, RecordOut& out) const;
-  void copyOut(const Word* words, RecordOut& out) const;
+  bool readAgain(uint32_t index, RecordOut& out) const;
+
+  // Acquire on each word: the second look at the guard then sees the odd one of the store that
+  // the word came from.
+  void copyOut(const Word* words, RecordOut& out) const {
+    out.state = acquire(words[0]);
+    out.sequence = acquire(words[1]);
+    for (uint32_t i = 0; i < geometry_.keyWords; ++i) out.key[i] = acquire(words[2 + i]);
+    if (out.value == nullptr) return;
+    const Word* from = words + 2 + geometry_.keyWords;
+    char* target = static_cast<char*>(out.value);
+    uint32_t bytes = out.valueBytes;
+    for (; bytes >= 8; bytes -= 8, target += 8) {
+      const uint64_t word = acquire(*from++);
+      std::memcpy(target, &word, 8);
+    }
+    if (bytes == 0) return;
+    const uint64_t word = acquire(*from);
+    std::memcpy(target, &word, bytes);
+  }
+
   void saveImage(uint32_t index, const Slot& from, uint64_t guard) const;
 
   char* base_ = nullptr;

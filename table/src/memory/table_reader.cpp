@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "memory/table_reader.h"
 
-#include <cstring>
-
 #include "memory/table_writer.h"
 
 namespace Zorbe::Table {
@@ -127,13 +125,14 @@ TableReader::Lookup TableReader::examine(uint32_t slot, const uint64_t* key, voi
   uint64_t found[kMaxKeyWords];
   RecordOut out{found, value, valueBytes_};
   if (!readSlot(slot, out) || out.state == kFree) return Lookup::kMissing;
-  if (std::memcmp(found, key, keyWords() * sizeof *key) != 0) return Lookup::kMissing;
+  const uint32_t words = keyWords();
+  for (uint32_t i = 0; i < words; ++i) {
+    if (found[i] != key[i]) return Lookup::kMissing;
+  }
   return out.state == kLive ? Lookup::kFound : Lookup::kErased;
 }
 
-bool TableReader::readSlot(uint32_t slot, RecordOut& out) {
-  if (slot >= capacity_ && !hasSlot(slot)) return false;
-  if (slots_->memory().read(slot, out)) return true;
+void TableReader::failGuard(uint32_t slot) const {
   failCorrupt("the guard of slot " + std::to_string(slot) + " contradicts the image");
 }
 

@@ -60,7 +60,11 @@ class TableReader {
   bool read(uint32_t slot, const uint64_t* key, void* value);
 
   /// Any slot: false when there is no such slot (yet). `out.state` says what it holds.
-  bool readSlot(uint32_t slot, RecordOut& out);
+  bool readSlot(uint32_t slot, RecordOut& out) {
+    if (slot >= capacity_ && !hasSlot(slot)) return false;
+    if (!slots_->memory().read(slot, out)) failGuard(slot);
+    return true;
+  }
 
   /// Slots that there are now.
   uint64_t capacity();
@@ -98,6 +102,7 @@ class TableReader {
   Lookup examine(uint32_t slot, const uint64_t* key, void* value);
   bool followIndex();
   bool hasSlot(uint32_t slot);
+  [[noreturn]] void failGuard(uint32_t slot) const;
 
   ReaderOptions options_;
   std::shared_ptr<const SlotFile> slots_;

@@ -120,7 +120,7 @@ std::string printField(const Field& field, const unsigned char* key) {
   const bool isInteger = field.type == 'i' || field.type == 'u' || field.type == 'b';
   if (field.type == 'S') return printText(bytes, field.bytes);
   if (isInteger && field.count == 0 && field.bytes <= 8) return printInteger(field, bytes);
-  return printHex(bytes, endOf(field) - field.offset);
+  return printHex(bytes, static_cast<size_t>(endOf(field) - field.offset));
 }
 
 bool isLength(const Field& field) {

@@ -4,11 +4,11 @@
 namespace Zorbe::Table {
 
 void SlotAllocator::prepare(uint64_t capacity) {
-  links_.reserve(capacity);
+  links_.reserve(static_cast<size_t>(capacity));
 }
 
 void SlotAllocator::extend(uint64_t capacity) {
-  links_.resize(capacity);
+  links_.resize(static_cast<size_t>(capacity));
 }
 
 std::optional<uint32_t> SlotAllocator::candidate(const SlotMemory& memory, uint64_t oldest) const {

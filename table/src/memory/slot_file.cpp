@@ -46,7 +46,7 @@ Schema schemaIn(const Place& place, const std::string& path, const SlotsHeader& 
                            std::to_string(description));
   }
   return {static_cast<uint32_t>(key), static_cast<uint32_t>(value),
-          loadText(header.description, description)};
+          loadText(header.description, static_cast<size_t>(description))};
 }
 
 }  // namespace

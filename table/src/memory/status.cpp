@@ -55,7 +55,7 @@ std::optional<Status> loadStatus(const SlotsHeader& header) {
     Status status;
     status.now = static_cast<int64_t>(acquire(words[0]));
     status.connections = acquire(words[1]);
-    const size_t listed = std::min<uint64_t>(acquire(words[2]), kMaxPeers);
+    const auto listed = static_cast<size_t>(std::min<uint64_t>(acquire(words[2]), kMaxPeers));
     for (size_t i = 0; i < listed; ++i) {
       status.peers.push_back(loadPeer(words + kHeadWords + i * kPeerWords));
     }

@@ -30,7 +30,7 @@ class TableConcurrency : public TableTest {
 
   // Checks what one thread sees until the writer has finished.
   struct Observer {
-    std::vector<uint64_t> newest = std::vector<uint64_t>(kKeys, 0);
+    std::unordered_map<uint64_t, uint64_t> newest;
     uint64_t wrong = 0;
     uint64_t reads = 0;
 

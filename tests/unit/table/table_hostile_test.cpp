@@ -42,7 +42,7 @@ class TableHostile : public TableTest {
   }
 
   // In place, as somebody does who may write the file.
-  void overwrite(const std::string& name, size_t offset, const void* data, size_t size) {
+  void overwrite(const std::string& name, uint64_t offset, const void* data, size_t size) {
     const int fd = ::open(path(name).c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_GE(fd, 0);
     ASSERT_EQ(::pwrite(fd, data, size, static_cast<off_t>(offset)), static_cast<ssize_t>(size));
@@ -130,9 +130,9 @@ void TableHostile::damageWords(const std::string& file, const std::vector<size_t
   }
 }
 
-std::vector<size_t> range(size_t from, size_t to) {
+std::vector<size_t> range(uint64_t from, uint64_t to) {
   std::vector<size_t> offsets;
-  for (; from < to; from += 8) offsets.push_back(from);
+  for (; from < to; from += 8) offsets.push_back(static_cast<size_t>(from));
   return offsets;
 }
 
@@ -165,7 +165,7 @@ TEST_F(TableHostile, RandomDamageInEveryFile) {
     restore(whole);
     const auto earlier = openReader();
     for (uint64_t i = random() % 20 + 1; i > 0; --i) {
-      const auto& [name, bytes] = whole[random() % whole.size()];
+      const auto& [name, bytes] = whole[static_cast<size_t>(random() % whole.size())];
       const uint64_t word = random() % 2 == 0 ? random() : kWords[random() % std::size(kWords)];
       overwrite(name, random() % (bytes.size() / 8) * 8, &word, sizeof word);
     }

@@ -42,7 +42,12 @@ std::vector<TableOperation> operations() {
        {{'p', 5, 400}, kPublish},
        ""},
       {"Growth", 8, 0, puts(1, 8, 100), {{'p', 9, 200}, kPublish}, "capacity "},
-      {"RebuildOfTheIndex", 8, 0, puts(1, 14, 100), {{'p', 15, 200}, kPublish}, "index "},
+      {"RebuildOfTheIndex",
+       8,
+       0,
+       puts(1, 14, 100) + TableScript{{'e', 2, 0}},
+       {{'p', 15, 200}, {'p', 2, 300}, kPublish},
+       "index "},
       {"GrowthOfTheLog", 200, 0, puts(1, 200, 1000), {{'p', 201, 2000}, kPublish}, "capacity log "},
   };
 }

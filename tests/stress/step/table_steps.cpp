@@ -143,16 +143,19 @@ Records TableSteps::readAll(TableWriter& table, const Records& keys) {
 void TableSteps::takeOverAndCheck() {
   const auto orphan = openReader();
   ASSERT_NE(orphan, nullptr);
+  Copy copy(*orphan);
+  copy.drain();
   const auto table = openWriter();
   ASSERT_EQ(table->start(), TableWriter::Start::kContinued) << table->whyReplaced();
   const Records found = readAll(*table, allKeys());
   ASSERT_TRUE(found == state(finished()) || found == state(finished() + 1));
   ASSERT_EQ(table->size(), found.size());
-  Copy copy(*orphan);
   copy.drain();
   EXPECT_EQ(Records(copy.records.begin(), copy.records.end()), found);
+  EXPECT_EQ(copy.resets, 1u);
   checkSlots();
   checkGoesOn(*table);
+  checkSlots();
 }
 
 // Every key has one slot, live or erased.
@@ -259,6 +262,7 @@ void TableObserver::follow() {
 
 void TableObserver::expectFollowed() {
   copy_->drain();
+  EXPECT_EQ(copy_->resets, 1u);  // the first scan
   EXPECT_EQ(Records(copy_->records.begin(), copy_->records.end()), test_.state(~size_t{0}));
 }
 

@@ -92,7 +92,7 @@ class TableObserver {
   /// A follower that has drained what there is has nothing but what was there at some time.
   void follow();
 
-  /// The follower has all records of the last state.
+  /// The follower has all records of the last state, and was never overrun.
   void expectFollowed();
 
   /// What has grown since the observer came, as in TableOperation::grows.

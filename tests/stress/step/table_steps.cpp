@@ -153,6 +153,7 @@ void TableSteps::takeOverAndCheck() {
   copy.drain();
   EXPECT_EQ(Records(copy.records.begin(), copy.records.end()), found);
   EXPECT_EQ(copy.resets, 1u);
+  EXPECT_EQ(orphan->published(), table->appended());
   checkSlots();
   checkGoesOn(*table);
   checkSlots();

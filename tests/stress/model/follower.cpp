@@ -10,19 +10,23 @@ void Follower::start(int length) {
   for (Value key = 0; key < kKeys; ++key) known_[key] = truth_.newestOf(key, position_);
 }
 
+void Follower::enter(uint64_t stage) {
+  stage_ = stage;
+  rememberAll(16);
+}
+
 void Follower::rememberAll(uint64_t state) {
-  state = mix(state, position_);
+  state = mix(mix(state, stage_), position_);
   for (const size_t version : known_) state = mix(state, version);
   for (const size_t version : before_) state = mix(state, version);
   for (const bool reported : reported_) state = mix(state, reported ? 1 : 0);
   remember(state);
 }
 
-void Follower::scan() {
-  const bool last = p_.has(Mistake::kScanLoadsPublishedLast);
+void Follower::beginScan() {
   const bool capacityFirst = p_.has(Mistake::kScanLoadsCapacityFirst);
   if (capacityFirst) capacity_ = load(At::kCapacity);
-  if (!last) position_ = load(At::kPublished);
+  if (!p_.has(Mistake::kScanLoadsPublishedLast)) position_ = load(At::kPublished);
   if (!capacityFirst) capacity_ = load(At::kCapacity);
   for (Value key = 0; key < kKeys; ++key) {
     if (known_[key] != kUnseen) before_[key] = std::max(before_[key], known_[key]);
@@ -30,13 +34,31 @@ void Follower::scan() {
   known_.fill(kUnseen);
   inPass_ = false;
   reported_.fill(false);
-  for (Value slot = 0; slot < capacity_; ++slot) {
-    rememberAll(mix(slot, 11));
-    const Record record = read(slot, 12);
-    if (record.state == kLive) report(record);
-  }
-  if (last) position_ = load(At::kPublished);
+}
+
+void Follower::visitSlot(Value slot) {
+  rememberAll(mix(slot, 11));
+  const Record record = read(slot, 12);
+  if (record.state == kLive) report(record);
+}
+
+void Follower::scan() {
+  beginScan();
+  for (Value slot = 0; slot < capacity_; ++slot) visitSlot(slot);
+  if (p_.has(Mistake::kScanLoadsPublishedLast)) position_ = load(At::kPublished);
   rememberAll(13);
+}
+
+bool Follower::scanInSlices() {
+  beginScan();
+  for (Value slot = 0; slot < capacity_; ++slot) {
+    visitSlot(slot);
+    if (!passBelow(slot + 1)) return false;
+    // The pass went by what changed in slots that are still to be visited: in new ones, too.
+    if (!p_.has(Mistake::kSlicesKeepCapacity)) capacity_ = load(At::kCapacity);
+  }
+  rememberAll(13);
+  return true;
 }
 
 const File& Follower::mapLog(Value generation) {
@@ -68,32 +90,42 @@ bool Follower::reset() const {
 }
 
 bool Follower::pass() {
+  if (!passBelow(kNoSlot)) return false;
+  checkKnown();
+  return true;
+}
+
+// Over what has changed in the first slots.
+bool Follower::passBelow(Value slots) {
   Value generation = 0;
   const bool logFirst = p_.has(Mistake::kLogBeforePublished);
   if (logFirst) generation = load(At::kLogGeneration);
   const Value published = load(At::kPublished, unless(Mistake::kReadPublishedRelaxed));
-  if (!logFirst) generation = load(At::kLogGeneration, unless(Mistake::kReadLogGenerationRelaxed));
+  if (!logFirst) {
+    generation = load(At::kLogGeneration, unless(Mistake::kReadLogGenerationRelaxed));
+  }
   const File& log = mapLog(generation);
   if (overrun(published, log)) return reset();
   inPass_ = true;
   for (Value n = position_ + 1; n <= published; ++n) {
-    rememberAll(mix(mix(mix(n, published), static_cast<uint64_t>(log.magic)), 14));
-    if (!visit(n, published, log)) return reset();
+    const auto file = static_cast<uint64_t>(log.magic);
+    rememberAll(mix(mix(mix(mix(n, published), file), slots), 14));
+    if (!visit(n, published, log, slots)) return reset();
   }
   position_ = std::max(position_, published);
-  checkKnown();
   inPass_ = false;
   reported_.fill(false);
-  rememberAll(15);
+  rememberAll(mix(slots, 15));
   return true;
 }
 
 // One entry of the log. False: it, or the slot that it leads to, was used again.
-bool Follower::visit(Value n, Value published, const File& log) {
+bool Follower::visit(Value n, Value published, const File& log, Value slots) {
   const Value entry = load(log.entry(n % log.size), unless(Mistake::kReadEntryRelaxed));
   const Value slot = entry % kSlotsInEntry;
   if (entry != entryOf(p_, n, slot) && !p_.has(Mistake::kTagUnchecked)) return false;
-  const Record record = readChecked(slot, mix(mix(n, published), entry));
+  if (slot >= slots) return true;
+  const Record record = readChecked(slot, mix(mix(mix(n, published), entry), slots));
   const bool unexpected = record.sequence < n || record.sequence > published;
   if (unexpected && !p_.has(Mistake::kAliasIsCorrupt)) {
     // The tag may have come round again; then published has moved on by a whole log at least.

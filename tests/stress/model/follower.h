@@ -18,11 +18,14 @@ class Follower : public Reader {
   void start(int length);
   /// Knows nothing; visits all slots.
   void scan();
+  /// The same, but after each slot it passes over what has changed in those that it has visited.
+  /// False: it was overrun and has to begin again.
+  bool scanInSlices();
   /// False: it was overrun and has to scan.
   bool pass();
 
-  /// All that it remembers, and `state` of the caller.
-  void rememberAll(uint64_t state);
+  /// What the caller will do with it after this is decided by `stage`.
+  void enter(uint64_t stage);
 
  private:
   static constexpr size_t kUnseen = ~size_t{0};
@@ -31,10 +34,15 @@ class Follower : public Reader {
   const File& mapLog(Value generation);
   bool overrun(Value published, const File& log) const;
   bool reset() const;
-  bool visit(Value n, Value published, const File& log);
+  void rememberAll(uint64_t state);
+  void beginScan();
+  void visitSlot(Value slot);
+  bool passBelow(Value slots);
+  bool visit(Value n, Value published, const File& log, Value slots);
   void report(const Record& record);
   void checkKnown() const;
 
+  uint64_t stage_ = 0;
   Value position_ = 0;
   Versions known_ = {};                    // the version of each key
   Versions before_ = {};                   // the same before the scan

@@ -147,22 +147,28 @@ class Search {
         std::lower_bound(quiet.begin(), quiet.end(), memory.setUp) - quiet.begin());
     const int seen = quiet[first + x.choose(static_cast<unsigned>(quiet.size() - first))];
     x.see(seen);
-    switch (x.choose(scenario_.keys.empty() ? 2 : 4)) {
+    switch (x.choose(scenario_.keys.empty() ? 3 : 5)) {
       case 0:
-        follow(x, truth, seen, rounds);
-        break;
+        return follow(x, truth, seen, rounds);
+      case 1:
+        return scan(x, truth, seen, false);
       case 2:
-        lookUp(x, truth, seen, false, rounds);
-        break;
+        return scan(x, truth, seen, true);
       case 3:
-        lookUp(x, truth, seen, true, rounds);
-        break;
-      default: {
-        Follower follower(x, p_, truth);
-        follower.mapAsOf(seen);
-        follower.scan();
-        follower.pass();
-      }
+        return lookUp(x, truth, seen, false, rounds);
+      default:
+        return lookUp(x, truth, seen, true, rounds);
+    }
+  }
+
+  void scan(Explorer& x, const Truth& truth, int seen, bool inSlices) {
+    Follower follower(x, p_, truth);
+    follower.mapAsOf(seen);
+    follower.enter(inSlices ? 1 : 2);
+    if (!inSlices) follower.scan();
+    if (!inSlices || follower.scanInSlices()) {
+      follower.enter(3);
+      follower.pass();
     }
   }
 
@@ -198,14 +204,14 @@ class Search {
     Follower follower(x, p_, truth);
     follower.mapAsOf(seen);
     follower.start(seen);
-    follower.rememberAll(1);
     for (uint64_t round = 0; round < rounds; ++round) {
-      if (!follower.pass()) {
-        follower.scan();
-        follower.pass();
-        return;
-      }
-      follower.rememberAll(2 + round);
+      follower.enter(4 + round);
+      if (follower.pass()) continue;
+      follower.enter(2);
+      follower.scan();
+      follower.enter(3);
+      follower.pass();
+      return;
     }
   }
 

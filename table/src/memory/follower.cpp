@@ -118,8 +118,12 @@ Follower::Step Follower::stepPass(RecordOut& out) {
   return step;
 }
 
-// What the slot holds now is the change of this entry or a later one.
+// What the slot holds now is the change of this entry or a later one. What is neither of this
+// pass: the entry may be of 2^32 changes later, with the same tag. Its acquire load then made a
+// `published` visible that shows it.
 Follower::Step Follower::judge(uint32_t slot, uint64_t sequence, const RecordOut& out) {
+  const bool isOfThisPass = out.sequence >= sequence && out.sequence <= passEnd_;
+  if (!isOfThisPass && reader_.published() - sequence >= log_->entries()) return Step::kReset;
   if (out.sequence < sequence || out.state == kFree) {
     reader_.failCorrupt("slot " + std::to_string(slot) + " is older than change " +
                         std::to_string(sequence) + " of the log");

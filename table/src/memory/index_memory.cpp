@@ -8,7 +8,7 @@ std::optional<bool> IndexMemory::insert(Hash hash, uint32_t slot) const {
   for (uint64_t step = 0; step < buckets(); ++step) {
     const uint64_t entry = relaxed(entries_[bucket]);
     if (entry == kEmptyBucket || entry == kTombstone) {
-      release(entries_[bucket], uint64_t{hash.tag} << 32 | (slot + 1));
+      release(entries_[bucket], pack(hash, slot));
       return entry == kTombstone;
     }
     if (++bucket == buckets()) bucket = 0;

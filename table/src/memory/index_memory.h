@@ -62,6 +62,23 @@ class IndexMemory {
     return false;
   }
 
+  /// A reader: probe(), whose visit is `examine(slot)`. An entry that the writer took away during
+  /// its examination leads to another search: the slot then holds another key, whose own entry
+  /// is not there yet, and a key that was found once must not be missing in the next search.
+  template <class Examine>
+  bool find(Hash hash, Examine examine) const {
+    for (int attempt = 0; attempt < kFindAttempts; ++attempt) {
+      bool moved = false;
+      const bool found = probe(hash, [&](uint64_t bucket, uint32_t slot) {
+        if (!examine(slot)) return false;
+        moved = relaxed(entries_[bucket]) != pack(hash, slot);
+        return true;
+      });
+      if (!found || !moved) return found;
+    }
+    return true;
+  }
+
   /// The writer: enters a slot under a key that has no entry, at the first bucket that is empty
   /// or a tombstone. Returns whether it was a tombstone; nothing when no bucket is left.
   std::optional<bool> insert(Hash hash, uint32_t slot) const;
@@ -70,6 +87,10 @@ class IndexMemory {
   bool entomb(Hash hash, uint32_t slot) const;
 
  private:
+  // Every further attempt needs another change of the same bucket.
+  static constexpr int kFindAttempts = 64;
+
+  static uint64_t pack(Hash hash, uint32_t slot) { return uint64_t{hash.tag} << 32 | (slot + 1); }
   uint64_t home(Hash hash) const { return (uint64_t{hash.home} * groups_) >> 32; }
 
   Word* entries_ = nullptr;

@@ -103,12 +103,12 @@ TableReader::Lookup TableReader::lookUp(const uint64_t* key, void* value, uint32
 TableReader::Lookup TableReader::lookUpIn(const IndexMemory& index, const uint64_t* key,
                                           void* value, uint32_t& slot) {
   Lookup result = Lookup::kMissing;
-  static_cast<void>(index.probe(index.hash(key, keyWords()), [&](uint64_t, uint32_t candidate) {
+  const bool found = index.find(index.hash(key, keyWords()), [&](uint32_t candidate) {
     slot = candidate;
     result = examine(candidate, key, value);
     return result != Lookup::kMissing;
-  }));
-  return result;
+  });
+  return found ? result : Lookup::kMissing;
 }
 
 // Where `buckets` belongs to another table already, and when somebody has overwritten the

@@ -140,7 +140,7 @@ std::string TableWriter::openSlots() {
 }
 
 std::string TableWriter::refuseSchema(const Schema& found) const {
-  const std::string text = "its records have another description, in " +
+  std::string text = "its records have another description, in " +
                            options_.place.path(kSlotsFile) + ":\n" + found.description +
                            "instead of this program's\n" + options_.schema.description;
   if (options_.replaceOtherSchema) return text;

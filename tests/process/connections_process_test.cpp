@@ -7,7 +7,7 @@
 #include <csignal>
 
 #include "process/process_test.h"
-#include "process/raw_peer.h"
+#include "support/raw_peer.h"
 
 namespace Zorbe::Test {
 namespace {

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "process/process_test.h"
-#include "process/raw_peer.h"
+#include "support/raw_peer.h"
 
 namespace Zorbe::Test {
 namespace {

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "process/process_test.h"
-#include "process/system_call_trace.h"
+#include "support/system_call_trace.h"
 
 namespace Zorbe::Test {
 namespace {

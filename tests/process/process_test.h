@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "fakes/zorbe_test.h"
-#include "process/child_process.h"
-#include "process/roles.h"
+#include "support/child_process.h"
+#include "support/roles.h"
+#include "support/zorbe_test.h"
 
 namespace Zorbe::Test {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // The example's writer and readers on one real loop, turned by hand.
-#include "fakes/zorbe_test.h"
 #include "fault/fault.h"
+#include "support/zorbe_test.h"
 
 #include <brask/linux/event_loop.h>
 #include <quotes_follower.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The example programs, driven as a user would.
-#include "fakes/zorbe_test.h"
+#include "support/zorbe_test.h"
 
 #include <child.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The memory of the example's table: what readers can and cannot see of it.
-#include "fakes/zorbe_test.h"
+#include "support/zorbe_test.h"
 
 #include <change_follower.h>
 #include <table_reader.h>

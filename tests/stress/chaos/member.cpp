@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <utility>
+
+#include "stress/chaos/crew.h"
+
+namespace Zorbe::Test::Chaos {
+namespace {
+
+/// While it lives, SIGTERM waits: in a child that is made meanwhile until the child takes it.
+class Later {
+ public:
+  Later() {
+    sigset_t terminate;
+    ::sigemptyset(&terminate);
+    ::sigaddset(&terminate, SIGTERM);
+    if (::sigprocmask(SIG_BLOCK, &terminate, &before_) != 0) throw Failure("sigprocmask");
+  }
+  ~Later() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  Later(const Later&) = delete;
+  Later& operator=(const Later&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
+}  // namespace
+
+Member::Member(std::string name, Place& place, Role role)
+    : name_(std::move(name)), place_(place), role_(std::move(role)) {}
+
+void Member::start() {
+  clearPlace();
+  const Later later;
+  process_ =
+      std::make_unique<ChildProcess>(name_, [this](Channel& parent) { role_(parent, place_); });
+}
+
+// The process that had it is no more.
+void Member::clearPlace() {
+  place_.pid = 0;
+  place_.writing = false;
+  place_.attached = false;
+  for (auto* number : {&place_.fenix, &place_.departures, &place_.corruptions, &place_.heardFenix,
+                       &place_.answered, &place_.connections}) {
+    *number = 0;
+  }
+  place_.sequence = 0;
+  place_.heardSequence = 0;
+  place_.otherWriter = 0;
+  owedWriter_ = 0;
+}
+
+void Member::kill() {
+  process_->kill();
+  process_.reset();
+  stopped_ = false;
+  requireSanity();
+  clearPlace();
+}
+
+// Waits for it: the signal alone says nothing about when. One that has ended instead stays
+// what its ChildProcess has to bury.
+void Member::stop() {
+  signal(SIGSTOP);
+  siginfo_t info{};
+  while (::waitid(P_PID, static_cast<id_t>(pid()), &info, WSTOPPED | WEXITED | WNOWAIT) != 0) {
+    if (errno != EINTR) throw Failure(name_ + " cannot be stopped: " + std::strerror(errno));
+  }
+  if (info.si_code != CLD_STOPPED) throw Failure(name_ + " has ended by itself\n" + log());
+  stopped_ = true;
+}
+
+void Member::goOn() {
+  signal(SIGCONT);
+  stopped_ = false;
+}
+
+void Member::leave() {
+  signal(SIGTERM);
+  const int status = process_->finish();
+  if (status != 0)
+    throw Failure(name_ + " has left with status " + std::to_string(status) + "\n" + log());
+  requireSanity();
+  process_.reset();
+  clearPlace();
+}
+
+void Member::requireSanity() {
+  if (const pid_t other = place_.otherWriter) {
+    throw Failure("two writers: " + name_ + " has become one beside process " +
+                  std::to_string(other));
+  }
+  if (place_.corruptions > 0) throw Failure(name_ + " has read a corrupt table");
+}
+
+void Member::owe(pid_t writer) {
+  owedWriter_ = writer;
+  departuresBefore_ = place_.departures;
+}
+
+void Member::requireTold(pid_t writer) {
+  if (owedWriter_ == 0 || owedWriter_ == writer) return;
+  if (place_.departures == departuresBefore_) throw Failure(name_ + " was not told of a departure");
+}
+
+void Member::signal(int number) {
+  if (::kill(pid(), number) == 0) return;
+  throw Failure("signal " + std::to_string(number) + " to " + name_ + ": " + std::strerror(errno));
+}
+
+}  // namespace Zorbe::Test::Chaos

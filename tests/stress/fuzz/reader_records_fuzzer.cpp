@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: MIT
+//
+// A writer that keeps to nothing, and a client that uses every freedom it has: what arrives
+// at the reader, in which pieces, which of its calls fail, what the table code answers. The
+// reader has to do what a model of a few lines does.
+#include "stress/fuzz/drain.h"
+#include "stress/fuzz/fuzzer.h"
+#include "support/reader_fixture.h"
+#include "support/table_socket.h"
+
+#include <array>
+
+namespace Zorbe::Test::Fuzz {
+namespace {
+
+const TestRoot root;
+const std::string path = root / "t";
+
+BareSocket& listening() {
+  static BareSocket socket = BareSocket::listenAs(path);
+  return socket;
+}
+const bool opened = listening().connected();
+
+/// What the table code does when it is asked how far it has read.
+enum class Answer { sequence, corruption, suspend, notDone };
+
+struct Model {
+  bool connected = false;
+  bool acknowledged = false;
+  bool enabled = false;
+  bool suspended = false;
+  bool again = false;
+  bool timer = false;
+  uint64_t sent = 0;
+  uint32_t batches = 0;
+  Unread unread;                     // by the reader
+  std::vector<std::string> reports;  // that the writer has not taken
+  std::vector<std::string> failures;
+  std::vector<std::string> notes;
+};
+
+class ReaderCase {
+ public:
+  explicit ReaderCase(Input& input) : input_(input) {
+    handler_.allowFailures();
+    if (input.flag()) handler_.setMaxLevel(0);
+    reader_->onReaderSequence = [this] { answer(); };
+  }
+
+  ~ReaderCase() {
+    reader_.reset();
+    if (writer_.connected()) EXPECT_TRUE(writer_.abandoned());
+  }
+
+  void run() {
+    while (!input_.atEnd()) {
+      step(input_.below(12));
+      compare();
+    }
+  }
+
+ private:
+  void step(unsigned what) {
+    switch (what) {
+      case 0:
+        return connect();
+      case 1:
+        return send(input_.text());
+      case 2:
+        return send("#");
+      case 3:
+        return hangUp();
+      case 4:
+        return arrive();
+      case 5:
+        return failWhileArriving();
+      case 6:
+        return setUp();
+      case 7:
+        return notify(input_.flag());
+      case 8:
+        return timeout();
+      case 9:
+        return report(input_.number<uint64_t>());
+      case 10:
+        return close(input_.flag());
+      default:
+        return takeReports();
+    }
+  }
+
+  void connect() {
+    reader_->doConnect();
+    if (model_.connected) return;
+    model_.connected = true;
+    model_.unread = Unread();
+    model_.reports.clear();
+    model_.notes.emplace_back("writerConnectionChanged up");
+    writer_ = listening().acceptOne();
+    EXPECT_TRUE(writer_.connected());
+  }
+
+  void send(const std::string& record) {
+    if (!model_.connected || !writer_.connected()) return;
+    writer_.send(record);
+    model_.unread.records.push_back(record);
+  }
+
+  void hangUp() {
+    if (!writer_.connected()) return;
+    model_.unread.reset = !model_.reports.empty();
+    model_.unread.ended = true;
+    writer_.hangUp();
+  }
+
+  // What the client and its table code are going to do.
+  void setUp() {
+    reader_->enabled = model_.enabled = input_.flag();
+    reader_->conquerAgain = model_.again = input_.flag();
+    answer_ = static_cast<Answer>(input_.below(4));
+    reader_->consumed = input_.number<uint64_t>();
+  }
+
+  // In the middle of a pass: what the model expects of it has been told by then.
+  void answer() {
+    if (answer_ == Answer::corruption) throw CorruptionDetectedException("torn");
+    if (answer_ == Answer::suspend) reader_->notifying(false);
+    if (answer_ == Answer::notDone) reader_->conquerAgain = true;
+  }
+
+  void arrive() {
+    if (!model_.connected) return;
+    expectArrival();
+    act([this] { platform_.fd(0).fire(); });
+  }
+
+  void failWhileArriving() {
+    constexpr std::array<int, 5> errors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
+    if (!model_.connected) return;
+    model_.unread.callsToFailure = 1 + input_.below(3);
+    model_.unread.error = errors[input_.below(errors.size())];
+    Fault::arm("recv", model_.unread.callsToFailure, model_.unread.error);
+    arrive();
+    model_.unread.callsToFailure = 0;
+    Fault::reset();
+  }
+
+  // What handleKickFromWriter has to do.
+  void expectArrival() {
+    if (!model_.enabled) return;
+    std::string record;
+    size_t kicks = 0;
+    long got;
+    while ((got = model_.unread.receive(record)) > 0) kicks += static_cast<size_t>(got);
+    if (got < 0 && got != -EAGAIN) {
+      model_.failures.push_back("ReaderKickSm::handleKickFromWriter() recv() error: " +
+                                std::string(std::strerror(static_cast<int>(-got))));
+    }
+    if (got != -EAGAIN) return expectEnd(false);
+    if (kicks == 0) return;
+    ++model_.batches;
+    if (model_.acknowledged) return expectPass();
+    model_.acknowledged = true;
+    model_.notes.emplace_back("writerAcknowledged");
+  }
+
+  void expectPass() {
+    if (!model_.enabled || !model_.acknowledged || model_.suspended) return;
+    model_.notes.emplace_back("readerSequence");
+    if (answer_ == Answer::corruption) {
+      model_.failures.emplace_back(
+          "ReaderKickSm::doConquer exception caught: "
+          "Zorbe::CorruptionDetectedException(\"torn\")");
+      return;
+    }
+    model_.suspended = answer_ == Answer::suspend;
+    model_.again = model_.again || answer_ == Answer::notDone;
+    if (model_.suspended) model_.timer = false;
+    if (model_.suspended || model_.again) {
+      model_.timer = true;
+      return;
+    }
+    expectReport(reader_->consumed);
+    if (!refused_) model_.timer = false;
+  }
+
+  void expectReport(uint64_t sequence) {
+    if (!model_.connected) return;
+    refused_ = sequence < model_.sent;
+    if (refused_) return;
+    model_.sent = sequence;
+    if (!model_.unread.ended) return model_.reports.push_back(bytesOf(sequence));
+    const int error = std::exchange(model_.unread.reset, false) ? ECONNRESET : EPIPE;
+    model_.failures.push_back(
+        "ReaderKickSm::sendSequence() send() socket:" + std::to_string(platform_.fd(0).fd()) +
+        " failed: " + std::strerror(error));
+  }
+
+  void expectEnd(bool detaching) {
+    model_.connected = false;
+    model_.acknowledged = false;
+    if (!detaching) model_.notes.emplace_back("writerConnectionChanged down");
+  }
+
+  void notify(bool on) {
+    if (!on) model_.timer = false;
+    if (on && model_.suspended) model_.timer = true;
+    model_.suspended = !on;
+    reader_->notifying(on);
+  }
+
+  void timeout() {
+    if (!model_.timer) return;
+    model_.timer = false;
+    expectPass();
+    act([this] { platform_.timer(0).fire(); });
+  }
+
+  void report(uint64_t sequence) {
+    expectReport(sequence);
+    act([&] { reader_->sendSequence(sequence); });
+  }
+
+  void close(bool detaching) {
+    if (!model_.connected) return;
+    expectEnd(detaching);
+    reader_->doCloseWriterConnection(detaching);
+  }
+
+  // A falling sequence is refused by an exception; nothing else is thrown.
+  void act(const Hook& action) {
+    bool thrown = false;
+    try {
+      action();
+    } catch (const Brask::RuntimeException& exception) {
+      thrown =
+          std::string(exception.what()).find(" previously sent sequence:") != std::string::npos;
+    }
+    EXPECT_EQ(thrown, std::exchange(refused_, false));
+  }
+
+  void takeReports() {
+    if (!writer_.connected()) return;
+    EXPECT_EQ(allReceived(writer_), model_.reports);
+    model_.reports.clear();
+  }
+
+  void compare() {
+    EXPECT_EQ(reader_->connected, model_.connected);
+    EXPECT_EQ(platform_.fd(0).watching(), model_.connected);
+    EXPECT_EQ(reader_->acknowledged, model_.acknowledged);
+    EXPECT_EQ(reader_->notificationsDisabled, model_.suspended);
+    EXPECT_EQ(reader_->sentSequence, model_.sent);
+    EXPECT_EQ(platform_.timer(0).armed(), model_.timer);
+    EXPECT_EQ(counters_.conquerKicks, model_.batches);
+    EXPECT_EQ(handler_.texts(0), model_.failures);
+    EXPECT_EQ(takeNotes(), model_.notes);
+    handler_.clear();
+    model_.failures.clear();
+    model_.notes.clear();
+    if (!model_.connected && writer_.connected()) {
+      EXPECT_TRUE(writer_.abandoned());
+      takeReports();
+      writer_.hangUp();
+    }
+  }
+
+  // Calls of the client's operations; those of the controls are compared by their effect.
+  std::vector<std::string> takeNotes() {
+    std::vector<std::string> notes;
+    for (const std::string& call : platform_.takeCalls()) {
+      if (call.find('#') == std::string::npos) notes.push_back(call);
+    }
+    return notes;
+  }
+
+  Input& input_;
+  RecordingHandler handler_;
+  FakePlatform platform_;
+  RootPath rootPath_{handler_, "t", false};
+  Reader::Counters counters_ = {};
+  std::unique_ptr<TestReader> reader_ =
+      std::make_unique<TestReader>(platform_, handler_, rootPath_, counters_);
+  BareSocket writer_;
+  Answer answer_ = Answer::sequence;
+  bool refused_ = false;
+  Model model_;
+};
+
+}  // namespace
+}  // namespace Zorbe::Test::Fuzz
+
+ZORBE_FUZZER(input) {
+  using namespace Zorbe::Test::Fuzz;
+  ReaderCase(input).run();
+}

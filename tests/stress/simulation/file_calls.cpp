@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+#include "fault/fault.h"
+#include "stress/simulation/system_calls.h"
+#include "stress/simulation/world.h"
+
+namespace Zorbe::Test::Simulation {
+namespace {
+
+// The descriptor of the thread's namespace, which is the same for all.
+int openPath(const char* path, int flags, mode_t mode) {
+  Process* const process = Process::running();
+  if (process == nullptr) {
+    const Fault::Bypass bypass;
+    return ::open(path, flags, mode);
+  }
+  return enter(*process) ? process->open(nullptr) : -1;
+}
+
+int enterNamespace(int fd, int type) {
+  if (Process::running() != nullptr) return 0;
+  const Fault::Bypass bypass;
+  return ::setns(fd, type);
+}
+
+// Files that a process has opened for writing: their content arrives when they are closed.
+struct Written {
+  std::string path;
+  uint64_t inode;
+};
+
+std::map<FILE*, Written>& writtenFiles() {
+  static std::map<FILE*, Written> files;
+  return files;
+}
+
+FILE* anonymousFile(const std::string& content, const char* mode) {
+  const Fault::Bypass bypass;
+  const int fd = memfd_create("simulated", MFD_CLOEXEC);
+  if (fd < 0) return nullptr;
+  if (pwrite(fd, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
+    ::close(fd);
+    return nullptr;
+  }
+  return fdopen(fd, mode);
+}
+
+FILE* openFile(const char* path, const char* mode) {
+  Process* const process = Process::running();
+  if (process == nullptr) {
+    const Fault::Bypass bypass;
+    return std::fopen(path, mode);
+  }
+  if (!enter(*process)) return nullptr;
+  const bool writes = *mode == 'w';
+  Directory& directory = process->world().directory;
+  std::string content;
+  int error = writes ? directory.create(path) : directory.read(path, content);
+  if (!writes && process->world().describeProcess(path, content)) error = 0;
+  if (error != 0) {
+    errno = error;
+    return nullptr;
+  }
+  FILE* const file = anonymousFile(content, mode);
+  if (writes && file != nullptr) writtenFiles()[file] = {path, directory.inode(path)};
+  return file;
+}
+
+std::string contentOf(FILE* file) {
+  char content[4096];
+  const ssize_t size = pread(fileno(file), content, sizeof content, 0);
+  return {content, static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
+}
+
+int closeFile(FILE* file) {
+  const auto found = writtenFiles().find(file);
+  if (found != writtenFiles().end()) {
+    Process& process = *Process::running();
+    if (enter(process)) {
+      const Written& written = found->second;
+      process.world().directory.close(written.path, written.inode, contentOf(file));
+    }
+    writtenFiles().erase(file);
+  }
+  const Fault::Bypass bypass;
+  return std::fclose(file);
+}
+
+int examinePath(const char* path, struct stat* status) {
+  Process* const process = Process::running();
+  if (process == nullptr) {
+    const Fault::Bypass bypass;
+    return ::stat(path, status);
+  }
+  if (!enter(*process)) return -1;
+  const Directory& directory = process->world().directory;
+  if (!directory.exists(path)) return result(ENOENT);
+  *status = {};
+  status->st_mode = directory.isDirectory(path) ? S_IFDIR : S_IFREG;
+  return 0;
+}
+
+int changeMode(const char* path, mode_t mode) {
+  Process* const process = Process::running();
+  if (process == nullptr) {
+    const Fault::Bypass bypass;
+    return ::chmod(path, mode);
+  }
+  if (!enter(*process)) return -1;
+  return result(process->world().directory.exists(path) ? 0 : ENOENT);
+}
+
+ssize_t readExecutable(const char* path, char* buffer, size_t size) {
+  if (Process::running() == nullptr) {
+    const Fault::Bypass bypass;
+    return ::readlink(path, buffer, size);
+  }
+  static constexpr char executable[] = "/usr/bin/simulated";
+  const std::size_t length = std::min(size, sizeof executable - 1);
+  std::memcpy(buffer, executable, length);
+  return static_cast<ssize_t>(length);
+}
+
+pid_t processId() {
+  if (const Process* process = Process::running()) return process->pid();
+  const Fault::Bypass bypass;
+  return ::getpid();
+}
+
+}  // namespace
+
+void divertFileCalls() {
+  Fault::divert("chmod", changeMode);
+  Fault::divert("fclose", closeFile);
+  Fault::divert("fopen", openFile);
+  Fault::divert("getpid", processId);
+  Fault::divert("open", openPath);
+  Fault::divert("readlink", readExecutable);
+  Fault::divert("setns", enterNamespace);
+  Fault::divert("stat", examinePath);
+}
+
+}  // namespace Zorbe::Test::Simulation

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+//
+// A process of a simulated world: its descriptors, its event loop, its program, and the
+// stack that the program runs on.
+#pragma once
+
+#include <brask/platform.h>
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "stress/simulation/fiber.h"
+#include "stress/simulation/sockets.h"
+
+namespace Zorbe::Test::Simulation {
+
+class World;
+
+/// What a process runs. Constructed and destroyed by its own process.
+class Program {
+ public:
+  virtual ~Program() = default;
+  virtual void start() = 0;
+};
+
+/// Something that a control waits for.
+class EventSource {
+ public:
+  virtual ~EventSource() = default;
+  virtual bool isReady(const World& world) const = 0;
+  virtual void fire() = 0;  ///< may destroy this object
+  virtual std::string describe() const = 0;
+  virtual int64_t deadline() const { return -1; }  ///< microseconds; -1: there is none
+};
+
+class Process final : public Brask::Platform::DebugHandler {
+ public:
+  enum class State { running, exiting, gone };
+  using Loader = std::function<std::unique_ptr<Program>(Process&)>;
+
+  Process(World& world, int pid, std::string name, Loader loader);
+  ~Process() override;
+
+  /// The one that runs right now; null between the steps.
+  static Process* running() { return running_; }
+
+  World& world() { return world_; }
+  int pid() const { return pid_; }
+  const std::string& name() const { return name_; }
+  State state() const { return state_; }
+
+  // Scheduling, from outside.
+  bool isStopped() const { return stopped_; }
+  void stop(bool stopped) { stopped_ = stopped; }
+  bool isWaiting() const { return idle_; }  ///< in its loop, not in the middle of something
+  void ask(std::function<void()> wish) { wishes_.push_back(std::move(wish)); }
+  std::vector<EventSource*> choices() const;  ///< what it may do next; null stands for the rest
+  void run(EventSource* choice);
+  void kill();
+
+  // From inside.
+  bool isDead() const { return dead_; }
+  bool isLeaving() const { return leaving_; }
+  void leave() { leaving_ = true; }
+  void pause();  ///< others may run now
+  void waitUntil(std::function<bool()> condition);
+
+  // Descriptors: the lowest free number, as everywhere. A null socket is one of something else.
+  static constexpr int firstDescriptor = 1 << 20;
+  int open(SocketRef socket);
+  bool owns(int fd) const { return descriptors_.count(fd) != 0; }
+  SocketRef socket(int fd) const;
+  void closeDescriptor(int fd);
+  std::size_t openDescriptors() const { return descriptors_.size(); }
+
+  // What controls there are.
+  void add(EventSource* source) { sources_.push_back(source); }
+  void remove(EventSource* source);
+  const std::vector<EventSource*>& sources() const { return sources_; }
+
+  Program* program() const { return program_.get(); }
+
+  bool isEnabled(int level) override;
+  void emit(std::ostringstream& message, int level) override;
+
+ private:
+  void main(const Loader& loader);
+  void loop();
+  void resume();
+  void finish();
+
+  static Process* running_;
+
+  World& world_;
+  int pid_;
+  std::string name_;
+  State state_ = State::running;
+  bool stopped_ = false;
+  bool dead_ = false;
+  bool leaving_ = false;
+  bool idle_ = false;
+  bool cleaning_ = false;
+  EventSource* next_ = nullptr;
+  std::function<bool()> condition_;
+  std::deque<std::function<void()>> wishes_;
+  std::map<int, SocketRef> descriptors_;
+  std::vector<EventSource*> sources_;
+  std::unique_ptr<Program> program_;
+  Fiber fiber_;
+};
+
+}  // namespace Zorbe::Test::Simulation

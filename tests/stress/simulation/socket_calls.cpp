@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "fault/fault.h"
+#include "stress/simulation/system_calls.h"
+#include "stress/simulation/world.h"
+
+namespace Zorbe::Test::Simulation {
+namespace {
+
+int openSocket(int domain, int type, int protocol) {
+  Process* const process = Process::running();
+  if (process == nullptr) {
+    const Fault::Bypass bypass;
+    return ::socket(domain, type, protocol);
+  }
+  if (!enter(*process)) return -1;
+  auto socket = std::make_shared<Socket>();
+  socket->nonBlocking = (type & SOCK_NONBLOCK) != 0;
+  return process->open(std::move(socket));
+}
+
+int closeDescriptor(int fd) {
+  Process* const process = Process::running();
+  if (process == nullptr || fd < Process::firstDescriptor) {
+    const Fault::Bypass bypass;
+    return ::close(fd);
+  }
+  if (!enter(*process)) return -1;
+  if (!process->owns(fd)) {
+    process->world().fail(process->name() + " closes what is not open");
+    return result(EBADF);
+  }
+  process->closeDescriptor(fd);
+  return 0;
+}
+
+// Calls `call(process, socket)` for an errno; outside of processes `real()` for a result.
+template <class Real, class Call>
+int onSocket(int fd, Real real, Call call) {
+  Process* const process = Process::running();
+  if (process == nullptr) {
+    const Fault::Bypass bypass;
+    return real();
+  }
+  if (!enter(*process)) return -1;
+  const SocketRef socket = process->socket(fd);
+  return result(socket ? call(*process, socket) : EBADF);
+}
+
+std::string abstractName(const sockaddr* address, socklen_t length) {
+  const std::size_t offset = offsetof(sockaddr_un, sun_path) + 1;
+  return {reinterpret_cast<const char*>(address) + offset, length - offset};
+}
+
+int bindSocket(int fd, const sockaddr* address, socklen_t length) {
+  return onSocket(
+      fd, [=] { return ::bind(fd, address, length); },
+      [=](Process& process, const SocketRef& socket) {
+        return process.world().sockets.bind(socket, abstractName(address, length));
+      });
+}
+
+int listenOn(int fd, int backlog) {
+  return onSocket(
+      fd, [=] { return ::listen(fd, backlog); },
+      [=](Process& process, const SocketRef& socket) {
+        return process.world().sockets.listen(*socket, backlog);
+      });
+}
+
+int connectBlocking(Process& process, const SocketRef& socket, const std::string& name) {
+  Sockets& sockets = process.world().sockets;
+  for (;;) {
+    const int error = sockets.connect(socket, name);
+    if (error != EAGAIN || socket->nonBlocking) return error;
+    process.waitUntil([&sockets, name] { return sockets.decided(name); });
+    if (process.isDead()) return EINTR;
+  }
+}
+
+int connectTo(int fd, const sockaddr* address, socklen_t length) {
+  return onSocket(
+      fd, [=] { return ::connect(fd, address, length); },
+      [=](Process& process, const SocketRef& socket) {
+        return connectBlocking(process, socket, abstractName(address, length));
+      });
+}
+
+int acceptFrom(int fd, sockaddr* address, socklen_t* length) {
+  int accepted = -1;
+  const int rc = onSocket(
+      fd, [&] { return accepted = ::accept(fd, address, length); },
+      [&](Process& process, const SocketRef& socket) {
+        SocketRef other;
+        const int error = process.world().sockets.accept(*socket, other);
+        if (error == 0) accepted = process.open(other);
+        return error;
+      });
+  return rc < 0 ? -1 : accepted;
+}
+
+int setOption(int fd, int level, int name, const void* value, socklen_t length) {
+  return onSocket(
+      fd, [=] { return ::setsockopt(fd, level, name, value, length); },
+      [](Process&, const SocketRef&) { return 0; });
+}
+
+ssize_t sendPacket(int fd, const void* data, size_t size, int flags) {
+  ssize_t sent = static_cast<ssize_t>(size);
+  const int rc = onSocket(
+      fd,
+      [&] {
+        sent = ::send(fd, data, size, flags);
+        return sent < 0 ? -1 : 0;
+      },
+      [&](Process& process, const SocketRef& socket) {
+        return process.world().sockets.send(*socket, {static_cast<const char*>(data), size});
+      });
+  return rc < 0 ? -1 : sent;
+}
+
+ssize_t receivePacket(int fd, void* data, size_t size, int flags) {
+  ssize_t received = 0;
+  const int rc = onSocket(
+      fd,
+      [&] {
+        received = ::recv(fd, data, size, flags);
+        return received < 0 ? -1 : 0;
+      },
+      [&](Process& process, const SocketRef& socket) {
+        std::string packet;
+        const int error = process.world().sockets.receive(*socket, size, packet);
+        std::memcpy(data, packet.data(), packet.size());
+        received = static_cast<ssize_t>(packet.size());
+        return error;
+      });
+  return rc < 0 ? -1 : received;
+}
+
+}  // namespace
+
+void divertSocketCalls() {
+  Fault::divert("accept", acceptFrom);
+  Fault::divert("bind", bindSocket);
+  Fault::divert("close", closeDescriptor);
+  Fault::divert("connect", connectTo);
+  Fault::divert("listen", listenOn);
+  Fault::divert("recv", receivePacket);
+  Fault::divert("send", sendPacket);
+  Fault::divert("setsockopt", setOption);
+  Fault::divert("socket", openSocket);
+}
+
+}  // namespace Zorbe::Test::Simulation

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+//
+// Descriptors, watches and queues that have run out, and writers that do not answer: each
+// ends in an error or a wait, and goes on when there is room again.
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <zorbe/exceptions.h>
+#include <zorbe/mounter.h>
+
+#include "stress/sweep/exhaustion_fixture.h"
+#include "support/child.h"
+#include "support/watchdog.h"
+#include "unit/platform/brask/linux/child_process.h"
+
+namespace Zorbe::Test {
+namespace {
+
+class ChangeCount : public MounterBase {
+ public:
+  void rootChanged(const std::string& what) override { told.push_back(what); }
+  std::vector<std::string> told;
+};
+
+/// A writer of its own process, which can be stopped.
+class StoppedWriterTest : public ExhaustionTest {
+ protected:
+  StoppedWriterTest() : writer("writer", [this](Channel& parent) { playWriter(parent, table); }) {
+    writer.await("listening");
+    EXPECT_EQ(0, ::kill(writer.pid(), SIGSTOP));
+    EXPECT_EQ(writer.pid(), ::waitpid(writer.pid(), nullptr, WUNTRACED));
+  }
+  void letGoOn() { EXPECT_EQ(0, ::kill(writer.pid(), SIGCONT)); }
+
+  ChildProcess writer;
+};
+
+TEST_F(ExhaustionTest, AWriterWithoutDescriptorsWaitsAndGoesOnWhenThereAreSome) {
+  Brask::Linux::EventLoop loop;
+  TableWriter writer(handler, root, table);
+  writer.open();
+  const Knocks knocks = makeKnocks(3);
+  NoDescriptors exhausted;
+  for (const auto& knock : knocks) EXPECT_EQ(0, knock->connect(handler, root));
+  const auto start = std::chrono::steady_clock::now();
+  const double before = processorSeconds();
+  std::chrono::duration<double> passed{};
+  while (passed.count() < 0.5) {
+    loop.turn(0.5);
+    passed = std::chrono::steady_clock::now() - start;
+  }
+  EXPECT_LT(processorSeconds() - before, 0.05 * passed.count());
+  const size_t accepted = writer.readers.size();
+  exhausted.allow();
+  EXPECT_EQ(0u, accepted);
+  EXPECT_TRUE(isTold("accept() sd:"));
+  awaitReaders(loop, writer, 3);
+}
+
+TEST_F(ExhaustionTest, AReaderWithoutDescriptorsIsToldAndConnectsWhenThereAreSome) {
+  if (isSanitized) GTEST_SKIP() << "sanitizers look at exceptions through descriptors";
+  Brask::Linux::EventLoop loop;
+  TableWriter writer(handler, root, table);
+  writer.open();
+  TableReader reader(handler, root, table);
+  NoDescriptors exhausted;
+  EXPECT_THROW(reader.doConnect(), Brask::RuntimeException);
+  exhausted.allow();
+  EXPECT_TRUE(isTold("socket() failed"));
+  reader.doConnect();
+  EXPECT_TRUE(reader.isConnected());
+}
+
+TEST_F(ExhaustionTest, AReaderBeyondTheQueueConnectsWhenTheWriterTurns) {
+  Brask::Linux::EventLoop loop;
+  TableWriter writer(handler, root, table);
+  writer.open();
+  const Knocks knocks = fillQueue();
+  EXPECT_EQ(6u, knocks.size());
+  awaitReaders(loop, writer, knocks.size());
+  TableReader reader(handler, root, table);
+  reader.doConnect();
+  EXPECT_TRUE(reader.isConnected());
+}
+
+TEST_F(ExhaustionTest, AConnectionThatSaysNothingHoldsTheLowestSequenceUntilItIsClosed) {
+  Brask::Linux::EventLoop loop;
+  TableWriter writer(handler, root, table);
+  writer.open();
+  TableReader reader(handler, root, table);
+  reader.doConnect();
+  Knocks silent = fillQueue();
+  writer.publish(3);
+  const size_t all = silent.size() + 1;
+  EXPECT_TRUE(turnUntil(loop, [&] { return reader.at() == 3 && writer.readers.size() == all; }));
+  EXPECT_EQ(0u, writer.lowestSequence());
+  silent.clear();
+  awaitReaders(loop, writer, 1);
+  EXPECT_TRUE(turnUntil(loop, [&] { return writer.allCaughtUp(); }));
+}
+
+TEST_F(ExhaustionTest, AForkedChildKeepsTheLockUntilItEnds) {
+  int ends[2];
+  ASSERT_EQ(0, ::pipe2(ends, O_CLOEXEC));
+  int lock = Util::acquireWriterLock(handler, root);
+  const pid_t child = startChild([&ends] {
+    char byte;
+    ::close(ends[1]);
+    return ::read(ends[0], &byte, 1) == 0 ? 0 : 1;
+  });
+  EXPECT_EQ(0, Util::releaseWriterLock(handler, lock));
+  EXPECT_THROW(Util::acquireWriterLock(handler, root), DuplicateWriterException);
+  ::close(ends[0]);
+  ::close(ends[1]);
+  EXPECT_EQ(0, exitStatus(child));
+  lock = Util::acquireWriterLock(handler, root);
+  EXPECT_EQ(0, Util::releaseWriterLock(handler, lock));
+}
+
+TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsToldAndWatchedByANewWatcher) {
+  const std::string told = LoopTesting::inChild([this]() -> std::string {
+    const std::string limit = "/proc/sys/user/max_inotify_watches";
+    if (::unshare(CLONE_NEWUSER) != 0 || !writeSetting(limit, "0")) return "skip";
+    Brask::Linux::EventLoop loop;
+    ChangeCount client;
+    {
+      const MounterSm refused(handler, "quotes", &client);
+      loop.turn(0);
+    }
+    if (client.told.empty() || !writeSetting(limit, "9")) return "told nothing";
+    const MounterSm watcher(handler, "quotes", &client);
+    Util::touch(handler, root.fullPath("slots"));
+    root.removeFile("slots");
+    loop.turn(0);
+    return client.told.front() + "; " + client.told.back();
+  });
+  if (told == "skip") GTEST_SKIP() << "no user namespace with limits of its own";
+  EXPECT_EQ("inotify_add_watch() " + rootPath() +
+                ": No space left on device (raise fs.inotify.max_user_watches); slots",
+            told);
+}
+
+TEST_F(StoppedWriterTest, TheWaitForAFullQueueEndsWithASignal) {
+  Knocks knocks = fillQueue();
+  Brask::Linux::EventLoop loop;
+  TableReader reader(handler, root, table);
+  {
+    const Watchdog watchdog;
+    reader.doConnect();
+  }
+  EXPECT_FALSE(reader.isConnected());
+  EXPECT_TRUE(isTold("failed: Interrupted system call"));
+  knocks.clear();
+  letGoOn();
+  reader.doConnect();
+  EXPECT_TRUE(reader.isConnected());
+  writer.tell("publish 1");
+  EXPECT_TRUE(turnUntil(loop, [&] { return reader.at() == 1; }));
+}
+
+TEST_F(StoppedWriterTest, AnInterruptedConnectIsADepartureAfterWhichAnotherOneSucceeds) {
+  Knocks knocks = fillQueue();
+  Brask::Linux::EventLoop loop;
+  Departures departures(handler, root);
+  {
+    const Watchdog watchdog;
+    departures.watch();
+  }
+  bool arrived = false;
+  departures.departed = [&] {
+    knocks.clear();
+    letGoOn();
+    departures.arrived = [&] { arrived = true; };
+  };
+  EXPECT_TRUE(turnUntil(loop, [&] { return arrived; }));
+  EXPECT_EQ(1u, departures.departures);
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: MIT
+#include "stress/sweep/failures.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <stdexcept>
+
+namespace Zorbe::Test::Sweep {
+namespace {
+
+using Errors = std::vector<int>;
+using Results = std::vector<long>;
+
+struct Ways {
+  Errors errors;
+  Results results = {};
+};
+
+// clang-format off
+// Sections 2 and 3 of the manual; EINTR stands with all that may block.
+const std::map<std::string, Ways> ways = {
+    {"accept", {{EMFILE, ECONNABORTED, EINTR, EAGAIN, ENFILE, ENOBUFS, ENOMEM, EPERM, EPROTO,
+                 EBADF, EFAULT, EINVAL, ENOTSOCK, EOPNOTSUPP, ENETDOWN, ENOPROTOOPT, EHOSTDOWN,
+                 ENONET, EHOSTUNREACH, ENETUNREACH, ENOSR, ESOCKTNOSUPPORT, EPROTONOSUPPORT,
+                 ETIMEDOUT}}},
+    {"bind", {{EADDRINUSE, ENOMEM, EACCES, EBADF, EINVAL, ENOTSOCK, EADDRNOTAVAIL, EFAULT, ELOOP,
+               ENAMETOOLONG, ENOENT, ENOTDIR, EROFS}}},
+    {"chmod", {{EPERM, EROFS, EACCES, EFAULT, EIO, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR,
+                EINTR}}},
+    {"close", {{EIO, EINTR, EBADF, ENOSPC, EDQUOT}}},
+    {"closedir", {{EBADF, EIO, EINTR}}},
+    {"connect", {{ECONNREFUSED, EINTR, EAGAIN, EACCES, EPERM, EADDRINUSE, EADDRNOTAVAIL,
+                  EAFNOSUPPORT, EALREADY, EBADF, EFAULT, EINPROGRESS, EISCONN, ENETUNREACH,
+                  ENOTSOCK, EPROTOTYPE, ETIMEDOUT, ENOENT}}},
+    {"dup3", {{EMFILE, EINTR, EBADF, EBUSY, EINVAL}}},
+    {"epoll_create1", {{EMFILE, ENFILE, EINVAL, ENOMEM}}},
+    {"epoll_ctl", {{ENOSPC, ENOMEM, EBADF, EEXIST, EINVAL, ELOOP, ENOENT, EPERM}}},
+    {"epoll_wait", {{EINTR, EINVAL, EBADF, EFAULT}}},
+    {"eventfd", {{EMFILE, ENFILE, EINVAL, ENODEV, ENOMEM}}},
+    {"fclose", {{EIO, EINTR, ENOSPC, EBADF, EDQUOT}}},
+    {"fcntl", {{EBADF, EINTR, EINVAL, EPERM, EACCES, EAGAIN, EBUSY, EDEADLK, EFAULT, EMFILE,
+                ENOLCK}}},
+    {"fopen", {{EMFILE, EACCES, EINTR, ENOENT, ENOSPC, EROFS, EISDIR, ELOOP, ENAMETOOLONG, ENFILE,
+                ENOMEM, ENOTDIR, EPERM, ETXTBSY, EDQUOT}}},
+    {"fstat", {{EBADF, EFAULT, ENOMEM, EOVERFLOW}}},
+    {"getsockopt", {{ENOTSOCK, EBADF, EFAULT, EINVAL, ENOPROTOOPT}}},
+    {"inotify_add_watch", {{ENOSPC, ENOENT, EACCES, EBADF, EFAULT, EINVAL, ENAMETOOLONG, ENOMEM,
+                            ENOTDIR, EEXIST}}},
+    {"inotify_init1", {{EMFILE, ENFILE, EINVAL, ENOMEM}}},
+    {"inotify_rm_watch", {{EINVAL, EBADF}}},
+    {"listen", {{EADDRINUSE, EBADF, ENOTSOCK, EOPNOTSUPP}}},
+    {"lstat", {{EACCES, ENOENT, EFAULT, ELOOP, ENAMETOOLONG, ENOMEM, ENOTDIR, EOVERFLOW}}},
+    {"mkdir", {{ENOSPC, EACCES, EEXIST, EROFS, EDQUOT, EFAULT, EINVAL, ELOOP, EMLINK, ENAMETOOLONG,
+                ENOENT, ENOMEM, ENOTDIR, EPERM, EINTR}}},
+    {"open", {{EMFILE, EACCES, EINTR, ENOENT, ENFILE, EBUSY, EDQUOT, EEXIST, EFAULT, EFBIG, EINVAL,
+               EISDIR, ELOOP, ENAMETOOLONG, ENODEV, ENOMEM, ENOSPC, ENOTDIR, ENXIO, EOPNOTSUPP,
+               EOVERFLOW, EPERM, EROFS, ETXTBSY, EWOULDBLOCK}}},
+    {"opendir", {{EMFILE, EACCES, ENFILE, ENOENT, ENOMEM, ENOTDIR, EINTR}}},
+    {"poll", {{EINTR, EFAULT, EINVAL, ENOMEM}}},
+    {"read", {{EIO, EINTR, EAGAIN, EBADF, EFAULT, EINVAL, EISDIR}, {1, 0}}},
+    {"readdir", {{EBADF, EIO, EINTR}}},
+    {"readlink", {{EACCES, EINVAL, EFAULT, EIO, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR}}},
+    {"recv", {{ECONNRESET, EINTR, EAGAIN, EBADF, ECONNREFUSED, EFAULT, EINVAL, ENOMEM, ENOTCONN,
+               ENOTSOCK}, {0, 1, 7}}},
+    {"rmdir", {{EBUSY, EACCES, EFAULT, EINVAL, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR,
+                ENOTEMPTY, EPERM, EROFS}}},
+    {"send", {{EAGAIN, EPIPE, EINTR, EACCES, EALREADY, EBADF, ECONNRESET, EDESTADDRREQ, EFAULT,
+               EINVAL, EISCONN, EMSGSIZE, ENOBUFS, ENOMEM, ENOTCONN, ENOTSOCK, EOPNOTSUPP},
+              {0, 1, 7}}},
+    {"setns", {{EPERM, EINVAL, EBADF, ENOMEM, ESRCH}}},
+    {"setsockopt", {{ENOPROTOOPT, EBADF, EFAULT, EINVAL, ENOTSOCK}}},
+    {"socket", {{EMFILE, EACCES, EAFNOSUPPORT, EINVAL, ENFILE, ENOBUFS, ENOMEM,
+                 EPROTONOSUPPORT}}},
+    {"stat", {{EACCES, ENOENT, EIO, EBADF, EFAULT, ELOOP, ENAMETOOLONG, ENOMEM, ENOTDIR,
+               EOVERFLOW}}},
+    {"timerfd_create", {{EMFILE, EINVAL, ENFILE, ENODEV, ENOMEM, EPERM}}},
+    {"timerfd_settime", {{EINVAL, EBADF, ECANCELED, EFAULT}}},
+    {"unlink", {{EACCES, EBUSY, EFAULT, EIO, EISDIR, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR,
+                 EPERM, EROFS}}},
+    {"write", {{ENOSPC, EINTR, EAGAIN, EBADF, EDESTADDRREQ, EDQUOT, EFAULT, EFBIG, EINVAL, EIO,
+                EPERM, EPIPE}, {1}}},
+    {"writev", {{ENOSPC, EINTR, EAGAIN, EBADF, EDQUOT, EFAULT, EFBIG, EINVAL, EIO, EPERM, EPIPE}}},
+    // These cannot fail.
+    {"getpid", {}},
+    {"strerror", {}},
+    {"umask", {}},
+};
+// clang-format on
+
+bool startsWith(const std::string& text, const std::string& start) {
+  return text.compare(0, start.size(), start) == 0;
+}
+
+bool endsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+struct Harmless {
+  const char* call;
+  const char* start;  // of the target
+  const char* end;
+  int error;  // 0: any
+  const char* why;
+};
+
+constexpr int shortened = -1;  // in the place of an error: a result
+
+// What may go wrong without a word, and why. Whether everybody recovers is looked at all
+// the same.
+const Harmless harmless[] = {
+    {"accept", "socket:", "", EAGAIN, "reported again while a reader is waiting"},
+    {"bind", "socket:", "", EADDRINUSE, "what the second writer meets anyway"},
+    {"close", "anon_inode:", "", 0, "nothing was written that could be lost"},
+    {"close", "net:", "", 0, "it is closed, and the thread has moved already"},
+    {"connect", "socket:", "", ECONNREFUSED, "what a reader meets anyway while there is no writer"},
+    {"epoll_ctl", "", "", 0, "the kernel has forgotten a closed descriptor by itself"},
+    {"epoll_wait", "", "", EINTR, "the loop waits again"},
+    {"fclose", "", "", 0, "a file that has been written is read back by whom it matters to"},
+    {"fopen", "/proc/net/unix", "", 0, "the holder of the lock is not found: pid 0"},
+    {"getsockopt", "", "", 0, "only a listening socket is looked after when descriptors run out"},
+    {"inotify_add_watch", "", "", 0, "asked for again, with success, before it was told"},
+    {"inotify_rm_watch", "", "", 0, "a watch too many costs wake-ups only"},
+    {"chmod", "", "", EACCES, "the path is made again: its maker may not have opened it yet"},
+    {"chmod", "", "", ENOENT, "the path is made again: it has been removed meanwhile"},
+    {"mkdir", "", "", EACCES, "the path is made again: its maker may not have opened it yet"},
+    {"mkdir", "", "", EEXIST, "the path is made again: somebody else has made it"},
+    {"mkdir", "", "", ENOENT, "the path is made again: it has been removed meanwhile"},
+    {"open", "/run/netns/default", "", ENOENT, "the namespace of process 1 is tried instead"},
+    {"read", "", "", EINTR, "read again"},
+    {"read", "/", "", shortened, "the stream reads on, or takes it for the end of the file"},
+    {"read", "anon_inode:", "", shortened, "reported again while there is something to read"},
+    {"read", "anon_inode:", "", EAGAIN, "reported again while there is something to read"},
+    {"read", "/", "/unix", 0, "the holder of the lock is not found: pid 0"},
+    {"readlink", "", "", 0, "an executable that cannot be told is empty"},
+    {"recv", "socket:", "", EAGAIN, "reported again while there is something to receive"},
+    {"recv", "socket:", "", shortened,
+     "a kick is one byte, and an end is an end; reports are told"},
+    {"send", "socket:", "", shortened, "a kick is one byte; reports are told"},
+    {"rmdir", "", "", ENOENT, "a missing directory counts as removed"},
+    {"stat", "", "", 0, "taken for missing, and made"},
+    {"timerfd_settime", "", "", 0, "a turn is asked for, which sets it"},
+    {"unlink", "", "", ENOENT, "a missing file counts as removed"},
+    {"write", "anon_inode:[eventfd]", "", 0, "run() sees the wish without it"},
+    {"write", "/", "", 0, "a file that has been written is read back by whom it matters to"},
+    {"writev", "/", "", 0, "a file that has been written is read back by whom it matters to"},
+};
+
+}  // namespace
+
+bool isFull() {
+  const char* const form = std::getenv("ZORBE_SWEEP");
+  return form != nullptr && std::string(form) == "full";
+}
+
+std::vector<Fault::Failure> failuresOf(const std::string& call, unsigned nth) {
+  std::vector<Fault::Failure> failures;
+  const auto found = ways.find(call);
+  if (found == ways.end()) throw std::logic_error("how " + call + "() fails is not known");
+  const auto& [errors, results] = found->second;
+  for (const int error : errors) {
+    if (isFull() || error == errors[nth % errors.size()]) failures.push_back({error});
+  }
+  for (const long result : results) {
+    if (isFull() || result == results[nth % results.size()]) failures.push_back({0, result});
+  }
+  return failures;
+}
+
+std::string whyHarmless(const Fault::Victim& victim, const Fault::Failure& failure) {
+  for (const Harmless& entry : harmless) {
+    if (victim.call == entry.call && startsWith(victim.target, entry.start) &&
+        endsWith(victim.target, entry.end) &&
+        (entry.error == 0 || entry.error == (failure.result ? shortened : failure.error))) {
+      return entry.why;
+    }
+  }
+  return {};
+}
+
+std::string describe(const Fault::Victim& victim, const Fault::Failure& failure) {
+  const std::string how = failure.result ? "result " + std::to_string(*failure.result)
+                                         : std::string(strerrorname_np(failure.error));
+  return victim.call + " " + how + " on '" + victim.target + "'";
+}
+
+}  // namespace Zorbe::Test::Sweep

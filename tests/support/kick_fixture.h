@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+//
+// What the tests of both ends share, and a table's writer as a client would derive it.
+#pragma once
+
+#include "fault/fault.h"
+#include "support/bare_socket.h"
+#include "support/fake_platform_test_fixture.h"
+
+#include <zorbe/exceptions.h>
+#include <zorbe/kick.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Zorbe::Test {
+
+/// A step to be taken from within a callback.
+using Hook = std::function<void()>;
+
+class KickTest : public FakePlatformTest {
+ protected:
+  KickTest() { forget(); }
+
+  /// The messages since then, without those of the functions of namespace Util.
+  std::vector<Message> takeMessages() {
+    std::vector<Message> all = handler.take();
+    const auto fromUtil = [](const Message& message) { return message.text.rfind("Util", 0) == 0; };
+    all.erase(std::remove_if(all.begin(), all.end(), fromUtil), all.end());
+    return all;
+  }
+
+  /// The first and the last message so far.
+  Message first() const {
+    return handler.messages().empty() ? silence() : handler.messages().front();
+  }
+  Message last() const {
+    return handler.messages().empty() ? silence() : handler.messages().back();
+  }
+
+  void forget() {
+    handler.clear();
+    platform.takeCalls();
+  }
+
+  /// Notes in the platform's journal when this descriptor is closed.
+  void noteCloseOf(int fd) {
+    Fault::before("close", 1, [this, fd] {
+      platform.note("close " + std::to_string(fd));
+    }).onFd(fd);
+  }
+
+  static std::string reason(int error) { return std::strerror(error); }
+
+  static Message silence() { return {-1, "nothing was logged"}; }
+
+  const std::string table = inRoot("quotes");
+  RootPath root{handler, "quotes", true};
+};
+
+class TestWriter : public WriterKickSm {
+ public:
+  TestWriter(FakePlatform& fakes, Brask::Platform::DebugHandler& debugHandler, const RootPath& path,
+             bool localOnly = false)
+      : WriterKickSm(debugHandler, path, localOnly), fakes_(fakes) {}
+
+  int expectReconnects() override {
+    fakes_.note("expectReconnects");
+    return returning;
+  }
+  void readersChanged() override {
+    fakes_.note("readersChanged");
+    if (onReadersChanged) onReadersChanged();
+  }
+
+  using WriterKickSm::kickCount;
+  using WriterKickSm::kickSocket;
+  using WriterKickSm::kickSocketCreated;
+  using WriterKickSm::listenControl;
+  using WriterKickSm::readers;
+  using WriterKickSm::reconnectTimer;
+  using WriterKickSm::sleepingReaders;
+  using WriterKickSm::writerSequence;
+
+  int returning = 0;
+  Hook onReadersChanged;
+
+ private:
+  FakePlatform& fakes_;
+};
+
+/// A writer with a descriptor for each reader that connects.
+class WriterTest : public KickTest {
+ protected:
+  /// The writer listens; what led there is forgotten.
+  void listen() {
+    writer->createKickSocket();
+    writer->doEnableListen();
+    forget();
+  }
+
+  /// A reader connects and the loop notices.
+  BareSocket connectReader() {
+    BareSocket reader = BareSocket::connectTo(table);
+    platform.fd(0).fire();
+    return reader;
+  }
+
+  /// The writer's control of the reader that connected as the `index`th, from 0.
+  FakeFdControl& client(size_t index = 0) { return platform.fd(index + 1); }
+
+  /// The reader reports and the loop notices.
+  void report(BareSocket& reader, uint64_t sequence, size_t index = 0) {
+    reader.report(sequence);
+    client(index).fire();
+  }
+
+  std::unique_ptr<TestWriter> writer = std::make_unique<TestWriter>(platform, handler, root);
+};
+
+}  // namespace Zorbe::Test

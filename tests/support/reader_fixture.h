@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+//
+// A table's reader as a client would derive it.
+#pragma once
+
+#include "support/kick_fixture.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <zorbe/counters.h>
+
+namespace Zorbe::Test {
+
+class TestReader : public ReaderKickSm {
+ public:
+  TestReader(FakePlatform& fakes, Brask::Platform::DebugHandler& debugHandler, const RootPath& path,
+             Reader::Counters& readerCounters)
+      : ReaderKickSm(debugHandler, path, readerCounters), fakes_(fakes) {}
+
+  uint64_t readerSequence() override {
+    fakes_.note("readerSequence");
+    if (onReaderSequence) onReaderSequence();
+    return consumed;
+  }
+  void writerConnectionChanged() override {
+    fakes_.note(std::string("writerConnectionChanged ") + (connected ? "up" : "down") +
+                (acknowledged ? " acknowledged" : ""));
+    if (onConnectionChanged) onConnectionChanged();
+  }
+  void writerAcknowledged() override {
+    fakes_.note("writerAcknowledged");
+    if (onAcknowledged) onAcknowledged();
+  }
+  std::string readerName() const override {
+    ADD_FAILURE() << "nothing of the library asks for the name";
+    return "reader";
+  }
+
+  using ReaderKickSm::acknowledged;
+  using ReaderKickSm::connected;
+  using ReaderKickSm::conquerAgain;
+  using ReaderKickSm::enabled;
+  using ReaderKickSm::initialized;
+  using ReaderKickSm::notificationsDisabled;
+  using ReaderKickSm::sentSequence;
+
+  uint64_t consumed = 0;
+  Hook onReaderSequence;
+  Hook onConnectionChanged;
+  Hook onAcknowledged;
+
+ private:
+  FakePlatform& fakes_;
+};
+
+/// A reader, and a bare writer as soon as a test says so.
+class ReaderTest : public KickTest {
+ protected:
+  ReaderTest() { forget(); }
+
+  void startWriter() { listening = BareSocket::listenAs(table); }
+
+  /// The reader is connected to a bare writer; what led there is forgotten.
+  void connect() {
+    if (!listening.connected()) startWriter();
+    reader->doConnect();
+    writerEnd = listening.acceptOne();
+    ASSERT_TRUE(writerEnd.connected());
+    forget();
+  }
+
+  /// The writer kicks and the loop notices.
+  void kick(int times = 1) {
+    while (times-- > 0) writerEnd.send("#");
+    control().fire();
+  }
+
+  FakeFdControl& control() { return platform.fd(0); }
+  FakeTimerControl& timer() { return platform.timer(0); }
+  std::string number() { return std::to_string(control().fd()); }
+
+  /// The number that the connection's descriptor gets: that of the caller's network
+  /// namespace is open before it.
+  static int nextButOne() {
+    const Fault::Bypass bypass;
+    const int first = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int second = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    EXPECT_EQ(::close(first), 0);
+    EXPECT_EQ(::close(second), 0);
+    return second;
+  }
+
+  BareSocket listening;
+  BareSocket writerEnd;
+  Reader::Counters counters = {};
+  std::unique_ptr<TestReader> reader =
+      std::make_unique<TestReader>(platform, handler, root, counters);
+};
+
+}  // namespace Zorbe::Test

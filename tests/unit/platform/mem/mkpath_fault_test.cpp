@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include "fault/fault.h"
+#include "unit/platform/mem/mkpath_fixture.h"
+
+namespace Zorbe::Test {
+namespace {
+
+class MkpathFaultTest : public MkpathTest {
+ protected:
+  void removeIt(const std::string& name) const {
+    EXPECT_EQ(rmdir(inRoot(name).c_str()), 0) << name;
+  }
+};
+
+TEST_F(MkpathFaultTest, MakesNothingThatIsThere) {
+  makeDirectory("a", 0755);
+  Fault::reset();
+  const auto readOnly = Fault::arm("mkdir", 1, EROFS, Fault::forever).onPath(inRoot("a"));
+  allowUnfiredFaults();
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(readOnly.fired(), 0u);
+  EXPECT_EQ(Fault::calls("mkdir"), 1u);
+  EXPECT_EQ(Fault::calls("chmod"), 1u);
+}
+
+TEST_F(MkpathFaultTest, AnExistingDirectoryCostsOneLook) {
+  Fault::reset();
+  EXPECT_EQ(errorOf(rootPath()), 0);
+  EXPECT_EQ(Fault::calls("stat"), 1u);
+  EXPECT_EQ(Fault::calls("mkdir") + Fault::calls("chmod") + Fault::calls("lstat"), 0u);
+}
+
+TEST_F(MkpathFaultTest, SaysWhatMkdirSaid) {
+  for (const int error : {EROFS, ENOSPC, EMLINK, EDQUOT, EPERM, EIO}) {
+    Fault::arm("mkdir", 1, error);
+    EXPECT_EQ(errorOf(inRoot("a/b")), error);
+    EXPECT_FALSE(exists("a"));
+  }
+}
+
+TEST_F(MkpathFaultTest, SaysWhatStatSaid) {
+  Fault::arm("stat", 2, EIO);
+  EXPECT_EQ(errorOf(inRoot("a/b")), EIO);
+  EXPECT_FALSE(exists("a"));
+}
+
+TEST_F(MkpathFaultTest, SaysWhatChmodSaid) {
+  Fault::arm("chmod", 1, EPERM);
+  EXPECT_EQ(errorOf(inRoot("a/b")), EPERM);
+  EXPECT_FALSE(exists("a/b"));
+}
+
+TEST_F(MkpathFaultTest, SomebodyElsesDirectoryKeepsItsMode) {
+  Fault::before("mkdir", 1, [this] { makeDirectory("a", 0711); });
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(modeOf("a"), 0711u);
+  EXPECT_EQ(modeOf("a/b"), 0777u);
+}
+
+TEST_F(MkpathFaultTest, ADirectoryThatAppearsIsSuccessWhateverMkdirSays) {
+  Fault::before("mkdir", 1, [this] { makeDirectory("a", 0711); });
+  Fault::arm("mkdir", 1, EROFS);
+  EXPECT_EQ(errorOf(inRoot("a")), 0);
+}
+
+TEST_F(MkpathFaultTest, AFileThatAppearsIsInTheWay) {
+  Fault::before("mkdir", 1, [this] { makeFile("a"); });
+  EXPECT_EQ(errorOf(inRoot("a/b")), ENOTDIR);
+}
+
+TEST_F(MkpathFaultTest, BeginsAgainWhenAParentVanishes) {
+  makeDirectory("a", 0755);
+  Fault::before("mkdir", 1, [this] { removeIt("a"); });
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(modeOf("a"), 0777u);
+  EXPECT_EQ(modeOf("a/b"), 0777u);
+}
+
+TEST_F(MkpathFaultTest, BeginsAgainWhenItsDirectoryVanishesBeforeChmod) {
+  Fault::before("chmod", 2, [this] {
+    removeIt("a/b");
+    removeIt("a");
+  });
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(modeOf("a/b"), 0777u);
+}
+
+TEST_F(MkpathFaultTest, BeginsAgainWhenWhatTookTheNameVanishes) {
+  Fault::arm("mkdir", 1, EEXIST);
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(modeOf("a/b"), 0777u);
+}
+
+TEST_F(MkpathFaultTest, TakesWhatHasAppearedUnderANameThatWasTaken) {
+  Fault::arm("mkdir", 1, EEXIST);
+  Fault::before("lstat", 1, [this] { makeDirectory("a", 0711); });
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(modeOf("a"), 0711u);
+  EXPECT_EQ(modeOf("a/b"), 0777u);
+}
+
+TEST_F(MkpathFaultTest, SaysWhatLstatSaidOfANameThatIsTaken) {
+  Fault::arm("mkdir", 1, EEXIST);
+  Fault::arm("lstat", 1, EIO);
+  EXPECT_EQ(errorOf(inRoot("a/b")), EIO);
+}
+
+TEST_F(MkpathFaultTest, SaysWhatChmodSaidOfADirectoryThatHasGone) {
+  Fault::arm("chmod", 1, EPERM);
+  Fault::arm("lstat", 1, ENOENT);
+  EXPECT_EQ(errorOf(inRoot("a")), EPERM);
+}
+
+TEST_F(MkpathFaultTest, AcceptsADirectoryThatAnotherUserHasMadeAgain) {
+  Fault::arm("chmod", 1, EPERM);
+  Fault::alterStat("lstat", 1, [](struct stat& status) { status.st_uid = geteuid() + 1; });
+  EXPECT_EQ(errorOf(inRoot("a")), 0);
+}
+
+TEST_F(MkpathFaultTest, WaitsUntilItsMakerHasOpenedADirectory) {
+  makeDirectory("a", 0777);
+  Fault::arm("mkdir", 1, EACCES, 3);
+  Fault::armResult("poll", 1, 0, Fault::forever);
+  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  EXPECT_EQ(Fault::calls("poll"), 3u);
+}
+
+TEST_F(MkpathFaultTest, DoesNotWaitForADirectoryThatIsClosedForGood) {
+  Fault::arm("mkdir", 1, EACCES);
+  Fault::alterStat("stat", 2, [](struct stat& status) {
+    status.st_ctim.tv_sec -= 60;
+  }).onPath(rootPath());
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
+  EXPECT_EQ(Fault::calls("poll"), 0u);
+}
+
+TEST_F(MkpathFaultTest, DoesNotWaitWhereNothingCanBeLookedAt) {
+  Fault::arm("stat", 1, EACCES, Fault::forever);
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
+  EXPECT_EQ(Fault::calls("poll"), 0u);
+}
+
+TEST_F(MkpathFaultTest, WaitsOnWhenASignalEndsThePause) {
+  Fault::arm("mkdir", 1, EACCES, 2);
+  Fault::arm("poll", 1, EINTR, 2);
+  EXPECT_EQ(errorOf(inRoot("a")), 0);
+}
+
+TEST_F(MkpathFaultTest, GivesUpWhenThereIsNoWayToWait) {
+  Fault::arm("mkdir", 1, EACCES);
+  Fault::arm("poll", 1, ENOMEM);
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
+}
+
+TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatStaysClosed) {
+  Fault::arm("mkdir", 1, EACCES, Fault::forever);
+  Fault::armResult("poll", 1, 0, Fault::forever);
+  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
+  EXPECT_EQ(Fault::calls("mkdir"), 1000u);
+}
+
+TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatVanishesForEver) {
+  Fault::arm("mkdir", 1, ENOENT, Fault::forever);
+  EXPECT_EQ(errorOf(inRoot("a")), ENOENT);
+  EXPECT_EQ(Fault::calls("mkdir"), 1000u);
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

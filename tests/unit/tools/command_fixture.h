@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <child.h>
+#include <zorbe/root_path.h>
+
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/zorbe_test.h"
+
+namespace Zorbe::Test {
+
+using Words = std::vector<std::string>;
+
+/// What a run of the command came to.
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+
+  nlohmann::json json() const { return nlohmann::json::parse(out); }
+  Words lines() const;
+};
+
+/// The built command, with real writers and readers around it.
+class Command : public ZorbeTest {
+ protected:
+  /// Runs the command to its end.
+  static Outcome zorbe(const Words& arguments);
+
+  /// The same as a user who is not root: "nobody" when root runs the test.
+  Outcome zorbeAsOrdinaryUser(const Words& arguments);
+
+  /// Any program to its end. Its path comes first.
+  static Outcome runProgram(const Words& words);
+
+  /// Starts the command.
+  static Quotes::Child start(Words arguments);
+
+  static Quotes::Child startWriter(const std::string& table);
+  static Quotes::Child startReader(const std::string& table);
+
+  /// What `zorbe list --json` tells about the table; null when it is not listed.
+  static nlohmann::json listed(const std::string& table);
+
+  /// Asks again until the table is as wanted; fails the test when that takes too long.
+  static nlohmann::json listedOnce(const std::string& table,
+                                   const std::function<bool(const nlohmann::json&)>& wanted);
+
+  /// A root directory with one file of a table in it.
+  std::string makeTable(const std::string& name);
+  void writeFile(const std::string& path, const std::string& content, unsigned mode = 0666);
+
+  /// This test becomes the writer of the table, listening or not.
+  Quotes::Descriptor lock(const std::string& table);
+  Quotes::Descriptor lockAndListen(const std::string& table);
+
+  /// Stops a child and waits until it has stopped.
+  static void stop(Quotes::Child& child);
+
+  /// Connects until the writer's queue takes no more.
+  std::vector<Quotes::Descriptor> fillQueue(const std::string& table);
+
+  /// A new socket connected to the writer without waiting; empty when that cannot be.
+  Quotes::Descriptor connect(const std::string& table);
+
+  static bool isRoot();
+};
+
+}  // namespace Zorbe::Test

@@ -28,13 +28,13 @@ void playCrowd(Channel& parent, SharedTable& table) {
     EXPECT_TRUE(readers.back()->isConnected());
     stage.loop.turn(0);
   }
-  parent.tell("connected");
-  const auto goal = std::stoull(parent.awaitBehind("reach "));
+  parent.send("connected");
+  const auto goal = std::stoull(parent.awaitLine("reach ").substr(6));
   for (const auto& reader : readers) {
     EXPECT_TRUE(turnUntil(stage.loop, [&] { return reader->at() == goal; }));
   }
   while (stage.loop.turn(0)) continue;
-  parent.tell("at the goal");
+  parent.send("at the goal");
   parent.await("leave");
 }
 
@@ -49,15 +49,15 @@ TEST_F(Connections, OneWriterServesAThousandReaders) {
   const Child writer = startWriter();
   const Child crowd = start("crowd", [this](Channel& parent) { playCrowd(parent, table); });
   crowd->await("connected");
-  writer->tell("caught up" + everybody);
+  writer->send("caught up" + everybody);
   writer->await("caught up" + everybody);
-  writer->tell("publish 3");
-  crowd->tell("reach 3");
+  writer->send("publish 3");
+  crowd->send("reach 3");
   crowd->await("at the goal");
-  writer->tell("caught up" + everybody);
+  writer->send("caught up" + everybody);
   writer->await("caught up" + everybody);
   leave(crowd);
-  writer->tell("readers 0");
+  writer->send("readers 0");
   writer->await("readers 0");
   leave(writer);
 }
@@ -85,10 +85,10 @@ void playKickerOfAVanishedReader(Channel&, SharedTable& table) {
   TableWriter writer(stage.handler, stage.root, table);
   writer.open();
   {
-    RawPeer peer(stage.handler, stage.root);
-    EXPECT_TRUE(peer.report(0));
+    const RawPeer peer = RawPeer::connect(stage.root.path);
+    peer.report(0);
     EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.sleepingReaders.size() == 1; }));
-    EXPECT_TRUE(peer.isKicked());
+    EXPECT_TRUE(peer.awaitKick());
   }
   writer.publish();
   EXPECT_EQ(writer.readers.size(), 1u);
@@ -109,7 +109,7 @@ void playReporterToAVanishedWriter(Channel& parent, SharedTable& table) {
   reader.doConnect();
   pollfd kicked = {reader.fdControl->fd(), POLLIN, 0};
   EXPECT_EQ(::poll(&kicked, 1, -1), 1);  // the writer has read the first report
-  parent.tell("connected");
+  parent.send("connected");
   parent.await("the writer has gone");
   reader.sendSequence(0);
   EXPECT_TRUE(turnUntil(stage.loop, [&] { return !reader.isConnected(); }));
@@ -121,7 +121,7 @@ TEST_F(Connections, AReportToAVanishedWriterIsLoggedAndRaisesNoSignal) {
       start("reporter", [this](Channel& parent) { playReporterToAVanishedWriter(parent, table); });
   reporter->await("connected");
   writer->kill();
-  reporter->tell("the writer has gone");
+  reporter->send("the writer has gone");
   EXPECT_EQ(reporter->finish(), 0);
   EXPECT_THAT(reporter->log(), HasSubstr(" failed: Broken pipe"));
 }
@@ -149,7 +149,7 @@ TEST_F(Connections, AReaderIsAcceptedWhenDescriptorsAreFreeAgain) {
   const RootPath root(handler, "quotes", true);
   TableWriter writer(handler, root, table);
   writer.open();
-  RawPeer peer(handler, root);
+  const RawPeer peer = RawPeer::connect(root.path);
   {
     const NoDescriptorsLeft exhausted;
     EXPECT_TRUE(turnUntil(loop, [&] { return !handler.texts(0).empty(); }));
@@ -158,9 +158,9 @@ TEST_F(Connections, AReaderIsAcceptedWhenDescriptorsAreFreeAgain) {
     EXPECT_TRUE(writer.readers.empty());
   }
   EXPECT_TRUE(turnUntil(loop, [&] { return writer.readers.size() == 1; }));
-  EXPECT_TRUE(peer.report(0));
+  peer.report(0);
   EXPECT_TRUE(turnUntil(loop, [&] { return writer.sleepingReaders.size() == 1; }));
-  EXPECT_TRUE(peer.isKicked());
+  EXPECT_TRUE(peer.awaitKick());
 }
 
 }  // namespace

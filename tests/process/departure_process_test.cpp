@@ -20,10 +20,11 @@ class WriterDepartures : public ProcessTest {
 
   // To how many writers it was connected, and how often it heard of a departure.
   static Counts counts(const Child& follower) {
-    follower->tell("count");
+    follower->send("count");
     Counts counted = {};
+    std::string connections;
     std::string departures;
-    std::istringstream(follower->awaitBehind("connections ")) >> counted.connections >>
+    std::istringstream(follower->awaitLine("connections ")) >> connections >> counted.connections >>
         departures >> counted.departures;
     EXPECT_EQ(departures, "departures");
     return counted;

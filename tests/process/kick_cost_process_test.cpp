@@ -20,7 +20,7 @@ void playRounds(Channel& parent, SharedTable& table) {
   Stage stage;
   TableWriter writer(stage.handler, stage.root, table);
   writer.open();
-  parent.tell("listening");
+  parent.send("listening");
   EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.sleepingReaders.size() == 1; }));
   parent.await("begin");
   while (stage.loop.turn(0)) continue;
@@ -43,7 +43,7 @@ void playRoundsReader(Channel& parent, SharedTable& table) {
   TableReader reader(stage.handler, stage.root, table);
   reader.doConnect();
   EXPECT_TRUE(stage.loop.turn(-1));  // the kick that acknowledges the connection
-  parent.tell("connected");
+  parent.send("connected");
   parent.await("begin");
   for (uint64_t i = 0; i < warmUp; ++i) stage.loop.turn(-1);
   SystemCallTrace::mark();
@@ -90,8 +90,8 @@ TEST_F(KickCost, AKickRoundMakesFourSystemCallsOnEachSide) {
   SystemCallTrace trace;
   if (!trace.watch(writer->pid())) GTEST_SKIP() << "may not trace: " << std::strerror(errno);
   ASSERT_TRUE(trace.watch(reader->pid()));
-  reader->tell("begin");
-  writer->tell("begin");
+  reader->send("begin");
+  writer->send("begin");
   trace.run();
   expectEachRound(measured(trace, writer->pid()), {"send", "epoll_wait", "recv", "recv"});
   expectEachRound(measured(trace, reader->pid()), {"epoll_wait", "recv", "recv", "send"});

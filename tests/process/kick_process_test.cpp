@@ -30,14 +30,14 @@ void playHastyWriter(Channel& parent, SharedTable& table) {
     if (writer.published() < manyPublishes) pause.start(upToSeconds(random, 0.002));
   });
   writer.open();
-  parent.tell("listening");
+  parent.send("listening");
   pause.start(0.0);
   EXPECT_TRUE(turnUntil(stage.loop, [&] {
     return writer.published() == manyPublishes && writer.readers.size() == manyReaders &&
            writer.allCaughtUp();
   }));
   EXPECT_EQ(writer.sleepingReaders.size(), manyReaders);
-  parent.tell("all caught up");
+  parent.send("all caught up");
   parent.await("leave");
 }
 

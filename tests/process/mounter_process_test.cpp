@@ -126,16 +126,16 @@ TEST_F(Mounting, ATreeThatIsRemovedAgainAndAgainComesBackAndIsWatched) {
   ASSERT_EQ(::setenv("SHMEM_ROOT", tree.c_str(), 1), 0);
   const Child remover = start("remover", [&](Channel& parent) {
     for (;;) {
-      if (parent.hear() == "leave") return;
+      if (parent.receive() == "leave") return;
       std::error_code ignored;
       fs::remove_all(tree, ignored);
-      parent.tell("removed");
+      parent.send("removed");
     }
   });
   Client client;
   const MounterSm mounter(handler, "quotes", &client);
   for (int i = 0; i < 200; ++i) {
-    remover->tell("remove");
+    remover->send("remove");
     ASSERT_TRUE(until([&] {
       return fs::exists(tree + "/quotes") && client.wasTold("watch deleted");
     })) << i;
@@ -160,14 +160,14 @@ TEST_F(Mounting, ATreeThatIsRemovedWhileItIsBeingMadeComesBackAndIsWatched) {
       std::error_code failed;
       if (fs::remove_all(tree, failed) > 1 && !failed) ++removals;
     }
-    parent.tell("removed");
+    parent.send("removed");
     parent.await("leave");
   });
   Client client;
   const MounterSm mounter(handler, "quotes", &client);
   bool removed = false;
   const Commands hear(remover->channel(), [&](const std::string&) { removed = true; });
-  remover->tell("begin");
+  remover->send("begin");
   ASSERT_TRUE(until([&] { return removed; }));
   ASSERT_TRUE(until([&] { return fs::exists(tree + "/quotes"); }));
   while (loop.turn(0)) continue;

@@ -69,12 +69,12 @@ class NetworkNamespaces : public ProcessTest {
       EXPECT_EQ(Util::releaseWriterLock(stage.handler,
                                         Util::acquireWriterLock(stage.handler, stage.root)),
                 0);
-      parent.tell("two writers");
+      parent.send("two writers");
     } catch (const DuplicateWriterException& refusal) {
       EXPECT_THAT(refusal.what(), HasSubstr("duplicate writer detected " + refusal.owner + ":" +
                                             std::to_string(refusal.pid) + " " + stage.root.path));
       EXPECT_THAT(refusal.lastOwner, HasSubstr(" cmdline: '"));
-      parent.tell("refused by " + std::to_string(refusal.pid) + ":" + refusal.owner);
+      parent.send("refused by " + std::to_string(refusal.pid) + ":" + refusal.owner);
     }
   }
 

@@ -36,19 +36,19 @@ class ProcessTest : public ZorbeTest {
   /// Publishes in the writer's process and waits until everybody has read it.
   void publishTo(const Child& writer, const std::vector<Child>& readers, uint64_t count = 1) {
     const std::string goal = std::to_string(published += count);
-    for (const Child& reader : readers) reader->tell("reach " + goal);
-    writer->tell("publish " + std::to_string(count));
+    for (const Child& reader : readers) reader->send("reach " + goal);
+    writer->send("publish " + std::to_string(count));
     for (const Child& reader : readers) reader->await("at " + goal);
   }
 
   /// Waits until everybody has heard that the writer, which is no more, has gone.
   static void awaitDeparture(const std::vector<Child>& followers) {
-    for (const Child& follower : followers) follower->tell("alone");
+    for (const Child& follower : followers) follower->send("alone");
     for (const Child& follower : followers) follower->await("alone");
   }
 
   static void leave(const Child& child) {
-    child->tell("leave");
+    child->send("leave");
     EXPECT_EQ(child->finish(), 0);
   }
   static void leave(const std::vector<Child>& children) {

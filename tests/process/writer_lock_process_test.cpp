@@ -19,10 +19,10 @@ class WriterLockProcesses : public ProcessTest {
     Child holder = start("holder", [](Channel& parent) {
       Stage stage;
       const int lock = Util::acquireWriterLock(stage.handler, stage.root);
-      parent.tell("locked");
+      parent.send("locked");
       parent.await("release");
       EXPECT_EQ(Util::releaseWriterLock(stage.handler, lock), 0);
-      parent.tell("released");
+      parent.send("released");
       parent.await("leave");
     });
     holder->await("locked");
@@ -49,7 +49,7 @@ TEST_F(WriterLockProcesses, TheNextWriterGetsTheLockOfAKilledOneAtOnce) {
 TEST_F(WriterLockProcesses, TheNextWriterGetsAReleasedLockWhileTheLastOneGoesOn) {
   const RootPath root(handler, "quotes", true);
   const Child holder = startHolder();
-  holder->tell("release");
+  holder->send("release");
   holder->await("released");
   EXPECT_NO_THROW(takeLock(handler, root));
   leave(holder);

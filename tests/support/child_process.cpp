@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "support/child_process.h"
 
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -14,160 +15,150 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <iostream>
 #include <stdexcept>
 #include <system_error>
 
-#include "fault/fault.h"
-#include "support/child.h"
-
 namespace Zorbe::Test {
 namespace {
 
-constexpr size_t longestMessage = 4096;
-constexpr off_t longestLog = 8192;
-constexpr int childChannel = 3;
+constexpr uid_t kNobody = 65534;
+constexpr off_t kLongestLog = 8192;
 
 int require(int result, const char* call) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), call);
   return result;
 }
 
-int openLog() {
-  return require(::memfd_create("log of a child", MFD_CLOEXEC), "memfd_create");
+Descriptor openLog() {
+  return Descriptor(require(::memfd_create("log of a child", MFD_CLOEXEC), "memfd_create"));
 }
 
-// Only what the child needs: what it inherits beyond would keep its siblings' channels alive.
-void arrangeDescriptors(int log, int channel) {
-  require(::dup2(log, STDOUT_FILENO), "dup2");
-  require(::dup2(log, STDERR_FILENO), "dup2");
-  if (channel != childChannel) require(::dup2(channel, childChannel), "dup2");
-  require(::close_range(childChannel + 1, ~0U, 0), "close_range");
+void becomeOrdinaryUser() {
+  if (::geteuid() != 0) return;
+  require(::setgroups(0, nullptr), "setgroups");
+  require(::setresgid(kNobody, kNobody, kNobody), "setresgid");
+  require(::setresuid(kNobody, kNobody, kNobody), "setresuid");
+}
+
+// What a child inherits beyond would keep the channels of its siblings open.
+void closeAllBut(std::vector<int> kept) {
+  kept.insert(kept.end(), {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO});
+  std::sort(kept.begin(), kept.end());
+  unsigned next = 0;
+  for (const int fd : kept) {
+    const auto number = static_cast<unsigned>(fd);
+    if (number > next) require(::close_range(next, number - 1, 0), "close_range");
+    next = number + 1;
+  }
+  require(::close_range(next, ~0U, 0), "close_range");
+}
+
+void flushAll() {
+  std::cout.flush();
+  std::fflush(nullptr);
 }
 
 }  // namespace
 
-Channel::Channel(int fd, std::string peer) : fd_(fd), peer_(std::move(peer)) {}
-
-Channel::~Channel() {
-  const Fault::Bypass bypass;
-  EXPECT_EQ(::close(fd_), 0);
-}
-
-void Channel::tell(const std::string& words) {
-  const Fault::Bypass bypass;
-  require(static_cast<int>(::send(fd_, words.data(), words.size(), MSG_NOSIGNAL)), peer_.c_str());
-}
-
-bool Channel::receive(std::string& words) {
-  const Fault::Bypass bypass;
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  pollfd waiting = {fd_, POLLIN, 0};
-  int ready;
-  do {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    ready = ::poll(&waiting, 1, static_cast<int>(std::max<long long>(0, left.count())));
-  } while (ready < 0 && errno == EINTR);
-  if (require(ready, "poll") == 0) throw std::runtime_error(peer_ + " has not answered in time");
-  char buffer[longestMessage];
-  const ssize_t length = ::recv(fd_, buffer, sizeof buffer, 0);
-  if (length <= 0) return false;  // a peer that was killed resets the connection
-  words.assign(buffer, static_cast<size_t>(length));
-  return true;
-}
-
-std::string Channel::hear() {
-  std::string words;
-  if (!receive(words)) throw std::runtime_error(peer_ + " has gone");
-  return words;
-}
-
-void Channel::await(const std::string& words) {
-  for (std::string heard = hear(); heard != words;) {
-    try {
-      heard = hear();
-    } catch (const std::runtime_error& reason) {
-      throw std::runtime_error("no \"" + words + "\" after \"" + heard + "\": " + reason.what());
-    }
-  }
-}
-
-std::string Channel::awaitBehind(const std::string& start) {
-  for (;;) {
-    const std::string heard = hear();
-    if (heard.compare(0, start.size(), start) == 0) return heard.substr(start.size());
-  }
-}
-
-void Channel::awaitEnd() {
-  for (std::string words; receive(words);) continue;
-}
-
-bool Channel::drain() {
-  const Fault::Bypass bypass;
-  char buffer[longestMessage];
-  ssize_t length;
-  do {
-    length = ::recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT);
-  } while (length > 0 || (length < 0 && errno == EINTR));
-  return length < 0 && errno == EAGAIN;
-}
-
 struct ChildProcess::Ends {
-  int ours;
-  int childs;
+  Descriptor parents;
+  Descriptor childs;
 
   static Ends open() {
     int pair[2];
-    require(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair), "socketpair");
-    return {pair[0], pair[1]};
+    require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), "socketpair");
+    return {Descriptor(pair[0]), Descriptor(pair[1])};
   }
 };
 
-ChildProcess::ChildProcess(std::string name, const Role& role)
-    : ChildProcess(std::move(name), role, Ends::open()) {}
-
-ChildProcess::ChildProcess(std::string name, const Role& role, Ends ends)
-    : name_(std::move(name)), log_(openLog()), channel_(ends.ours, name_) {
-  std::cout.flush();
-  std::fflush(nullptr);
-  pid_ = startChild([&] { return play(role, ends.childs); });
-  const Fault::Bypass bypass;
-  EXPECT_EQ(::close(ends.childs), 0);
+ChildProcess::ChildProcess(std::string name, const Role& role, User user,
+                           const std::vector<int>& kept)
+    : name_(std::move(name)), log_(openLog()), channel_(Descriptor(), name_) {
+  Ends ends = Ends::open();
+  flushAll();
+  pid_ = require(::fork(), "fork");
+  if (pid_ == 0) ::_exit(run(role, user, ends.childs.get(), kept));
+  channel_ = Channel(std::move(ends.parents), name_);
 }
 
-int ChildProcess::play(const Role& role, int fd) const {
+ChildProcess::ChildProcess(const std::vector<std::string>& arguments, const std::string& input)
+    : name_(arguments.at(0)), log_(openLog()), channel_(Descriptor(), name_) {
+  Ends ends = Ends::open();
+  flushAll();
+  pid_ = require(::fork(), "fork");
+  if (pid_ == 0) execute(arguments, input, ends.childs.get());
+  channel_ = Channel(std::move(ends.parents), name_);
+}
+
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept
+    : name_(std::move(other.name_)),
+      log_(std::move(other.log_)),
+      channel_(std::move(other.channel_)),
+      pid_(std::exchange(other.pid_, -1)) {}
+
+int ChildProcess::run(const Role& role, User user, int fd, const std::vector<int>& kept) const {
   int status = EXIT_FAILURE;
   try {
+    require(::dup2(log_.get(), STDOUT_FILENO), "dup2");
+    require(::dup2(log_.get(), STDERR_FILENO), "dup2");
+    std::vector<int> all = kept;
+    all.push_back(fd);
+    closeAllBut(all);
+    if (user == User::kOrdinary) becomeOrdinaryUser();
     require(::prctl(PR_SET_PDEATHSIG, SIGKILL), "prctl");
-    arrangeDescriptors(log_, fd);
-    Channel parent(childChannel, "the test");
+    Channel parent(Descriptor(fd), "the test");
     role(parent);
     if (!testing::Test::HasFailure()) status = EXIT_SUCCESS;
   } catch (const std::exception& exception) {
     std::cerr << "ends with an exception: " << exception.what() << std::endl;
   }
-  std::cout.flush();
-  std::fflush(nullptr);
+  flushAll();
   return status;
+}
+
+void ChildProcess::execute(const std::vector<std::string>& arguments, const std::string& input,
+                           int output) const {
+  std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  const int fd = ::open(input.c_str(), O_RDONLY);
+  if (::dup2(log_.get(), STDERR_FILENO) >= 0 && ::dup2(fd, STDIN_FILENO) >= 0 &&
+      ::dup2(output, STDOUT_FILENO) >= 0 && ::close_range(STDERR_FILENO + 1, ~0U, 0) == 0 &&
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0) {
+    ::execv(argv[0], argv.data());
+  }
+  std::perror(argv[0]);
+  ::_exit(EXIT_FAILURE);
 }
 
 ChildProcess::~ChildProcess() {
   if (pid_ > 0) kill();
-  if (testing::Test::HasFailure())
+  if (log_.isOpen() && testing::Test::HasFailure())
     std::cout << "---- log of " << name_ << ":\n" << log() << "----\n";
-  const Fault::Bypass bypass;
-  EXPECT_EQ(::close(log_), 0);
+}
+
+void ChildProcess::signal(int number) const {
+  EXPECT_EQ(::kill(pid_, number), 0) << name_ << ": " << std::strerror(errno);
+}
+
+void ChildProcess::stop() const {
+  signal(SIGSTOP);
+  int status = 0;
+  EXPECT_EQ(::waitpid(pid_, &status, WUNTRACED), pid_) << name_;
+  EXPECT_TRUE(WIFSTOPPED(status)) << name_;
 }
 
 void ChildProcess::kill() {
-  if (::kill(pid_, SIGKILL) != 0) ADD_FAILURE() << "kill " << name_ << ": errno " << errno;
+  signal(SIGKILL);
   reap();
 }
 
-int ChildProcess::finish() {
-  channel_.awaitEnd();
+int ChildProcess::finish(std::chrono::milliseconds limit) {
+  channel_.receiveAll(limit);
   return reap();
 }
 
@@ -182,13 +173,30 @@ int ChildProcess::reap() {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
+double ChildProcess::cpuSeconds() const {
+  clockid_t clock;
+  timespec used = {};
+  EXPECT_EQ(::clock_getcpuclockid(pid_, &clock), 0) << name_;
+  EXPECT_EQ(::clock_gettime(clock, &used), 0) << name_;
+  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
 std::string ChildProcess::log() const {
   const Fault::Bypass bypass;
-  const off_t size = ::lseek(log_, 0, SEEK_END);
-  std::string text(static_cast<size_t>(std::min(std::max<off_t>(size, 0), longestLog)), '\0');
+  const off_t size = ::lseek(log_.get(), 0, SEEK_END);
+  std::string text(static_cast<size_t>(std::clamp<off_t>(size, 0, kLongestLog)), '\0');
   const off_t start = size - static_cast<off_t>(text.size());
-  const ssize_t length = ::pread(log_, text.data(), text.size(), start);
+  const ssize_t length = ::pread(log_.get(), text.data(), text.size(), start);
   text.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
+  return text;
+}
+
+std::string resultInChild(const std::function<std::string()>& body, User user) {
+  ChildProcess child(
+      "child", [&body](Channel& parent) { parent.send(body()); }, user);
+  std::string text = child.channel().receiveAll();
+  EXPECT_EQ(child.finish(), 0);
+  if (!text.empty()) text.pop_back();
   return text;
 }
 

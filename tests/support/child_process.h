@@ -1,107 +1,102 @@
 // SPDX-License-Identifier: MIT
 //
-// Processes of a test: a function run in a child, and a channel to talk to it.
+// The processes of a test: a function that runs in a child, or a program.
 //
 //     ChildProcess writer("writer", [&](Channel& parent) {
 //       ...
-//       parent.tell("locked");
-//       parent.await("go on");
+//       parent.send("locked");
+//       parent.await("continue");
 //     });
 //     writer.await("locked");
 //     writer.kill();
 //
-// The child is forked, so a test starts its children before it has a loop, a writer lock or
-// a thread of its own.
+//     ChildProcess reader({path, "quotes", "--events"});
+//     reader.awaitLine("event mapped");
+//
+// A function's child is forked: a test starts its children before it has a loop, a writer lock
+// or a thread of its own.
 #pragma once
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
+
+#include "support/channel.h"
 
 namespace Zorbe::Test {
 
-/// How long anything may take before the test gives up.
-inline constexpr std::chrono::seconds patience{30};
-
-/// One end of the connection between a test and its child: messages of a line each.
-class Channel {
- public:
-  /// Owns `fd`.
-  Channel(int fd, std::string peer);
-  ~Channel();
-  Channel(const Channel&) = delete;
-  Channel& operator=(const Channel&) = delete;
-
-  void tell(const std::string& words);
-
-  /// The next message. Throws std::runtime_error when none comes in time, or the other end
-  /// has gone.
-  std::string hear();
-
-  /// Hears messages until `words` come; those before are dropped.
-  void await(const std::string& words);
-
-  /// Hears messages until one begins with `start`, and returns what follows it.
-  std::string awaitBehind(const std::string& start);
-
-  /// Hears whatever comes until the other end has gone.
-  void awaitEnd();
-
-  /// Drops whatever has come so far, without waiting. False when the other end has gone.
-  bool drain();
-
-  /// Readable when there is something to hear.
-  int fd() const { return fd_; }
-
- private:
-  bool receive(std::string& words);
-
-  int fd_;
-  std::string peer_;
+/// What a child does about the user who runs the test.
+enum class User {
+  kSame,
+  kOrdinary,  ///< becomes "nobody" when root runs the test
 };
 
 class ChildProcess {
  public:
   using Role = std::function<void(Channel& parent)>;
 
-  /// Runs `role` in a child of its own, whose standard output and error become its log. An
-  /// exception or a failed expectation makes the child exit with 1.
-  ChildProcess(std::string name, const Role& role);
+  /// Runs `role` in a child, whose standard output and error become its log. An exception or
+  /// a failed expectation makes the child exit with 1. It has no descriptors of the test but
+  /// those of `kept`.
+  ChildProcess(std::string name, const Role& role, User user = User::kSame,
+               const std::vector<int>& kept = {});
 
-  /// Kills the child, if it is still there, and shows its log if the test has failed.
+  /// Runs a program, whose path comes first. Its standard input is the file `input`, its
+  /// standard output is the channel, and its standard error becomes its log.
+  explicit ChildProcess(const std::vector<std::string>& arguments,
+                        const std::string& input = "/dev/null");
+
+  /// Kills the child, if it still runs, and prints its log if the test has failed.
   ~ChildProcess();
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
+  ChildProcess(ChildProcess&& other) noexcept;
+  ChildProcess& operator=(ChildProcess&&) = delete;
 
-  void tell(const std::string& words) { channel_.tell(words); }
-  std::string hear() { return channel_.hear(); }
-  void await(const std::string& words) { channel_.await(words); }
-  std::string awaitBehind(const std::string& start) { return channel_.awaitBehind(start); }
-
-  pid_t pid() const { return pid_; }
+  void send(const std::string& message) { channel_.send(message); }
+  std::string receive() { return channel_.receive(); }
+  void await(const std::string& message) { channel_.await(message); }
+  std::string awaitLine(const std::string& prefix) { return channel_.awaitLine(prefix); }
   Channel& channel() { return channel_; }
 
-  /// Ends the child by SIGKILL. Afterwards all that the kernel kept for it is gone.
+  pid_t pid() const { return pid_; }
+  void signal(int number) const;
+
+  /// Sends SIGSTOP, and returns when the child has stopped.
+  void stop() const;
+
+  /// Sends SIGKILL and reaps the child: the kernel then keeps nothing of it.
   void kill();
 
-  /// Waits for the child's own end and returns its exit status, or minus the signal.
-  int finish();
+  /// Waits until the child ends by itself. Returns its exit status, or minus the signal that
+  /// ended it.
+  int finish(std::chrono::milliseconds limit = kTimeout);
 
-  /// What the child has written so far.
+  /// Whether the child ends within that time; `finish` reaps it.
+  bool endsWithin(std::chrono::milliseconds limit) const { return channel_.endsWithin(limit); }
+
+  /// The processor time that it has used so far.
+  double cpuSeconds() const;
+
+  /// What the child has written to its log so far: the last 8 KiB.
   std::string log() const;
 
  private:
   struct Ends;
-  ChildProcess(std::string name, const Role& role, Ends ends);
-  int play(const Role& role, int fd) const;
+  ChildProcess(std::string name, Ends ends);
+  int run(const Role& role, User user, int fd, const std::vector<int>& kept) const;
+  [[noreturn]] void execute(const std::vector<std::string>& arguments, const std::string& input,
+                            int output) const;
   int reap();
 
   std::string name_;
-  int log_;
+  Descriptor log_;
   Channel channel_;
   pid_t pid_ = -1;
 };
+
+/// Runs `body` in a child and returns the text that it returns. Fails the test when the child
+/// does not exit with 0.
+std::string resultInChild(const std::function<std::string()>& body, User user = User::kSame);
 
 }  // namespace Zorbe::Test

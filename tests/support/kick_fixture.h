@@ -4,8 +4,8 @@
 #pragma once
 
 #include "fault/fault.h"
-#include "support/bare_socket.h"
 #include "support/fake_platform_test_fixture.h"
+#include "support/raw_peer.h"
 
 #include <zorbe/exceptions.h>
 #include <zorbe/kick.h>
@@ -105,8 +105,8 @@ class WriterTest : public KickTest {
   }
 
   /// A reader connects and the loop notices.
-  BareSocket connectReader() {
-    BareSocket reader = BareSocket::connectTo(table);
+  RawPeer connectReader() {
+    RawPeer reader = RawPeer::connect(table);
     platform.fd(0).fire();
     return reader;
   }
@@ -115,7 +115,7 @@ class WriterTest : public KickTest {
   FakeFdControl& client(size_t index = 0) { return platform.fd(index + 1); }
 
   /// The reader reports and the loop notices.
-  void report(BareSocket& reader, uint64_t sequence, size_t index = 0) {
+  void report(RawPeer& reader, uint64_t sequence, size_t index = 0) {
     reader.report(sequence);
     client(index).fire();
   }

@@ -58,14 +58,14 @@ class ReaderTest : public KickTest {
  protected:
   ReaderTest() { forget(); }
 
-  void startWriter() { listening = BareSocket::listenAs(table); }
+  void startWriter() { listening = RawPeer::listen(table); }
 
   /// The reader is connected to a bare writer; what led there is forgotten.
   void connect() {
-    if (!listening.connected()) startWriter();
+    if (!listening.isOpen()) startWriter();
     reader->doConnect();
-    writerEnd = listening.acceptOne();
-    ASSERT_TRUE(writerEnd.connected());
+    writerEnd = listening.accept();
+    ASSERT_TRUE(writerEnd.isOpen());
     forget();
   }
 
@@ -90,8 +90,8 @@ class ReaderTest : public KickTest {
     return second;
   }
 
-  BareSocket listening;
-  BareSocket writerEnd;
+  RawPeer listening;
+  RawPeer writerEnd;
   Reader::Counters counters = {};
   std::unique_ptr<TestReader> reader =
       std::make_unique<TestReader>(platform, handler, root, counters);

@@ -27,7 +27,7 @@ class Obedience {
     while (!left_) {
       if (condition_ && condition_()) {
         condition_ = nullptr;
-        parent_.tell(words_);
+        parent_.send(words_);
       }
       loop_.turn(-1);
     }
@@ -59,7 +59,7 @@ class Obedience {
 }  // namespace
 
 bool turnUntil(Brask::Linux::EventLoop& loop, const std::function<bool()>& done) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   while (!done()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     loop.turn(0.1);
@@ -91,7 +91,7 @@ void playWriter(Channel& parent, SharedTable& table) {
     obedience.sayWhen([connected, &writer] { return connected() && writer.allCaughtUp(); }, answer);
   });
   writer.open();
-  parent.tell("listening");
+  parent.send("listening");
   obedience.run();
 }
 
@@ -117,7 +117,7 @@ void playFollower(Channel& parent, SharedTable& table) {
   };
   Obedience obedience(stage.loop, parent, [&](const std::string& verb, uint64_t number) {
     if (verb == "count") {
-      return parent.tell("connections " + std::to_string(departures.connections) + " departures " +
+      return parent.send("connections " + std::to_string(departures.connections) + " departures " +
                          std::to_string(departures.departures));
     }
     if (verb == "alone") return obedience.sayWhen([&] { return !departures.isWatching(); }, verb);

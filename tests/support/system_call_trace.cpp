@@ -13,7 +13,7 @@
 namespace Zorbe::Test {
 namespace {
 
-constexpr long markingCall = SYS_getppid;  // no one else makes it
+constexpr long kMarkingCall = SYS_getppid;  // nothing else makes it
 
 std::string nameOf(uint64_t number) {
   static const std::map<uint64_t, std::string> names = {
@@ -23,6 +23,7 @@ std::string nameOf(uint64_t number) {
       {SYS_epoll_wait, "epoll_wait"},
 #endif
       {SYS_epoll_pwait, "epoll_wait"},
+      {SYS_epoll_pwait2, "epoll_wait"},
       {SYS_read, "read"},
       {SYS_write, "write"},
       {SYS_close, "close"},
@@ -46,7 +47,7 @@ bool go(pid_t child, int signal = 0) {
 }  // namespace
 
 void SystemCallTrace::mark() {
-  ::syscall(markingCall);
+  ::syscall(kMarkingCall);
 }
 
 bool SystemCallTrace::watch(pid_t child) {
@@ -69,7 +70,7 @@ bool SystemCallTrace::record(pid_t child) {
   EXPECT_GT(size, 0);
   if (info.op != PTRACE_SYSCALL_INFO_ENTRY) return true;
   Watched& watched = watched_.at(child);
-  if (info.entry.nr == static_cast<uint64_t>(markingCall)) return ++watched.marks < 2;
+  if (info.entry.nr == static_cast<uint64_t>(kMarkingCall)) return ++watched.marks < 2;
   if (watched.marks == 1) watched.calls.push_back(nameOf(info.entry.nr));
   return true;
 }

@@ -58,7 +58,7 @@ Commands::Commands(Channel& parent, Action action)
 }
 
 void Commands::fdEvent(int /*fd*/) {
-  action_(parent_.hear());
+  action_(parent_.receive());
 }
 
 Pause::Pause(std::function<void()> action)

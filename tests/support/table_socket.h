@@ -8,19 +8,12 @@
 
 namespace Zorbe::Test {
 
-/// The abstract socket of a table, as the tests see it: bytes, and whoever listens there.
+/// The address of a table's abstract socket, as the tests see it: bytes.
 struct TableSocket {
   explicit TableSocket(const std::string& rootPath);
 
   const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address); }
   std::string abstractName() const;
-
-  /// A new socket bound to the name, listening when `backlog` is not negative; -1 when the
-  /// name is taken.
-  int bind(int backlog) const;
-
-  /// A new socket connected to the name, or -1 with `errno` set.
-  int connect() const;
 
   sockaddr_un address = {};
   socklen_t length = 0;

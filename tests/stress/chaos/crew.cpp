@@ -51,7 +51,7 @@ Member& Crew::writerToBe() {
 void Crew::publish(unsigned count) {
   const std::string order = "publish " + std::to_string(count) + " " + std::to_string(++request_);
   for (Member& member : candidates_) {
-    if (member.isAwake()) member.channel().tell(order);
+    if (member.isAwake()) member.channel().send(order);
   }
 }
 

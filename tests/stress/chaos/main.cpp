@@ -17,7 +17,7 @@
 #include <string>
 
 #include "stress/chaos/storm.h"
-#include "stress/simulation/number.h"
+#include "support/number.h"
 #include "support/sanitized.h"
 
 namespace {

@@ -89,7 +89,7 @@ void InotifyModel::take() {
 
 // To what has to be told next; false when that is nothing.
 bool InotifyModel::advance() {
-  for (const Event& event : kernel_.takeRead()) events_.push_back(event);
+  for (const Kernel::InotifyEvent& event : kernel_.takeRead()) events_.push_back(event);
   const auto isLost = [&](const Control& c) { return lost_.count(c.wd) != 0; };
   for (;;) {
     const auto isVain = [&](const Told& told) { return !concerns(told); };

@@ -4,7 +4,7 @@
 // each is told exactly the events of its own mask, in order.
 #pragma once
 
-#include "stress/fuzz/made_up_inotify.h"
+#include "support/kernel/fake_inotify.h"
 
 #include <array>
 #include <deque>
@@ -19,7 +19,7 @@ class InotifyModel {
  public:
   static constexpr size_t controls = 4;
 
-  explicit InotifyModel(MadeUpInotify& kernel) : kernel_(kernel) {}
+  explicit InotifyModel(Kernel::FakeInotify& kernel) : kernel_(kernel) {}
 
   /// `found` is what the kernel says of the path: the watch that it has now, or an errno as a
   /// negative number.
@@ -61,7 +61,7 @@ class InotifyModel {
   bool advance();
   void take();
 
-  MadeUpInotify& kernel_;
+  Kernel::FakeInotify& kernel_;
   std::array<Control, controls> controls_;
   std::map<int, std::vector<size_t>> users_;  // of each watch, in the order of their coming
   std::deque<Notice> notices_;
@@ -69,8 +69,8 @@ class InotifyModel {
   uint64_t turn_ = 1;
 
   // What was read and has not been told.
-  std::deque<Event> events_;
-  Event event_ = {};
+  std::deque<Kernel::InotifyEvent> events_;
+  Kernel::InotifyEvent event_ = {};
   std::deque<Told> toTell_;
   std::set<int> lost_;  // watches whose end an overflow has swallowed
 };

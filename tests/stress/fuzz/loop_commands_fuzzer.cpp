@@ -5,7 +5,7 @@
 // that it expects may be missing.
 #include "stress/fuzz/fuzzer.h"
 #include "stress/fuzz/loop_model.h"
-#include "stress/fuzz/made_up_clock.h"
+#include "support/kernel/fake_clock.h"
 
 #include <brask/linux/event_loop.h>
 #include <brask/platform.h>
@@ -79,7 +79,7 @@ class LoopCase {
   void turn(unsigned what) {
     if (what == 0) return look();
     if (what == 1) return runUntilStopped();
-    model_.beginTurn(MadeUpClock::now());
+    model_.beginTurn(Kernel::FakeClock::now());
     bool thrown = false;
     try {
       EXPECT_EQ(loop_->turn(0), model_.callbacks() != 0);
@@ -91,13 +91,13 @@ class LoopCase {
 
   void runUntilStopped() {
     if (std::exchange(stopped_, false)) {
-      model_.beginTurn(MadeUpClock::now());
+      model_.beginTurn(Kernel::FakeClock::now());
       loop_->run();
       EXPECT_EQ(model_.callbacks(), 0u);
       return;
     }
     start(stopper, 0);
-    model_.beginTurn(MadeUpClock::now());
+    model_.beginTurn(Kernel::FakeClock::now());
     bool thrown = false;
     try {
       loop_->run();
@@ -113,7 +113,7 @@ class LoopCase {
   void look() {
     pollfd entry = {loop_->fd(), POLLIN, 0};
     EXPECT_GE(::poll(&entry, 1, 0), 0);
-    if (model_.hasWork(MadeUpClock::now())) EXPECT_NE(entry.revents & POLLIN, 0);
+    if (model_.hasWork(Kernel::FakeClock::now())) EXPECT_NE(entry.revents & POLLIN, 0);
   }
 
   // What may be done from inside a callback, too.
@@ -138,7 +138,7 @@ class LoopCase {
       case 16:
         return cancel(input_.below(stopper));
       case 17:
-        return MadeUpClock::advance(static_cast<int64_t>(delay() * 1e9));
+        return Kernel::FakeClock::advance(static_cast<int64_t>(delay() * 1e9));
       case 18:
         return reuse(files_[which]);
       default:
@@ -183,7 +183,7 @@ class LoopCase {
   void start(size_t timer, double seconds) {
     const double odd = input_.flag() ? -1.0 : std::numeric_limits<double>::quiet_NaN();
     timers_[timer]->control->start(seconds > 0 ? seconds : input_.flag() ? 0.0 : odd);
-    model_.start(timer, seconds, MadeUpClock::now());
+    model_.start(timer, seconds, Kernel::FakeClock::now());
   }
 
   void cancel(size_t timer) {
@@ -240,7 +240,7 @@ class LoopCase {
   }
 
   Input& input_;
-  MadeUpClock clock_;
+  Kernel::FakeClock clock_;
   std::unique_ptr<EventLoop> loop_ = std::make_unique<EventLoop>();
   LoopModel model_;
   bool stopped_ = false;

@@ -84,7 +84,7 @@ class InotifyCase {
       case 4:
       case 5:
       case 6:
-        return watch(which, input_.below(MadeUpInotify::directories));
+        return watch(which, input_.below(Kernel::FakeInotify::kDirectories));
       case 7:
         return unwatch(which);
       case 8:
@@ -112,8 +112,8 @@ class InotifyCase {
   }
 
   void limit() {
-    kernel_.full = input_.flag();
-    kernel_.atOnce = 1 + input_.below(100);
+    kernel_.isFull = input_.flag();
+    kernel_.mostAtOnce = 1 + input_.below(100);
   }
 
   uint32_t bits() {
@@ -136,7 +136,7 @@ class InotifyCase {
 
   void watch(size_t control, size_t directory) {
     const uint32_t mask = bits();
-    const std::string path = MadeUpInotify::pathOf(directory);
+    const std::string path = Kernel::FakeInotify::pathOf(directory);
     probes_[control]->control->addWatch(path, mask);
     model_.add(control, path, mask, kernel_.look(directory, mask));
     EXPECT_EQ(probes_[control]->control->path(), path);
@@ -164,7 +164,7 @@ class InotifyCase {
   }
 
   Input& input_;
-  MadeUpInotify kernel_;
+  Kernel::FakeInotify kernel_;
   Brask::Linux::EventLoop loop_;
   InotifyModel model_{kernel_};
   std::array<std::unique_ptr<Probe>, InotifyModel::controls> probes_;

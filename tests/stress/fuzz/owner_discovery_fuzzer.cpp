@@ -4,8 +4,8 @@
 // lock, and what is logged, has to be what a naive reading of both gives. A byte 1 of the text
 // stands for the name that is looked for.
 #include "sockets/sockaddr.h"
+#include "stress/fuzz/fake_proc.h"
 #include "stress/fuzz/fuzzer.h"
-#include "stress/fuzz/made_up_proc.h"
 #include "support/fake_platform.h"
 #include "support/recording_handler.h"
 
@@ -64,7 +64,7 @@ struct Naive {
 
 class Search {
  public:
-  Search(const MadeUpProc& proc, std::string name) : proc_(proc), name_(std::move(name)) {}
+  Search(const FakeProc& proc, std::string name) : proc_(proc), name_(std::move(name)) {}
 
   Naive of(const std::string& text) {
     std::string line;
@@ -91,7 +91,7 @@ class Search {
       return;
     }
     naive_.failed = !opens("/proc", proc_.error);
-    for (const MadeUpProcess& process : proc_.processes) {
+    for (const FakeProcess& process : proc_.processes) {
       if (naive_.pid == 0 && !naive_.failed) look(process, inode);
     }
     naive_.failed = naive_.failed || (naive_.pid == 0 && proc_.endError != 0);
@@ -106,14 +106,14 @@ class Search {
     return false;
   }
 
-  void look(const MadeUpProcess& process, uint64_t inode) {
+  void look(const FakeProcess& process, uint64_t inode) {
     if (!opens("/proc/" + process.name + "/fd", process.error)) return;
-    for (const MadeUpDescriptor& descriptor : process.descriptors) {
+    for (const FakeDescriptor& descriptor : process.descriptors) {
       if (naive_.pid == 0) look(process, descriptor, inode);
     }
   }
 
-  void look(const MadeUpProcess& process, const MadeUpDescriptor& descriptor, uint64_t inode) {
+  void look(const FakeProcess& process, const FakeDescriptor& descriptor, uint64_t inode) {
     if (descriptor.error != 0) {
       naive_.notable.push_back(heading + "stat failed: " + std::strerror(descriptor.error));
     }
@@ -125,7 +125,7 @@ class Search {
                              "\" to U32");
   }
 
-  const MadeUpProc& proc_;
+  const FakeProc& proc_;
   std::string name_;
   Naive naive_;
 };
@@ -143,7 +143,7 @@ void list(const std::string& text) {
   Fault::redirect("fopen", "/proc/net/unix", "/proc/self/fd/" + std::to_string(socketList));
 }
 
-void check(RecordingHandler& handler, const MadeUpProc& proc, const std::string& table,
+void check(RecordingHandler& handler, const FakeProc& proc, const std::string& table,
            const Naive& naive) {
   std::string owner = "unchanged";
   handler.clear();
@@ -173,7 +173,7 @@ ZORBE_FUZZER(input) {
   Zorbe::Test::RecordingHandler handler;
   handler.allowFailures();
   const std::string table = input.text().substr(0, 64);
-  const MadeUpProc proc(input);
+  const FakeProc proc(input);
   const std::string name = Zorbe::TableAddress(handler, table).abstractName();
   const std::string text = withName(input.rest(), name);
   list(text);

@@ -4,7 +4,7 @@
 // name of a network namespace: what is made is what a naive walk expects, and no name leads to
 // another place than the one where namespaces are kept.
 #include "stress/fuzz/fuzzer.h"
-#include "stress/fuzz/made_up_disk.h"
+#include "support/kernel/files.h"
 
 #include <mem/mkpath.h>
 #include <nsutil/nsutil.h>
@@ -12,38 +12,84 @@
 #include <cerrno>
 #include <climits>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace Zorbe::Test::Fuzz {
 namespace {
 
+using Kernel::Files;
+
 std::vector<std::string> opened;
 
+/// Has stat, lstat, mkdir and chmod work on a few files: the directories "/d" and "/d/e", the
+/// file "/f" and "/n", a link that leads nowhere.
+class FakeFiles : public Files {
+ public:
+  FakeFiles() {
+    makeDirectories("/d/e");
+    static_cast<void>(create("/f"));
+    makeLink("/n");
+  }
+
+  void install() {
+    current = this;
+    Fault::divert("stat", callStat);
+    Fault::divert("lstat", callLstat);
+    Fault::divert("mkdir", callMkdir);
+    Fault::divert("chmod", callChmod);
+  }
+
+ private:
+  static int result(int error) {
+    if (error == 0) return 0;
+    errno = error;
+    return -1;
+  }
+  static int callStat(const char* path, struct stat* status) {
+    return result(current->examine(path, Links::kFollowed, status->st_mode));
+  }
+  static int callLstat(const char* path, struct stat* status) {
+    return result(current->examine(path, Links::kNotFollowed, status->st_mode));
+  }
+  // The umask leaves the owner's bits alone, for chmod to add the others.
+  static int callMkdir(const char* path, mode_t mode) {
+    return result(current->makeDirectory(path, mode & 0700));
+  }
+  static int callChmod(const char* path, mode_t mode) {
+    return result(current->changeMode(path, mode));
+  }
+
+  static FakeFiles* current;
+};
+
+FakeFiles* FakeFiles::current = nullptr;
+
 /// What mkpath has to do, one step at a time: the errno that it has to leave, or 0.
-int naiveMake(MadeUpDisk& disk, const std::string& path, mode_t mode) {
+int naiveMake(Files& files, const std::string& path, mode_t mode) {
   if (path.empty()) return ENOENT;
   if (path.find('\0') != std::string::npos) return EINVAL;
   std::string whole;
-  for (const std::string& component : MadeUpDisk::components(path)) {
+  for (const std::string& component : Files::components(path)) {
     whole += "/" + component;
-    const int found = disk.look(whole, MadeUpDisk::Links::followed);
-    if (found == 0) continue;
-    if (found != ENOENT) return found;
-    if (disk.look(whole, MadeUpDisk::Links::asTheyAre) == 0) return ENOTDIR;
-    disk.add(whole, mode);
+    mode_t there = 0;
+    const int error = files.examine(whole, Files::Links::kFollowed, there);
+    if (error == 0 && S_ISDIR(there)) continue;
+    if (error == 0) return ENOTDIR;
+    if (error != ENOENT) return error;
+    if (files.examine(whole, Files::Links::kNotFollowed, there) == 0) return ENOTDIR;
+    EXPECT_EQ(files.makeDirectory(whole, mode), 0);
   }
   return 0;
 }
 
 void makePath(mode_t mode, const std::string& path) {
-  MadeUpDisk expected;
+  FakeFiles expected;
   const int error = naiveMake(expected, path, mode);
-  MadeUpDisk actual;
-  actual.takePlace();
+  FakeFiles actual;
+  actual.install();
   EXPECT_EQ(Mem::mkpath(path, mode), error == 0 ? 0 : -1);
   if (error != 0) EXPECT_EQ(errno, error);
-  EXPECT_EQ(actual.entries(), expected.entries());
+  EXPECT_EQ(actual.modes(), expected.modes());
 }
 
 int refuse(const char* path, int /*flags*/, mode_t /*mode*/) {
@@ -54,7 +100,7 @@ int refuse(const char* path, int /*flags*/, mode_t /*mode*/) {
 
 void enter(const std::string& name) {
   const std::string text = name.c_str();
-  const bool isName = MadeUpDisk::components("/" + text + "/") == std::vector<std::string>{text} &&
+  const bool isName = Files::components("/" + text + "/") == std::vector<std::string>{text} &&
                       text != "." && text != ".." && text.size() <= NAME_MAX;
   std::vector<std::string> expected;
   if (isName) expected.push_back("/run/netns/" + text);

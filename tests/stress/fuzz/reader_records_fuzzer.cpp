@@ -3,10 +3,9 @@
 // A writer that keeps to nothing, and a client that uses every freedom it has: what arrives
 // at the reader, in which pieces, which of its calls fail, what the table code answers. The
 // reader has to do what a model of a few lines does.
-#include "stress/fuzz/drain.h"
+#include "stress/fuzz/connection.h"
 #include "stress/fuzz/fuzzer.h"
 #include "support/reader_fixture.h"
-#include "support/table_socket.h"
 
 #include <array>
 
@@ -16,11 +15,11 @@ namespace {
 const TestRoot root;
 const std::string path = root / "t";
 
-BareSocket& listening() {
-  static BareSocket socket = BareSocket::listenAs(path);
+RawPeer& listening() {
+  static RawPeer socket = RawPeer::listen(path);
   return socket;
 }
-const bool opened = listening().connected();
+const bool opened = listening().isOpen();
 
 /// What the table code does when it is asked how far it has read.
 enum class Answer { sequence, corruption, suspend, notDone };
@@ -34,8 +33,7 @@ struct Model {
   bool timer = false;
   uint64_t sent = 0;
   uint32_t batches = 0;
-  Unread unread;                     // by the reader
-  std::vector<std::string> reports;  // that the writer has not taken
+  Connection connection;
   std::vector<std::string> failures;
   std::vector<std::string> notes;
 };
@@ -50,7 +48,7 @@ class ReaderCase {
 
   ~ReaderCase() {
     reader_.reset();
-    if (writer_.connected()) EXPECT_TRUE(writer_.abandoned());
+    if (writer_.isOpen()) EXPECT_TRUE(writer_.isPeerClosed());
   }
 
   void run() {
@@ -94,24 +92,22 @@ class ReaderCase {
     reader_->doConnect();
     if (model_.connected) return;
     model_.connected = true;
-    model_.unread = Unread();
-    model_.reports.clear();
+    model_.connection = Connection();
     model_.notes.emplace_back("writerConnectionChanged up");
-    writer_ = listening().acceptOne();
-    EXPECT_TRUE(writer_.connected());
+    writer_ = listening().accept();
+    EXPECT_TRUE(writer_.isOpen());
   }
 
   void send(const std::string& record) {
-    if (!model_.connected || !writer_.connected()) return;
+    if (!model_.connected || !writer_.isOpen()) return;
     writer_.send(record);
-    model_.unread.records.push_back(record);
+    model_.connection.arrive(record);
   }
 
   void hangUp() {
-    if (!writer_.connected()) return;
-    model_.unread.reset = !model_.reports.empty();
-    model_.unread.ended = true;
-    writer_.hangUp();
+    if (!writer_.isOpen()) return;
+    model_.connection.hangUp();
+    writer_.close();
   }
 
   // What the client and its table code are going to do.
@@ -138,11 +134,12 @@ class ReaderCase {
   void failWhileArriving() {
     constexpr std::array<int, 5> errors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
     if (!model_.connected) return;
-    model_.unread.callsToFailure = 1 + input_.below(3);
-    model_.unread.error = errors[input_.below(errors.size())];
-    Fault::arm("recv", model_.unread.callsToFailure, model_.unread.error);
+    const unsigned call = 1 + input_.below(3);
+    const int error = errors[input_.below(errors.size())];
+    model_.connection.failReceive(call, error);
+    Fault::arm("recv", call, error);
     arrive();
-    model_.unread.callsToFailure = 0;
+    model_.connection.failReceive(0, 0);
     Fault::reset();
   }
 
@@ -152,7 +149,7 @@ class ReaderCase {
     std::string record;
     size_t kicks = 0;
     long got;
-    while ((got = model_.unread.receive(record)) > 0) kicks += static_cast<size_t>(got);
+    while ((got = model_.connection.receive(record)) > 0) kicks += static_cast<size_t>(got);
     if (got < 0 && got != -EAGAIN) {
       model_.failures.push_back("ReaderKickSm::handleKickFromWriter() recv() error: " +
                                 std::string(std::strerror(static_cast<int>(-got))));
@@ -190,8 +187,8 @@ class ReaderCase {
     refused_ = sequence < model_.sent;
     if (refused_) return;
     model_.sent = sequence;
-    if (!model_.unread.ended) return model_.reports.push_back(bytesOf(sequence));
-    const int error = std::exchange(model_.unread.reset, false) ? ECONNRESET : EPIPE;
+    const int error = model_.connection.send(bytesOf(sequence));
+    if (error == 0) return;
     model_.failures.push_back(
         "ReaderKickSm::sendSequence() send() socket:" + std::to_string(platform_.fd(0).fd()) +
         " failed: " + std::strerror(error));
@@ -241,9 +238,8 @@ class ReaderCase {
   }
 
   void takeReports() {
-    if (!writer_.connected()) return;
-    EXPECT_EQ(allReceived(writer_), model_.reports);
-    model_.reports.clear();
+    if (!writer_.isOpen()) return;
+    EXPECT_EQ(allReceived(writer_), model_.connection.takeSent());
   }
 
   void compare() {
@@ -259,10 +255,10 @@ class ReaderCase {
     handler_.clear();
     model_.failures.clear();
     model_.notes.clear();
-    if (!model_.connected && writer_.connected()) {
-      EXPECT_TRUE(writer_.abandoned());
+    if (!model_.connected && writer_.isOpen()) {
+      EXPECT_TRUE(writer_.isPeerClosed());
       takeReports();
-      writer_.hangUp();
+      writer_.close();
     }
   }
 
@@ -282,7 +278,7 @@ class ReaderCase {
   Reader::Counters counters_ = {};
   std::unique_ptr<TestReader> reader_ =
       std::make_unique<TestReader>(platform_, handler_, rootPath_, counters_);
-  BareSocket writer_;
+  RawPeer writer_;
   Answer answer_ = Answer::sequence;
   bool refused_ = false;
   Model model_;

@@ -4,6 +4,7 @@
 // what is written has to be read back, and what is read has to be taken as a naive reading does.
 #include "stress/fuzz/fuzzer.h"
 #include "support/fake_platform.h"
+#include "support/raw_peer.h"
 #include "support/recording_handler.h"
 #include "support/table_socket.h"
 #include "support/test_root.h"
@@ -21,7 +22,7 @@ namespace {
 
 const TestRoot directory;
 const std::string path = directory.path();
-const int lock = TableSocket(path).bind(-1);
+const RawPeer lock = RawPeer::bind(path);
 std::vector<std::string> opened;
 
 void put(const std::string& file, const std::string& content) {

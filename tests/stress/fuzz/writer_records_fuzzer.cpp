@@ -2,10 +2,9 @@
 //
 // Readers that keep to nothing: what they send, in which pieces, when they hang up, and which
 // of the writer's calls fail. The writer has to treat each as a model of a few lines does.
-#include "stress/fuzz/drain.h"
+#include "stress/fuzz/connection.h"
 #include "stress/fuzz/fuzzer.h"
 #include "support/kick_fixture.h"
-#include "support/table_socket.h"
 
 #include <array>
 #include <cstring>
@@ -16,15 +15,14 @@ namespace {
 // The name is taken once; each input's writer listens on a duplicate.
 const TestRoot root;
 const std::string path = root / "t";
-const int bound = TableSocket(path).bind(-1);
+const RawPeer bound = RawPeer::bind(path);
 
 /// A reader, and what the writer has to know about it.
 struct Peer {
-  BareSocket socket;
+  RawPeer socket;
   size_t control = 0;  // the number of the writer's control
   int fd = -1;         // the writer's descriptor, -1 when it has none
-  Unread unread;       // by the writer
-  size_t kicks = 0;    // that this reader has not taken
+  Connection model;
   uint64_t sequence = 0;
   bool acknowledged = false;
   bool asleep = false;
@@ -42,8 +40,8 @@ class WriterCase {
   ~WriterCase() {
     writer_.reset();
     for (Peer& peer : peers_) {
-      if (!peer.socket.connected()) continue;
-      EXPECT_TRUE(peer.socket.abandoned());
+      if (!peer.socket.isOpen()) continue;
+      EXPECT_TRUE(peer.socket.isPeerClosed());
       takeKicks(peer);
     }
   }
@@ -58,7 +56,7 @@ class WriterCase {
  private:
   void listen() {
     const Fault::Bypass bypass;
-    writer_->kickSocket = ::dup(bound);
+    writer_->kickSocket = ::dup(bound.fd());
     writer_->kickSocketCreated = true;
     writer_->doEnableListen();
   }
@@ -85,9 +83,9 @@ class WriterCase {
   }
 
   void connect(Peer& peer) {
-    if (peer.socket.connected() || peer.fd >= 0) return;
+    if (peer.socket.isOpen() || peer.fd >= 0) return;
     peer = Peer();
-    peer.socket = BareSocket::connectTo(path);
+    peer.socket = RawPeer::connect(path);
     if (input_.flag()) refuseOne();
     platform_.fd(0).fire();
     peer.control = platform_.fdCount() - 1;
@@ -103,25 +101,25 @@ class WriterCase {
   }
 
   void send(Peer& peer, const std::string& record) {
-    if (!peer.socket.connected() || peer.fd < 0) return;
+    if (!peer.socket.isOpen() || peer.fd < 0) return;
     peer.socket.send(record);
-    peer.unread.records.push_back(record);
+    peer.model.arrive(record);
   }
 
   static void hangUp(Peer& peer) {
-    if (!peer.socket.connected()) return;
-    peer.unread.reset = peer.kicks != 0 && peer.fd >= 0;
-    peer.unread.ended = true;
-    peer.socket.hangUp();
+    if (!peer.socket.isOpen()) return;
+    peer.model.hangUp();
+    peer.socket.close();
   }
 
   void failWhileArriving(Peer& peer) {
     constexpr std::array<int, 5> errors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
-    peer.unread.callsToFailure = 1 + input_.below(3);
-    peer.unread.error = errors[input_.below(errors.size())];
-    if (peer.fd >= 0) Fault::arm("recv", peer.unread.callsToFailure, peer.unread.error);
+    const unsigned call = 1 + input_.below(3);
+    const int error = errors[input_.below(errors.size())];
+    peer.model.failReceive(call, error);
+    if (peer.fd >= 0) Fault::arm("recv", call, error);
     arrive(peer);
-    peer.unread.callsToFailure = 0;
+    peer.model.failReceive(0, 0);
     Fault::reset();
   }
 
@@ -131,7 +129,7 @@ class WriterCase {
     expect(peer);
     control.fire();
     EXPECT_EQ(control.gone(), peer.fd < 0);
-    if (peer.fd < 0 && peer.socket.connected()) EXPECT_TRUE(peer.socket.abandoned());
+    if (peer.fd < 0 && peer.socket.isOpen()) EXPECT_TRUE(peer.socket.isPeerClosed());
   }
 
   // What handleReaderData has to do.
@@ -141,7 +139,7 @@ class WriterCase {
     uint64_t report = 0;
     unsigned reports = 0;
     long got;
-    while ((got = peer.unread.receive(record)) >= 8) {
+    while ((got = peer.model.receive(record)) >= 8) {
       std::memcpy(&report, record.data(), sizeof report);
       ++reports;
     }
@@ -174,12 +172,11 @@ class WriterCase {
   }
 
   void expectKick(Peer& peer) {
-    if (!peer.unread.ended) {
-      ++peer.kicks;
+    const int error = peer.model.send("#");
+    if (error == 0) {
       ++kicks_;
       return;
     }
-    const int error = std::exchange(peer.unread.reset, false) ? ECONNRESET : EPIPE;
     expectFailure("ReaderKickClientSm::kick() socket:" + std::to_string(peer.fd) + " send() " +
                   std::strerror(error));
   }
@@ -202,9 +199,8 @@ class WriterCase {
   }
 
   static void takeKicks(Peer& peer) {
-    if (!peer.socket.connected()) return;
-    EXPECT_EQ(allReceived(peer.socket), std::vector<std::string>(peer.kicks, "#"));
-    peer.kicks = 0;
+    if (!peer.socket.isOpen()) return;
+    EXPECT_EQ(allReceived(peer.socket), peer.model.takeSent());
   }
 
   void compare() {

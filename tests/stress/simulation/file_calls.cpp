@@ -64,16 +64,16 @@ FILE* openFile(const char* path, const char* mode) {
   }
   if (!enter(*process)) return nullptr;
   const bool writes = *mode == 'w';
-  Directory& directory = process->world().directory;
+  Kernel::Files& files = process->world().files;
   std::string content;
-  int error = writes ? directory.create(path) : directory.read(path, content);
+  int error = writes ? files.create(path) : files.read(path, content);
   if (!writes && process->world().describeProcess(path, content)) error = 0;
   if (error != 0) {
     errno = error;
     return nullptr;
   }
   FILE* const file = anonymousFile(content, mode);
-  if (writes && file != nullptr) writtenFiles()[file] = {path, directory.inode(path)};
+  if (writes && file != nullptr) writtenFiles()[file] = {path, files.inode(path)};
   return file;
 }
 
@@ -89,7 +89,7 @@ int closeFile(FILE* file) {
     Process& process = *Process::running();
     if (enter(process)) {
       const Written& written = found->second;
-      process.world().directory.close(written.path, written.inode, contentOf(file));
+      process.world().files.close(written.path, written.inode, contentOf(file));
     }
     writtenFiles().erase(file);
   }
@@ -104,11 +104,9 @@ int examinePath(const char* path, struct stat* status) {
     return ::stat(path, status);
   }
   if (!enter(*process)) return -1;
-  const Directory& directory = process->world().directory;
-  if (!directory.exists(path)) return result(ENOENT);
   *status = {};
-  status->st_mode = directory.isDirectory(path) ? S_IFDIR : S_IFREG;
-  return 0;
+  return result(
+      process->world().files.examine(path, Kernel::Files::Links::kFollowed, status->st_mode));
 }
 
 int changeMode(const char* path, mode_t mode) {
@@ -118,7 +116,7 @@ int changeMode(const char* path, mode_t mode) {
     return ::chmod(path, mode);
   }
   if (!enter(*process)) return -1;
-  return result(process->world().directory.exists(path) ? 0 : ENOENT);
+  return result(process->world().files.changeMode(path, mode));
 }
 
 ssize_t readExecutable(const char* path, char* buffer, size_t size) {

@@ -34,7 +34,7 @@ void checkSleepers(World& world, const TableWriter& writer) {
 
 // Whether this end of the writer's belongs to the reader.
 bool belongsTo(const TableWriter& writer, int fd, const Process& process, int readersFd) {
-  const SocketRef end = writer.process().socket(fd);
+  const Kernel::SocketRef end = writer.process().socket(fd);
   return end && end->peer.lock() == process.socket(readersFd) && !end->peer.expired();
 }
 
@@ -60,7 +60,7 @@ void forEachReader(const World& world, Check check) {
 }
 
 bool peerLives(const Process& process, int fd) {
-  const SocketRef socket = process.socket(fd);
+  const Kernel::SocketRef socket = process.socket(fd);
   return socket && !socket->peerClosed;
 }
 

@@ -5,6 +5,7 @@
 #include <brask/platform.h>
 #include <mem/mkpath.h>
 #include <nsutil/nsutil.h>
+#include <sys/inotify.h>
 
 #include <cerrno>
 #include <utility>
@@ -34,7 +35,7 @@ class SimulatedFdControl final : public Brask::Platform::FdControl, private Sour
 
   void watch(int fd) override {
     fd_ = fd;
-    const SocketRef socket = process_.socket(fd);
+    const Kernel::SocketRef socket = process_.socket(fd);
     if (socket) socket->nonBlocking = true;
     watched_ = socket;
   }
@@ -47,7 +48,7 @@ class SimulatedFdControl final : public Brask::Platform::FdControl, private Sour
  private:
   // Keyed by what was open, not by its number, which may be another's by now.
   bool isReady(const World& w) const override {
-    const SocketRef socket = watched_.lock();
+    const Kernel::SocketRef socket = watched_.lock();
     return socket && w.sockets.readable(*socket);
   }
   void fire() override { handler_->fdEvent(fd_); }
@@ -57,20 +58,20 @@ class SimulatedFdControl final : public Brask::Platform::FdControl, private Sour
 
   Brask::Platform::FdEventHandler* handler_;
   int fd_ = -1;
-  std::weak_ptr<Socket> watched_;
+  std::weak_ptr<Kernel::Socket> watched_;
 };
 
 class SimulatedTimer final : public Brask::Platform::TimerControl, private Source {
  public:
   explicit SimulatedTimer(Brask::Platform::TimeoutHandler* handler) : handler_(handler) {}
 
-  void start(double seconds) override {
-    deadline_ = world().now() + static_cast<int64_t>(seconds * 1e6);
-  }
+  void start(double seconds) override { deadline_ = world().clock.after(seconds); }
   void cancel() override { deadline_ = -1; }
 
  private:
-  bool isReady(const World& w) const override { return deadline_ >= 0 && deadline_ <= w.now(); }
+  bool isReady(const World& w) const override {
+    return deadline_ >= 0 && deadline_ <= w.clock.now();
+  }
   int64_t deadline() const override { return deadline_; }
   void fire() override {
     deadline_ = -1;
@@ -82,31 +83,65 @@ class SimulatedTimer final : public Brask::Platform::TimerControl, private Sourc
   int64_t deadline_ = -1;
 };
 
+// Small, so that processes that do not run for a while lose events.
+constexpr std::size_t kQueueLimit = 8;
+constexpr uint32_t kEnd = IN_DELETE_SELF | IN_IGNORED;
+
+/// Watches as the bundled loop does: the end of a watch is never lost, even if its event is.
 class SimulatedInotify final : public Brask::Platform::InotifyControl, private Source {
  public:
-  explicit SimulatedInotify(Brask::Platform::InotifyHandler* handler) : handler_(handler) {}
-  ~SimulatedInotify() override { world().directory.unwatch(watch_); }
+  explicit SimulatedInotify(Brask::Platform::InotifyHandler* handler) : handler_(handler) {
+    world().files.attach(&inotify_);
+  }
+  ~SimulatedInotify() override { world().files.detach(&inotify_); }
 
   void addWatch(std::string path, uint32_t mask) override {
     process_.pause();
-    if (!process_.isDead()) world().directory.watch(watch_, path, mask);
+    if (process_.isDead()) return;
+    const uint64_t inode = world().files.inode(path);
+    // Watching the same directory again drops no event.
+    if (inode == 0 || wd_ == 0 || inotify_.find(inode) != wd_) removeWatch();
+    path_ = std::move(path);
+    if (inode == 0) {
+      failure_ = "inotify_add_watch() " + path_;
+    } else {
+      wd_ = inotify_.add(inode, mask);
+    }
   }
-  void removeWatch() override { world().directory.unwatch(watch_); }
-  std::string path() override { return watch_.path; }
+  void removeWatch() override {
+    static_cast<void>(inotify_.remove(wd_));
+    inotify_.clear();
+    wd_ = 0;
+    failure_.clear();
+    lost_ = false;
+  }
+  std::string path() override { return path_; }
 
  private:
-  bool isReady(const World&) const override { return !watch_.notices.empty(); }
-  void fire() override {
-    const Notice notice = std::move(watch_.notices.front());
-    watch_.notices.pop_front();
-    if (notice.kind == Notice::Kind::changed) return handler_->inotifyChanged(notice.what);
-    if (notice.kind == Notice::Kind::deleted) return handler_->inotifyDeleted();
-    handler_->inotifyError(notice.what);
+  bool isReady(const World&) const override {
+    return !failure_.empty() || lost_ || !inotify_.isEmpty();
   }
-  std::string describe() const override { return "news of " + watch_.path; }
+  void fire() override {
+    if (!failure_.empty()) return handler_->inotifyError(std::exchange(failure_, {}));
+    if (inotify_.isEmpty()) return end();
+    const Kernel::InotifyEvent event = inotify_.take();
+    if ((event.mask & kEnd) != 0) return end();
+    if ((event.mask & IN_Q_OVERFLOW) == 0) return handler_->inotifyChanged(event.name);
+    lost_ = inotify_.watches().count(wd_) == 0;
+    handler_->inotifyError("events were lost");
+  }
+  void end() {
+    removeWatch();
+    handler_->inotifyDeleted();
+  }
+  std::string describe() const override { return "events of " + path_; }
 
   Brask::Platform::InotifyHandler* handler_;
-  Watch watch_;
+  Kernel::Inotify inotify_{kQueueLimit};
+  std::string path_;
+  int wd_ = 0;
+  std::string failure_;
+  bool lost_ = false;  // the end of the watch, with other events
 };
 
 }  // namespace
@@ -135,7 +170,7 @@ int Mem::mkpath(const std::string& path, unsigned /*mode*/) {
     errno = ENOSPC;
     return -1;
   }
-  process.world().directory.makeDirectories(path);
+  process.world().files.makeDirectories(path);
   return 0;
 }
 

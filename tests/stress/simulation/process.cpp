@@ -119,7 +119,7 @@ void Process::waitUntil(std::function<bool()> condition) {
   condition_ = nullptr;
 }
 
-int Process::open(SocketRef socket) {
+int Process::open(Kernel::SocketRef socket) {
   int fd = firstDescriptor;
   while (owns(fd)) ++fd;
   if (socket) socket->owner = pid_;
@@ -127,13 +127,13 @@ int Process::open(SocketRef socket) {
   return fd;
 }
 
-SocketRef Process::socket(int fd) const {
+Kernel::SocketRef Process::socket(int fd) const {
   const auto found = descriptors_.find(fd);
   return found == descriptors_.end() ? nullptr : found->second;
 }
 
 void Process::closeDescriptor(int fd) {
-  const SocketRef closed = socket(fd);
+  const Kernel::SocketRef closed = socket(fd);
   descriptors_.erase(fd);
   if (closed) world_.sockets.close(closed);
 }

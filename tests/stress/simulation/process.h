@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "stress/simulation/fiber.h"
-#include "stress/simulation/sockets.h"
+#include "support/kernel/sockets.h"
 
 namespace Zorbe::Test::Simulation {
 
@@ -35,7 +35,7 @@ class EventSource {
   virtual bool isReady(const World& world) const = 0;
   virtual void fire() = 0;  ///< may destroy this object
   virtual std::string describe() const = 0;
-  virtual int64_t deadline() const { return -1; }  ///< microseconds; -1: there is none
+  virtual int64_t deadline() const { return -1; }  ///< -1: there is none
 };
 
 class Process final : public Brask::Platform::DebugHandler {
@@ -72,9 +72,9 @@ class Process final : public Brask::Platform::DebugHandler {
 
   // Descriptors: the lowest free number, as everywhere. A null socket is one of something else.
   static constexpr int firstDescriptor = 1 << 20;
-  int open(SocketRef socket);
+  int open(Kernel::SocketRef socket);
   bool owns(int fd) const { return descriptors_.count(fd) != 0; }
-  SocketRef socket(int fd) const;
+  Kernel::SocketRef socket(int fd) const;
   void closeDescriptor(int fd);
   std::size_t openDescriptors() const { return descriptors_.size(); }
 
@@ -108,7 +108,7 @@ class Process final : public Brask::Platform::DebugHandler {
   EventSource* next_ = nullptr;
   std::function<bool()> condition_;
   std::deque<std::function<void()>> wishes_;
-  std::map<int, SocketRef> descriptors_;
+  std::map<int, Kernel::SocketRef> descriptors_;
   std::vector<EventSource*> sources_;
   std::unique_ptr<Program> program_;
   Fiber fiber_;

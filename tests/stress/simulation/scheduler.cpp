@@ -13,7 +13,7 @@ constexpr unsigned rounds = 3;
 constexpr unsigned troubleSteps = 150;
 constexpr unsigned settleLimit = 20000;
 constexpr int64_t ever = std::numeric_limits<int64_t>::max();
-constexpr int64_t absence = 2000000;  // microseconds without a writer
+constexpr int64_t absence = 2 * Kernel::Clock::kSecond;  // without a writer
 
 }  // namespace
 
@@ -80,7 +80,7 @@ void Scheduler::disturb() {
   if (kind < 97) return startWriter();
   world_.note("the directory is removed");
   world_.met.insert("directory removed");
-  world_.directory.removeTree("/shmem/table");
+  world_.files.removeTree("/shmem/table");
 }
 
 void Scheduler::publish() {
@@ -158,7 +158,7 @@ void Scheduler::calm() {
 bool Scheduler::settle(int64_t until) {
   for (unsigned i = 0; i < settleLimit && !failed(); ++i) {
     if (step()) continue;
-    if (world_.now() >= until || !world_.advanceClock()) return true;
+    if (world_.clock.now() >= until || !world_.advanceClock()) return true;
   }
   if (!failed()) world_.fail("does not come to rest");
   return false;
@@ -170,13 +170,13 @@ void Scheduler::restWithoutWriter() {
   for (const auto& process : world_.processes()) {
     if (process->name()[0] == 'w') process->kill();
   }
-  if (settle(world_.now() + absence)) checkDepartureTold(world_);
+  if (settle(world_.clock.now() + absence)) checkDepartureTold(world_);
 }
 
 void Scheduler::restWithWriter() {
   world_.note("rest");
   calm();
-  if (!settle(world_.now())) return;
+  if (!settle(world_.clock.now())) return;
   if (lockHolder(world_) == nullptr) startWriter();
   startReader();
   if (!settle(ever)) return;
@@ -187,8 +187,8 @@ void Scheduler::restWithWriter() {
 void Scheduler::writeFile() {
   const std::string path = "/shmem/table/news";
   if (failed() || !settle(ever)) return;
-  if (world_.directory.create(path) != 0) return world_.fail("at rest without a directory");
-  world_.directory.close(path, world_.directory.inode(path), "");
+  if (world_.files.create(path) != 0) return world_.fail("at rest without a directory");
+  world_.files.close(path, world_.files.inode(path), "");
   if (settle(ever)) checkNewsTold(world_, "news");
 }
 

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "stress/simulation/number.h"
 #include "stress/simulation/table_reader.h"
 #include "stress/simulation/table_writer.h"
 #include "stress/simulation/world.h"
+#include "support/number.h"
 
 namespace Zorbe::Test::Simulation {
 

@@ -21,7 +21,7 @@ int openSocket(int domain, int type, int protocol) {
     return ::socket(domain, type, protocol);
   }
   if (!enter(*process)) return -1;
-  auto socket = std::make_shared<Socket>();
+  auto socket = std::make_shared<Kernel::Socket>();
   socket->nonBlocking = (type & SOCK_NONBLOCK) != 0;
   return process->open(std::move(socket));
 }
@@ -50,7 +50,7 @@ int onSocket(int fd, Real real, Call call) {
     return real();
   }
   if (!enter(*process)) return -1;
-  const SocketRef socket = process->socket(fd);
+  const Kernel::SocketRef socket = process->socket(fd);
   return result(socket ? call(*process, socket) : EBADF);
 }
 
@@ -62,7 +62,7 @@ std::string abstractName(const sockaddr* address, socklen_t length) {
 int bindSocket(int fd, const sockaddr* address, socklen_t length) {
   return onSocket(
       fd, [=] { return ::bind(fd, address, length); },
-      [=](Process& process, const SocketRef& socket) {
+      [=](Process& process, const Kernel::SocketRef& socket) {
         return process.world().sockets.bind(socket, abstractName(address, length));
       });
 }
@@ -70,13 +70,13 @@ int bindSocket(int fd, const sockaddr* address, socklen_t length) {
 int listenOn(int fd, int backlog) {
   return onSocket(
       fd, [=] { return ::listen(fd, backlog); },
-      [=](Process& process, const SocketRef& socket) {
+      [=](Process& process, const Kernel::SocketRef& socket) {
         return process.world().sockets.listen(*socket, backlog);
       });
 }
 
-int connectBlocking(Process& process, const SocketRef& socket, const std::string& name) {
-  Sockets& sockets = process.world().sockets;
+int connectBlocking(Process& process, const Kernel::SocketRef& socket, const std::string& name) {
+  Kernel::Sockets& sockets = process.world().sockets;
   for (;;) {
     const int error = sockets.connect(socket, name);
     if (error != EAGAIN || socket->nonBlocking) return error;
@@ -88,7 +88,7 @@ int connectBlocking(Process& process, const SocketRef& socket, const std::string
 int connectTo(int fd, const sockaddr* address, socklen_t length) {
   return onSocket(
       fd, [=] { return ::connect(fd, address, length); },
-      [=](Process& process, const SocketRef& socket) {
+      [=](Process& process, const Kernel::SocketRef& socket) {
         return connectBlocking(process, socket, abstractName(address, length));
       });
 }
@@ -97,8 +97,8 @@ int acceptFrom(int fd, sockaddr* address, socklen_t* length) {
   int accepted = -1;
   const int rc = onSocket(
       fd, [&] { return accepted = ::accept(fd, address, length); },
-      [&](Process& process, const SocketRef& socket) {
-        SocketRef other;
+      [&](Process& process, const Kernel::SocketRef& socket) {
+        Kernel::SocketRef other;
         const int error = process.world().sockets.accept(*socket, other);
         if (error == 0) accepted = process.open(other);
         return error;
@@ -109,7 +109,7 @@ int acceptFrom(int fd, sockaddr* address, socklen_t* length) {
 int setOption(int fd, int level, int name, const void* value, socklen_t length) {
   return onSocket(
       fd, [=] { return ::setsockopt(fd, level, name, value, length); },
-      [](Process&, const SocketRef&) { return 0; });
+      [](Process&, const Kernel::SocketRef&) { return 0; });
 }
 
 ssize_t sendPacket(int fd, const void* data, size_t size, int flags) {
@@ -120,7 +120,7 @@ ssize_t sendPacket(int fd, const void* data, size_t size, int flags) {
         sent = ::send(fd, data, size, flags);
         return sent < 0 ? -1 : 0;
       },
-      [&](Process& process, const SocketRef& socket) {
+      [&](Process& process, const Kernel::SocketRef& socket) {
         return process.world().sockets.send(*socket, {static_cast<const char*>(data), size});
       });
   return rc < 0 ? -1 : sent;
@@ -134,7 +134,7 @@ ssize_t receivePacket(int fd, void* data, size_t size, int flags) {
         received = ::recv(fd, data, size, flags);
         return received < 0 ? -1 : 0;
       },
-      [&](Process& process, const SocketRef& socket) {
+      [&](Process& process, const Kernel::SocketRef& socket) {
         std::string packet;
         const int error = process.world().sockets.receive(*socket, size, packet);
         std::memcpy(data, packet.data(), packet.size());

@@ -122,7 +122,7 @@ void ReaderProgram::writerGone() {
 
 // Made earlier, but never put off.
 void ReaderProgram::lookWithin(double seconds) {
-  const int64_t at = process_.world().now() + static_cast<int64_t>(seconds * 1e6);
+  const int64_t at = process_.world().clock.after(seconds);
   if (nextLook_ >= 0 && nextLook_ <= at) return;
   nextLook_ = at;
   timer_->start(seconds);
@@ -155,8 +155,8 @@ bool ReaderProgram::findWriter() {
 bool ReaderProgram::isCurrent() {
   if (!reader_ || !usable_) return false;
   process_.pause();
-  const Directory& directory = process_.world().directory;
-  return directory.map(root_.fullPath("slots")) == reader_->table() &&
+  const Kernel::Files& files = process_.world().files;
+  return files.map(root_.fullPath("slots")) == reader_->table() &&
          FenixFile::read(process_, root_.path) == reader_->table()->fenix;
 }
 
@@ -170,7 +170,7 @@ bool ReaderProgram::mapTable() {
   leaveTable();
   process_.pause();
   TableRef table =
-      std::static_pointer_cast<Table>(process_.world().directory.map(root_.fullPath("slots")));
+      std::static_pointer_cast<Table>(process_.world().files.map(root_.fullPath("slots")));
   if (!table) return false;
   reader_ = make_(*this, root_, std::move(table), counters_);
   usable_ = true;

@@ -37,7 +37,7 @@ void TableWriter::replace(const TableRef& left) {
 // What an earlier writer has left, and whether that is continued or a new incarnation begins.
 TableRef TableWriter::findTable() {
   World& world = process_.world();
-  auto left = std::static_pointer_cast<Table>(world.directory.map(rootPath.fullPath("slots")));
+  auto left = std::static_pointer_cast<Table>(world.files.map(rootPath.fullPath("slots")));
   found_ = left != nullptr;
   if (found_ && world.random.percent(70)) {
     world.met.insert("table continued");
@@ -54,7 +54,7 @@ void TableWriter::placeFiles() {
   if (process_.isDead()) return;
   World& world = process_.world();
   // A directory that is gone comes back, and with it the next call.
-  if (world.directory.place(rootPath.fullPath("slots"), table_) != 0) return;
+  if (world.files.place(rootPath.fullPath("slots"), table_) != 0) return;
   FenixFile::write(*handler, rootPath.path, table_->fenix);
 }
 

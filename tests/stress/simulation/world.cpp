@@ -31,11 +31,11 @@ bool World::advanceClock() {
   for (const auto& process : processes_) {
     for (const EventSource* source : process->sources()) {
       const int64_t deadline = source->deadline();
-      if (deadline > now_ && (next < 0 || deadline < next)) next = deadline;
+      if (deadline > clock.now() && (next < 0 || deadline < next)) next = deadline;
     }
   }
   if (next < 0) return false;
-  now_ = next;
+  clock.advanceTo(next);
   return true;
 }
 
@@ -59,7 +59,7 @@ void World::fail(const std::string& what) {
 }
 
 void World::note(const std::string& what) {
-  if (tracing_) trace_.push_back(std::to_string(now_) + " " + what);
+  if (tracing_) trace_.push_back(std::to_string(clock.now() / 1000) + " " + what);
 }
 
 }  // namespace Zorbe::Test::Simulation

@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "stress/simulation/directory.h"
 #include "stress/simulation/process.h"
-#include "stress/simulation/sockets.h"
+#include "support/kernel/clock.h"
+#include "support/kernel/files.h"
+#include "support/kernel/sockets.h"
 #include "support/random.h"
 
 namespace Zorbe::Test::Simulation {
@@ -32,15 +33,15 @@ class World {
 
   Random random;
   std::set<std::string> met;  ///< names of what has happened
-  Sockets sockets;
-  Directory directory;
+  Kernel::Sockets sockets;
+  Kernel::Files files;
+  Kernel::Clock clock;
   unsigned lastFenix = 0;
 
   Process& start(const std::string& name, Process::Loader loader);
   const std::vector<std::unique_ptr<Process>>& processes() const { return processes_; }
   void bury();  ///< forgets the processes that are gone
 
-  int64_t now() const { return now_; }
   bool advanceClock();  ///< to the next timer, if there is one
 
   /// The process that runs may be interrupted here, and is to be.
@@ -59,7 +60,6 @@ class World {
  private:
   bool tracing_;
   unsigned pausePercent_;
-  int64_t now_ = 0;
   int lastPid_ = 100;
   std::vector<std::unique_ptr<Process>> processes_;
   std::string failure_;

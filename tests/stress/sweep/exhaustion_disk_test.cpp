@@ -7,12 +7,11 @@
 #include <zorbe/exceptions.h>
 #include <zorbe/fenix_file.h>
 
-#include <exception>
 #include <fstream>
 #include <utility>
 
 #include "stress/sweep/exhaustion_fixture.h"
-#include "support/child.h"
+#include "support/child_process.h"
 
 namespace Zorbe::Test {
 
@@ -40,24 +39,18 @@ class SmallDisk {
   std::string path_;
 };
 
-constexpr int cannot = 255;
-
 class ExhaustedDiskTest : public ExhaustionTest {
  protected:
   /// Runs `body` in a child that has a disk with these options at $SHMEM_ROOT.
   void onDisk(const char* options, const std::function<void()>& body) {
     const SmallDisk disk(rootPath());
-    const int status = exitStatus(startChild([&] {
-      if (!disk.mount(options)) return cannot;
-      try {
-        body();
-      } catch (const std::exception& unexpected) {
-        ADD_FAILURE() << unexpected.what();
-      }
-      return HasFailure() ? 1 : 0;
-    }));
-    if (status == cannot) GTEST_SKIP() << "only root can mount a file system";
-    EXPECT_EQ(0, status);
+    const std::string result = resultInChild([&]() -> std::string {
+      if (!disk.mount(options)) return "skip";
+      body();
+      return "done";
+    });
+    if (result == "skip") GTEST_SKIP() << "only root can mount a file system";
+    EXPECT_EQ("done", result);
   }
 
   void fill() const {

@@ -4,8 +4,6 @@
 #pragma once
 
 #include <brask/linux/event_loop.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <zorbe/util.h>
 
 #include <cerrno>
@@ -15,56 +13,27 @@
 #include <vector>
 
 #include "support/limits.h"
+#include "support/raw_peer.h"
 #include "support/roles.h"
 #include "support/sanitized.h"
 #include "support/zorbe_test.h"
 
 namespace Zorbe::Test {
 
-/// A connection to the writer that never says anything, made without waiting.
-class Knock {
- public:
-  Knock() : fd_(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {}
-  Knock(const Knock&) = delete;
-  Knock& operator=(const Knock&) = delete;
-  ~Knock() { ::close(fd_); }
-
-  /// 0, or the errno of connect(2).
-  int connect(Brask::Platform::DebugHandler& handler, const RootPath& root) {
-    sockaddr_un address{};
-    const auto length = Util::createSockaddr(handler, &address, root.path);
-    const auto* const where = reinterpret_cast<const sockaddr*>(&address);
-    return ::connect(fd_, where, length) == 0 ? 0 : errno;
-  }
-
- private:
-  int fd_;
-};
-
 class ExhaustionTest : public ZorbeTest {
  protected:
-  using Knocks = std::vector<std::unique_ptr<Knock>>;
-
   ExhaustionTest() { handler.allowFailures(); }
 
-  static Knocks makeKnocks(size_t count) {
-    Knocks knocks;
-    while (knocks.size() < count) knocks.push_back(std::make_unique<Knock>());
-    return knocks;
+  /// Connections that never send anything, until the writer's queue has no more room.
+  std::vector<RawPeer> fillQueue() const {
+    std::vector<RawPeer> peers;
+    for (RawPeer peer = connect(); peer.isOpen(); peer = connect())
+      peers.push_back(std::move(peer));
+    EXPECT_EQ(EAGAIN, errno);
+    return peers;
   }
 
-  /// Knocks until there is no more room in the writer's queue.
-  Knocks fillQueue() {
-    Knocks knocks;
-    int error = 0;
-    while (error == 0) {
-      auto knock = std::make_unique<Knock>();
-      error = knock->connect(handler, root);
-      if (error == 0) knocks.push_back(std::move(knock));
-    }
-    EXPECT_EQ(EAGAIN, error);
-    return knocks;
-  }
+  RawPeer connect() const { return RawPeer::connect(root.path); }
 
   void awaitReaders(Brask::Linux::EventLoop& loop, const TableWriter& writer, size_t count) {
     EXPECT_TRUE(turnUntil(loop, [&] { return writer.readers.size() == count; }));

@@ -2,17 +2,14 @@
 //
 // Descriptors, watches and queues that have run out, and writers that do not answer: each
 // ends in an error or a wait, and goes on when there is room again.
-#include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <zorbe/exceptions.h>
 #include <zorbe/mounter.h>
 
 #include "stress/sweep/exhaustion_fixture.h"
-#include "support/child.h"
+#include "support/child_process.h"
 #include "support/watchdog.h"
-#include "unit/platform/brask/linux/child_process.h"
 
 namespace Zorbe::Test {
 namespace {
@@ -28,10 +25,8 @@ class StoppedWriterTest : public ExhaustionTest {
  protected:
   StoppedWriterTest() : writer("writer", [this](Channel& parent) { playWriter(parent, table); }) {
     writer.await("listening");
-    EXPECT_EQ(0, ::kill(writer.pid(), SIGSTOP));
-    EXPECT_EQ(writer.pid(), ::waitpid(writer.pid(), nullptr, WUNTRACED));
+    writer.stop();
   }
-  void letGoOn() { EXPECT_EQ(0, ::kill(writer.pid(), SIGCONT)); }
 
   ChildProcess writer;
 };
@@ -40,9 +35,13 @@ TEST_F(ExhaustionTest, AWriterWithoutDescriptorsWaitsAndGoesOnWhenThereAreSome) 
   Brask::Linux::EventLoop loop;
   TableWriter writer(handler, root, table);
   writer.open();
-  const Knocks knocks = makeKnocks(3);
+  std::vector<Descriptor> sockets;
+  for (int i = 0; i < 3; ++i) sockets.push_back(RawPeer::newSocket());
   NoDescriptors exhausted;
-  for (const auto& knock : knocks) EXPECT_EQ(0, knock->connect(handler, root));
+  std::vector<RawPeer> peers;
+  for (Descriptor& socket : sockets)
+    peers.push_back(RawPeer::connect(root.path, std::move(socket)));
+  for (const RawPeer& peer : peers) EXPECT_TRUE(peer.isOpen());
   const auto start = std::chrono::steady_clock::now();
   const double before = processorSeconds();
   std::chrono::duration<double> passed{};
@@ -76,9 +75,9 @@ TEST_F(ExhaustionTest, AReaderBeyondTheQueueConnectsWhenTheWriterTurns) {
   Brask::Linux::EventLoop loop;
   TableWriter writer(handler, root, table);
   writer.open();
-  const Knocks knocks = fillQueue();
-  EXPECT_EQ(6u, knocks.size());
-  awaitReaders(loop, writer, knocks.size());
+  const auto queued = fillQueue();
+  EXPECT_EQ(6u, queued.size());
+  awaitReaders(loop, writer, queued.size());
   TableReader reader(handler, root, table);
   reader.doConnect();
   EXPECT_TRUE(reader.isConnected());
@@ -90,7 +89,7 @@ TEST_F(ExhaustionTest, AConnectionThatSaysNothingHoldsTheLowestSequenceUntilItIs
   writer.open();
   TableReader reader(handler, root, table);
   reader.doConnect();
-  Knocks silent = fillQueue();
+  auto silent = fillQueue();
   writer.publish(3);
   const size_t all = silent.size() + 1;
   EXPECT_TRUE(turnUntil(loop, [&] { return reader.at() == 3 && writer.readers.size() == all; }));
@@ -101,25 +100,19 @@ TEST_F(ExhaustionTest, AConnectionThatSaysNothingHoldsTheLowestSequenceUntilItIs
 }
 
 TEST_F(ExhaustionTest, AForkedChildKeepsTheLockUntilItEnds) {
-  int ends[2];
-  ASSERT_EQ(0, ::pipe2(ends, O_CLOEXEC));
   int lock = Util::acquireWriterLock(handler, root);
-  const pid_t child = startChild([&ends] {
-    char byte;
-    ::close(ends[1]);
-    return ::read(ends[0], &byte, 1) == 0 ? 0 : 1;
-  });
+  const auto keep = [](Channel& parent) { parent.await("end"); };
+  ChildProcess child("holder", keep, User::kSame, {lock});
   EXPECT_EQ(0, Util::releaseWriterLock(handler, lock));
   EXPECT_THROW(Util::acquireWriterLock(handler, root), DuplicateWriterException);
-  ::close(ends[0]);
-  ::close(ends[1]);
-  EXPECT_EQ(0, exitStatus(child));
+  child.send("end");
+  EXPECT_EQ(0, child.finish());
   lock = Util::acquireWriterLock(handler, root);
   EXPECT_EQ(0, Util::releaseWriterLock(handler, lock));
 }
 
 TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsToldAndWatchedByANewWatcher) {
-  const std::string told = LoopTesting::inChild([this]() -> std::string {
+  const std::string told = resultInChild([this]() -> std::string {
     const std::string limit = "/proc/sys/user/max_inotify_watches";
     if (::unshare(CLONE_NEWUSER) != 0 || !writeSetting(limit, "0")) return "skip";
     Brask::Linux::EventLoop loop;
@@ -142,7 +135,7 @@ TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsToldAndWatchedByANewWatche
 }
 
 TEST_F(StoppedWriterTest, TheWaitForAFullQueueEndsWithASignal) {
-  Knocks knocks = fillQueue();
+  auto queued = fillQueue();
   Brask::Linux::EventLoop loop;
   TableReader reader(handler, root, table);
   {
@@ -151,16 +144,16 @@ TEST_F(StoppedWriterTest, TheWaitForAFullQueueEndsWithASignal) {
   }
   EXPECT_FALSE(reader.isConnected());
   EXPECT_TRUE(isTold("failed: Interrupted system call"));
-  knocks.clear();
-  letGoOn();
+  queued.clear();
+  writer.signal(SIGCONT);
   reader.doConnect();
   EXPECT_TRUE(reader.isConnected());
-  writer.tell("publish 1");
+  writer.send("publish 1");
   EXPECT_TRUE(turnUntil(loop, [&] { return reader.at() == 1; }));
 }
 
 TEST_F(StoppedWriterTest, AnInterruptedConnectIsADepartureAfterWhichAnotherOneSucceeds) {
-  Knocks knocks = fillQueue();
+  auto queued = fillQueue();
   Brask::Linux::EventLoop loop;
   Departures departures(handler, root);
   {
@@ -169,8 +162,8 @@ TEST_F(StoppedWriterTest, AnInterruptedConnectIsADepartureAfterWhichAnotherOneSu
   }
   bool arrived = false;
   departures.departed = [&] {
-    knocks.clear();
-    letGoOn();
+    queued.clear();
+    writer.signal(SIGCONT);
     departures.arrived = [&] { arrived = true; };
   };
   EXPECT_TRUE(turnUntil(loop, [&] { return arrived; }));

@@ -1,43 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "unit/tools/command_fixture.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <zorbe/util.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 
 namespace Zorbe::Test {
 namespace fs = std::filesystem;
 namespace {
 
-using Quotes::Child;
-using Quotes::Descriptor;
-
-constexpr std::chrono::seconds patience{60};
-
 std::string example(const std::string& name) {
   return std::string(ZORBE_EXAMPLE_PROGRAMS) + "/" + name;
-}
-
-// All that it writes until it closes its output.
-std::string readAll(Child& child) {
-  std::string text;
-  try {
-    for (;;) text += child.awaitLine("") + "\n";
-  } catch (const std::runtime_error&) {
-    return text;
-  }
 }
 
 }  // namespace
@@ -50,10 +30,10 @@ Words Outcome::lines() const {
 }
 
 Outcome Command::runProgram(const Words& words) {
-  Child child(words);
-  std::string out = readAll(child);
-  const int status = child.awaitEnd();
-  return {status, std::move(out), child.errors()};
+  ChildProcess child(words);
+  std::string out = child.channel().receiveAll();
+  const int status = child.finish();
+  return {status, std::move(out), child.log()};
 }
 
 Outcome Command::zorbe(const Words& arguments) {
@@ -79,19 +59,19 @@ Outcome Command::zorbeAsOrdinaryUser(const Words& arguments) {
   return runProgram(words);
 }
 
-Child Command::start(Words arguments) {
+ChildProcess Command::start(Words arguments) {
   arguments.insert(arguments.begin(), ZORBE_COMMAND);
-  return Child(arguments);
+  return ChildProcess(arguments);
 }
 
-Child Command::startWriter(const std::string& table) {
-  Child writer({example("quotes-writer"), table});
+ChildProcess Command::startWriter(const std::string& table) {
+  ChildProcess writer({example("quotes-writer"), table});
   writer.awaitLine("ready ");
   return writer;
 }
 
-Child Command::startReader(const std::string& table) {
-  Child reader({example("quotes-reader"), table, "--events"});
+ChildProcess Command::startReader(const std::string& table) {
+  ChildProcess reader({example("quotes-reader"), table, "--events"});
   reader.awaitLine("event mapped");
   return reader;
 }
@@ -108,7 +88,7 @@ nlohmann::json Command::listed(const std::string& table) {
 
 nlohmann::json Command::listedOnce(const std::string& table,
                                    const std::function<bool(const nlohmann::json&)>& wanted) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
   nlohmann::json found;
   do {
     found = listed(table);
@@ -130,9 +110,7 @@ void Command::writeFile(const std::string& path, const std::string& content, uns
 }
 
 Descriptor Command::lock(const std::string& table) {
-  Descriptor held(Util::acquireWriterLock(handler, RootPath(handler, table, true)));
-  EXPECT_EQ(fcntl(held.get(), F_SETFD, FD_CLOEXEC), 0);  // or the command holds it, too
-  return held;
+  return Descriptor(Util::acquireWriterLock(handler, RootPath(handler, table, true)));
 }
 
 Descriptor Command::lockAndListen(const std::string& table) {
@@ -141,28 +119,11 @@ Descriptor Command::lockAndListen(const std::string& table) {
   return held;
 }
 
-void Command::stop(Child& child) {
-  child.signal(SIGSTOP);
-  int status = 0;
-  EXPECT_EQ(waitpid(child.pid(), &status, WUNTRACED), child.pid());
-  EXPECT_TRUE(WIFSTOPPED(status));
-}
-
-Descriptor Command::connect(const std::string& table) {
-  sockaddr_un address = {};
-  const RootPath root(handler, table, false);
-  const socklen_t length = Util::createSockaddr(handler, &address, root.path);
-  Descriptor fd(Util::socket(handler, AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-  if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), length) == 0) return fd;
-  return Descriptor();
-}
-
-std::vector<Descriptor> Command::fillQueue(const std::string& table) {
-  std::vector<Descriptor> connections;
-  for (Descriptor fd = connect(table); fd.get() >= 0; fd = connect(table)) {
-    connections.push_back(std::move(fd));
-  }
-  return connections;
+std::vector<RawPeer> Command::fillQueue(const std::string& table) {
+  const auto connect = [&] { return RawPeer::connect(RootPath(handler, table, false).path); };
+  std::vector<RawPeer> peers;
+  for (RawPeer peer = connect(); peer.isOpen(); peer = connect()) peers.push_back(std::move(peer));
+  return peers;
 }
 
 bool Command::isRoot() {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <child.h>
 #include <zorbe/root_path.h>
 
 #include <functional>
@@ -9,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/child_process.h"
+#include "support/raw_peer.h"
 #include "support/zorbe_test.h"
 
 namespace Zorbe::Test {
@@ -38,10 +39,10 @@ class Command : public ZorbeTest {
   static Outcome runProgram(const Words& words);
 
   /// Starts the command.
-  static Quotes::Child start(Words arguments);
+  static ChildProcess start(Words arguments);
 
-  static Quotes::Child startWriter(const std::string& table);
-  static Quotes::Child startReader(const std::string& table);
+  static ChildProcess startWriter(const std::string& table);
+  static ChildProcess startReader(const std::string& table);
 
   /// What `zorbe list --json` tells about the table; null when it is not listed.
   static nlohmann::json listed(const std::string& table);
@@ -55,17 +56,11 @@ class Command : public ZorbeTest {
   void writeFile(const std::string& path, const std::string& content, unsigned mode = 0666);
 
   /// This test becomes the writer of the table, listening or not.
-  Quotes::Descriptor lock(const std::string& table);
-  Quotes::Descriptor lockAndListen(const std::string& table);
-
-  /// Stops a child and waits until it has stopped.
-  static void stop(Quotes::Child& child);
+  Descriptor lock(const std::string& table);
+  Descriptor lockAndListen(const std::string& table);
 
   /// Connects until the writer's queue takes no more.
-  std::vector<Quotes::Descriptor> fillQueue(const std::string& table);
-
-  /// A new socket connected to the writer without waiting; empty when that cannot be.
-  Quotes::Descriptor connect(const std::string& table);
+  std::vector<RawPeer> fillQueue(const std::string& table);
 
   static bool isRoot();
 };

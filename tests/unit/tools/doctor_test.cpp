@@ -10,10 +10,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
-using Quotes::Descriptor;
 using testing::HasSubstr;
+using Zorbe::Test::ChildProcess;
+using Zorbe::Test::Descriptor;
 using Zorbe::Test::Outcome;
-using Zorbe::Test::Words;
 
 class ZorbeDoctor : public Zorbe::Test::Command {
  protected:
@@ -56,7 +56,7 @@ class ZorbeDoctor : public Zorbe::Test::Command {
 };
 
 TEST_F(ZorbeDoctor, aHostInOrderIsYes) {
-  const Quotes::Child writer = startWriter("t");
+  const ChildProcess writer = startWriter("t");
   EXPECT_EQ(problem(""), "");
 }
 

@@ -13,10 +13,11 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
-using Quotes::Child;
-using Quotes::Descriptor;
 using testing::HasSubstr;
+using Zorbe::Test::ChildProcess;
+using Zorbe::Test::Descriptor;
 using Zorbe::Test::Outcome;
+using Zorbe::Test::RawPeer;
 using Zorbe::Test::Words;
 
 class ZorbeList : public Zorbe::Test::Command {
@@ -66,7 +67,7 @@ TEST_F(ZorbeList, theRootOptionGoesBeforeTheEnvironment) {
 }
 
 TEST_F(ZorbeList, tellsTheFactsOfATableThatIsWritten) {
-  Child writer = startWriter("quotes");
+  ChildProcess writer = startWriter("quotes");
   const Json table = listed("quotes");
   EXPECT_EQ(table["path"], inRoot("quotes"));
   EXPECT_EQ(table["writer"]["state"], "alive");
@@ -93,17 +94,17 @@ TEST_F(ZorbeList, countsTheStorageOfTheTablesOwnFilesOnly) {
 }
 
 TEST_F(ZorbeList, aReaderThatWatchesForDepartureCountsAsTwoConnections) {
-  Child writer = startWriter("quotes");
-  Child reader = startReader("quotes");
+  ChildProcess writer = startWriter("quotes");
+  ChildProcess reader = startReader("quotes");
   listedOnce("quotes", [](const Json& table) { return table["connections"] == 2; });
   reader.signal(SIGKILL);
-  EXPECT_EQ(reader.awaitEnd(), 128 + SIGKILL);
+  EXPECT_EQ(reader.finish(), -SIGKILL);
   listedOnce("quotes", [](const Json& table) { return table["connections"] == 0; });
 }
 
 TEST_F(ZorbeList, tellsAStoppedWriterAndThoseThatWaitForIt) {
-  Child writer = startWriter("quotes");
-  stop(writer);
+  ChildProcess writer = startWriter("quotes");
+  writer.stop();
   const auto connections = fillQueue("quotes");
   const Json table = listed("quotes");
   EXPECT_EQ(table["writer"]["state"], "stopped");
@@ -112,10 +113,10 @@ TEST_F(ZorbeList, tellsAStoppedWriterAndThoseThatWaitForIt) {
 }
 
 TEST_F(ZorbeList, ofAKilledWriterOnlyItsNoteIsLeft) {
-  Child writer = startWriter("quotes");
+  ChildProcess writer = startWriter("quotes");
   const std::string note = "quotes-writer:" + std::to_string(writer.pid());
   writer.signal(SIGKILL);
-  EXPECT_EQ(writer.awaitEnd(), 128 + SIGKILL);
+  EXPECT_EQ(writer.finish(), -SIGKILL);
   const Json table = listed("quotes");
   EXPECT_EQ(table["writer"], nullptr);
   EXPECT_THAT(table["last_owner"].get<std::string>(), HasSubstr(note));
@@ -202,7 +203,7 @@ TEST_F(ZorbeList, aNameThatIsNotUtf8IsEscapedInJson) {
 TEST_F(ZorbeList, findsTheWriterOfATableWithALineBreakInItsName) {
   const std::string name = "a\nb";
   const Descriptor held = lockAndListen(name);
-  const Descriptor connection = connect(name);
+  const RawPeer connection = RawPeer::connect(inRoot(name));
   EXPECT_EQ(listed(name)["writer"]["pids"], Json::array({getpid()}));
   EXPECT_EQ(listed(name)["pending"], 1);
 }

@@ -6,25 +6,24 @@
 namespace {
 
 using Json = nlohmann::json;
-using Quotes::Child;
-using Quotes::Descriptor;
 using testing::HasSubstr;
+using Zorbe::Test::ChildProcess;
 using Zorbe::Test::Outcome;
 
 class ZorbeProbe : public Zorbe::Test::Command {
  protected:
   /// A writer that has published one row.
-  Child startPublishedWriter(const std::string& table) {
+  ChildProcess startPublishedWriter(const std::string& table) {
     writeFile(inRoot("rows.csv"), "A,1.5,10\n");
-    Child writer({std::string(ZORBE_EXAMPLE_PROGRAMS) + "/quotes-writer", table},
-                 inRoot("rows.csv"));
+    ChildProcess writer({std::string(ZORBE_EXAMPLE_PROGRAMS) + "/quotes-writer", table},
+                        inRoot("rows.csv"));
     writer.awaitLine("fed ");
     return writer;
   }
 };
 
 TEST_F(ZorbeProbe, aWriterThatHasPublishedNothingAcknowledges) {
-  Child writer = startWriter("t");
+  ChildProcess writer = startWriter("t");
   const Outcome run = zorbe({"probe", "t", "--json", "--timeout", "30"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
   EXPECT_EQ(run.json()["acknowledged"], true);
@@ -32,19 +31,19 @@ TEST_F(ZorbeProbe, aWriterThatHasPublishedNothingAcknowledges) {
 }
 
 TEST_F(ZorbeProbe, aWriterThatIsFarAheadAcknowledges) {
-  Child writer = startPublishedWriter("t");
+  ChildProcess writer = startPublishedWriter("t");
   const Outcome run = zorbe({"probe", "t", "--timeout", "30"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
   EXPECT_THAT(run.out, HasSubstr("t: acknowledged, after "));
 }
 
 TEST_F(ZorbeProbe, leavesAWriterWithoutFailuresAndWithoutConnections) {
-  Child writer = startPublishedWriter("t");
+  ChildProcess writer = startPublishedWriter("t");
   for (int i = 0; i < 20; ++i) EXPECT_EQ(zorbe({"probe", "t", "--timeout", "30"}).status, 0);
   listedOnce("t", [](const Json& table) { return table["connections"] == 0; });
   writer.signal(SIGTERM);
-  EXPECT_EQ(writer.awaitEnd(), 0);
-  EXPECT_EQ(writer.errors(), "");
+  EXPECT_EQ(writer.finish(), 0);
+  EXPECT_EQ(writer.log(), "");
 }
 
 TEST_F(ZorbeProbe, noWriterIsNo) {
@@ -60,8 +59,8 @@ TEST_F(ZorbeProbe, aProbeMakesNoDirectory) {
 }
 
 TEST_F(ZorbeProbe, aStoppedWriterIsNoAfterTheTimeout) {
-  Child writer = startWriter("t");
-  stop(writer);
+  ChildProcess writer = startWriter("t");
+  writer.stop();
   const Outcome run = zorbe({"probe", "t", "--json", "--timeout", "0.2"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.json()["result"], "connected, but not acknowledged in time");
@@ -69,8 +68,8 @@ TEST_F(ZorbeProbe, aStoppedWriterIsNoAfterTheTimeout) {
 }
 
 TEST_F(ZorbeProbe, aStoppedWriterWithAFullQueueIsNoAfterTheTimeout) {
-  Child writer = startWriter("t");
-  stop(writer);
+  ChildProcess writer = startWriter("t");
+  writer.stop();
   const auto connections = fillQueue("t");
   const Outcome run = zorbe({"probe", "t", "--json", "--timeout", "0.2"});
   EXPECT_EQ(run.status, 1);
@@ -79,15 +78,15 @@ TEST_F(ZorbeProbe, aStoppedWriterWithAFullQueueIsNoAfterTheTimeout) {
 }
 
 TEST_F(ZorbeProbe, aWriterThatGoesOnAcknowledgesTheNextProbe) {
-  Child writer = startWriter("t");
-  stop(writer);
+  ChildProcess writer = startWriter("t");
+  writer.stop();
   EXPECT_EQ(zorbe({"probe", "t", "--timeout", "0.01"}).status, 1);
   writer.signal(SIGCONT);
   EXPECT_EQ(zorbe({"probe", "t", "--timeout", "30"}).status, 0);
 }
 
 TEST_F(ZorbeProbe, anOrdinaryUserMayAsk) {
-  Child writer = startWriter("t");
+  ChildProcess writer = startWriter("t");
   const Outcome run = zorbeAsOrdinaryUser({"probe", "t", "--timeout", "30"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
 }

@@ -12,10 +12,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
-using Quotes::Child;
-using Quotes::Descriptor;
 using testing::HasSubstr;
 using testing::Not;
+using Zorbe::Test::ChildProcess;
+using Zorbe::Test::Descriptor;
 using Zorbe::Test::Outcome;
 using Zorbe::Test::Words;
 
@@ -69,7 +69,7 @@ TEST_F(ZorbeQuestions, showOfNoTableIsNo) {
 }
 
 TEST_F(ZorbeQuestions, ownerNamesTheHolderOfTheLock) {
-  Child writer = startWriter("quotes");
+  ChildProcess writer = startWriter("quotes");
   const Outcome run = zorbe({"owner", "quotes"});
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.out, HasSubstr("quotes: pid " + std::to_string(writer.pid()) + ", alive, "));
@@ -94,7 +94,7 @@ TEST_F(ZorbeQuestions, anOrdinaryUserIsToldThatTheOwnerIsHidden) {
 }
 
 TEST_F(ZorbeQuestions, metricsAreInTheExpositionFormat) {
-  Child writer = startWriter("quotes");
+  ChildProcess writer = startWriter("quotes");
   makeTable("odd \"\\\nname");
   const Outcome run = zorbe({"metrics"});
   EXPECT_EQ(run.status, 0);

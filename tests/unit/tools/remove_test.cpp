@@ -10,9 +10,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Quotes::Child;
-using Quotes::Descriptor;
 using testing::HasSubstr;
+using Zorbe::Test::ChildProcess;
 using Zorbe::Test::Outcome;
 
 class ZorbeRemove : public Zorbe::Test::Command {
@@ -38,9 +37,9 @@ class ZorbeRemove : public Zorbe::Test::Command {
 };
 
 TEST_F(ZorbeRemove, nothingIsLeftOfATableWhoseWriterWasKilled) {
-  Child writer = startWriter("t");
+  ChildProcess writer = startWriter("t");
   writer.signal(SIGKILL);
-  EXPECT_EQ(writer.awaitEnd(), 128 + SIGKILL);
+  EXPECT_EQ(writer.finish(), -SIGKILL);
   const Outcome run = zorbe({"remove", "t"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_FALSE(fs::exists(inRoot("t")));
@@ -65,7 +64,7 @@ TEST_F(ZorbeRemove, anEmptyDirectoryGoesToo) {
 }
 
 TEST_F(ZorbeRemove, aTableWithAWriterStaysAndTheWriterIsNamed) {
-  Child writer = startWriter("t");
+  ChildProcess writer = startWriter("t");
   expectRefused("t", "its writer is pid " + std::to_string(writer.pid()) + " (");
   EXPECT_EQ(zorbe({"probe", "t", "--timeout", "30"}).status, 0);
 }

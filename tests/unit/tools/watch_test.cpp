@@ -8,61 +8,60 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
-using Quotes::Child;
-using Quotes::Descriptor;
 using testing::ContainsRegex;
 using testing::HasSubstr;
+using Zorbe::Test::ChildProcess;
 using Zorbe::Test::Outcome;
 
 class ZorbeWatch : public Zorbe::Test::Command {
  protected:
   /// The next event of that name; those before are skipped.
-  static Json await(Child& watch, const std::string& event) {
+  static Json await(ChildProcess& watch, const std::string& event) {
     for (;;) {
       Json line = Json::parse(watch.awaitLine("{"));
       if (line["event"] == event) return line;
     }
   }
 
-  Child startWatch() {
-    Child watch = start({"watch", "t", "--json"});
+  ChildProcess startWatch() {
+    ChildProcess watch = start({"watch", "t", "--json"});
     await(watch, "watching");
     return watch;
   }
 
-  static void expectCleanEnd(Child& watch, int signal) {
+  static void expectCleanEnd(ChildProcess& watch, int signal) {
     watch.signal(signal);
-    EXPECT_EQ(watch.awaitEnd(), 0);
-    EXPECT_EQ(watch.errors(), "");
+    EXPECT_EQ(watch.finish(), 0);
+    EXPECT_EQ(watch.log(), "");
   }
 };
 
 TEST_F(ZorbeWatch, tellsWhenAWriterComesAndGoes) {
   makeTable("t");
-  Child watch = startWatch();
+  ChildProcess watch = startWatch();
   await(watch, "no-writer");
   for (int round = 0; round < 3; ++round) {
-    Child writer = startWriter("t");
+    ChildProcess writer = startWriter("t");
     const Json arrived = await(watch, "writer-arrived");
     EXPECT_THAT(arrived["detail"].get<std::string>(),
                 HasSubstr("pid " + std::to_string(writer.pid()) + " "));
     writer.signal(SIGKILL);
-    EXPECT_EQ(writer.awaitEnd(), 128 + SIGKILL);
+    EXPECT_EQ(writer.finish(), -SIGKILL);
     await(watch, "writer-gone");
   }
   expectCleanEnd(watch, SIGINT);
 }
 
 TEST_F(ZorbeWatch, tellsTheWriterThatIsThereAlready) {
-  Child writer = startWriter("t");
-  Child watch = startWatch();
+  ChildProcess writer = startWriter("t");
+  ChildProcess watch = startWatch();
   await(watch, "writer-arrived");
   expectCleanEnd(watch, SIGTERM);
 }
 
 TEST_F(ZorbeWatch, namesTheFilesThatChange) {
   const std::string path = makeTable("t");
-  Child watch = startWatch();
+  ChildProcess watch = startWatch();
   writeFile(path + "/fenix", "2\n");
   EXPECT_EQ(await(watch, "changed")["detail"], "fenix");
   fs::remove(path + "/fenix");
@@ -72,7 +71,7 @@ TEST_F(ZorbeWatch, namesTheFilesThatChange) {
 
 TEST_F(ZorbeWatch, tellsThatTheDirectoryWasLostAndIsBack) {
   const std::string path = makeTable("t");
-  Child watch = startWatch();
+  ChildProcess watch = startWatch();
   fs::remove_all(path);
   EXPECT_EQ(await(watch, "directory-lost")["detail"], path);
   EXPECT_EQ(await(watch, "directory-back")["detail"], path);
@@ -82,7 +81,7 @@ TEST_F(ZorbeWatch, tellsThatTheDirectoryWasLostAndIsBack) {
 
 TEST_F(ZorbeWatch, linesForPeopleBeginWithTheTime) {
   makeTable("t");
-  Child watch = start({"watch", "t"});
+  ChildProcess watch = start({"watch", "t"});
   EXPECT_THAT(watch.awaitLine(""),
               ContainsRegex("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}\\.[0-9]{3}Z  watching  /"));
   expectCleanEnd(watch, SIGINT);
@@ -90,7 +89,7 @@ TEST_F(ZorbeWatch, linesForPeopleBeginWithTheTime) {
 
 TEST_F(ZorbeWatch, anOddFileNameStaysOnItsLine) {
   const std::string path = makeTable("t");
-  Child watch = start({"watch", "t", "--files-only"});
+  ChildProcess watch = start({"watch", "t", "--files-only"});
   watch.awaitLine("");
   writeFile(path + "/a\n\033[2Jb", "");
   EXPECT_THAT(watch.awaitLine(""), HasSubstr("  changed  a\\n\\x1b[2Jb"));
@@ -98,8 +97,8 @@ TEST_F(ZorbeWatch, anOddFileNameStaysOnItsLine) {
 }
 
 TEST_F(ZorbeWatch, withFilesOnlyTheWriterHasNoConnection) {
-  Child writer = startWriter("t");
-  Child watch = start({"watch", "t", "--json", "--files-only"});
+  ChildProcess writer = startWriter("t");
+  ChildProcess watch = start({"watch", "t", "--json", "--files-only"});
   await(watch, "watching");
   writeFile(inRoot("t") + "/mark", "");  // told from the loop: whatever it connects, it has
   await(watch, "changed");
@@ -115,14 +114,15 @@ TEST_F(ZorbeWatch, aTableThatIsNotThereIsNotMade) {
 }
 
 TEST_F(ZorbeWatch, endsOnASignalWhileAStoppedWriterKeepsItWaiting) {
-  Child writer = startWriter("t");
-  stop(writer);
+  ChildProcess writer = startWriter("t");
+  writer.stop();
   const auto connections = fillQueue("t");
-  Child watch = startWatch();  // has said so, and connects next
+  ChildProcess watch = startWatch();  // has said so, and connects next
   watch.signal(SIGINT);
-  if (!watch.endsWithin(0.5)) watch.signal(SIGINT);  // came before the wait: see the manual
-  const int status = watch.awaitEnd();
-  EXPECT_TRUE(status == 0 || status == 128 + SIGINT) << status;
+  if (!watch.endsWithin(std::chrono::milliseconds(500)))
+    watch.signal(SIGINT);  // came before the wait: see the manual
+  const int status = watch.finish();
+  EXPECT_TRUE(status == 0 || status == -SIGINT) << status;
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "support/child.h"
+#include "support/child_process.h"
 #include "support/zorbe_test.h"
 
 #include <fcntl.h>
@@ -51,7 +51,7 @@ class MkpathTest : public ZorbeTest {
   }
 
   static int asOrdinaryUser(const std::function<int()>& body) {
-    return exitStatus(startAsOrdinaryUser(body));
+    return std::stoi(resultInChild([&body] { return std::to_string(body()); }, User::kOrdinary));
   }
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <mem/mkpath.h>
 
+#include "support/parallel.h"
 #include "unit/platform/mem/mkpath_fixture.h"
 
 #include <atomic>
@@ -127,16 +128,16 @@ TEST_F(MkpathTest, ThreadsThatCreateTheSamePathAllSucceed) {
 
 TEST_F(MkpathTest, OrdinaryUsersWithAClosedUmaskAllSucceed) {
   makeDirectory("open", 0777);
-  const auto child = [this](int round) {
-    umask(0777);
-    return errorOf(inRoot("open/r" + std::to_string(round) + "/a/b"));
-  };
   for (int round = 0; round < 10; ++round) {
-    std::vector<pid_t> children;
-    for (int i = 0; i < 4; ++i)
-      children.push_back(startAsOrdinaryUser([&] { return child(round); }));
-    for (const pid_t pid : children) EXPECT_EQ(exitStatus(pid), 0);
-    EXPECT_EQ(modeOf("open/r" + std::to_string(round) + "/a/b"), 0777u);
+    const std::string path = "open/r" + std::to_string(round) + "/a/b";
+    const auto make = [&](Channel&) {
+      umask(0777);
+      EXPECT_EQ(errorOf(inRoot(path)), 0);
+    };
+    std::vector<ChildProcess> children;
+    for (int i = 0; i < 4; ++i) children.emplace_back("maker", make, User::kOrdinary);
+    for (ChildProcess& child : children) EXPECT_EQ(child.finish(), 0);
+    EXPECT_EQ(modeOf(path), 0777u);
   }
 }
 

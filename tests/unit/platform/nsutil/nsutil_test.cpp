@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/child.h"
+#include "support/child_process.h"
 #include "unit/platform/nsutil/namespace_fixture.h"
 
 #include <fcntl.h>
@@ -19,20 +19,17 @@ class NsutilTest : public NamespaceTest {
     ASSERT_EQ(mount("zorbe-test", "/run/netns", "tmpfs", 0, nullptr), 0);
   }
 
-  /// Runs `body` in a child whose parent is process 1 of a namespace of their own: 0 when
-  /// nothing in it failed. What it expected in vain is printed there and fails here.
-  static int inPidNamespace(const std::function<void()>& body) {
+  /// Runs `body` in a child whose parent is process 1 of a namespace of their own. A failed
+  /// expectation of `body` fails the test.
+  static void inPidNamespace(const std::function<void()>& body) {
     const auto second = [&body] {
       body();
-      return HasFailure() ? 1 : 0;
+      return std::string("done");
     };
-    const auto first = [&second] { return exitStatus(startChild(second)); };
-    int status = -1;
-    inThread([&] {
+    inThread([&second] {
       EXPECT_EQ(unshare(CLONE_NEWPID), 0);
-      status = exitStatus(startChild(first));
+      EXPECT_EQ(resultInChild([&second] { return resultInChild(second); }), "done");
     });
-    return status;
   }
 
   static void bindNamespace(const char* from, const char* to) {
@@ -139,16 +136,15 @@ TEST_F(NsutilRootTest, ASuccessKeepsTheTraceOfTheLastFailure) {
 // Process 1 of the machine may be closed even to root: the test makes one of its own.
 TEST_F(NsutilRootTest, DefaultIsTheNamespaceOfProcessOne) {
   const std::string name = makeNamespace();
-  EXPECT_EQ(inPidNamespace([&name] {
-              EXPECT_EQ(setnsByName(name.c_str(), CLONE_NEWNET), 0);
-              hideNamespaces();
-              EXPECT_EQ(mount("zorbe-test", "/proc", "proc", 0, nullptr), 0);
-              const Attempt attempt = enter("default", CLONE_NEWNET);
-              EXPECT_EQ(attempt.result, 0) << attempt.trace;
-              EXPECT_NE(attempt.before, attempt.after);
-              EXPECT_EQ(attempt.after, idOf("/proc/1/ns/net"));
-            }),
-            0);
+  inPidNamespace([&name] {
+    EXPECT_EQ(setnsByName(name.c_str(), CLONE_NEWNET), 0);
+    hideNamespaces();
+    EXPECT_EQ(mount("zorbe-test", "/proc", "proc", 0, nullptr), 0);
+    const Attempt attempt = enter("default", CLONE_NEWNET);
+    EXPECT_EQ(attempt.result, 0) << attempt.trace;
+    EXPECT_NE(attempt.before, attempt.after);
+    EXPECT_EQ(attempt.after, idOf("/proc/1/ns/net"));
+  });
 }
 
 TEST_F(NsutilRootTest, AFileOfThatNameTakesPrecedence) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <zorbe/counters.h>
 
-#include "unit/src/foundation/layout.h"
+#include "support/layout.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/foundation/layout.h"
+#include "support/layout.h"
 
 #include "sockets/dir_node.h"
 

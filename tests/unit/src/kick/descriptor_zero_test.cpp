@@ -15,7 +15,7 @@ TEST_F(WriterAtDescriptorZeroTest, TheLockIsHeldAndClosed) {
   zero.freeBefore("socket");
   listen();
   EXPECT_EQ(writer->kickSocket, 0);
-  BareSocket reader = connectReader();
+  RawPeer reader = connectReader();
   EXPECT_EQ(writer->readers.size(), 1u);
   writer->deleteKickSocket();
   EXPECT_FALSE(DescriptorZero::isOpen());
@@ -24,7 +24,7 @@ TEST_F(WriterAtDescriptorZeroTest, TheLockIsHeldAndClosed) {
 TEST_F(WriterAtDescriptorZeroTest, AReaderIsAcceptedKickedAndClosed) {
   listen();
   zero.freeBefore("accept");
-  BareSocket reader = connectReader();
+  RawPeer reader = connectReader();
   EXPECT_EQ(writer->readers.count(0), 1u);
   report(reader, 0);
   EXPECT_EQ(reader.received(), std::vector<std::string>{"#"});
@@ -55,7 +55,7 @@ TEST_F(ReaderAtDescriptorZeroTest, TheConnectionIsUsedAndClosed) {
 
 TEST_F(ReaderAtDescriptorZeroTest, TheEndOfTheConnectionClosesIt) {
   connectAtZero();
-  writerEnd.hangUp();
+  writerEnd.close();
   control().fire();
   EXPECT_FALSE(reader->connected);
   EXPECT_FALSE(DescriptorZero::isOpen());

@@ -32,7 +32,7 @@ class ReaderKickClientSmFaultTest : public WriterTest {
             {5, "ReaderKickClientSm::~ReaderKickClientSm() socket:" + number}};
   }
 
-  BareSocket reader;
+  RawPeer reader;
   int fd = -1;
   std::string number;
 };
@@ -44,7 +44,7 @@ TEST_F(ReaderKickClientSmFaultTest, AnErrorOfRecvEndsTheConnection) {
   EXPECT_THAT(handler.take(), ElementsAreArray(broken(ENOTCONN)));
   EXPECT_THAT(platform.calls(), ElementsAre("fd#1 delete", "readersChanged"));
   EXPECT_THAT(writer->readers, IsEmpty());
-  EXPECT_TRUE(reader.abandoned());
+  EXPECT_TRUE(reader.isPeerClosed());
 }
 
 TEST_F(ReaderKickClientSmFaultTest, AnInterruptedRecvEndsTheConnection) {
@@ -106,7 +106,7 @@ TEST_F(ReaderKickClientSmFaultTest, AKickThatFailsIsNotCountedButAcknowledges) {
   EXPECT_EQ(writer->kickCount, 0u);
   EXPECT_TRUE(accepted().acknowledged);
   EXPECT_EQ(writer->sleepingReaders.count(fd), 1u);
-  EXPECT_FALSE(reader.abandoned());
+  EXPECT_FALSE(reader.isPeerClosed());
 }
 
 TEST_F(ReaderKickClientSmFaultTest, AKickOfNothingIsAFailure) {
@@ -144,7 +144,7 @@ TEST_F(ReaderKickClientSmFaultTest, AFailingCloseIsLoggedAndTheConnectionIsGone)
   handler.expectFailures();
   handler.trashErrno(EXDEV);
   Fault::arm("close", 1, EIO).onFd(fd);
-  reader.hangUp();
+  reader.close();
   client().fire();
   EXPECT_EQ(last(), (Message{0, "ReaderKickClientSm::~ReaderKickClientSm() close() failed fd:" +
                                     number + " " + reason(EIO)}));

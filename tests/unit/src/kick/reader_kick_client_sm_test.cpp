@@ -45,7 +45,7 @@ class ReaderKickClientSmTest : public WriterTest {
     EXPECT_THAT(writer->sleepingReaders, IsEmpty());
   }
 
-  BareSocket reader;
+  RawPeer reader;
   int fd = -1;
 };
 
@@ -154,7 +154,7 @@ TEST_F(ReaderKickClientSmTest, AFallingSequenceEndsTheConnection) {
                   {data(0, " bad reader sequence:6 previous sequence:7, disconnecting reader")})));
   handler.expectFailures();
   expectGone();
-  EXPECT_TRUE(reader.abandoned());
+  EXPECT_TRUE(reader.isPeerClosed());
 }
 
 TEST_F(ReaderKickClientSmTest, ASequenceAheadOfTheWriterEndsTheConnection) {
@@ -169,7 +169,7 @@ TEST_F(ReaderKickClientSmTest, ASequenceAheadOfTheWriterEndsTheConnection) {
   handler.expectFailures();
   expectGone();
   EXPECT_THAT(reader.received(), ElementsAre("#"));
-  EXPECT_TRUE(reader.abandoned());
+  EXPECT_TRUE(reader.isPeerClosed());
 }
 
 TEST_F(ReaderKickClientSmTest, AShortRecordEndsTheConnection) {
@@ -185,14 +185,14 @@ TEST_F(ReaderKickClientSmTest, AShortRecordEndsTheConnection) {
 TEST_F(ReaderKickClientSmTest, EveryLengthFromOneToSevenIsShort) {
   handler.expectFailures();
   for (const size_t length : {1u, 7u}) {
-    BareSocket other = connectReader();
+    RawPeer other = connectReader();
     other.send(std::string(length, 'x'));
     platform.fd(platform.fdCount() - 1).fire();
     EXPECT_THAT(handler.texts(0),
                 ElementsAre(testing::EndsWith(" recv() bad length " + std::to_string(length) +
                                               ", disconnecting reader")));
     handler.clear();
-    EXPECT_TRUE(other.abandoned());
+    EXPECT_TRUE(other.isPeerClosed());
   }
 }
 
@@ -214,7 +214,7 @@ TEST_F(ReaderKickClientSmTest, ALongRecordIsReadAsItsFirstEightBytes) {
 }
 
 TEST_F(ReaderKickClientSmTest, AReaderThatHangsUpIsForgottenWithoutAFailure) {
-  reader.hangUp();
+  reader.close();
   client().fire();
   EXPECT_THAT(handler.take(), ElementsAreArray(disconnected({})));
   expectGone();
@@ -222,7 +222,7 @@ TEST_F(ReaderKickClientSmTest, AReaderThatHangsUpIsForgottenWithoutAFailure) {
 
 TEST_F(ReaderKickClientSmTest, AReportBeforeTheHangUpIsNotAnswered) {
   reader.report(0);
-  reader.hangUp();
+  reader.close();
   client().fire();
   EXPECT_THAT(handler.take(), ElementsAreArray(disconnected({})));
   EXPECT_EQ(Fault::calls("send"), 0u);
@@ -231,7 +231,7 @@ TEST_F(ReaderKickClientSmTest, AReportBeforeTheHangUpIsNotAnswered) {
 TEST_F(ReaderKickClientSmTest, AReaderThatHangsUpOnAnUnreadKickIsAnErrorToRecv) {
   report(reader, 0);
   forget();
-  reader.hangUp();
+  reader.close();
   client().fire();
   EXPECT_THAT(handler.take(),
               ElementsAreArray(disconnected({data(0, " recv() error: " + reason(ECONNRESET))})));
@@ -272,9 +272,9 @@ TEST_F(ReaderKickClientSmTest, AReconnectedReaderBeginsAnew) {
   writer->writerSequence = 9;
   report(reader, 9);
   reader.received();
-  reader.hangUp();
+  reader.close();
   client().fire();
-  BareSocket again = connectReader();
+  RawPeer again = connectReader();
   report(again, 3, 1);
   EXPECT_THAT(again.received(), ElementsAre("#"));
   EXPECT_THAT(writer->sleepingReaders, IsEmpty());

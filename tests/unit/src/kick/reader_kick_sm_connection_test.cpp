@@ -105,7 +105,7 @@ TEST_F(ReaderKickSmConnectionTest, ClosingForgetsTheConnectionAndTells) {
   EXPECT_THAT(platform.calls(),
               ElementsAre("close " + fd, "fd#0 unwatch", "writerConnectionChanged down"));
   EXPECT_FALSE(reader->connected || reader->acknowledged);
-  EXPECT_TRUE(writerEnd.abandoned());
+  EXPECT_TRUE(writerEnd.isPeerClosed());
 }
 
 TEST_F(ReaderKickSmConnectionTest, DetachingClosesWithoutTelling) {
@@ -146,11 +146,11 @@ TEST_F(ReaderKickSmConnectionTest, MayReconnectFromWithinTheLossOfTheConnection)
   connect();
   reader->enabled = true;
   reader->onConnectionChanged = [this] { reader->doConnect(); };
-  writerEnd.hangUp();
+  writerEnd.close();
   control().fire();
   EXPECT_TRUE(reader->connected);
   EXPECT_TRUE(control().watching());
-  EXPECT_TRUE(listening.acceptOne().connected());
+  EXPECT_TRUE(listening.accept().isOpen());
 }
 
 TEST_F(ReaderKickSmConnectionTest, MayCloseFromWithinTheConnecting) {
@@ -170,7 +170,7 @@ TEST_F(ReaderKickSmConnectionTest, AnExceptionOfTheSubclassKeepsTheConnection) {
   EXPECT_TRUE(reader->connected);
   reader->onConnectionChanged = nullptr;
   reader->doCloseWriterConnection(false);
-  EXPECT_TRUE(listening.acceptOne().abandoned());
+  EXPECT_TRUE(listening.accept().isPeerClosed());
 }
 
 TEST_F(ReaderKickSmConnectionTest, AnExceptionOfTheSubclassKeepsNothingOfALostConnection) {
@@ -213,7 +213,7 @@ TEST_F(ReaderKickSmConnectionTest, DestructionClosesTheConnectionAndTellsNobody)
   reader.reset();
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "ReaderKickSm::~ReaderKickSm()")));
   EXPECT_THAT(platform.calls(), ElementsAre("close " + fd, "timer#0 delete", "fd#0 delete"));
-  EXPECT_TRUE(writerEnd.abandoned());
+  EXPECT_TRUE(writerEnd.isPeerClosed());
 }
 
 TEST_F(ReaderKickSmConnectionTest, DestructionOfANeverConnectedReaderClosesNothing) {

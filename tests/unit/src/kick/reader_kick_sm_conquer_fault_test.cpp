@@ -63,7 +63,7 @@ TEST_F(ReaderKickSmConquerFaultTest, AWriterThatLeavesWithAReportUnreadIsAnError
   reader->sendSequence(0);
   handler.clear();
   const std::string fd = number();
-  writerEnd.hangUp();
+  writerEnd.close();
   control().fire();
   expectBroken(ECONNRESET, fd);
 }

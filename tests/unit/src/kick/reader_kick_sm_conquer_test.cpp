@@ -134,7 +134,7 @@ TEST_F(ReaderKickSmConquerTest, AnEventWithNothingToReadChangesNothing) {
 TEST_F(ReaderKickSmConquerTest, AWriterThatHangsUpEndsTheConnectionWithoutAFailure) {
   acknowledge();
   const std::string fd = number();
-  writerEnd.hangUp();
+  writerEnd.close();
   control().fire();
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(5, "ReaderKickSm::fdEvent() " + fd), kickState(true, true),
@@ -158,7 +158,7 @@ TEST_F(ReaderKickSmConquerTest, WithoutAConnectionReadingKicksFailsAndTells) {
 TEST_F(ReaderKickSmConquerTest, KicksBeforeTheHangUpAreNotCounted) {
   acknowledge();
   writerEnd.send("#");
-  writerEnd.hangUp();
+  writerEnd.close();
   control().fire();
   EXPECT_EQ(counters.conquerKicks, 1u);
   EXPECT_THAT(platform.calls(), ElementsAre("fd#0 unwatch", "writerConnectionChanged down"));

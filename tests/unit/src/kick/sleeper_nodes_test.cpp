@@ -7,7 +7,7 @@
 #include <set>
 #include <vector>
 
-#include "support/child.h"
+#include "support/parallel.h"
 
 namespace Zorbe {
 

@@ -50,7 +50,7 @@ TEST_F(WriterKickSmFaultTest, AfterAFailingListenTheLockIsHeldAndListeningCanBeT
   refusal([this] { writer->doEnableListen(); });
   EXPECT_TRUE(writer->kickSocketCreated);
   writer->doEnableListen();
-  EXPECT_TRUE(BareSocket::connectTo(table).connected());
+  EXPECT_TRUE(RawPeer::connect(table).isOpen());
 }
 
 TEST_F(WriterKickSmFaultTest, AFailingLockLeavesNoSocket) {
@@ -76,7 +76,7 @@ TEST_F(WriterKickSmFaultTest, ARefusedWatchKeepsTheLockAndMayBeTriedAgain) {
   EXPECT_THROW(writer->doEnableListen(), std::system_error);
   EXPECT_THAT(platform.calls(), testing::Not(Contains("expectReconnects")));
   writer->doEnableListen();
-  const BareSocket reader = BareSocket::connectTo(table);
+  const RawPeer reader = RawPeer::connect(table);
   platform.fd(1).fire();
   EXPECT_EQ(writer->readers.size(), 1u);
 }
@@ -95,19 +95,19 @@ TEST_F(WriterKickSmFaultTest, AFailingAcceptIsLoggedAndNothingElse) {
                                   std::to_string(writer->kickSocket) + " " + reason(error))));
     EXPECT_THAT(platform.calls(), IsEmpty());
   }
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   EXPECT_EQ(writer->readers.size(), 1u);
 }
 
 TEST_F(WriterKickSmFaultTest, AnAcceptedReaderThatCannotBeWatchedIsClosed) {
   listen();
   platform.failWatch(ENOSPC);
-  const BareSocket reader = BareSocket::connectTo(table);
+  const RawPeer reader = RawPeer::connect(table);
   EXPECT_THROW(platform.fd(0).fire(), std::system_error);
   EXPECT_THAT(platform.calls(),
               ElementsAre("fd#1 create", testing::StartsWith("fd#1 watch "), "fd#1 delete"));
   EXPECT_THAT(writer->readers, IsEmpty());
-  EXPECT_TRUE(reader.abandoned());
+  EXPECT_TRUE(reader.isPeerClosed());
 }
 
 TEST_F(WriterKickSmFaultTest, ALockSocketThatFailsToCloseIsForgotten) {
@@ -127,8 +127,8 @@ TEST_F(WriterKickSmFaultTest, ALockSocketThatFailsToCloseIsForgotten) {
 
 TEST_F(WriterKickSmFaultTest, ASleeperThatCannotBeKickedDoesNotKeepOthersAsleep) {
   listen();
-  BareSocket first = connectReader();
-  BareSocket second = connectReader();
+  RawPeer first = connectReader();
+  RawPeer second = connectReader();
   report(first, 0, 0);
   report(second, 0, 1);
   handler.expectFailures();

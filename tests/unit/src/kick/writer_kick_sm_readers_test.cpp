@@ -17,8 +17,8 @@ class WriterKickSmReadersTest : public WriterTest {
   WriterKickSmReadersTest() { listen(); }
 
   /// A reader that has caught up with `writerSequence` and has taken its first kick.
-  BareSocket connectSleeper(size_t index) {
-    BareSocket reader = connectReader();
+  RawPeer connectSleeper(size_t index) {
+    RawPeer reader = connectReader();
     report(reader, writer->writerSequence, index);
     EXPECT_THAT(reader.received(), ElementsAre("#"));
     return reader;
@@ -26,7 +26,7 @@ class WriterKickSmReadersTest : public WriterTest {
 };
 
 TEST_F(WriterKickSmReadersTest, AnAcceptedReaderIsWatchedAndTold) {
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   const std::string fd = std::to_string(client().fd());
   EXPECT_THAT(
       handler.take(),
@@ -36,7 +36,7 @@ TEST_F(WriterKickSmReadersTest, AnAcceptedReaderIsWatchedAndTold) {
 }
 
 TEST_F(WriterKickSmReadersTest, AnAcceptedReaderIsNeitherKickedNorAsleep) {
-  BareSocket reader = connectReader();
+  RawPeer reader = connectReader();
   ASSERT_EQ(writer->readers.count(client().fd()), 1u);
   const ReaderKickClientSm& accepted = *writer->readers.at(client().fd());
   EXPECT_EQ(accepted.sequence, 0u);
@@ -51,13 +51,13 @@ TEST_F(WriterKickSmReadersTest, AnAcceptedReaderIsNeitherKickedNorAsleep) {
 TEST_F(WriterKickSmReadersTest, TheReaderIsInTheMapWhenTheSubclassIsTold) {
   size_t known = 0;
   writer->onReadersChanged = [&] { known = writer->readers.size(); };
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   EXPECT_EQ(known, 1u);
 }
 
 TEST_F(WriterKickSmReadersTest, AcceptsOneReaderACallOnItsOwnDescriptor) {
-  const BareSocket first = BareSocket::connectTo(table);
-  const BareSocket second = BareSocket::connectTo(table);
+  const RawPeer first = RawPeer::connect(table);
+  const RawPeer second = RawPeer::connect(table);
   writer->fdEvent(-77);
   EXPECT_EQ(writer->readers.size(), 1u);
   writer->fdEvent(-77);
@@ -96,9 +96,9 @@ TEST_F(WriterKickSmReadersTest, WithoutReadersTheLowestSequenceIsAllOnes) {
 
 TEST_F(WriterKickSmReadersTest, TheLowestSequenceIsTheSmallestReport) {
   writer->writerSequence = 9;
-  BareSocket first = connectReader();
-  BareSocket second = connectReader();
-  BareSocket third = connectReader();
+  RawPeer first = connectReader();
+  RawPeer second = connectReader();
+  RawPeer third = connectReader();
   report(first, 9, 0);
   report(second, 4, 1);
   report(third, 6, 2);
@@ -109,28 +109,28 @@ TEST_F(WriterKickSmReadersTest, TheLowestSequenceIsTheSmallestReport) {
 
 TEST_F(WriterKickSmReadersTest, AReaderThatHasNotReportedKeepsTheLowestSequenceAtZero) {
   writer->writerSequence = 9;
-  BareSocket talking = connectReader();
-  BareSocket silent = connectReader();
+  RawPeer talking = connectReader();
+  RawPeer silent = connectReader();
   report(talking, 9, 0);
   handler.clear();
   EXPECT_EQ(writer->lowestSequence(), 0u);
   EXPECT_THAT(handler.take(), ElementsAre(Logged(9, "WriterKickSm::lowestSequence(): 0")));
   writer->doKickSleepers();
   EXPECT_THAT(silent.received(), IsEmpty());
-  silent.hangUp();
+  silent.close();
   client(1).fire();
   EXPECT_EQ(writer->lowestSequence(), 9u);
 }
 
 TEST_F(WriterKickSmReadersTest, AReportOfZeroKeepsTheLowestSequenceAtZero) {
   writer->writerSequence = 9;
-  BareSocket reader = connectReader();
+  RawPeer reader = connectReader();
   report(reader, 0);
   EXPECT_EQ(writer->lowestSequence(), 0u);
 }
 
 TEST_F(WriterKickSmReadersTest, WithoutSleepersNothingIsSent) {
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   forget();
   writer->doKickSleepers();
   EXPECT_THAT(handler.take(), ElementsAre(Logged(9, "WriterKickSm::doKickSleepers() " + table)));
@@ -138,9 +138,9 @@ TEST_F(WriterKickSmReadersTest, WithoutSleepersNothingIsSent) {
 }
 
 TEST_F(WriterKickSmReadersTest, EverySleeperIsKickedOnce) {
-  BareSocket first = connectSleeper(0);
-  BareSocket second = connectSleeper(1);
-  BareSocket awake = connectReader();
+  RawPeer first = connectSleeper(0);
+  RawPeer second = connectSleeper(1);
+  RawPeer awake = connectReader();
   forget();
   const uint64_t before = writer->kickCount;
   writer->doKickSleepers();
@@ -160,7 +160,7 @@ TEST_F(WriterKickSmReadersTest, EverySleeperIsKickedOnce) {
 }
 
 TEST_F(WriterKickSmReadersTest, AKickedSleeperIsAwakeUntilItReportsAgain) {
-  BareSocket reader = connectSleeper(0);
+  RawPeer reader = connectSleeper(0);
   writer->writerSequence = 1;
   writer->doKickSleepers();
   EXPECT_THAT(reader.received(), ElementsAre("#"));
@@ -172,9 +172,9 @@ TEST_F(WriterKickSmReadersTest, AKickedSleeperIsAwakeUntilItReportsAgain) {
 }
 
 TEST_F(WriterKickSmReadersTest, ASleeperThatLeavesIsInNeitherMap) {
-  BareSocket leaving = connectSleeper(0);
-  BareSocket staying = connectSleeper(1);
-  leaving.hangUp();
+  RawPeer leaving = connectSleeper(0);
+  RawPeer staying = connectSleeper(1);
+  leaving.close();
   client(0).fire();
   EXPECT_THAT(writer->readers, ElementsAre(testing::Pair(client(1).fd(), testing::_)));
   EXPECT_THAT(writer->sleepingReaders, ElementsAre(testing::Pair(client(1).fd(), testing::_)));
@@ -183,7 +183,7 @@ TEST_F(WriterKickSmReadersTest, ASleeperThatLeavesIsInNeitherMap) {
 }
 
 TEST_F(WriterKickSmReadersTest, ClosingAConnectionDestroysItBeforeTelling) {
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   const int fd = client().fd();
   forget();
   noteCloseOf(fd);
@@ -197,7 +197,7 @@ TEST_F(WriterKickSmReadersTest, ClosingAConnectionDestroysItBeforeTelling) {
                           Logged(5, "ReaderKickClientSm::~ReaderKickClientSm() socket:" + number)));
   EXPECT_THAT(platform.calls(), ElementsAre("close " + number, "fd#1 delete", "readersChanged"));
   EXPECT_EQ(known, 0u);
-  EXPECT_TRUE(reader.abandoned());
+  EXPECT_TRUE(reader.isPeerClosed());
 }
 
 TEST_F(WriterKickSmReadersTest, ClosingWithoutAClientOnlyTells) {
@@ -209,17 +209,17 @@ TEST_F(WriterKickSmReadersTest, ClosingWithoutAClientOnlyTells) {
 
 TEST_F(WriterKickSmReadersTest, AnExceptionOfTheSubclassKeepsTheAcceptedReader) {
   writer->onReadersChanged = [] { throw std::logic_error("no"); };
-  const BareSocket reader = BareSocket::connectTo(table);
+  const RawPeer reader = RawPeer::connect(table);
   EXPECT_THROW(platform.fd(0).fire(), std::logic_error);
   writer->onReadersChanged = nullptr;
   EXPECT_EQ(writer->readers.size(), 1u);
-  EXPECT_FALSE(reader.abandoned());
+  EXPECT_FALSE(reader.isPeerClosed());
 }
 
 TEST_F(WriterKickSmReadersTest, AnExceptionOfTheSubclassKeepsNothingOfAClosedReader) {
-  BareSocket reader = connectSleeper(0);
+  RawPeer reader = connectSleeper(0);
   writer->onReadersChanged = [] { throw std::logic_error("no"); };
-  reader.hangUp();
+  reader.close();
   EXPECT_THROW(client().fire(), std::logic_error);
   EXPECT_TRUE(client().gone());
   EXPECT_THAT(writer->readers, IsEmpty());
@@ -228,16 +228,16 @@ TEST_F(WriterKickSmReadersTest, AnExceptionOfTheSubclassKeepsNothingOfAClosedRea
 
 TEST_F(WriterKickSmReadersTest, TheSubclassMayDeleteTheSocketWhenToldOfAReader) {
   writer->onReadersChanged = [this] { writer->deleteKickSocket(); };
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   EXPECT_TRUE(client().gone());
   EXPECT_TRUE(platform.fd(0).gone());
-  EXPECT_TRUE(reader.abandoned());
+  EXPECT_TRUE(reader.isPeerClosed());
 }
 
 TEST_F(WriterKickSmReadersTest, TheSubclassMayDeleteTheSocketWhenAReaderLeaves) {
-  BareSocket reader = connectSleeper(0);
+  RawPeer reader = connectSleeper(0);
   writer->onReadersChanged = [this] { writer->deleteKickSocket(); };
-  reader.hangUp();
+  reader.close();
   client().fire();
   EXPECT_TRUE(platform.fd(0).gone());
   EXPECT_EQ(writer->kickSocket, -1);
@@ -247,7 +247,7 @@ TEST_F(WriterKickSmReadersTest, ASilentHandlerIsGivenNothingAndNoReasonIsLookedU
   forget();
   handler.setMaxLevel(RecordingHandler::nothing);
   const auto lookedUp = Fault::calls("strerror");
-  BareSocket reader = connectSleeper(0);
+  RawPeer reader = connectSleeper(0);
   writer->doKickSleepers();
   writer->fdEvent(0);
   reader.send("x");

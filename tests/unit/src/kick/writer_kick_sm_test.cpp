@@ -110,7 +110,7 @@ TEST_F(WriterKickSmTest, ListensAndThenAsksAboutReturningReaders) {
   EXPECT_THAT(platform.calls(),
               ElementsAre("fd#0 create", "fd#0 watch " + socketNumber(), "expectReconnects"));
   EXPECT_EQ(platform.timerCount(), 0u);
-  EXPECT_TRUE(BareSocket::connectTo(table).connected());
+  EXPECT_TRUE(RawPeer::connect(table).isOpen());
 }
 
 TEST_F(WriterKickSmTest, ReturningReadersAreAwaitedForThirtySeconds) {
@@ -130,12 +130,12 @@ TEST_F(WriterKickSmTest, ReturningReadersAreAwaitedForThirtySeconds) {
 
 TEST_F(WriterKickSmTest, SixConnectionsWaitForABacklogOfFive) {
   listen();
-  std::vector<BareSocket> waiting;
+  std::vector<RawPeer> waiting;
   for (int count = 0; count < 6; ++count) {
-    waiting.push_back(BareSocket::connectTo(table));
-    EXPECT_TRUE(waiting.back().connected()) << count;
+    waiting.push_back(RawPeer::connect(table));
+    EXPECT_TRUE(waiting.back().isOpen()) << count;
   }
-  EXPECT_FALSE(BareSocket::connectTo(table).connected());
+  EXPECT_FALSE(RawPeer::connect(table).isOpen());
 }
 
 TEST_F(WriterKickSmTest, TheEndOfTheWaitIsToldAfterTheTimerIsGone) {
@@ -154,7 +154,7 @@ TEST_F(WriterKickSmTest, TheEndOfTheWaitIsToldAfterTheTimerIsGone) {
 TEST_F(WriterKickSmTest, ReturningReadersDoNotEndTheWait) {
   writer->returning = 1;
   listen();
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   EXPECT_TRUE(platform.timer(0).armed());
   EXPECT_FALSE(platform.timer(0).gone());
 }
@@ -173,7 +173,7 @@ TEST_F(WriterKickSmTest, ListeningAgainReplacesControlAndTimer) {
   EXPECT_EQ(platform.fd(1).fd(), writer->kickSocket);
   EXPECT_TRUE(platform.timer(0).gone());
   EXPECT_TRUE(platform.timer(1).armed());
-  const BareSocket reader = BareSocket::connectTo(table);
+  const RawPeer reader = RawPeer::connect(table);
   platform.fd(1).fire();
   EXPECT_EQ(writer->readers.size(), 1u);
 }
@@ -181,7 +181,7 @@ TEST_F(WriterKickSmTest, ListeningAgainReplacesControlAndTimer) {
 TEST_F(WriterKickSmTest, DeletingTheSocketReleasesTheLockFirst) {
   writer->returning = 1;
   listen();
-  const BareSocket reader = connectReader();
+  const RawPeer reader = connectReader();
   forget();
   const std::string listening = socketNumber();
   const std::string accepted = std::to_string(client().fd());
@@ -196,12 +196,12 @@ TEST_F(WriterKickSmTest, DeletingTheSocketReleasesTheLockFirst) {
   EXPECT_THAT(platform.calls(),
               ElementsAre("close " + listening, "fd#0 delete", "close " + accepted, "fd#1 delete"));
   EXPECT_TRUE(platform.timer(0).armed());
-  EXPECT_TRUE(reader.abandoned());
+  EXPECT_TRUE(reader.isPeerClosed());
 }
 
 TEST_F(WriterKickSmTest, DeletingTheSocketLeavesTheWriterAsAtFirst) {
   listen();
-  BareSocket reader = connectReader();
+  RawPeer reader = connectReader();
   report(reader, 0);
   writer->deleteKickSocket();
   EXPECT_FALSE(writer->kickSocketCreated);
@@ -229,7 +229,7 @@ TEST_F(WriterKickSmTest, TheSocketCanBeCreatedAgain) {
   writer->deleteKickSocket();
   writer->createKickSocket();
   writer->doEnableListen();
-  EXPECT_TRUE(BareSocket::connectTo(table).connected());
+  EXPECT_TRUE(RawPeer::connect(table).isOpen());
 }
 
 TEST_F(WriterKickSmTest, DestructionDeletesTheSocketAndThenTheTimer) {

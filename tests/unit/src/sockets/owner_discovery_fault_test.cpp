@@ -37,7 +37,7 @@ class OwnerDiscoveryFaultTest : public SocketsTest {
   const std::string root = inRoot("quotes");
   const std::string self = std::to_string(getpid());
   TableSocket table{root};
-  int held = keep(table.bind(-1));
+  int held = keep(RawPeer::bind(root).release());
   std::string owner = "unchanged";
 };
 

@@ -24,7 +24,7 @@ class OwnerDiscoveryTest : public SocketsTest {
   }
 
   /// The socket of the table, held by this process alone.
-  int hold() { return keep(table.bind(-1)); }
+  int hold() { return keep(RawPeer::bind(root).release()); }
 
   static std::string inodeOf(int fd) {
     const Fault::Bypass bypass;

@@ -135,15 +135,14 @@ TEST_F(SockaddrTest, TheDirectoriesDoNotCountForTheLength) {
 }
 
 TEST_F(SockaddrTest, TwoPartiesThatFormTheAddressMeet) {
-  const TableSocket writers(inRoot("quotes"));
-  const TableSocket readers(inRoot("quotes"));
-  const int listening = keep(writers.bind(1));
-  ASSERT_GE(listening, 0);
-  EXPECT_GE(keep(readers.connect()), 0);
+  const RawPeer writer = RawPeer::listen(inRoot("quotes"));
+  const RawPeer reader = RawPeer::connect(inRoot("quotes"));
+  ASSERT_TRUE(writer.isOpen());
+  EXPECT_TRUE(reader.isOpen());
   sockaddr_un bound;
   socklen_t length = sizeof bound;
-  EXPECT_EQ(getsockname(listening, reinterpret_cast<sockaddr*>(&bound), &length), 0);
-  EXPECT_EQ(length, readers.length);
+  EXPECT_EQ(getsockname(writer.fd(), reinterpret_cast<sockaddr*>(&bound), &length), 0);
+  EXPECT_EQ(length, TableSocket(inRoot("quotes")).length);
 }
 
 TEST_F(SockaddrTest, TheNameDoesNotDependOnTheLocaleOfTheProcess) {

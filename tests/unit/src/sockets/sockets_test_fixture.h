@@ -3,6 +3,7 @@
 
 #include "fault/fault.h"
 #include "support/fake_platform_test_fixture.h"
+#include "support/raw_peer.h"
 #include "support/table_socket.h"
 
 #include <gtest/gtest.h>

@@ -105,7 +105,7 @@ TEST_F(WriterLockFaultTest, ATakenNameThatNobodyHoldsIsReportedWithoutAnOwner) {
 }
 
 TEST_F(WriterLockFaultTest, TheLoserHasClosedItsSocketBeforeItLooksForTheHolder) {
-  keep(table.bind(-1));
+  keep(RawPeer::bind(root.path).release());
   const Census before = Census::take();
   size_t opened = 99;
   Fault::before("opendir", 1, [&] { opened = before.openedBy(Census::take()).size(); });
@@ -115,7 +115,7 @@ TEST_F(WriterLockFaultTest, TheLoserHasClosedItsSocketBeforeItLooksForTheHolder)
 }
 
 TEST_F(WriterLockFaultTest, ASearchThatFailsTakesTheReportsPlace) {
-  keep(table.bind(-1));
+  keep(RawPeer::bind(root.path).release());
   Fault::arm("opendir", 1, EMFILE).onPath("/proc");
   EXPECT_EQ(thrownBy<Brask::RuntimeException>([&] { acquire(); }), "Couldn't open /proc");
   EXPECT_THAT(handler.take(),
@@ -125,7 +125,7 @@ TEST_F(WriterLockFaultTest, ASearchThatFailsTakesTheReportsPlace) {
 }
 
 TEST_F(WriterLockFaultTest, ANoteThatCannotBeReadIsAnEmptyOne) {
-  keep(table.bind(-1));
+  keep(RawPeer::bind(root.path).release());
   makeFile("quotes/last-owner", "x:4711 cmdline: ''");
   Fault::arm("fopen", 1, EACCES).onPath(root.fullPath("last-owner"));
   hideMachineStatistics();

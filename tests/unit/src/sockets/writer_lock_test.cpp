@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include "support/child_process.h"
 #include "support/descriptor_zero.h"
 #include "unit/src/sockets/sockets_test_fixture.h"
 
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <zorbe/exceptions.h>
 #include <zorbe/util.h>
 
@@ -59,32 +58,6 @@ class WriterLockTest : public SocketsTest {
   TableSocket table{root.path};
 };
 
-/// A process that does nothing but hold the descriptors it was born with.
-class Holder {
- public:
-  Holder() : pid_(fork()) {
-    if (pid_ == 0) {
-      for (;;) pause();
-    }
-  }
-  ~Holder() { kill(); }
-  Holder(const Holder&) = delete;
-  Holder& operator=(const Holder&) = delete;
-
-  pid_t pid() const { return pid_; }
-
-  /// Returns when it is gone.
-  void kill() {
-    if (pid_ <= 0) return;
-    EXPECT_EQ(::kill(pid_, SIGKILL), 0);
-    EXPECT_EQ(waitpid(pid_, nullptr, 0), pid_);
-    pid_ = 0;
-  }
-
- private:
-  pid_t pid_;
-};
-
 TEST_F(WriterLockTest, TheLockIsTheBoundSocketOfTheTable) {
   const int fd = acquire();
   sockaddr_un bound = {};
@@ -105,7 +78,7 @@ TEST_F(WriterLockTest, TheSocketIsReusableSequencedAndDoesNotListenYet) {
     EXPECT_EQ(getsockopt(fd, SOL_SOCKET, name, &value, &length), 0);
     EXPECT_EQ(value, expected) << "option " << name;
   }
-  EXPECT_EQ(table.connect(), -1);
+  EXPECT_FALSE(RawPeer::connect(root.path).isOpen());
   EXPECT_EQ(errno, ECONNREFUSED);
 }
 
@@ -217,7 +190,8 @@ TEST_F(WriterLockTest, AMissingNoteIsAnEmptyOne) {
 
 TEST_F(WriterLockTest, AnotherProcessIsFoundAndItsDeathFreesTheLock) {
   const int fd = Util::acquireWriterLock(handler, root);
-  Holder holder;
+  const auto holdIt = [](Channel& parent) { parent.receiveAll(); };
+  ChildProcess holder("holder", holdIt, User::kSame, {fd});
   EXPECT_EQ(close(fd), 0);
   const auto refused = refusal();
   EXPECT_EQ(refused->pid, static_cast<uint32_t>(holder.pid()));

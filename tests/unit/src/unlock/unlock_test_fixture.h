@@ -3,15 +3,13 @@
 
 #include "fault/fault.h"
 #include "support/fake_platform_test_fixture.h"
+#include "support/raw_peer.h"
 #include "support/table_socket.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
 #include <zorbe/unlock.h>
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,38 +35,6 @@ class Reader : public WriterUnlockSm {
   FakePlatform& platform_;
 };
 
-/// A writer as readers see it: it listens, accepts and goes.
-class Writer {
- public:
-  explicit Writer(const TableSocket& table) : listening_(table.bind(8)) {}
-  ~Writer() { stop(); }
-  Writer(const Writer&) = delete;
-  Writer& operator=(const Writer&) = delete;
-
-  bool listens() const { return listening_ >= 0; }
-
-  /// The writer's end of the oldest connection that was not accepted yet; closed by `stop`.
-  int accept() {
-    const Fault::Bypass bypass;
-    accepted_.push_back(accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC));
-    return accepted_.back();
-  }
-
-  /// Closes everything, as the end of the process would.
-  void stop() {
-    const Fault::Bypass bypass;
-    for (const int fd : accepted_) EXPECT_EQ(close(fd), 0);
-    accepted_.clear();
-    if (listening_ < 0) return;
-    EXPECT_EQ(close(listening_), 0);
-    listening_ = -1;
-  }
-
- private:
-  int listening_;
-  std::vector<int> accepted_;
-};
-
 class UnlockTest : public FakePlatformTest {
  protected:
   /// With messages and calls of the construction forgotten.
@@ -78,16 +44,22 @@ class UnlockTest : public FakePlatformTest {
   }
 
   void startWriter() {
-    writer.emplace(table);
-    ASSERT_TRUE(writer->listens());
+    writer = RawPeer::listen(root.path);
+    ASSERT_TRUE(writer.isOpen());
   }
 
   void connect() {
     startWriter();
     reader->doConnect();
-    writersEnd = writer->accept();
+    writersEnd = writer.accept();
     handler.clear();
     platform.takeCalls();
+  }
+
+  /// Closes everything, as the end of the writer's process would.
+  void stopWriter() {
+    writersEnd.close();
+    writer.close();
   }
 
   /// What the reader watches.
@@ -110,8 +82,8 @@ class UnlockTest : public FakePlatformTest {
   RecordingHandler quiet;
   RootPath root{quiet, "quotes", true};
   TableSocket table{root.path};
-  std::optional<Writer> writer;
-  int writersEnd = -1;
+  RawPeer writer;
+  RawPeer writersEnd;
   std::unique_ptr<Reader> reader = std::make_unique<Reader>(handler, root, platform);
 };
 

@@ -25,7 +25,7 @@ class WriterDepartureTest : public UnlockTest {
 TEST_F(WriterDepartureTest, ReportsAnOrderlyEndOnce) {
   connect();
   const int fd = watched();
-  writer->stop();
+  stopWriter();
   platform.fd(0).fire();
   EXPECT_THAT(platform.calls(), ElementsAre("fd#0 unwatch", "writerUnlocked"));
   EXPECT_EQ(handler.take(),
@@ -35,7 +35,7 @@ TEST_F(WriterDepartureTest, ReportsAnOrderlyEndOnce) {
 TEST_F(WriterDepartureTest, AWriterThatGoesBeforeItAcceptsIsReportedToo) {
   startWriter();
   reader->doConnect();
-  writer->stop();
+  stopWriter();
   platform.takeCalls();
   handler.clear();
   platform.fd(0).fire();
@@ -46,7 +46,7 @@ TEST_F(WriterDepartureTest, AWriterThatLeftSomethingUnreadIsReportedAsReset) {
   connect();
   const std::string fd = std::to_string(watched());
   EXPECT_EQ(send(watched(), "x", 1, 0), 1);
-  writer->stop();
+  stopWriter();
   platform.fd(0).fire();
   EXPECT_THAT(platform.calls(), ElementsAre("fd#0 unwatch", "writerUnlocked"));
   EXPECT_THAT(
@@ -61,15 +61,15 @@ TEST_F(WriterDepartureTest, ClosesTheDescriptorBeforeItReports) {
   connect();
   const int fd = watched();
   reader->onUnlocked = [&] { EXPECT_EQ(close(fd), -1); };
-  writer->stop();
+  stopWriter();
   platform.fd(0).fire();
   EXPECT_EQ(platform.calls().back(), "writerUnlocked");
 }
 
 TEST_F(WriterDepartureTest, DropsWhatTheWriterSends) {
   connect();
-  EXPECT_EQ(send(writersEnd, "12345", 5, 0), 5);
-  EXPECT_EQ(send(writersEnd, std::string(40, 'x').c_str(), 40, 0), 40);
+  writersEnd.send("12345");
+  writersEnd.send(std::string(40, 'x'));
   platform.fd(0).fire();
   EXPECT_THAT(platform.calls(), IsEmpty());
   EXPECT_THAT(handler.texts(9), ElementsAre(label("handleFdEvent") + ", recv() returned 5",
@@ -98,7 +98,7 @@ TEST_F(WriterDepartureTest, TellsOfTheDescriptorItWatchesWhateverTheLoopSays) {
 
 TEST_F(WriterDepartureTest, DoesNotCancelTheTimerWhenTheConnectionEnds) {
   connect();
-  writer->stop();
+  stopWriter();
   platform.fd(0).fire();
   EXPECT_THAT(platform.calls(), testing::Not(testing::Contains("timer#0 cancel")));
 }
@@ -106,7 +106,7 @@ TEST_F(WriterDepartureTest, DoesNotCancelTheTimerWhenTheConnectionEnds) {
 TEST_F(WriterDepartureTest, MayBeConnectedAgainFromTheReport) {
   connect();
   reader->onUnlocked = [&] { reader->doConnect(); };
-  writer->stop();
+  stopWriter();
   platform.fd(0).fire();
   EXPECT_THAT(platform.calls(), ElementsAre("fd#0 unwatch", "writerUnlocked", "timer#0 start 0.1"));
   startWriter();

@@ -201,7 +201,7 @@ TEST_F(WriterUnlockSmFaultTest, NothingToReadIsNoDepartureWhateverTheHandlerLeav
 
 TEST_F(WriterUnlockSmFaultTest, ReadsUntilThereIsNothingLeft) {
   connect();
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(send(writersEnd, "x", 1, 0), 1);
+  for (int i = 0; i < 3; ++i) writersEnd.send("x");
   platform.fd(0).fire();
   EXPECT_EQ(Fault::calls("recv"), 4u);
 }

@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "fault/fault.h"
+#include "support/child_process.h"
 #include "support/limits.h"
-#include "unit/platform/brask/linux/child_process.h"
 #include "unit/platform/brask/linux/loop_fixture.h"
 
 using namespace LoopTesting;
@@ -80,7 +80,7 @@ class LoopLimitsTest : public LoopTest {
 // Watches a directory in a namespace where the user's limit `setting` is 0, and
 // returns what the control was told.
 std::string watchWithout(const std::string& setting) {
-  return inChild([&]() -> std::string {
+  return Zorbe::Test::resultInChild([&]() -> std::string {
     if (::unshare(CLONE_NEWUSER) != 0) return "skip: no user namespace";
     if (!writeSetting("/proc/sys/user/" + setting, "0")) return "skip: cannot set " + setting;
     Brask::Linux::EventLoop loop;
@@ -233,7 +233,7 @@ TEST(LoopWithoutLimitsTest, ARefusedInotifyWatchNamesTheSettingToRaise) {
 
 TEST(LoopWithoutLimitsTest, AnUnmountEndsTheWatchesOnceEach) {
   Directory directory;
-  const std::string told = inChild([&]() -> std::string {
+  const std::string told = Zorbe::Test::resultInChild([&]() -> std::string {
     const int namespaces = ::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
     if (::unshare(namespaces) != 0) return "skip: no mount namespace";
     if (::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||

@@ -10,21 +10,21 @@
 
 namespace Zorbe::Test::Fuzz {
 
-struct MadeUpDescriptor {
+struct FakeDescriptor {
   int error = 0;  // of stat, 0: none
   mode_t mode = 0;
   uint64_t inode = 0;
 };
 
-struct MadeUpProcess {
+struct FakeProcess {
   std::string name;
   int error = 0;  // of opening its fd directory
-  std::vector<MadeUpDescriptor> descriptors;
+  std::vector<FakeDescriptor> descriptors;
 };
 
 /// A /proc with processes that the input tells.
-struct MadeUpProc {
-  explicit MadeUpProc(Input& input);
+struct FakeProc {
+  explicit FakeProc(Input& input);
 
   /// From now until the input's end, opendir, readdir, closedir, stat and readlink tell of it.
   /// It has to live for as long.
@@ -32,7 +32,7 @@ struct MadeUpProc {
 
   int error = 0;     // of opening /proc
   int endError = 0;  // of reading it behind the last process
-  std::vector<MadeUpProcess> processes;
+  std::vector<FakeProcess> processes;
   std::string executable;  // of each of them
 
  private:

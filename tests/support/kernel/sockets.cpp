@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "stress/simulation/sockets.h"
+#include "support/kernel/sockets.h"
 
 #include <cerrno>
 #include <utility>
 
-namespace Zorbe::Test::Simulation {
+namespace Zorbe::Test::Kernel {
 
 int Sockets::bind(const SocketRef& socket, const std::string& name) {
   if (socket->state != Socket::State::fresh) return EINVAL;
@@ -119,4 +119,4 @@ SocketRef Sockets::holder(const std::string& name) const {
   return found == names_.end() ? nullptr : found->second.lock();
 }
 
-}  // namespace Zorbe::Test::Simulation
+}  // namespace Zorbe::Test::Kernel

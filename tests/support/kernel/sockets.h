@@ -11,7 +11,7 @@
 #include <set>
 #include <string>
 
-namespace Zorbe::Test::Simulation {
+namespace Zorbe::Test::Kernel {
 
 struct Socket;
 using SocketRef = std::shared_ptr<Socket>;
@@ -70,4 +70,4 @@ class Sockets {
   std::map<std::string, std::weak_ptr<Socket>> names_;
 };
 
-}  // namespace Zorbe::Test::Simulation
+}  // namespace Zorbe::Test::Kernel

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/fuzz/made_up_proc.h"
+#include "stress/fuzz/fake_proc.h"
 
 #include "fault/fault.h"
 
@@ -15,7 +15,7 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-const MadeUpProc* current = nullptr;
+const FakeProc* current = nullptr;
 
 /// A directory that is being read: a real one's stream, so that it has to be closed, and the
 /// names that come out of it.
@@ -30,8 +30,8 @@ std::map<DIR*, Listing>& listings() {
   return all;
 }
 
-const MadeUpProcess* processOf(const std::string& path) {
-  for (const MadeUpProcess& process : current->processes) {
+const FakeProcess* processOf(const std::string& path) {
+  for (const FakeProcess& process : current->processes) {
     if (path.rfind("/proc/" + process.name + "/fd", 0) == 0) return &process;
   }
   return nullptr;
@@ -51,11 +51,11 @@ DIR* open(Listing listing, int error) {
 DIR* openDirectory(const char* path) {
   Listing listing;
   if (path == std::string("/proc")) {
-    for (const MadeUpProcess& process : current->processes) listing.names.push_back(process.name);
+    for (const FakeProcess& process : current->processes) listing.names.push_back(process.name);
     listing.endError = current->endError;
     return open(std::move(listing), current->error);
   }
-  const MadeUpProcess* const process = processOf(path);
+  const FakeProcess* const process = processOf(path);
   EXPECT_NE(process, nullptr) << path;
   if (process == nullptr) return nullptr;
   for (size_t fd = 0; fd < process->descriptors.size(); ++fd) {
@@ -84,10 +84,10 @@ int closeDirectory(DIR* directory) {
 
 int examine(const char* path, struct stat* status) {
   const std::string whole = path;
-  const MadeUpProcess* const process = processOf(whole);
+  const FakeProcess* const process = processOf(whole);
   EXPECT_NE(process, nullptr) << path;
   const size_t fd = std::stoul(whole.substr(whole.rfind('/') + 1));
-  const MadeUpDescriptor& descriptor = process->descriptors.at(fd);
+  const FakeDescriptor& descriptor = process->descriptors.at(fd);
   status->st_mode = descriptor.mode;
   status->st_ino = descriptor.inode;
   errno = descriptor.error;
@@ -116,28 +116,28 @@ std::string nameOf(Input& input) {
 
 }  // namespace
 
-MadeUpProc::MadeUpProc(Input& input) {
+FakeProc::FakeProc(Input& input) {
   error = errorOf(input);
   endError = errorOf(input);
   for (unsigned count = input.below(4); count > 0; --count) add(input);
   executable = input.text();
 }
 
-void MadeUpProc::add(Input& input) {
-  MadeUpProcess process{nameOf(input), errorOf(input), {}};
+void FakeProc::add(Input& input) {
+  FakeProcess process{nameOf(input), errorOf(input), {}};
   for (unsigned count = input.below(4); count > 0; --count) {
     constexpr std::array<mode_t, 4> modes = {S_IFSOCK, S_IFSOCK | 0777, S_IFREG | 0644, S_IFIFO};
-    MadeUpDescriptor descriptor;
+    FakeDescriptor descriptor;
     descriptor.error = errorOf(input);
     descriptor.mode = modes[input.below(modes.size())];
     descriptor.inode = input.flag() ? input.number<uint64_t>() : input.below(10);
     process.descriptors.push_back(descriptor);
   }
-  const auto same = [&](const MadeUpProcess& other) { return other.name == process.name; };
+  const auto same = [&](const FakeProcess& other) { return other.name == process.name; };
   if (std::none_of(processes.begin(), processes.end(), same)) processes.push_back(process);
 }
 
-void MadeUpProc::takePlace() const {
+void FakeProc::takePlace() const {
   current = this;
   Fault::divert("opendir", openDirectory);
   Fault::divert("readdir", readDirectory);

@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 #include "support/raw_peer.h"
 
 namespace Zorbe::Test {
@@ -14,26 +14,26 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr unsigned manyConnections = 1000;
-constexpr unsigned spareDescriptors = 50;
+constexpr unsigned kManyConnections = 1000;
+constexpr unsigned kSpareDescriptors = 50;
 
 // All in one process, whose loop connects them one by one: the queue of pending connections
 // is short.
-void playCrowd(Channel& parent, SharedTable& table) {
-  Stage stage;
+void runCrowd(Channel& parent, SharedTable& table) {
+  ProcessContext context;
   std::vector<std::unique_ptr<TableReader>> readers;
-  for (unsigned i = 0; i < manyConnections; ++i) {
-    readers.push_back(std::make_unique<TableReader>(stage.handler, stage.root, table));
+  for (unsigned i = 0; i < kManyConnections; ++i) {
+    readers.push_back(std::make_unique<TableReader>(context.handler, context.root, table));
     readers.back()->doConnect();
     EXPECT_TRUE(readers.back()->isConnected());
-    stage.loop.turn(0);
+    context.loop.turn(0);
   }
   parent.send("connected");
   const auto goal = std::stoull(parent.awaitLine("reach ").substr(6));
   for (const auto& reader : readers) {
-    EXPECT_TRUE(turnUntil(stage.loop, [&] { return reader->at() == goal; }));
+    EXPECT_TRUE(turnUntil(context.loop, [&] { return reader->at() == goal; }));
   }
-  while (stage.loop.turn(0)) continue;
+  while (context.loop.turn(0)) continue;
   parent.send("at the goal");
   parent.await("leave");
 }
@@ -41,13 +41,13 @@ void playCrowd(Channel& parent, SharedTable& table) {
 class Connections : public ProcessTest {};
 
 TEST_F(Connections, OneWriterServesAThousandReaders) {
-  if (!allowDescriptors(manyConnections + spareDescriptors)) {
+  if (!allowDescriptors(kManyConnections + kSpareDescriptors)) {
     GTEST_SKIP() << "the hard limit of open descriptors is below "
-                 << manyConnections + spareDescriptors;
+                 << kManyConnections + kSpareDescriptors;
   }
-  const std::string everybody = " " + std::to_string(manyConnections);
+  const std::string everybody = " " + std::to_string(kManyConnections);
   const Child writer = startWriter();
-  const Child crowd = start("crowd", [this](Channel& parent) { playCrowd(parent, table); });
+  const Child crowd = start("crowd", [this](Channel& parent) { runCrowd(parent, table); });
   crowd->await("connected");
   writer->send("caught up" + everybody);
   writer->await("caught up" + everybody);
@@ -63,62 +63,63 @@ TEST_F(Connections, OneWriterServesAThousandReaders) {
 }
 
 TEST_F(Connections, TenThousandConnectionsLeaveNoDescriptorOpen) {
-  Stage stage(-1);  // each end may leave the other's last message unread, which is logged
-  TableWriter writer(stage.handler, stage.root, table);
-  TableReader reader(stage.handler, stage.root, table);
+  ProcessContext context(
+      -1);  // each end may leave the other's last message unread, which is logged
+  TableWriter writer(context.handler, context.root, table);
+  TableReader reader(context.handler, context.root, table);
   writer.open();
   writer.publish();
   const Census before = Census::take();
   for (int i = 0; i < 10000; ++i) {
     reader.doConnect();
-    ASSERT_TRUE(turnUntil(stage.loop, [&] { return reader.at() == 1 && writer.allCaughtUp(); }));
+    ASSERT_TRUE(turnUntil(context.loop, [&] { return reader.at() == 1 && writer.allCaughtUp(); }));
     reader.doCloseWriterConnection(true);
-    ASSERT_TRUE(turnUntil(stage.loop, [&] { return writer.readers.empty(); }));
+    ASSERT_TRUE(turnUntil(context.loop, [&] { return writer.readers.empty(); }));
   }
   EXPECT_EQ(before.difference(Census::take()), "");
   EXPECT_EQ(writer.changes, 20000u);
 }
 
-void playKickerOfAVanishedReader(Channel&, SharedTable& table) {
+void runKickerOfAVanishedReader(Channel&, SharedTable& table) {
   ASSERT_NE(std::signal(SIGPIPE, SIG_DFL), SIG_ERR);
-  Stage stage;
-  TableWriter writer(stage.handler, stage.root, table);
+  ProcessContext context;
+  TableWriter writer(context.handler, context.root, table);
   writer.open();
   {
-    const RawPeer peer = RawPeer::connect(stage.root.path);
+    const RawPeer peer = RawPeer::connect(context.root.path);
     peer.report(0);
-    EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.sleepingReaders.size() == 1; }));
+    EXPECT_TRUE(turnUntil(context.loop, [&] { return writer.sleepingReaders.size() == 1; }));
     EXPECT_TRUE(peer.awaitKick());
   }
   writer.publish();
   EXPECT_EQ(writer.readers.size(), 1u);
-  EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.readers.empty(); }));
+  EXPECT_TRUE(turnUntil(context.loop, [&] { return writer.readers.empty(); }));
 }
 
 TEST_F(Connections, AKickToAVanishedReaderIsLoggedAndRaisesNoSignal) {
   const Child writer =
-      start("writer", [this](Channel& parent) { playKickerOfAVanishedReader(parent, table); });
+      start("writer", [this](Channel& parent) { runKickerOfAVanishedReader(parent, table); });
   EXPECT_EQ(writer->finish(), 0);
   EXPECT_THAT(writer->log(), HasSubstr(" send() Broken pipe"));
 }
 
-void playReporterToAVanishedWriter(Channel& parent, SharedTable& table) {
+void runReporterToAVanishedWriter(Channel& parent, SharedTable& table) {
   ASSERT_NE(std::signal(SIGPIPE, SIG_DFL), SIG_ERR);
-  Stage stage;
-  TableReader reader(stage.handler, stage.root, table);
+  ProcessContext context;
+  TableReader reader(context.handler, context.root, table);
   reader.doConnect();
   pollfd kicked = {reader.fdControl->fd(), POLLIN, 0};
   EXPECT_EQ(::poll(&kicked, 1, -1), 1);  // the writer has read the first report
   parent.send("connected");
   parent.await("the writer has gone");
   reader.sendSequence(0);
-  EXPECT_TRUE(turnUntil(stage.loop, [&] { return !reader.isConnected(); }));
+  EXPECT_TRUE(turnUntil(context.loop, [&] { return !reader.isConnected(); }));
 }
 
 TEST_F(Connections, AReportToAVanishedWriterIsLoggedAndRaisesNoSignal) {
   const Child writer = startWriter();
   const Child reporter =
-      start("reporter", [this](Channel& parent) { playReporterToAVanishedWriter(parent, table); });
+      start("reporter", [this](Channel& parent) { runReporterToAVanishedWriter(parent, table); });
   reporter->await("connected");
   writer->kill();
   reporter->send("the writer has gone");

@@ -4,7 +4,7 @@
 #include <sys/socket.h>
 #include <zorbe/util.h>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 #include "support/raw_peer.h"
 
 namespace Zorbe::Test {
@@ -13,15 +13,15 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr unsigned goodReaders = 3;
+constexpr unsigned kGoodReaders = 3;
 
 /// A writer and readers that behave, and peers, run by the test itself, that do not.
 class HostilePeers : public ProcessTest {
  protected:
   HostilePeers() : root(handler, "quotes", true), writer(startWriter()) {
-    readers = startReaders(goodReaders);
+    readers = startReaders(kGoodReaders);
     publishTo(writer, readers, 5);
-    caughtUp(goodReaders);
+    caughtUp(kGoodReaders);
   }
 
   /// Blocks in `send` when the writer does not keep up.
@@ -107,38 +107,38 @@ TEST_F(HostilePeers, ASequenceBeyondTheWritersEndsTheConnection) {
   leaveAll();
 }
 
-TEST_F(HostilePeers, SilentConnectionsHoldNobodyUp) {
+TEST_F(HostilePeers, SilentConnectionsDelayNoOtherReader) {
   std::vector<RawPeer> silent;
   for (size_t i = 1; i <= 50; ++i) {
     silent.push_back(connect());
-    connected(goodReaders + i);
+    connected(kGoodReaders + i);
   }
   for (int i = 0; i < 10; ++i) expectGoodReadersServed();
   silent.clear();
-  connected(goodReaders);
-  caughtUp(goodReaders);
+  connected(kGoodReaders);
+  caughtUp(kGoodReaders);
   leaveAll();
 }
 
-// Nobody reads the kicks that answer the flood; those that no longer fit are only logged.
-TEST_F(HostilePeers, AFloodOfReportsHoldsNobodyUp) {
+// The kicks that answer the flood are not read; those that do not fit are only logged.
+TEST_F(HostilePeers, AFloodOfReportsDelaysNoOtherReader) {
   RawPeer peer = acknowledged(1);
   for (int round = 0; round < 20; ++round) {
     for (int i = 0; i < 1000; ++i) peer.report(1);
     expectGoodReadersServed();
   }
   peer.report(published);
-  caughtUp(goodReaders + 1);
+  caughtUp(kGoodReaders + 1);
   leaveAll();
 }
 
-TEST_F(HostilePeers, AFloodOfConnectionsHoldsNobodyUp) {
+TEST_F(HostilePeers, AFloodOfConnectionsDelaysNoOtherReader) {
   for (int round = 0; round < 10; ++round) {
     for (int i = 0; i < 100; ++i) connect();
     for (int i = 0; i < 100; ++i) connect().report(1);
     expectGoodReadersServed();
   }
-  connected(goodReaders);
+  connected(kGoodReaders);
   EXPECT_THAT(writer->log(), Not(HasSubstr("accept()")));
   leaveAll();
 }

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 
 namespace Zorbe::Test {
 namespace {
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using testing::Contains;
 using testing::HasSubstr;
 
-/// Keeps what it is told.
+/// Records its callbacks.
 class Client : public MounterBase {
  public:
   void rootChanged(const std::string& what) override { told.push_back(what); }
@@ -46,7 +46,7 @@ class Mounting : public ProcessTest {
  protected:
   bool until(const std::function<bool()>& done) { return turnUntil(loop, done); }
 
-  // A file written from now on in the root directory is told: watching goes on.
+  // A file written from now on in the root directory is reported: the watch works.
   void expectWatched(const Client& client, const std::string& root) {
     const std::string name = "probe" + std::to_string(++probes_);
     put(root + "/" + name);
@@ -72,7 +72,7 @@ TEST_F(Mounting, TwoHundredTablesShareOneInotifyDescriptor) {
   }
 }
 
-TEST_F(Mounting, AnOverflowIsToldAndARescanRecovers) {
+TEST_F(Mounting, AnOverflowIsReportedAndARescanRecovers) {
   handler.expectFailures();
   uint64_t limit = 0;
   std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;

@@ -2,7 +2,7 @@
 //
 // The example's writer and readers on one real loop, turned by hand.
 #include "fault/fault.h"
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <brask/linux/event_loop.h>
 #include <quotes_follower.h>
@@ -89,7 +89,7 @@ class QuotesKick : public Zorbe::Test::ZorbeTest {
   std::unique_ptr<Writer> writer;
 };
 
-TEST_F(QuotesKick, aReaderFollowsEveryPublish) {
+TEST_F(QuotesKick, AReaderFollowsEveryPublish) {
   openWriter();
   const auto reader = connect();
   for (int i = 0; i < 100; ++i) {
@@ -102,7 +102,7 @@ TEST_F(QuotesKick, aReaderFollowsEveryPublish) {
   EXPECT_TRUE(writer->readersHaveRead());
 }
 
-TEST_F(QuotesKick, aReaderThatDoesNothingWhenAcknowledgedSleepsBehindTheWriterForEver) {
+TEST_F(QuotesKick, AReaderThatDoesNothingWhenAcknowledgedSleepsBehindTheWriterForEver) {
   openWriter();
   const auto reader = connect<IdleReader>();
   publishRightAfterTheAcknowledgement();
@@ -114,7 +114,7 @@ TEST_F(QuotesKick, aReaderThatDoesNothingWhenAcknowledgedSleepsBehindTheWriterFo
   EXPECT_FALSE(writer->readersHaveRead());
 }
 
-TEST_F(QuotesKick, aReaderThatRunsAPassWhenAcknowledgedMissesNothing) {
+TEST_F(QuotesKick, AReaderThatRunsAPassWhenAcknowledgedMissesNothing) {
   openWriter();
   const auto reader = connect();
   publishRightAfterTheAcknowledgement();
@@ -123,7 +123,7 @@ TEST_F(QuotesKick, aReaderThatRunsAPassWhenAcknowledgedMissesNothing) {
   EXPECT_TRUE(writer->readersHaveRead());
 }
 
-TEST_F(QuotesKick, aLongPassGivesTheLoopItsTurnInBetween) {
+TEST_F(QuotesKick, ALongPassGivesTheLoopItsTurnInBetween) {
   openWriter({20000, 64});
   const auto reader = connect();
   turnUntil([&] { return writer->sleepers() == 1; });
@@ -132,7 +132,7 @@ TEST_F(QuotesKick, aLongPassGivesTheLoopItsTurnInBetween) {
   EXPECT_EQ(counters.conquerKicks, 1u);
 }
 
-TEST_F(QuotesKick, aRestingReaderIsWokenByOneKickForManyPublishes) {
+TEST_F(QuotesKick, ARestingReaderIsWokenByOneKickForManyPublishes) {
   openWriter();
   const auto reader = connect(0.05);
   turnUntil([&] { return counters.conquerKicks == 1; });
@@ -145,7 +145,7 @@ TEST_F(QuotesKick, aRestingReaderIsWokenByOneKickForManyPublishes) {
   EXPECT_LT(reader->passes() - passesBefore, 100u);
 }
 
-TEST_F(QuotesKick, theOwnerHearsThatTheConnectionIsLost) {
+TEST_F(QuotesKick, TheOwnerIsNotifiedThatTheConnectionIsLost) {
   openWriter();
   const auto reader = connect();
   turnUntil([&] { return writer->sleepers() == 1; });
@@ -154,7 +154,7 @@ TEST_F(QuotesKick, theOwnerHearsThatTheConnectionIsLost) {
   EXPECT_FALSE(reader->isConnected());
 }
 
-TEST_F(QuotesKick, aReaderConnectsAgainToAWriterThatTookTheTableOver) {
+TEST_F(QuotesKick, AReaderConnectsAgainToAWriterThatTookTheTableOver) {
   openWriter();
   writer->publish({"A", 1, 1});
   writer.reset();
@@ -166,7 +166,7 @@ TEST_F(QuotesKick, aReaderConnectsAgainToAWriterThatTookTheTableOver) {
   EXPECT_EQ(digest(reader->followed().copy()), digest(writer->copy()));
 }
 
-TEST_F(QuotesKick, aReaderOfRemovedFilesIsWokenToLeaveThem) {
+TEST_F(QuotesKick, AReaderOfRemovedFilesIsWokenToLeaveThem) {
   openWriter();
   writer->publish({"A", 1, 1});
   const auto reader = connect();
@@ -179,7 +179,7 @@ TEST_F(QuotesKick, aReaderOfRemovedFilesIsWokenToLeaveThem) {
   EXPECT_EQ(writer->copy().size(), 1u);
 }
 
-TEST_F(QuotesKick, aWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
+TEST_F(QuotesKick, AWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
   const auto remove = [&] { std::filesystem::remove_all(root.path); };
   Zorbe::Test::Fault::before("chmod", 1, remove).onPath(root.fullPath("fenix"));
   openWriter();
@@ -187,7 +187,7 @@ TEST_F(QuotesKick, aWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
   EXPECT_TRUE(TableReader::open(root));
 }
 
-TEST_F(QuotesKick, aConnectionThatNeverReportsKeepsNobodyWaiting) {
+TEST_F(QuotesKick, AConnectionThatNeverReportsKeepsNobodyWaiting) {
   openWriter();
   QuotesFollower follower(handler, root, {});
   follower.start();
@@ -197,7 +197,7 @@ TEST_F(QuotesKick, aConnectionThatNeverReportsKeepsNobodyWaiting) {
   EXPECT_EQ(writer->lowestSequence(), 0u) << "the one that listens for the writer's end";
 }
 
-TEST_F(QuotesKick, aFollowerFindsTheTableOfAWriterThatComesLater) {
+TEST_F(QuotesKick, AFollowerFindsTheTableOfAWriterThatComesLater) {
   QuotesFollower follower(handler, root, {});
   follower.start();
   openWriter();
@@ -205,7 +205,7 @@ TEST_F(QuotesKick, aFollowerFindsTheTableOfAWriterThatComesLater) {
   turnUntil([&] { return follower.reader() && follower.reader()->followed().sequence() == 1; });
 }
 
-TEST_F(QuotesKick, aFollowerConvergesAfterEachRemovalOfTheDirectory) {
+TEST_F(QuotesKick, AFollowerConvergesAfterEachRemovalOfTheDirectory) {
   handler.allowFailures();  // the library tells of incarnations that have changed
   openWriter();
   QuotesFollower follower(handler, root, {});
@@ -221,7 +221,7 @@ TEST_F(QuotesKick, aFollowerConvergesAfterEachRemovalOfTheDirectory) {
   }
 }
 
-TEST_F(QuotesKick, aFollowerOfACorruptTableDoesNotSpin) {
+TEST_F(QuotesKick, AFollowerOfACorruptTableDoesNotSpin) {
   handler.allowFailures();
   openWriter({1, 8});
   writer->publish({"A", 1, 1});

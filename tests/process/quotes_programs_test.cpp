@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The example programs, driven as a user would.
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <child.h>
 
@@ -71,24 +71,24 @@ class QuotesPrograms : public Zorbe::Test::ZorbeTest {
   }
 };
 
-TEST_F(QuotesPrograms, theDemoSucceeds) {
+TEST_F(QuotesPrograms, TheDemoSucceeds) {
   Child demo = start({"quotes-demo", ZORBE_TICKS});
   EXPECT_EQ(demo.awaitEnd(240), 0) << demo.errors();
 }
 
-TEST_F(QuotesPrograms, theCommittedRowsAreThoseOfTheGenerator) {
+TEST_F(QuotesPrograms, TheCommittedRowsAreThoseOfTheGenerator) {
   Child generator({"/bin/sh", "-c", program("make-ticks") + " > " + inRoot("ticks.csv")});
   ASSERT_EQ(generator.awaitEnd(), 0) << generator.errors();
   EXPECT_TRUE(contentOf(inRoot("ticks.csv")) == contentOf(ZORBE_TICKS));
 }
 
-TEST_F(QuotesPrograms, theWriterEndsWithExitOnceEverythingIsRead) {
+TEST_F(QuotesPrograms, TheWriterEndsWithExitOnceEverythingIsRead) {
   Child writer = start({"quotes-writer", "t", "--exit"}, rows("A,1.5,10\nB,2,20\n"));
   EXPECT_EQ(field(writer.awaitLine("fed "), "rows"), "2");
   EXPECT_EQ(writer.awaitEnd(), 0) << writer.errors();
 }
 
-TEST_F(QuotesPrograms, theWriterNamesBadRowsAndCountsThem) {
+TEST_F(QuotesPrograms, TheWriterNamesBadRowsAndCountsThem) {
   Child writer = start({"quotes-writer", "t", "--exit"},
                        rows("symbol,price,size\nA,1.5,10\nnonsense\nA,x,1\nB,2,20"));
   const std::string fed = writer.awaitLine("fed ");
@@ -101,13 +101,13 @@ TEST_F(QuotesPrograms, theWriterNamesBadRowsAndCountsThem) {
             "quotes-writer: line 4: price 'x' is not a decimal number\n");
 }
 
-TEST_F(QuotesPrograms, aSymbolTooManyIsABadRow) {
+TEST_F(QuotesPrograms, ASymbolTooManyIsABadRow) {
   Child writer = start({"quotes-writer", "t", "--exit", "--slots", "1"}, rows("A,1,1\nB,1,1\n"));
   EXPECT_EQ(writer.awaitEnd(), 1);
   EXPECT_THAT(writer.errors(), HasSubstr("line 2: the table is full"));
 }
 
-TEST_F(QuotesPrograms, aSecondWriterIsRefusedAndNamesTheFirst) {
+TEST_F(QuotesPrograms, ASecondWriterIsRefusedAndNamesTheFirst) {
   Child first = startWriter();
   first.awaitLine("ready ");
   Child second = startWriter();
@@ -116,7 +116,7 @@ TEST_F(QuotesPrograms, aSecondWriterIsRefusedAndNamesTheFirst) {
   EXPECT_THAT(second.errors(), HasSubstr("quotes-writer:" + std::to_string(first.pid())));
 }
 
-TEST_F(QuotesPrograms, theReaderPrintsOneQuoteOrSaysThatThereIsNone) {
+TEST_F(QuotesPrograms, TheReaderPrintsOneQuoteOrSaysThatThereIsNone) {
   Child writer = startWriter(rows("A,1.5,10\n"));
   writer.awaitLine("fed ");
   Child found = start({"quotes-reader", "t", "--get", "A"});
@@ -127,7 +127,7 @@ TEST_F(QuotesPrograms, theReaderPrintsOneQuoteOrSaysThatThereIsNone) {
   EXPECT_EQ(missing.errors(), "quotes-reader: no symbol B\n");
 }
 
-TEST_F(QuotesPrograms, theReaderPrintsItsCopyAtTheEnd) {
+TEST_F(QuotesPrograms, TheReaderPrintsItsCopyAtTheEnd) {
   Child writer = startWriter(rows("B,2,20\nA,1.5,10\n"));
   writer.awaitLine("fed ");
   Child reader = startReader("--print");
@@ -138,7 +138,7 @@ TEST_F(QuotesPrograms, theReaderPrintsItsCopyAtTheEnd) {
   EXPECT_EQ(reader.awaitEnd(), 0);
 }
 
-TEST_F(QuotesPrograms, wrongUsageSaysWhatIsRight) {
+TEST_F(QuotesPrograms, WrongUsageSaysWhatIsRight) {
   for (const char* name : {"quotes-writer", "quotes-reader"}) {
     Child none = start({name});
     EXPECT_EQ(none.awaitEnd(), 2);
@@ -152,7 +152,7 @@ TEST_F(QuotesPrograms, wrongUsageSaysWhatIsRight) {
   EXPECT_EQ(slots.errors(), "quotes-writer: --slots takes a number from 1 to 16777216, not '0'\n");
 }
 
-TEST_F(QuotesPrograms, startedInAnyOrderTheyMeet) {
+TEST_F(QuotesPrograms, StartedInAnyOrderTheyMeet) {
   Child early = startReader();
   Child writer = startWriter(rows("A,1,1\n"));
   Child late = startReader();
@@ -161,7 +161,7 @@ TEST_F(QuotesPrograms, startedInAnyOrderTheyMeet) {
   awaitEqual(late, writer);
 }
 
-TEST_F(QuotesPrograms, aKilledWriterIsReplacedAndReadersConverge) {
+TEST_F(QuotesPrograms, AKilledWriterIsReplacedAndReadersConverge) {
   Child reader = startReader();
   for (int round = 1; round <= 5; ++round) {
     Child writer = startWriter(rows("S" + std::to_string(round) + ",1,1\n"));
@@ -176,7 +176,7 @@ TEST_F(QuotesPrograms, aKilledWriterIsReplacedAndReadersConverge) {
   awaitEqual(reader, last);
 }
 
-TEST_F(QuotesPrograms, aWriterThatEndsInOrderIsHeardToLeave) {
+TEST_F(QuotesPrograms, AWriterThatEndsInOrderIsReported) {
   Child writer = startWriter();
   Child reader = startReader();
   reader.awaitLine("event mapped");
@@ -185,7 +185,7 @@ TEST_F(QuotesPrograms, aWriterThatEndsInOrderIsHeardToLeave) {
   reader.awaitLine("event departed");
 }
 
-TEST_F(QuotesPrograms, theyConvergeAfterTheDirectoryWasRemoved) {
+TEST_F(QuotesPrograms, TheyConvergeAfterTheDirectoryWasRemoved) {
   Child writer = startWriter(rows("A,1,1\n"));
   Child reader = startReader();
   writer.awaitLine("fed ");
@@ -198,7 +198,7 @@ TEST_F(QuotesPrograms, theyConvergeAfterTheDirectoryWasRemoved) {
   awaitEqual(reader, writer);
 }
 
-TEST_F(QuotesPrograms, anIdleReaderUsesUnderOnePercentOfAProcessor) {
+TEST_F(QuotesPrograms, AnIdleReaderUsesUnderOnePercentOfAProcessor) {
   Child withoutWriter = start({"quotes-reader", "none"});
   Child writer = startWriter(rows("A,1,1\n"));
   Child asleep = startReader();
@@ -213,7 +213,7 @@ TEST_F(QuotesPrograms, anIdleReaderUsesUnderOnePercentOfAProcessor) {
   EXPECT_LE(writer.cpuSeconds() - before[2], kSeconds / 100);
 }
 
-TEST_F(QuotesPrograms, theSmallestClientsMeet) {
+TEST_F(QuotesPrograms, TheSmallestClientsMeet) {
   Child writer = start({"minimal-writer"});
   // A reader that finds no writer ends; the writer may need a moment to become one.
   for (bool met = false; !met;) {

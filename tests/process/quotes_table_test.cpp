@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The memory of the example's table: what readers can and cannot see of it.
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <change_follower.h>
 #include <table_reader.h>
@@ -58,14 +58,14 @@ class QuotesTable : public Zorbe::Test::ZorbeTest {
   uint32_t fenix = 0;
 };
 
-TEST_F(QuotesTable, isNotThereBeforeTheWriterDeclaresItComplete) {
+TEST_F(QuotesTable, IsNotThereBeforeTheWriterDeclaresItComplete) {
   make({});
   EXPECT_FALSE(TableReader::open(root));
   table->complete();
   EXPECT_TRUE(TableReader::open(root));
 }
 
-TEST_F(QuotesTable, isOpenToEveryUserWhateverTheUmask) {
+TEST_F(QuotesTable, IsOpenToEveryUserForAnyUmask) {
   ::umask(077);
   makeComplete();
   for (const char* file : {kSlotsFile, kLogFile}) {
@@ -75,7 +75,7 @@ TEST_F(QuotesTable, isOpenToEveryUserWhateverTheUmask) {
   }
 }
 
-TEST_F(QuotesTable, findsEverySymbolThatWasPublishedAndNoOther) {
+TEST_F(QuotesTable, FindsEverySymbolThatWasPublishedAndNoOther) {
   makeComplete({64, 16});
   for (int i = 0; i < 64; ++i) table->publish({"S" + std::to_string(i), i, 1});
   const TableReader reader = TableReader::open(root).value();
@@ -87,7 +87,7 @@ TEST_F(QuotesTable, findsEverySymbolThatWasPublishedAndNoOther) {
   EXPECT_FALSE(reader.find("S64"));
 }
 
-TEST_F(QuotesTable, tellsThatItIsFullAndStaysAsItWas) {
+TEST_F(QuotesTable, ReportsThatItIsFullAndStaysAsItWas) {
   makeComplete({2, 16});
   table->publish({"A", 1, 1});
   table->publish({"B", 2, 2});
@@ -101,7 +101,7 @@ TEST_F(QuotesTable, tellsThatItIsFullAndStaysAsItWas) {
   EXPECT_EQ(table->publish({"A", 4, 4}), 3u);
 }
 
-TEST_F(QuotesTable, takesSymbolsOfFifteenBytesAndRefusesLongerOnes) {
+TEST_F(QuotesTable, TakesSymbolsOfFifteenBytesAndRefusesLongerOnes) {
   makeComplete();
   const std::string longest(15, 'x');
   table->publish({longest, 1, 1});
@@ -111,7 +111,7 @@ TEST_F(QuotesTable, takesSymbolsOfFifteenBytesAndRefusesLongerOnes) {
   EXPECT_EQ(table->sequence(), 1u);
 }
 
-TEST_F(QuotesTable, aFollowerAppliesWhatWasPublishedSinceItLooked) {
+TEST_F(QuotesTable, AFollowerAppliesWhatWasPublishedSinceItLooked) {
   makeComplete();
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -124,7 +124,7 @@ TEST_F(QuotesTable, aFollowerAppliesWhatWasPublishedSinceItLooked) {
   EXPECT_EQ(digest(follower.copy()), digest(written()));
 }
 
-TEST_F(QuotesTable, aFollowerThatWasOverrunScansTheTable) {
+TEST_F(QuotesTable, AFollowerThatWasOverrunScansTheTable) {
   makeComplete({64, 8});
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -136,7 +136,7 @@ TEST_F(QuotesTable, aFollowerThatWasOverrunScansTheTable) {
   EXPECT_EQ(follower.copy().size(), 40u);
 }
 
-TEST_F(QuotesTable, aFollowerExactlyAsFarBehindAsTheLogIsLongNeedsNoScan) {
+TEST_F(QuotesTable, AFollowerExactlyAsFarBehindAsTheLogIsLongNeedsNoScan) {
   makeComplete({64, 8});
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -147,7 +147,7 @@ TEST_F(QuotesTable, aFollowerExactlyAsFarBehindAsTheLogIsLongNeedsNoScan) {
   EXPECT_EQ(follower.applied(), 8u);
 }
 
-TEST_F(QuotesTable, aFollowerStopsWhenItsBudgetIsUsedUp) {
+TEST_F(QuotesTable, AFollowerStopsWhenItsBudgetIsUsedUp) {
   makeComplete();
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -157,7 +157,7 @@ TEST_F(QuotesTable, aFollowerStopsWhenItsBudgetIsUsedUp) {
   EXPECT_EQ(follower.advance(6), ChangeFollower::Progress::kCaughtUp);
 }
 
-TEST_F(QuotesTable, aFollowerDoesNotWaitForARecordThatWasLeftHalfWritten) {
+TEST_F(QuotesTable, AFollowerDoesNotWaitForARecordThatWasLeftHalfWritten) {
   makeComplete({1, 8});
   table->publish({"A", 1, 1});
   damage(kSlotsFile, sizeof(SlotsHeader), std::string(1, '\3'));  // an odd guard
@@ -166,7 +166,7 @@ TEST_F(QuotesTable, aFollowerDoesNotWaitForARecordThatWasLeftHalfWritten) {
   EXPECT_EQ(follower.sequence(), 0u);
 }
 
-TEST_F(QuotesTable, aWrongChecksumIsCorruption) {
+TEST_F(QuotesTable, AWrongChecksumIsCorruption) {
   makeComplete({1, 8});
   table->publish({"A", 1, 1});
   damage(kSlotsFile, sizeof(SlotsHeader) + sizeof(uint64_t), "Z");
@@ -176,7 +176,7 @@ TEST_F(QuotesTable, aWrongChecksumIsCorruption) {
                   "slot 0 has a wrong checksum, symbol 'Z' sequence 1"));
 }
 
-TEST_F(QuotesTable, aForeignMagicIsCorruption) {
+TEST_F(QuotesTable, AForeignMagicIsCorruption) {
   makeComplete();
   damage(kSlotsFile, 0, "SPOTS001");
   EXPECT_THAT([&] { TableReader::open(root); },
@@ -184,7 +184,7 @@ TEST_F(QuotesTable, aForeignMagicIsCorruption) {
                   HasSubstr("slots has the magic 'SPOTS001' and not 'QUOTES01'")));
 }
 
-TEST_F(QuotesTable, aFileOfAnotherLengthIsCorruption) {
+TEST_F(QuotesTable, AFileOfAnotherLengthIsCorruption) {
   makeComplete({4, 8});
   std::filesystem::resize_file(root.fullPath(kSlotsFile), 200);
   EXPECT_THAT([&] { TableReader::open(root); },
@@ -192,7 +192,7 @@ TEST_F(QuotesTable, aFileOfAnotherLengthIsCorruption) {
                   HasSubstr("slots has 200 bytes, which its capacity of 4 contradicts")));
 }
 
-TEST_F(QuotesTable, filesOfTwoIncarnationsAreNoTable) {
+TEST_F(QuotesTable, FilesOfTwoIncarnationsAreNoTable) {
   makeComplete();
   std::filesystem::rename(root.fullPath(kLogFile), root.fullPath("kept"));
   makeComplete();
@@ -200,7 +200,7 @@ TEST_F(QuotesTable, filesOfTwoIncarnationsAreNoTable) {
   EXPECT_FALSE(TableReader::open(root));
 }
 
-TEST_F(QuotesTable, aNewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
+TEST_F(QuotesTable, ANewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
   makeComplete();
   table->publish({"A", 1, 1});
   ChangeFollower follower = follow();
@@ -210,7 +210,7 @@ TEST_F(QuotesTable, aNewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
   EXPECT_FALSE(follower.table().isInPlace(root));
 }
 
-TEST_F(QuotesTable, theNextWriterFindsWhatIsWholeAndTheSequence) {
+TEST_F(QuotesTable, TheNextWriterFindsWhatIsWholeAndTheSequence) {
   makeComplete({2, 8});
   table->publish({"A", 1, 1});
   table->publish({"A", 2, 2});
@@ -225,7 +225,7 @@ TEST_F(QuotesTable, theNextWriterFindsWhatIsWholeAndTheSequence) {
   EXPECT_EQ(formatRow(quoteOf(legacy.records[0])), "A,0.0002,2");
 }
 
-TEST_F(QuotesTable, neverShowsATornRecordToReadersThatHammerIt) {
+TEST_F(QuotesTable, NeverShowsATornRecordToReadersThatHammerIt) {
   makeComplete({4, 8});
   std::atomic<bool> ended{false};
   std::atomic<uint64_t> torn{0};
@@ -253,7 +253,7 @@ TEST_F(QuotesTable, neverShowsATornRecordToReadersThatHammerIt) {
   EXPECT_EQ(torn, 0u);
 }
 
-TEST_F(QuotesTable, aFollowerInAnotherThreadConvergesWithAWriterThatOverrunsIt) {
+TEST_F(QuotesTable, AFollowerInAnotherThreadConvergesWithAWriterThatOverrunsIt) {
   makeComplete({64, 16});
   ChangeFollower follower = follow();
   constexpr uint64_t kPublishes = 200000;
@@ -267,7 +267,7 @@ TEST_F(QuotesTable, aFollowerInAnotherThreadConvergesWithAWriterThatOverrunsIt) 
   EXPECT_EQ(digest(follower.copy()), digest(written()));
 }
 
-TEST(QuotesRows, areReadAndWrittenAlike) {
+TEST(QuotesRows, AreReadAndWrittenAlike) {
   for (const char* row : {"ABC,10.1250,300", "X,0.0000,0", "S,123456789012.9999,4294967295"}) {
     EXPECT_EQ(formatRow(parseRow(row)), row);
   }
@@ -275,7 +275,7 @@ TEST(QuotesRows, areReadAndWrittenAlike) {
   EXPECT_EQ(formatRow(parseRow("A,7.5,1")), "A,7.5000,1");
 }
 
-TEST(QuotesRows, sayWhatIsWrongWithThem) {
+TEST(QuotesRows, SayWhatIsWrongWithThem) {
   const std::pair<const char*, const char*> cases[] = {
       {"A,1", "row 'A,1' does not have the three fields symbol,price,size"},
       {"A,1,2,3", "row 'A,1,2,3' does not have the three fields symbol,price,size"},

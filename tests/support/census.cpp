@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <memory>
@@ -14,17 +15,15 @@
 namespace Zorbe::Test {
 namespace {
 
-constexpr const char* kFolder = "/proc/self/fd";
-
 struct CloseDir {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
 // What the descriptor refers to, whether or not its file has been unlinked meanwhile: one
 // that was inherited from the test runner may be.
-std::string target(const char* fd) {
+std::string targetOf(const std::string& path) {
   char text[PATH_MAX];
-  const ssize_t length = readlink((std::string(kFolder) + "/" + fd).c_str(), text, sizeof text);
+  const ssize_t length = readlink(path.c_str(), text, sizeof text);
   if (length < 0) return "?";
   const std::string what(text, static_cast<size_t>(length));
   return what.substr(0, what.rfind(" (deleted)"));
@@ -32,17 +31,25 @@ std::string target(const char* fd) {
 
 }  // namespace
 
-Census Census::take() {
+// The descriptor that reads the directory is not counted.
+Census Census::take(const std::string& process) {
   const Fault::Bypass bypass;
-  const std::unique_ptr<DIR, CloseDir> directory(opendir(kFolder));
-  if (!directory) throw std::system_error(errno, std::generic_category(), kFolder);
+  const std::string folder = "/proc/" + process + "/fd";
+  const std::unique_ptr<DIR, CloseDir> directory(opendir(folder.c_str()));
+  if (!directory) throw std::system_error(errno, std::generic_category(), folder);
   Census census;
   while (const dirent* const entry = readdir(directory.get())) {
     if (entry->d_name[0] == '.') continue;
     const int fd = std::stoi(entry->d_name);
-    if (fd != dirfd(directory.get())) census.open_[fd] = target(entry->d_name);
+    if (process == "self" && fd == dirfd(directory.get())) continue;
+    census.open_[fd] = targetOf(folder + "/" + entry->d_name);
   }
   return census;
+}
+
+std::size_t Census::count(const std::string& target) const {
+  return static_cast<std::size_t>(std::count_if(
+      open_.begin(), open_.end(), [&target](const auto& entry) { return entry.second == target; }));
 }
 
 std::vector<int> Census::openedBy(const Census& later) const {

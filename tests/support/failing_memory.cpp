@@ -7,10 +7,10 @@
 
 #include "fault/fault.h"
 
-namespace Zorbe::Test::Sweep::Memory {
+namespace Zorbe::Test::Memory {
 namespace {
 
-// One thread: these tests have no other.
+// These tests have one thread.
 long alive = 0;
 bool failing = false;
 bool lasts = false;
@@ -28,7 +28,7 @@ bool fails() {
   return true;
 }
 
-// Stands in front of each block.
+// Precedes each block.
 struct alignas(std::max_align_t) Head {
   bool counted;
 };
@@ -51,9 +51,9 @@ void release(void* block) {
 
 }  // namespace
 
-void fail(unsigned long nth, Lack lack) {
+void fail(unsigned long nth, Failing which) {
   left = nth;
-  lasts = lack == Lack::lasting;
+  lasts = which == Failing::kAlways;
   failed = 0;
   failing = true;
 }
@@ -67,9 +67,9 @@ long blocks() {
   return alive;
 }
 
-}  // namespace Zorbe::Test::Sweep::Memory
+}  // namespace Zorbe::Test::Memory
 
-namespace Memory = Zorbe::Test::Sweep::Memory;
+namespace Memory = Zorbe::Test::Memory;
 
 #pragma GCC visibility push(default)
 

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 //
-// operator new of the whole test program, the libraries included: counts what is alive and
-// fails when it is told to. What is allocated under a Fault::Bypass does not fail and does not
-// count: it is the test's own.
+// operator new of the whole test program, the libraries included: counts the blocks that are
+// allocated, and fails on request. What is allocated under a Fault::Bypass neither counts nor
+// fails: it is the test's own.
 #pragma once
 
 #include <cstddef>
 
-namespace Zorbe::Test::Sweep::Memory {
+namespace Zorbe::Test::Memory {
 
 /// How many allocations fail.
-enum class Lack { once, lasting };
+enum class Failing { kOnce, kAlways };
 
-/// The `nth` allocation from now on throws std::bad_alloc and, when it lasts, so do all
-/// later ones.
-void fail(unsigned long nth, Lack lack);
+/// The `nth` allocation from now on throws std::bad_alloc, and with `kAlways` so do all later
+/// ones.
+void fail(unsigned long nth, Failing which);
 
 /// No allocation fails from now on. Returns how many have.
 unsigned long stopFailing();
@@ -22,4 +22,4 @@ unsigned long stopFailing();
 /// The blocks that are allocated and not freed.
 long blocks();
 
-}  // namespace Zorbe::Test::Sweep::Memory
+}  // namespace Zorbe::Test::Memory

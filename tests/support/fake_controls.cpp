@@ -17,7 +17,7 @@ namespace {
   throw std::system_error(error, std::generic_category(), "watch " + std::to_string(fd));
 }
 
-// As the contract says; close-on-exec as the bundled loop does.
+// As the contract requires; close-on-exec as the bundled loop does.
 void prepare(int fd) {
   const Fault::Bypass bypass;
   const int status = fcntl(fd, F_GETFL);
@@ -39,18 +39,14 @@ void FakeControl::record(const std::string& call) {
 
 void FakeControl::remove() {
   record("delete");
-  gone_ = true;
+  deleted_ = true;
 }
 
 bool FakeControl::mayFire(bool ready, const char* reason) const {
-  if (gone_) ADD_FAILURE() << name_ << " was deleted and cannot call back";
-  if (!gone_ && !ready) ADD_FAILURE() << name_ << " cannot call back: " << reason;
-  return !gone_ && ready;
+  if (deleted_) ADD_FAILURE() << name_ << " was deleted and cannot call back";
+  if (!deleted_ && !ready) ADD_FAILURE() << name_ << " cannot call back: " << reason;
+  return !deleted_ && ready;
 }
-
-FakeFdControl::FakeFdControl(std::string name, std::shared_ptr<Journal> journal,
-                             Brask::Platform::FdEventHandler* handler)
-    : FakeControl(std::move(name), std::move(journal)), handler_(handler) {}
 
 void FakeFdControl::fire() {
   if (mayFire(watching(), "nothing is watched")) handler_->fdEvent(fd_);
@@ -73,10 +69,6 @@ int FakeFdControl::answer() {
   return fd_;
 }
 
-FakeTimerControl::FakeTimerControl(std::string name, std::shared_ptr<Journal> journal,
-                                   Brask::Platform::TimeoutHandler* handler)
-    : FakeControl(std::move(name), std::move(journal)), handler_(handler) {}
-
 void FakeTimerControl::fire() {
   if (!mayFire(armed_, "the timer is not armed")) return;
   armed_ = false;
@@ -96,17 +88,13 @@ void FakeTimerControl::cancel() {
   armed_ = false;
 }
 
-FakeInotifyControl::FakeInotifyControl(std::string name, std::shared_ptr<Journal> journal,
-                                       Brask::Platform::InotifyHandler* handler)
-    : FakeControl(std::move(name), std::move(journal)), handler_(handler) {}
-
 void FakeInotifyControl::changed(const std::string& what) {
   if (mayFire(watching_, "nothing is watched")) handler_->inotifyChanged(what);
 }
 
 // A watch that could not be set reports its error, too.
 void FakeInotifyControl::error(const std::string& what) {
-  if (mayFire(!path_.empty(), "no watch was asked for")) handler_->inotifyError(what);
+  if (mayFire(!path_.empty(), "addWatch was not called")) handler_->inotifyError(what);
 }
 
 void FakeInotifyControl::deleted() {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What FakePlatform keeps of each control that it handed out: the test's end of it. It
-// stays when the control has been deleted.
+// The test's end of each control that FakePlatform handed out. It outlives the control.
 #pragma once
 
 #include <brask/platform.h>
@@ -9,21 +8,25 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Zorbe::Test {
 
-/// The calls made to all controls, in order, each as "fd#0 watch 7".
+/// The calls to all controls, in order, each as "fd#0 watch 7".
 using Journal = std::vector<std::string>;
 
-/// What the three have in common. Firing at a control that could not call back (deleted,
-/// not watching, not armed) fails the test.
+/// What the three have in common. Firing a control that could not call back (deleted, not
+/// watching, not armed) fails the test.
 class FakeControl {
  public:
   FakeControl(std::string name, std::shared_ptr<Journal> journal);
 
   /// The control has been deleted.
-  bool gone() const { return gone_; }
+  bool isDeleted() const { return deleted_; }
+
+  /// How often the library called fd() or path().
+  unsigned queries() const { return queries_; }
 
   void record(const std::string& call);
   void remove();
@@ -31,16 +34,27 @@ class FakeControl {
  protected:
   bool mayFire(bool ready, const char* reason) const;
 
+  unsigned queries_ = 0;
+
  private:
   std::string name_;
   std::shared_ptr<Journal> journal_;
-  bool gone_ = false;
+  bool deleted_ = false;
 };
 
-class FakeFdControl : public FakeControl {
+template <class Handler>
+class FakeControlOf : public FakeControl {
  public:
-  FakeFdControl(std::string name, std::shared_ptr<Journal> journal,
-                Brask::Platform::FdEventHandler* handler);
+  FakeControlOf(std::string name, std::shared_ptr<Journal> journal, Handler* handler)
+      : FakeControl(std::move(name), std::move(journal)), handler_(handler) {}
+
+ protected:
+  Handler* handler_;
+};
+
+class FakeFdControl : public FakeControlOf<Brask::Platform::FdEventHandler> {
+ public:
+  using FakeControlOf::FakeControlOf;
 
   /// Calls `fdEvent` with the watched descriptor.
   void fire();
@@ -48,69 +62,56 @@ class FakeFdControl : public FakeControl {
   int fd() const { return fd_; }
   bool watching() const { return fd_ >= 0; }
 
-  /// How often the library asked `fd()`.
-  unsigned queries() const { return queries_; }
-
   void watch(int fd, int failure);
   void unwatch();
   int answer();
 
  private:
-  Brask::Platform::FdEventHandler* handler_;
   int fd_ = -1;
-  unsigned queries_ = 0;
 };
 
-class FakeTimerControl : public FakeControl {
+class FakeTimerControl : public FakeControlOf<Brask::Platform::TimeoutHandler> {
  public:
-  FakeTimerControl(std::string name, std::shared_ptr<Journal> journal,
-                   Brask::Platform::TimeoutHandler* handler);
+  using FakeControlOf::FakeControlOf;
 
-  /// The time is over: disarms the timer and calls `timeout`.
+  /// The timer expires: disarms it and calls `timeout`.
   void fire();
 
   bool armed() const { return armed_; }
 
-  /// What the last `start` asked for.
+  /// The argument of the last `start`.
   double seconds() const { return seconds_; }
 
   void start(double seconds);
   void cancel();
 
  private:
-  Brask::Platform::TimeoutHandler* handler_;
   bool armed_ = false;
   double seconds_ = 0;
 };
 
-class FakeInotifyControl : public FakeControl {
+class FakeInotifyControl : public FakeControlOf<Brask::Platform::InotifyHandler> {
  public:
-  FakeInotifyControl(std::string name, std::shared_ptr<Journal> journal,
-                     Brask::Platform::InotifyHandler* handler);
+  using FakeControlOf::FakeControlOf;
 
   void changed(const std::string& what);
   void error(const std::string& what);
 
-  /// The watched path is gone: ends the watch and calls `inotifyDeleted`.
+  /// The watched path is removed: ends the watch and calls `inotifyDeleted`.
   void deleted();
 
   bool watching() const { return watching_; }
   const std::string& path() const { return path_; }
   uint32_t mask() const { return mask_; }
 
-  /// How often the library asked `path()`.
-  unsigned queries() const { return queries_; }
-
   void addWatch(const std::string& path, uint32_t mask);
   void removeWatch();
   std::string answer();
 
  private:
-  Brask::Platform::InotifyHandler* handler_;
   bool watching_ = false;
   std::string path_;
   uint32_t mask_ = 0;
-  unsigned queries_ = 0;
 };
 
 }  // namespace Zorbe::Test

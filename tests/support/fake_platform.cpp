@@ -2,6 +2,7 @@
 #include "support/fake_platform.h"
 
 #include "fault/fault.h"
+#include "support/noncopyable.h"
 
 #include <brask/platform.h>
 #include <mem/mkpath.h>
@@ -20,47 +21,36 @@ namespace {
 
 FakePlatform* installed = nullptr;
 
-// The controls as the library sees them: each passes on to the test's end and reports
-// its own deletion there.
-class FdEnd : public Brask::Platform::FdControl {
+// The control as the library sees it: forwards each call to the test's end, and reports its
+// deletion there.
+template <class Control, class Fake>
+class End : public Control, private NonCopyable {
  public:
-  explicit FdEnd(std::shared_ptr<FakeFdControl> fake) : fake_(std::move(fake)) {}
-  ~FdEnd() override { fake_->remove(); }
-  FdEnd(const FdEnd&) = delete;
-  FdEnd& operator=(const FdEnd&) = delete;
+  explicit End(std::shared_ptr<Fake> fake) : fake_(std::move(fake)) {}
+  ~End() override { fake_->remove(); }
+
+ protected:
+  std::shared_ptr<Fake> fake_;
+};
+
+struct FdEnd : End<Brask::Platform::FdControl, FakeFdControl> {
+  using End::End;
   void watch(int fd) override { fake_->watch(fd, FakePlatform::current().watchFailure()); }
   void unwatch() override { fake_->unwatch(); }
   int fd() override { return fake_->answer(); }
-
- private:
-  std::shared_ptr<FakeFdControl> fake_;
 };
 
-class TimerEnd : public Brask::Platform::TimerControl {
- public:
-  explicit TimerEnd(std::shared_ptr<FakeTimerControl> fake) : fake_(std::move(fake)) {}
-  ~TimerEnd() override { fake_->remove(); }
-  TimerEnd(const TimerEnd&) = delete;
-  TimerEnd& operator=(const TimerEnd&) = delete;
+struct TimerEnd : End<Brask::Platform::TimerControl, FakeTimerControl> {
+  using End::End;
   void start(double seconds) override { fake_->start(seconds); }
   void cancel() override { fake_->cancel(); }
-
- private:
-  std::shared_ptr<FakeTimerControl> fake_;
 };
 
-class InotifyEnd : public Brask::Platform::InotifyControl {
- public:
-  explicit InotifyEnd(std::shared_ptr<FakeInotifyControl> fake) : fake_(std::move(fake)) {}
-  ~InotifyEnd() override { fake_->remove(); }
-  InotifyEnd(const InotifyEnd&) = delete;
-  InotifyEnd& operator=(const InotifyEnd&) = delete;
+struct InotifyEnd : End<Brask::Platform::InotifyControl, FakeInotifyControl> {
+  using End::End;
   void addWatch(std::string path, uint32_t mask) override { fake_->addWatch(path, mask); }
   void removeWatch() override { fake_->removeWatch(); }
   std::string path() override { return fake_->answer(); }
-
- private:
-  std::shared_ptr<FakeInotifyControl> fake_;
 };
 
 bool isDirectory(const std::string& path) {
@@ -68,7 +58,7 @@ bool isDirectory(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// A plain mkdir of every component, umask and all.
+// mkdir(2) of every component, with the umask.
 int makeDirectories(const std::string& path, unsigned mode) {
   for (size_t end = path.find('/', 1); end != path.npos; end = path.find('/', end + 1)) {
     if (mkdir(path.substr(0, end).c_str(), mode) != 0 && errno != EEXIST) return -1;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Takes the place of the platform libraries: defines every function of their contract,
-// records what the library asks of them and calls back when the test says so.
+// Replaces the platform libraries: defines every function of their contract, records the
+// library's calls, and calls back on request of the test.
 //
 //     kick.doConnect();
 //     platform.fd(0).fire();
@@ -9,6 +9,7 @@
 #pragma once
 
 #include "support/fake_controls.h"
+#include "support/noncopyable.h"
 
 #include <deque>
 #include <memory>
@@ -19,12 +20,10 @@
 namespace Zorbe::Test {
 
 /// One at a time: the member of the fixture that the platform's functions work on.
-class FakePlatform {
+class FakePlatform : private NonCopyable {
  public:
   FakePlatform();
   ~FakePlatform();  // DEFAULT_NS is "default" again
-  FakePlatform(const FakePlatform&) = delete;
-  FakePlatform& operator=(const FakePlatform&) = delete;
 
   /// Controls in order of creation, also when deleted since. Throw std::out_of_range.
   FakeFdControl& fd(size_t index) { return *fds_.at(index); }

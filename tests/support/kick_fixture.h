@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// What the tests of both ends share, and a table's writer as a client would derive it.
+// For the tests of both ends: a table's writer as a client derives it.
 #pragma once
 
 #include "fault/fault.h"
-#include "support/fake_platform_test_fixture.h"
+#include "support/fake_platform_fixture.h"
 #include "support/raw_peer.h"
 
 #include <zorbe/exceptions.h>
@@ -16,18 +16,19 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace Zorbe::Test {
 
-/// A step to be taken from within a callback.
+/// A step inside a callback.
 using Hook = std::function<void()>;
 
 class KickTest : public FakePlatformTest {
  protected:
   KickTest() { forget(); }
 
-  /// The messages since then, without those of the functions of namespace Util.
+  /// The messages since `forget`, without those of namespace Util.
   std::vector<Message> takeMessages() {
     std::vector<Message> all = handler.take();
     const auto fromUtil = [](const Message& message) { return message.text.rfind("Util", 0) == 0; };
@@ -56,6 +57,18 @@ class KickTest : public FakePlatformTest {
   }
 
   static std::string reason(int error) { return std::strerror(error); }
+
+  /// The text of the exception of `step`, a Brask::RuntimeException and none derived from it.
+  static std::string refusal(const Hook& step) {
+    try {
+      step();
+    } catch (const Brask::Exception& exception) {
+      EXPECT_EQ(typeid(exception), typeid(Brask::RuntimeException));
+      return exception.what();
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return {};
+  }
 
   static Message silence() { return {-1, "nothing was logged"}; }
 
@@ -97,24 +110,31 @@ class TestWriter : public WriterKickSm {
 /// A writer with a descriptor for each reader that connects.
 class WriterTest : public KickTest {
  protected:
-  /// The writer listens; what led there is forgotten.
+  /// The writer listens; the messages and calls so far are dropped.
   void listen() {
     writer->createKickSocket();
     writer->doEnableListen();
     forget();
   }
 
-  /// A reader connects and the loop notices.
+  /// A reader connects, and the loop reports it.
   RawPeer connectReader() {
     RawPeer reader = RawPeer::connect(table);
     platform.fd(0).fire();
     return reader;
   }
 
+  /// The messages of an event of the listening socket without a connection.
+  std::vector<Message> failedAccept(int error) const {
+    return {{5, "WriterKickSm::handleReaderConnection() "},
+            {0, "WriterKickSm::handleReaderConnection() accept() sd:" +
+                    std::to_string(writer->kickSocket) + " " + reason(error)}};
+  }
+
   /// The writer's control of the reader that connected as the `index`th, from 0.
   FakeFdControl& client(size_t index = 0) { return platform.fd(index + 1); }
 
-  /// The reader reports and the loop notices.
+  /// The reader reports, and the loop reports that.
   void report(RawPeer& reader, uint64_t sequence, size_t index = 0) {
     reader.report(sequence);
     client(index).fire();

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Where the compiler puts what. Clients are built against these headers and linked with
-// libraries of other days, so slots and members stay where they are. Reads the
-// representation of pointers to members that the Itanium C++ ABI lays down, and Arm's, where
-// functions may have odd addresses.
+// The layout of classes. Clients are built against these headers and linked with other versions
+// of the libraries, so slots and members keep their places. Reads pointers to members as the
+// Itanium C++ ABI represents them, and Arm's variant, where functions may have odd addresses.
 #pragma once
 
 #include <gtest/gtest.h>

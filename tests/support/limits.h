@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// The limits of the system, reached on purpose.
+// Limits of the system, lowered for a test.
 #pragma once
+
+#include "support/noncopyable.h"
 
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
@@ -15,7 +17,7 @@
 namespace Zorbe::Test {
 
 /// While it lives, until `allow`, the process cannot open another descriptor.
-class NoDescriptors {
+class NoDescriptors : private NonCopyable {
  public:
   NoDescriptors() {
     EXPECT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before_));
@@ -25,8 +27,6 @@ class NoDescriptors {
     none.rlim_cur = static_cast<rlim_t>(lowest);
     EXPECT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &none));
   }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
   ~NoDescriptors() { allow(); }
 
   void allow() { EXPECT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before_)); }
@@ -35,7 +35,7 @@ class NoDescriptors {
   rlimit before_{};
 };
 
-/// What the process has used so far.
+/// The processor time that the process has used so far.
 inline double processorSeconds() {
   return static_cast<double>(std::clock()) / static_cast<double>(CLOCKS_PER_SEC);
 }

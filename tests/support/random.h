@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-namespace Zorbe::Test::Simulation {
+namespace Zorbe::Test {
 
 /// The same numbers from the same seed on every machine.
 class Random {
@@ -26,4 +26,4 @@ class Random {
   uint64_t state_;
 };
 
-}  // namespace Zorbe::Test::Simulation
+}  // namespace Zorbe::Test

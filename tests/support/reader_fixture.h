@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A table's reader as a client would derive it.
+// A table's reader as a client derives it.
 #pragma once
 
 #include "support/kick_fixture.h"
@@ -53,14 +53,14 @@ class TestReader : public ReaderKickSm {
   FakePlatform& fakes_;
 };
 
-/// A reader, and a bare writer as soon as a test says so.
+/// A reader, and a raw writer once `startWriter` is called.
 class ReaderTest : public KickTest {
  protected:
   ReaderTest() { forget(); }
 
   void startWriter() { listening = RawPeer::listen(table); }
 
-  /// The reader is connected to a bare writer; what led there is forgotten.
+  /// The reader is connected to a raw writer; the messages and calls so far are dropped.
   void connect() {
     if (!listening.isOpen()) startWriter();
     reader->doConnect();
@@ -69,10 +69,17 @@ class ReaderTest : public KickTest {
     forget();
   }
 
-  /// The writer kicks and the loop notices.
+  /// The writer kicks, and the loop reports it.
   void kick(int times = 1) {
     while (times-- > 0) writerEnd.send("#");
     control().fire();
+  }
+
+  /// The messages of a connect that fails.
+  std::vector<Message> failedConnect(const std::string& fd, int error) const {
+    return {{5, "ReaderKickSm::doConnect()"},
+            {0, "ReaderKickSm::doConnect() connect() socket:" + fd + " " + table +
+                    " failed: " + reason(error)}};
   }
 
   FakeFdControl& control() { return platform.fd(0); }

@@ -18,19 +18,19 @@ void PrintTo(const Message& message, std::ostream* out) {
 }
 
 bool RecordingHandler::isEnabled(int level) {
-  questions_.push_back(level);
+  queries_.push_back(level);
   const bool enabled = level <= maxLevel_;
-  if (enabled) granted_.insert(level);
+  if (enabled) enabled_.insert(level);
   leaveErrno();
   return enabled;
 }
 
 void RecordingHandler::emit(std::ostringstream& message, int level) {
-  const auto grant = granted_.find(level);
-  if (grant == granted_.end()) {
-    ADD_FAILURE() << "emitted at level " << level << " without being asked: " << message.str();
+  const auto grant = enabled_.find(level);
+  if (grant == enabled_.end()) {
+    ADD_FAILURE() << "emitted at level " << level << " without being queries: " << message.str();
   } else {
-    granted_.erase(grant);
+    enabled_.erase(grant);
   }
   if (outOfMemory_) throw std::bad_alloc();
   precision_ = message.precision();
@@ -51,21 +51,21 @@ std::vector<Message> RecordingHandler::take() {
   return std::exchange(messages_, {});
 }
 
-unsigned RecordingHandler::asked(int level) const {
-  return static_cast<unsigned>(std::count(questions_.begin(), questions_.end(), level));
+unsigned RecordingHandler::queries(int level) const {
+  return static_cast<unsigned>(std::count(queries_.begin(), queries_.end(), level));
 }
 
 void RecordingHandler::verifyFailures() const {
-  if (announced_ == Announced::expected && failures_.empty()) {
+  if (announced_ == Announced::kExpected && failures_.empty()) {
     ADD_FAILURE() << "a message of level 0 was announced but never came";
   }
-  if (announced_ == Announced::none && !failures_.empty()) {
+  if (announced_ == Announced::kNone && !failures_.empty()) {
     ADD_FAILURE() << "unannounced messages of level 0: " << testing::PrintToString(failures_);
   }
 }
 
 void RecordingHandler::leaveErrno() const {
-  if (trash_) errno = *trash_;
+  if (clobberedErrno_) errno = *clobberedErrno_;
 }
 
 }  // namespace Zorbe::Test

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A DebugHandler that keeps what was logged, to be compared whole:
+// A DebugHandler that keeps the messages, to be compared whole:
 //
 //     EXPECT_THAT(handler.take(), ElementsAre(Logged(3, "RootPath::cleanup() ...")));
 #pragma once
@@ -34,60 +34,60 @@ auto Logged(int level, Text text) {
 
 class RecordingHandler : public Brask::Platform::DebugHandler {
  public:
-  static constexpr int everything = 9;
-  static constexpr int nothing = -1;
+  static constexpr int kEverything = 9;
+  static constexpr int kNothing = -1;
 
   bool isEnabled(int level) override;
 
-  /// Fails the test when `isEnabled(level)` was not asked, and answered true, before.
+  /// Fails the test unless `isEnabled(level)` was called, and returned true, before.
   void emit(std::ostringstream& message, int level) override;
 
-  /// Messages above this level are not wanted; `everything` at first.
+  /// Messages above this level are disabled; `kEverything` at first.
   void setMaxLevel(int level) { maxLevel_ = level; }
 
-  /// From now on every call leaves this in errno, as a client's handler might.
-  void trashErrno(int value) { trash_ = value; }
+  /// From now on every call sets errno to this, as a client's handler might.
+  void clobberErrno(int value) { clobberedErrno_ = value; }
 
   /// From now on `emit` throws std::bad_alloc.
-  void beOutOfMemory() { outOfMemory_ = true; }
+  void failWithBadAlloc() { outOfMemory_ = true; }
 
   const std::vector<Message>& messages() const { return messages_; }
   std::vector<std::string> texts(int level) const;
 
-  /// The messages so far, which are then forgotten.
+  /// Returns the messages so far, and clears them.
   std::vector<Message> take();
   void clear() { messages_.clear(); }
 
-  /// How often `isEnabled` was asked: at all, and about one level.
-  unsigned asked() const { return static_cast<unsigned>(questions_.size()); }
-  unsigned asked(int level) const;
+  /// How often `isEnabled` was called: at all, and for one level.
+  unsigned queries() const { return static_cast<unsigned>(queries_.size()); }
+  unsigned queries(int level) const;
 
   /// The floating-point precision of the last message's stream.
   std::streamsize precision() const { return precision_; }
 
   /// The test logs at level 0, and fails if it does not.
-  void expectFailures() { announced_ = Announced::expected; }
+  void expectFailures() { announced_ = Announced::kExpected; }
 
   /// The test may log at level 0.
-  void allowFailures() { announced_ = Announced::allowed; }
+  void allowFailures() { announced_ = Announced::kAllowed; }
 
-  /// Fails the test when messages of level 0 (taken or not) and announcement differ.
+  /// Fails the test when messages of level 0 (taken or not) contradict what was announced.
   void verifyFailures() const;
 
  private:
-  enum class Announced { none, allowed, expected };
+  enum class Announced { kNone, kAllowed, kExpected };
 
   void leaveErrno() const;
 
-  int maxLevel_ = everything;
-  std::optional<int> trash_;
+  int maxLevel_ = kEverything;
+  std::optional<int> clobberedErrno_;
   bool outOfMemory_ = false;
   std::vector<Message> messages_;
   std::vector<std::string> failures_;
-  std::vector<int> questions_;
-  std::multiset<int> granted_;
+  std::vector<int> queries_;
+  std::multiset<int> enabled_;
   std::streamsize precision_ = 0;
-  Announced announced_ = Announced::none;
+  Announced announced_ = Announced::kNone;
 };
 
 }  // namespace Zorbe::Test

@@ -9,21 +9,21 @@
 namespace Zorbe::Test {
 namespace {
 
-/// Obeys until told to leave. One thing at a time may be awaited.
-class Obedience {
+/// Handles commands until "leave". Awaits one condition at a time.
+class CommandLoop {
  public:
   using Handler = std::function<void(const std::string& verb, uint64_t number)>;
 
-  Obedience(Brask::Linux::EventLoop& loop, Channel& parent, Handler handler)
+  CommandLoop(Brask::Linux::EventLoop& loop, Channel& parent, Handler handler)
       : loop_(loop), parent_(parent), handler_(std::move(handler)) {}
 
-  void sayWhen(std::function<bool()> condition, std::string words) {
+  void sendWhen(std::function<bool()> condition, std::string words) {
     condition_ = std::move(condition);
     words_ = std::move(words);
   }
 
   void run() {
-    Commands commands(parent_, [this](const std::string& words) { obey(words); });
+    Commands commands(parent_, [this](const std::string& words) { handle(words); });
     while (!left_) {
       if (condition_ && condition_()) {
         condition_ = nullptr;
@@ -34,7 +34,7 @@ class Obedience {
   }
 
  private:
-  void obey(const std::string& words) {
+  void handle(const std::string& words) {
     if (words == "leave") {
       left_ = true;
       return;
@@ -79,54 +79,54 @@ bool allowDescriptors(unsigned count) {
   return limit.rlim_max >= count && ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
-void playWriter(Channel& parent, SharedTable& table) {
-  Stage stage;
-  TableWriter writer(stage.handler, stage.root, table);
-  Obedience obedience(stage.loop, parent, [&](const std::string& verb, uint64_t number) {
+void runWriter(Channel& parent, SharedTable& table) {
+  ProcessContext context;
+  TableWriter writer(context.handler, context.root, table);
+  CommandLoop commands(context.loop, parent, [&](const std::string& verb, uint64_t number) {
     const auto connected = [&writer, number] { return writer.readers.size() == number; };
     const auto answer = verb + " " + std::to_string(number);
     if (verb == "publish") return writer.publish(number);
-    if (verb == "readers") return obedience.sayWhen(connected, answer);
+    if (verb == "readers") return commands.sendWhen(connected, answer);
     if (verb != "caught up") refuse(verb);
-    obedience.sayWhen([connected, &writer] { return connected() && writer.allCaughtUp(); }, answer);
+    commands.sendWhen([connected, &writer] { return connected() && writer.allCaughtUp(); }, answer);
   });
   writer.open();
   parent.send("listening");
-  obedience.run();
+  commands.run();
 }
 
-void playReader(Channel& parent, SharedTable& table) {
-  Stage stage;
-  TableReader reader(stage.handler, stage.root, table);
-  Obedience obedience(stage.loop, parent, [&](const std::string& verb, uint64_t number) {
+void runReader(Channel& parent, SharedTable& table) {
+  ProcessContext context;
+  TableReader reader(context.handler, context.root, table);
+  CommandLoop commands(context.loop, parent, [&](const std::string& verb, uint64_t number) {
     if (verb != "reach") refuse(verb);
-    obedience.sayWhen([&reader, number] { return reader.at() >= number; },
+    commands.sendWhen([&reader, number] { return reader.at() >= number; },
                       "at " + std::to_string(number));
   });
   reader.doConnect();
-  obedience.run();
+  commands.run();
 }
 
-void playFollower(Channel& parent, SharedTable& table) {
-  Stage stage;
-  TableReader reader(stage.handler, stage.root, table);
-  Departures departures(stage.handler, stage.root);
+void runFollower(Channel& parent, SharedTable& table) {
+  ProcessContext context;
+  TableReader reader(context.handler, context.root, table);
+  Departures departures(context.handler, context.root);
   departures.arrived = [&] { reader.doConnect(); };
   departures.departed = [&] {
     if (reader.isConnected()) reader.doCloseWriterConnection(true);
   };
-  Obedience obedience(stage.loop, parent, [&](const std::string& verb, uint64_t number) {
+  CommandLoop commands(context.loop, parent, [&](const std::string& verb, uint64_t number) {
     if (verb == "count") {
       return parent.send("connections " + std::to_string(departures.connections) + " departures " +
                          std::to_string(departures.departures));
     }
-    if (verb == "alone") return obedience.sayWhen([&] { return !departures.isWatching(); }, verb);
+    if (verb == "alone") return commands.sendWhen([&] { return !departures.isWatching(); }, verb);
     if (verb != "reach") refuse(verb);
-    obedience.sayWhen([&reader, number] { return reader.at() >= number; },
+    commands.sendWhen([&reader, number] { return reader.at() >= number; },
                       "at " + std::to_string(number));
   });
   departures.watch();
-  obedience.run();
+  commands.run();
 }
 
 }  // namespace Zorbe::Test

@@ -9,9 +9,9 @@ namespace Zorbe::Test {
 #endif
 #endif
 #if defined(ZORBE_TEST_SANITIZED) || defined(__SANITIZE_ADDRESS__)
-inline constexpr bool isSanitized = true;
+inline constexpr bool kIsSanitized = true;
 #else
-inline constexpr bool isSanitized = false;
+inline constexpr bool kIsSanitized = false;
 #endif
 
 }  // namespace Zorbe::Test

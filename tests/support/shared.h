@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/noncopyable.h"
+
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -13,7 +15,7 @@ namespace Zorbe::Test {
 /// A value in memory that a test and its children share, made by its default constructor. Its
 /// members are lock-free atomics.
 template <class T>
-class Shared {
+class Shared : private NonCopyable {
  public:
   Shared() {
     void* const memory =
@@ -22,8 +24,6 @@ class Shared {
     value_ = new (memory) T{};
   }
   ~Shared() { EXPECT_EQ(::munmap(value_, sizeof(T)), 0); }
-  Shared(const Shared&) = delete;
-  Shared& operator=(const Shared&) = delete;
 
   T& operator*() { return *value_; }
   T* operator->() { return value_; }

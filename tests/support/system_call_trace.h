@@ -9,17 +9,17 @@
 
 namespace Zorbe::Test {
 
-/// Sees every system call that child processes make, whoever makes it for them: it asks the
-/// kernel (see ptrace(2)), not the C library.
+/// Records every system call of child processes, also those that no function of the C library
+/// makes: see ptrace(2).
 class SystemCallTrace {
  public:
-  /// Begins and ends what is recorded of the calling process.
+  /// Begins and ends the recording of the calling process.
   static void mark();
 
-  /// Stops `child` and begins to watch it. False, and errno, when that is not allowed.
+  /// Stops `child` and begins to trace it. False, and errno, when that is not allowed.
   bool watch(pid_t child);
 
-  /// Lets the children go on until each has made both marks, or ended; then leaves them alone.
+  /// Continues the children until each has made both marks, or ended; then detaches from them.
   void run();
 
   /// The calls that it made between its marks, by the names of the manual.

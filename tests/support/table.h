@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// The smallest table that can be told to be right or wrong: a sequence number in memory that
-// all processes of a test share. Its writer and reader are what a client makes of the
-// library's state machines.
+// The smallest table that can be right or wrong: a sequence number in memory that all processes
+// of a test share. Its writer and reader derive from the library's state machines as a client's
+// do.
 #pragma once
 
 #include <brask/platform.h>
@@ -33,7 +33,7 @@ class TableWriter : public WriterKickSm {
   TableWriter(Brask::Platform::DebugHandler& log, const RootPath& root, SharedTable& table)
       : WriterKickSm(log, root, false), table_(table) {}
 
-  /// Becomes the writer, goes on where the last one stopped, and lets readers in.
+  /// Becomes the writer, continues the sequence of the last one, and listens.
   void open();
 
   /// Publishes `count` times, each with its own kick round.
@@ -82,7 +82,7 @@ class TableReader : public ReaderKickSm {
   Reader::Counters statistics_ = {};
 };
 
-/// Hears of the writer's departures, connects again each time, and counts.
+/// Is notified of departures of the writer, connects again each time, and counts.
 class Departures : public WriterUnlockSm {
  public:
   Departures(Brask::Platform::DebugHandler& log, const RootPath& root)
@@ -95,7 +95,7 @@ class Departures : public WriterUnlockSm {
   bool isWatching() const { return watching_; }
 
   std::function<void()> arrived;   ///< connected to a writer
-  std::function<void()> departed;  ///< a writer that it was connected to has gone
+  std::function<void()> departed;  ///< a writer that it was connected to has disconnected
 
   unsigned connections = 0;  ///< to writers
   unsigned departures = 0;   ///< of writers that it was connected to
@@ -105,7 +105,7 @@ class Departures : public WriterUnlockSm {
   bool watching_ = false;
 };
 
-/// Brings what the test tells a child into the child's loop.
+/// Receives the messages of the test in the child's loop.
 class Commands : public Brask::Platform::FdEventHandler {
  public:
   using Action = std::function<void(const std::string& words)>;

@@ -10,13 +10,13 @@
 namespace Zorbe::Test {
 TableSocket::TableSocket(const std::string& rootPath) {
   RecordingHandler quiet;
-  quiet.setMaxLevel(RecordingHandler::nothing);
+  quiet.setMaxLevel(RecordingHandler::kNothing);
   length = Util::createSockaddr(quiet, &address, rootPath);
 }
 
 std::string TableSocket::abstractName() const {
-  constexpr size_t lead = offsetof(sockaddr_un, sun_path) + 1;
-  return {address.sun_path + 1, length - lead};
+  constexpr size_t kLead = offsetof(sockaddr_un, sun_path) + 1;
+  return {address.sun_path + 1, length - kLead};
 }
 
 }  // namespace Zorbe::Test

@@ -24,7 +24,7 @@ std::string makeDirectory() {
   return pattern;
 }
 
-// An ordinary user cannot empty a directory that a test has closed to everybody.
+// An ordinary user cannot empty a directory whose permissions a test has removed.
 void openDirectories(const fs::path& top) {
   std::error_code ignored;
   fs::permissions(top, fs::perms::owner_all, fs::perm_options::add, ignored);

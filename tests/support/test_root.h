@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/noncopyable.h"
+
 #include <sys/types.h>
 
 #include <optional>
@@ -10,13 +12,11 @@ namespace Zorbe::Test {
 
 /// A temporary directory of its own, which is $SHMEM_ROOT while this lives; NSPATH and
 /// Q9_CHROOT are unset and the umask is 022. Afterwards the three variables, the working
-/// directory and the umask are as they were, and the directory is gone with all it holds.
-class TestRoot {
+/// directory and the umask are as they were, and the directory is removed with its content.
+class TestRoot : private NonCopyable {
  public:
   TestRoot();
   ~TestRoot();
-  TestRoot(const TestRoot&) = delete;
-  TestRoot& operator=(const TestRoot&) = delete;
 
   const std::string& path() const { return path_; }
 
@@ -24,12 +24,10 @@ class TestRoot {
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
  private:
-  class Variable {
+  class Variable : private NonCopyable {
    public:
     explicit Variable(const char* name);
     ~Variable();
-    Variable(const Variable&) = delete;
-    Variable& operator=(const Variable&) = delete;
 
    private:
     const char* name_;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// chaos --kills N      that many kills; --seconds N: for that long. With both, a storm that has
+// chaos --kills N      that many kills; --seconds N: for that long. With both, a run that has
 //                      not reached its kills in time fails.
 //       --seed N       another seed than the clock's
 //       --readers N    20 when not given
@@ -16,7 +16,7 @@
 #include <limits>
 #include <string>
 
-#include "stress/chaos/storm.h"
+#include "stress/chaos/stress_run.h"
 #include "support/number.h"
 #include "support/sanitized.h"
 
@@ -35,21 +35,21 @@ void printTimes(const char* what, const std::vector<double>& times) {
 }
 
 void printDetails(const Report& report) {
-  for (const auto& [kind, count] : report.blowsByKind)
+  for (const auto& [kind, count] : report.faultsByKind)
     std::printf("  %6u %s\n", count, kind.c_str());
   printTimes("under the same writer", report.underSame);
   printTimes("under another writer", report.underAnother);
   std::printf("  readers that are never killed: %ld -> %ld descriptors, %ld -> %ld pages\n",
               report.descriptors.first.value_or(0), report.descriptors.last,
               report.pages.first.value_or(0), report.pages.last);
-  std::printf("  a writer lived through %u rests; writers grew by %ld pages at most\n",
+  std::printf("  a writer lived through %u checks; writers grew by %ld pages at most\n",
               report.longestWriter, report.writerGrowth);
 }
 
 // Memory is judged after a warm-up, which has to have come to its end.
 const char* verdict(const Report& report) {
   if (!report.failure.empty()) return "";
-  const bool judged = report.pages.first && !Zorbe::Test::isSanitized;
+  const bool judged = report.pages.first && !Zorbe::Test::kIsSanitized;
   return judged ? ", descriptors and memory flat" : ", descriptors flat";
 }
 
@@ -67,15 +67,15 @@ std::string commandOf(const char* program, const Settings& settings) {
 int run(const char* program, const Settings& settings) {
   std::printf("seed %llu\n", static_cast<unsigned long long>(settings.seed));
   std::fflush(stdout);
-  const Report report = conduct(settings);
+  const Report report = runStress(settings);
   const bool good = report.failure.empty();
   if (!good) std::printf("%s\nFAILED: %s\n", report.trace.c_str(), report.failure.c_str());
   printDetails(report);
-  std::printf("%u kills, %u blows in %.0f s, slowest convergence %.0f ms%s\n", report.kills,
-              report.blows, report.seconds,
+  std::printf("%u kills, %u faults in %.0f s, slowest convergence %.0f ms%s\n", report.kills,
+              report.faults, report.seconds,
               std::max(slowest(report.underSame), slowest(report.underAnother)), verdict(report));
-  // Last, where whoever looks at the end of a log finds it.
-  if (!good) std::printf("the same blows again: %s\n", commandOf(program, settings).c_str());
+  // At the end of the log, where it is found.
+  if (!good) std::printf("to repeat: %s\n", commandOf(program, settings).c_str());
   return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
@@ -85,17 +85,17 @@ struct Option {
   void (*set)(Settings& settings, uint64_t number);
 };
 
-constexpr uint64_t mostAtAll = std::numeric_limits<unsigned>::max();
+constexpr uint64_t kMostAtAll = std::numeric_limits<unsigned>::max();
 
 const Option options[] = {
     {"--kills",
-     {1, mostAtAll},
+     {1, kMostAtAll},
      [](Settings& settings, uint64_t number) { settings.kills = static_cast<unsigned>(number); }},
     {"--seconds",
-     {1, mostAtAll},
+     {1, kMostAtAll},
      [](Settings& settings, uint64_t number) { settings.seconds = static_cast<unsigned>(number); }},
     {"--readers",
-     {fewestReaders, mostReaders},
+     {kFewestReaders, kMostReaders},
      [](Settings& settings, uint64_t number) { settings.readers = static_cast<unsigned>(number); }},
     {"--seed",
      {0, std::numeric_limits<uint64_t>::max()},

@@ -6,23 +6,24 @@
 #include <cstring>
 #include <utility>
 
-#include "stress/chaos/crew.h"
+#include "stress/chaos/processes.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
 
-/// While it lives, SIGTERM waits: in a child that is made meanwhile until the child takes it.
-class Later {
+/// While it exists, SIGTERM is blocked, also in a child that is made meanwhile until the child
+/// unblocks it.
+class BlockedTermination {
  public:
-  Later() {
+  BlockedTermination() {
     sigset_t terminate;
     ::sigemptyset(&terminate);
     ::sigaddset(&terminate, SIGTERM);
     if (::sigprocmask(SIG_BLOCK, &terminate, &before_) != 0) throw Failure("sigprocmask");
   }
-  ~Later() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
-  Later(const Later&) = delete;
-  Later& operator=(const Later&) = delete;
+  ~BlockedTermination() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  BlockedTermination(const BlockedTermination&) = delete;
+  BlockedTermination& operator=(const BlockedTermination&) = delete;
 
  private:
   sigset_t before_{};
@@ -35,24 +36,24 @@ Member::Member(std::string name, Place& place, Role role)
 
 void Member::start() {
   clearPlace();
-  const Later later;
+  const BlockedTermination later;
   process_ =
       std::make_unique<ChildProcess>(name_, [this](Channel& parent) { role_(parent, place_); });
 }
 
-// The process that had it is no more.
+// The process that had it has ended.
 void Member::clearPlace() {
   place_.pid = 0;
   place_.writing = false;
   place_.attached = false;
-  for (auto* number : {&place_.fenix, &place_.departures, &place_.corruptions, &place_.heardFenix,
-                       &place_.answered, &place_.connections}) {
+  for (auto* number : {&place_.fenix, &place_.departures, &place_.corruptions,
+                       &place_.reportedFenix, &place_.answered, &place_.connections}) {
     *number = 0;
   }
   place_.sequence = 0;
-  place_.heardSequence = 0;
+  place_.reportedSequence = 0;
   place_.otherWriter = 0;
-  owedWriter_ = 0;
+  expectedWriter_ = 0;
 }
 
 void Member::kill() {
@@ -63,8 +64,7 @@ void Member::kill() {
   clearPlace();
 }
 
-// Waits for it: the signal alone says nothing about when. One that has ended instead stays
-// what its ChildProcess has to bury.
+// Waits until it has stopped. One that has ended instead is left for its ChildProcess to reap.
 void Member::stop() {
   signal(SIGSTOP);
   siginfo_t info{};
@@ -75,7 +75,7 @@ void Member::stop() {
   stopped_ = true;
 }
 
-void Member::goOn() {
+void Member::resume() {
   signal(SIGCONT);
   stopped_ = false;
 }
@@ -98,14 +98,15 @@ void Member::requireSanity() {
   if (place_.corruptions > 0) throw Failure(name_ + " has read a corrupt table");
 }
 
-void Member::owe(pid_t writer) {
-  owedWriter_ = writer;
+void Member::expectDeparture(pid_t writer) {
+  expectedWriter_ = writer;
   departuresBefore_ = place_.departures;
 }
 
-void Member::requireTold(pid_t writer) {
-  if (owedWriter_ == 0 || owedWriter_ == writer) return;
-  if (place_.departures == departuresBefore_) throw Failure(name_ + " was not told of a departure");
+void Member::requireDepartureReported(pid_t writer) {
+  if (expectedWriter_ == 0 || expectedWriter_ == writer) return;
+  if (place_.departures == departuresBefore_)
+    throw Failure(name_ + " was not notified of a departure");
 }
 
 void Member::signal(int number) {

@@ -6,36 +6,36 @@
 #include <string>
 #include <vector>
 
-#include "stress/chaos/stage.h"
-#include "support/watchdog.h"
+#include "stress/chaos/client_context.h"
+#include "support/periodic_signal.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
 
-constexpr std::chrono::milliseconds connectPatience{100};
-constexpr size_t leakedBytes = 1 << 16;
+constexpr std::chrono::milliseconds kConnectTimeout{100};
+constexpr size_t kLeakedBytes = 1 << 16;
 
 /// The example's client, which never waits for a stopped writer.
 class Follower final : public Quotes::QuotesFollower {
  public:
-  Follower(ChaosStage& stage, Place& place, Flaw flaw)
-      : QuotesFollower(stage.log, stage.root,
+  Follower(ClientContext& context, Place& place, Flaw flaw)
+      : QuotesFollower(context.log, context.root,
                        {0, [this](const std::string& event) { note(event); }}),
         place_(place),
         flaw_(flaw) {}
 
   void begin() {
-    const Watchdog watchdog(connectPatience);
+    const PeriodicSignal signals(kConnectTimeout);
     start();
   }
 
   void timeout() override {
-    if (flaw_ == Flaw::staysAway && place_.departures > 0) return;
-    const Watchdog watchdog(connectPatience);
+    if (flaw_ == Flaw::kStaysAway && place_.departures > 0) return;
+    const PeriodicSignal signals(kConnectTimeout);
     QuotesFollower::timeout();
   }
 
-  bool tellState() {
+  bool updateState() {
     const Quotes::QuotesReader* const mapped = reader();
     if (mapped == nullptr) return false;
     const Quotes::ChangeFollower& followed = mapped->followed();
@@ -47,11 +47,11 @@ class Follower final : public Quotes::QuotesFollower {
 
  private:
   void note(const std::string& event) {
-    if (event == "departed" && flaw_ != Flaw::hearsNothing) ++place_.departures;
+    if (event == "departed" && flaw_ != Flaw::kMissesDepartures) ++place_.departures;
     if (event.rfind("corrupt", 0) == 0) ++place_.corruptions;
     if (event.rfind("mapped", 0) != 0) return;
-    if (flaw_ == Flaw::leaksDescriptors) leakDescriptor();
-    if (flaw_ == Flaw::leaksMemory) leaked_.emplace_back(leakedBytes, 'x');
+    if (flaw_ == Flaw::kLeaksDescriptors) leakDescriptor();
+    if (flaw_ == Flaw::kLeaksMemory) leaked_.emplace_back(kLeakedBytes, 'x');
   }
 
   Place& place_;
@@ -61,11 +61,11 @@ class Follower final : public Quotes::QuotesFollower {
 
 }  // namespace
 
-void playReader(Channel& parent, Place& place, Flaw flaw) {
-  ChaosStage stage(parent, place);
-  Follower follower(stage, place, flaw);
+void runReader(Channel& parent, Place& place, Flaw flaw) {
+  ClientContext context(parent, place);
+  Follower follower(context, place, flaw);
   follower.begin();
-  stage.run([&] { return follower.tellState(); });
+  context.run([&] { return follower.updateState(); });
 }
 
 }  // namespace Zorbe::Test::Chaos

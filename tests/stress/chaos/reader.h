@@ -6,8 +6,8 @@
 
 namespace Zorbe::Test::Chaos {
 
-/// Follows the quotes table as its example does, until SIGTERM, and tells at its place how
-/// far it is.
-void playReader(Channel& parent, Place& place, Flaw flaw);
+/// Follows the quotes table as its example does, until SIGTERM, and publishes its
+/// position at its place.
+void runReader(Channel& parent, Place& place, Flaw flaw);
 
 }  // namespace Zorbe::Test::Chaos

@@ -10,18 +10,18 @@
 #include <sstream>
 #include <system_error>
 
-#include "stress/chaos/stage.h"
-#include "stress/chaos/witness.h"
+#include "stress/chaos/client_context.h"
+#include "stress/chaos/mutual_exclusion_oracle.h"
+#include "support/periodic_signal.h"
 #include "support/table.h"
-#include "support/watchdog.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
 
-constexpr std::chrono::milliseconds connectPatience{100};
-constexpr double retrySeconds = 0.02;
-constexpr Quotes::Shape shape{64, 256};
-constexpr uint64_t symbols = 16;
+constexpr std::chrono::milliseconds kConnectTimeout{100};
+constexpr double kRetrySeconds = 0.02;
+constexpr Quotes::Shape kShape{64, 256};
+constexpr uint64_t kSymbols = 16;
 
 pid_t peerOf(int connection) {
   ucred peer{};
@@ -31,110 +31,111 @@ pid_t peerOf(int connection) {
   return peer.pid;
 }
 
-/// The example's writer, which says what its readers have reported.
+/// The example's writer, which publishes what its readers have reported.
 class Writer final : public Quotes::QuotesWriter {
  public:
-  Writer(ChaosStage& stage, Board& board)
-      : QuotesWriter(stage.log, stage.root, shape), board_(board) {}
+  Writer(ClientContext& context, Board& board)
+      : QuotesWriter(context.log, context.root, kShape), board_(board) {}
 
   void publish(unsigned count) {
     for (; count > 0; --count) {
       const uint64_t next = sequence() + 1;
-      QuotesWriter::publish({"S" + std::to_string(next % symbols), static_cast<int64_t>(next), 1});
+      QuotesWriter::publish({"S" + std::to_string(next % kSymbols), static_cast<int64_t>(next), 1});
     }
   }
 
-  bool tellState(Place& place) {
+  bool updateState(Place& place) {
     bool news = update(place.fenix, fenix());
     news |= update(place.sequence, sequence());
     news |= update(place.connections, static_cast<uint32_t>(readers.size()));
     for (const auto& [fd, client] : readers) {
-      if (client->acknowledged && client->sequence == sequence()) news |= tellHeard(peerOf(fd));
+      if (client->acknowledged && client->sequence == sequence())
+        news |= updateReported(peerOf(fd));
     }
     return news;
   }
 
  private:
-  bool tellHeard(pid_t reader) {
+  bool updateReported(pid_t reader) {
     for (Place& place : board_.places) {
       if (place.pid != reader) continue;
-      const bool news = update(place.heardFenix, fenix());
-      return update(place.heardSequence, sequence()) || news;
+      const bool news = update(place.reportedFenix, fenix());
+      return update(place.reportedSequence, sequence()) || news;
     }
-    return false;  // killed, and its place taken
+    return false;  // killed and replaced
   }
 
   Board& board_;
 };
 
-/// Waits for the lock as long as somebody has it, takes it, and writes.
+/// Waits for the lock as long as another process has it, takes it, and writes.
 class Candidate final : public WriterUnlockSm {
  public:
-  Candidate(ChaosStage& stage, Board& board, Place& place, const std::string& witnessPath,
+  Candidate(ClientContext& context, Board& board, Place& place, const std::string& oraclePath,
             Flaw flaw)
-      : WriterUnlockSm(stage.log, "candidate", stage.root),
+      : WriterUnlockSm(context.log, "candidate", context.root),
         place_(place),
         flaw_(flaw),
-        witness_(witnessPath),
-        makeWriter_([&] { return std::make_unique<Writer>(stage, board); }),
+        oracle_(oraclePath),
+        makeWriter_([&] { return std::make_unique<Writer>(context, board); }),
         retry_([this] { attempt(); }) {}
-  ~Candidate() override { giveWitnessBack(); }
+  ~Candidate() override { endWriting(); }
 
   void attempt() {
     writer_ = makeWriter_();
     try {
       writer_->open();
-      takeWitness();
+      beginWriting();
       writer_->publish(1);
     } catch (const DuplicateWriterException&) {
       writer_.reset();
-      flaw_ == Flaw::ignoresTheLock ? takeWitness() : awaitDeparture();
+      flaw_ == Flaw::kIgnoresTheLock ? beginWriting() : awaitDeparture();
     } catch (const Brask::Exception&) {  // logged; the directory was removed in between
-      giveWitnessBack();
+      endWriting();
       writer_.reset();
-      retry_.start(retrySeconds);
+      retry_.start(kRetrySeconds);
     }
   }
 
-  void obey(const std::string& words) {
+  void handle(const std::string& words) {
     std::istringstream order(words);
     std::string verb;
     unsigned count = 0;
     uint32_t request = 0;
     order >> verb >> count >> request;
-    if (flaw_ == Flaw::writerLeaks) leakDescriptor();
+    if (flaw_ == Flaw::kWriterLeaks) leakDescriptor();
     if (writer_) writer_->publish(count);
     place_.answered = request;
   }
 
-  void writerUnlocked() override { retry_.start(retrySeconds); }
+  void writerUnlocked() override { retry_.start(kRetrySeconds); }
 
-  bool tellState() {
+  bool updateState() {
     const bool news = std::exchange(newlyWriting_, false);
-    return (writer_ && writer_->tellState(place_)) || news;
+    return (writer_ && writer_->updateState(place_)) || news;
   }
 
  private:
-  void takeWitness() {
-    place_.otherWriter = witness_.take();
+  void beginWriting() {
+    place_.otherWriter = oracle_.take();
     place_.writing = true;
     newlyWriting_ = true;
   }
 
-  // Before the lock: the next writer finds it free.
-  void giveWitnessBack() {
-    if (place_.writing.exchange(false)) witness_.giveBack();
+  // Before the release of the lock: the next writer finds it free.
+  void endWriting() {
+    if (place_.writing.exchange(false)) oracle_.release();
   }
 
   void awaitDeparture() {
-    const Watchdog watchdog(connectPatience);
+    const PeriodicSignal signals(kConnectTimeout);
     doConnect();
   }
 
   Place& place_;
   Flaw flaw_;
   bool newlyWriting_ = false;
-  Witness witness_;
+  MutualExclusionOracle oracle_;
   std::function<std::unique_ptr<Writer>()> makeWriter_;
   std::unique_ptr<Writer> writer_;
   Pause retry_;
@@ -142,13 +143,13 @@ class Candidate final : public WriterUnlockSm {
 
 }  // namespace
 
-void playCandidate(Channel& parent, Board& board, Place& place, const std::string& witnessPath,
-                   Flaw flaw) {
-  ChaosStage stage(parent, place);
-  Candidate candidate(stage, board, place, witnessPath, flaw);
-  const Commands commands(parent, [&](const std::string& words) { candidate.obey(words); });
+void runCandidate(Channel& parent, Board& board, Place& place, const std::string& oraclePath,
+                  Flaw flaw) {
+  ClientContext context(parent, place);
+  Candidate candidate(context, board, place, oraclePath, flaw);
+  const Commands commands(parent, [&](const std::string& words) { candidate.handle(words); });
   candidate.attempt();
-  stage.run([&] { return candidate.tellState(); });
+  context.run([&] { return candidate.updateState(); });
 }
 
 }  // namespace Zorbe::Test::Chaos

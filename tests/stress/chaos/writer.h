@@ -8,10 +8,10 @@
 
 namespace Zorbe::Test::Chaos {
 
-/// Becomes the writer of the quotes table as soon as there is none, and tells at its place of
-/// the board what it has published and what it has heard from the readers. Obeys
-/// "publish COUNT REQUEST"; leaves on SIGTERM. `witnessPath` names the witness's file.
-void playCandidate(Channel& parent, Board& board, Place& place, const std::string& witnessPath,
-                   Flaw flaw);
+/// Becomes the writer of the quotes table as soon as there is none, and publishes its own
+/// position and the reports of the readers on the board. Handles "publish COUNT REQUEST"; leaves
+/// on SIGTERM. `oraclePath` is the file of the MutualExclusionOracle.
+void runCandidate(Channel& parent, Board& board, Place& place, const std::string& oraclePath,
+                  Flaw flaw);
 
 }  // namespace Zorbe::Test::Chaos

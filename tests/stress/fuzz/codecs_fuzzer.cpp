@@ -56,7 +56,7 @@ void checkMagic(uint64_t magic) {
   EXPECT_EQ(Util::decodeMagic(again), text);
 }
 
-// Whatever the counters are, the text has its length and its words.
+// For any counters, the text has its length and its words.
 template <class Counters>
 void checkCounters(const std::string& bytes) {
   Counters counters = {};

@@ -19,7 +19,7 @@ class Connection {
  public:
   Connection() {
     using State = Kernel::Socket::State;
-    own_->state = peer_->state = State::connected;
+    own_->state = peer_->state = State::kConnected;
     own_->peer = peer_;
     peer_->peer = own_;
   }
@@ -54,8 +54,9 @@ class Connection {
  private:
   static constexpr size_t kUnlimited = std::numeric_limits<size_t>::max();
 
-  std::shared_ptr<std::set<std::string>> met_ = std::make_shared<std::set<std::string>>();
-  std::shared_ptr<Kernel::Sockets> sockets_ = std::make_shared<Kernel::Sockets>(kUnlimited, *met_);
+  std::shared_ptr<std::set<std::string>> covered_ = std::make_shared<std::set<std::string>>();
+  std::shared_ptr<Kernel::Sockets> sockets_ =
+      std::make_shared<Kernel::Sockets>(kUnlimited, *covered_);
   Kernel::SocketRef own_ = std::make_shared<Kernel::Socket>();
   Kernel::SocketRef peer_ = std::make_shared<Kernel::Socket>();
   unsigned callsToFailure_ = 0;

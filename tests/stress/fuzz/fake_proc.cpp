@@ -99,15 +99,15 @@ ssize_t follow(const char* /*path*/, char* buffer, size_t size) {
 }
 
 int errorOf(Input& input) {
-  constexpr std::array<int, 8> errors = {0, 0, 0, 0, EACCES, ENOENT, EMFILE, EIO};
-  return errors[input.below(errors.size())];
+  constexpr std::array<int, 8> kErrors = {0, 0, 0, 0, EACCES, ENOENT, EMFILE, EIO};
+  return kErrors[input.below(kErrors.size())];
 }
 
 // One of those that matter, or one that begins as they do, or any.
 std::string nameOf(Input& input) {
-  constexpr std::array<const char*, 7> usual = {"self",       "4711", "0", "12x",
-                                                "4294967297", "net",  ""};
-  std::string name = usual[input.below(usual.size())];
+  constexpr std::array<const char*, 7> kUsual = {"self",       "4711", "0", "12x",
+                                                 "4294967297", "net",  ""};
+  std::string name = kUsual[input.below(kUsual.size())];
   if (name.empty() || input.below(4) == 0) name += input.text();
   const auto impossible = [](char c) { return c == '\0' || c == '/'; };
   name.erase(std::remove_if(name.begin(), name.end(), impossible), name.end());
@@ -126,10 +126,10 @@ FakeProc::FakeProc(Input& input) {
 void FakeProc::add(Input& input) {
   FakeProcess process{nameOf(input), errorOf(input), {}};
   for (unsigned count = input.below(4); count > 0; --count) {
-    constexpr std::array<mode_t, 4> modes = {S_IFSOCK, S_IFSOCK | 0777, S_IFREG | 0644, S_IFIFO};
+    constexpr std::array<mode_t, 4> kModes = {S_IFSOCK, S_IFSOCK | 0777, S_IFREG | 0644, S_IFIFO};
     FakeDescriptor descriptor;
     descriptor.error = errorOf(input);
-    descriptor.mode = modes[input.below(modes.size())];
+    descriptor.mode = kModes[input.below(kModes.size())];
     descriptor.inode = input.flag() ? input.number<uint64_t>() : input.below(10);
     process.descriptors.push_back(descriptor);
   }
@@ -139,11 +139,8 @@ void FakeProc::add(Input& input) {
 
 void FakeProc::takePlace() const {
   current = this;
-  Fault::divert("opendir", openDirectory);
-  Fault::divert("readdir", readDirectory);
-  Fault::divert("closedir", closeDirectory);
-  Fault::divert("stat", examine);
-  Fault::divert("readlink", follow);
+  Fault::divert("opendir", openDirectory, "readdir", readDirectory, "closedir", closeDirectory,
+                "stat", examine, "readlink", follow);
 }
 
 }  // namespace Zorbe::Test::Fuzz

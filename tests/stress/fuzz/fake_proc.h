@@ -22,11 +22,11 @@ struct FakeProcess {
   std::vector<FakeDescriptor> descriptors;
 };
 
-/// A /proc with processes that the input tells.
+/// A /proc with processes that the input decides.
 struct FakeProc {
   explicit FakeProc(Input& input);
 
-  /// From now until the input's end, opendir, readdir, closedir, stat and readlink tell of it.
+  /// From now until the input's end, opendir, readdir, closedir, stat and readlink work on it.
   /// It has to live for as long.
   void takePlace() const;
 

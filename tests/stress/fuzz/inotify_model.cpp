@@ -87,13 +87,13 @@ void InotifyModel::take() {
   if (isEnd()) users_.erase(found);
 }
 
-// To what has to be told next; false when that is nothing.
+// Advances to what has to be delivered next; false when there is nothing.
 bool InotifyModel::advance() {
   for (const Kernel::InotifyEvent& event : kernel_.takeRead()) events_.push_back(event);
   const auto isLost = [&](const Control& c) { return lost_.count(c.wd) != 0; };
   for (;;) {
     const auto isVain = [&](const Told& told) { return !concerns(told); };
-    // An overflow is told in any order; the masks that events are filtered by may change.
+    // An overflow is delivered in any order; the masks that events are filtered by may change.
     while (!toTell_.empty() && isVain(toTell_.front())) toTell_.pop_front();
     if (isOverflow()) {
       toTell_.erase(std::remove_if(toTell_.begin(), toTell_.end(), isVain), toTell_.end());

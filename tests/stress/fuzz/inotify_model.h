@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // What the bundled loop promises to those who watch paths of which none lies in another:
-// each is told exactly the events of its own mask, in order.
+// each gets exactly the events of its own mask, in order.
 #pragma once
 
 #include "support/kernel/fake_inotify.h"
@@ -21,7 +21,7 @@ class InotifyModel {
 
   explicit InotifyModel(Kernel::FakeInotify& kernel) : kernel_(kernel) {}
 
-  /// `found` is what the kernel says of the path: the watch that it has now, or an errno as a
+  /// `found` is the result of the kernel for the path: the watch that it has now, or an errno as a
   /// negative number.
   void add(size_t control, const std::string& path, uint32_t mask, int found);
   enum class Keep { watch, nothing };
@@ -34,7 +34,7 @@ class InotifyModel {
   void error(size_t control, const std::string& what);
   void endTurn(bool thrown);
 
-  /// No event is lost by a mask that is too narrow, and no watch is kept for nobody.
+  /// No event is lost by a mask that is too narrow, and no watch is kept without a control.
   void checkKernel() const;
 
  private:
@@ -68,7 +68,7 @@ class InotifyModel {
   uint64_t registrations_ = 0;
   uint64_t turn_ = 1;
 
-  // What was read and has not been told.
+  // What was read and has not been delivered.
   std::deque<Kernel::InotifyEvent> events_;
   Kernel::InotifyEvent event_ = {};
   std::deque<Told> toTell_;

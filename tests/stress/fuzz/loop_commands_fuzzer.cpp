@@ -204,7 +204,7 @@ class LoopCase {
   }
 
   // A descriptor is closed and its number taken by another file, which another control
-  // watches, before the old one is told.
+  // watches, before the old one is called.
   void reuse(int& file) {
     const int old = file;
     size_t former = LoopModel::controls;
@@ -223,7 +223,7 @@ class LoopCase {
     stopped_ = true;
   }
 
-  // The client's: goes on with the input, may throw, may not turn the loop.
+  // The client's callback: continues with the input, may throw, may not turn the loop.
   void callback() {
     for (unsigned count = input_.below(4); count > 0 && !input_.atEnd(); --count) {
       const unsigned what = input_.below(22);
@@ -252,7 +252,4 @@ class LoopCase {
 }  // namespace
 }  // namespace Zorbe::Test::Fuzz
 
-ZORBE_FUZZER(input) {
-  using namespace Zorbe::Test::Fuzz;
-  LoopCase(input).run();
-}
+ZORBE_FUZZER_OF(LoopCase)

@@ -2,7 +2,7 @@
 //
 // Any events in any portions from an inotify descriptor, directories that go, come back and
 // are replaced, queues that overflow, limits, and clients that add and remove watches from
-// inside callbacks: each control is told exactly what a naive model expects.
+// inside callbacks: each control gets exactly what a naive model expects.
 #include "stress/fuzz/fuzzer.h"
 #include "stress/fuzz/inotify_model.h"
 
@@ -58,7 +58,7 @@ class InotifyCase {
       what < 4 ? static_cast<void>(turn()) : act(what);
       model_.checkKernel();
     }
-    // What is on its way arrives, in one more turn behind each that throws.
+    // What is on its way arrives, in one more turn after each that throws.
     while (turn()) {
     }
   }
@@ -105,7 +105,7 @@ class InotifyCase {
     }
   }
 
-  // An event that nobody asked for, of a watch that need not be there.
+  // An event that no mask asks for, of a watch that need not exist.
   void invent(unsigned wd) {
     const uint32_t mask = bits() & IN_ALL_EVENTS;
     kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, name()});
@@ -153,7 +153,7 @@ class InotifyCase {
     probes_[control] = std::make_unique<Probe>(model_, control, [this] { callback(); });
   }
 
-  // The client's: goes on with the input, may throw, may not turn the loop.
+  // The client's callback: continues with the input, may throw, may not turn the loop.
   void callback() {
     for (unsigned count = input_.below(3); count > 0 && !input_.atEnd(); --count) {
       const unsigned what = input_.below(18);
@@ -173,7 +173,4 @@ class InotifyCase {
 }  // namespace
 }  // namespace Zorbe::Test::Fuzz
 
-ZORBE_FUZZER(input) {
-  using namespace Zorbe::Test::Fuzz;
-  InotifyCase(input).run();
-}
+ZORBE_FUZZER_OF(InotifyCase)

@@ -64,7 +64,7 @@ void LoopModel::timeout(size_t timer) {
 
 void LoopModel::endTurn(bool thrown) {
   if (mustRun_) EXPECT_NE(callbacks_, 0u);
-  // A turn behind an exception may bring no more than what the one before has left.
+  // A turn after an exception may deliver only what the one before has left.
   if (!thrown && !interrupted_) {
     for (const Watch& watch : watched_) {
       EXPECT_EQ(allowed_.count(watch.id), 0u) << "descriptor " << watch.fd << " was not told";

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What the bundled loop promises about descriptors and timers, as naively as it can be said:
-// told of everything that is done to the loop, it judges each callback.
+// What the bundled loop promises about descriptors and timers, as a naive model: it
+// follows everything that is done to the loop, and checks each callback.
 #pragma once
 
 #include <array>
@@ -25,7 +25,7 @@ class LoopModel {
   void start(size_t timer, double seconds, int64_t now);
   void cancel(size_t timer) { armed_[timer] = Timer(); }
 
-  /// The descriptor that `FdControl::fd()` has to tell.
+  /// The descriptor that `FdControl::fd()` has to return.
   int watched(size_t control) const { return watched_[control].fd; }
   bool isArmed(size_t timer) const { return armed_[timer].order != 0; }
 

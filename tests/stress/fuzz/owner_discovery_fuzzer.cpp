@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Any text as /proc/net/unix, and any processes with any descriptors: who is told to hold the
-// lock, and what is logged, has to be what a naive reading of both gives. A byte 1 of the text
+// Any text as /proc/net/unix, and any processes with any descriptors: the
+// reported holder of the lock, and the messages, have to be those of a naive reading of both. A byte 1 of the text
 // stands for the name that is looked for.
 #include "sockets/sockaddr.h"
 #include "stress/fuzz/fake_proc.h"
@@ -170,8 +170,7 @@ void check(RecordingHandler& handler, const FakeProc& proc, const std::string& t
 
 ZORBE_FUZZER(input) {
   using namespace Zorbe::Test::Fuzz;
-  Zorbe::Test::RecordingHandler handler;
-  handler.allowFailures();
+  FailureHandler handler;
   const std::string table = input.text().substr(0, 64);
   const FakeProc proc(input);
   const std::string name = Zorbe::TableAddress(handler, table).abstractName();

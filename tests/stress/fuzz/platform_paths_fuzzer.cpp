@@ -33,10 +33,7 @@ class FakeFiles : public Files {
 
   void install() {
     current = this;
-    Fault::divert("stat", callStat);
-    Fault::divert("lstat", callLstat);
-    Fault::divert("mkdir", callMkdir);
-    Fault::divert("chmod", callChmod);
+    Fault::divert("stat", callStat, "lstat", callLstat, "mkdir", callMkdir, "chmod", callChmod);
   }
 
  private:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// A writer that keeps to nothing, and a client that uses every freedom it has: what arrives
-// at the reader, in which pieces, which of its calls fail, what the table code answers. The
-// reader has to do what a model of a few lines does.
+// A hostile writer, and a client that does all that it may: what arrives at the reader, in which
+// pieces, which of its calls fail, and what the table code returns. The reader has to behave as
+// a small model.
 #include "stress/fuzz/connection.h"
 #include "stress/fuzz/fuzzer.h"
 #include "support/reader_fixture.h"
@@ -22,7 +22,7 @@ RawPeer& listening() {
 const bool opened = listening().isOpen();
 
 /// What the table code does when it is asked how far it has read.
-enum class Answer { sequence, corruption, suspend, notDone };
+enum class Answer { kSequence, kCorruption, kSuspend, kNotDone };
 
 struct Model {
   bool connected = false;
@@ -41,7 +41,6 @@ struct Model {
 class ReaderCase {
  public:
   explicit ReaderCase(Input& input) : input_(input) {
-    handler_.allowFailures();
     if (input.flag()) handler_.setMaxLevel(0);
     reader_->onReaderSequence = [this] { answer(); };
   }
@@ -118,11 +117,11 @@ class ReaderCase {
     reader_->consumed = input_.number<uint64_t>();
   }
 
-  // In the middle of a pass: what the model expects of it has been told by then.
+  // Called inside a pass: the model knows by then what it expects of it.
   void answer() {
-    if (answer_ == Answer::corruption) throw CorruptionDetectedException("torn");
-    if (answer_ == Answer::suspend) reader_->notifying(false);
-    if (answer_ == Answer::notDone) reader_->conquerAgain = true;
+    if (answer_ == Answer::kCorruption) throw CorruptionDetectedException("torn");
+    if (answer_ == Answer::kSuspend) reader_->notifying(false);
+    if (answer_ == Answer::kNotDone) reader_->conquerAgain = true;
   }
 
   void arrive() {
@@ -132,10 +131,10 @@ class ReaderCase {
   }
 
   void failWhileArriving() {
-    constexpr std::array<int, 5> errors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
+    constexpr std::array<int, 5> kErrors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
     if (!model_.connected) return;
     const unsigned call = 1 + input_.below(3);
-    const int error = errors[input_.below(errors.size())];
+    const int error = kErrors[input_.below(kErrors.size())];
     model_.connection.failReceive(call, error);
     Fault::arm("recv", call, error);
     arrive();
@@ -165,14 +164,14 @@ class ReaderCase {
   void expectPass() {
     if (!model_.enabled || !model_.acknowledged || model_.suspended) return;
     model_.notes.emplace_back("readerSequence");
-    if (answer_ == Answer::corruption) {
+    if (answer_ == Answer::kCorruption) {
       model_.failures.emplace_back(
           "ReaderKickSm::doConquer exception caught: "
           "Zorbe::CorruptionDetectedException(\"torn\")");
       return;
     }
-    model_.suspended = answer_ == Answer::suspend;
-    model_.again = model_.again || answer_ == Answer::notDone;
+    model_.suspended = answer_ == Answer::kSuspend;
+    model_.again = model_.again || answer_ == Answer::kNotDone;
     if (model_.suspended) model_.timer = false;
     if (model_.suspended || model_.again) {
       model_.timer = true;
@@ -272,14 +271,14 @@ class ReaderCase {
   }
 
   Input& input_;
-  RecordingHandler handler_;
+  FailureHandler handler_;
   FakePlatform platform_;
   RootPath rootPath_{handler_, "t", false};
   Reader::Counters counters_ = {};
   std::unique_ptr<TestReader> reader_ =
       std::make_unique<TestReader>(platform_, handler_, rootPath_, counters_);
   RawPeer writer_;
-  Answer answer_ = Answer::sequence;
+  Answer answer_ = Answer::kSequence;
   bool refused_ = false;
   Model model_;
 };
@@ -287,7 +286,4 @@ class ReaderCase {
 }  // namespace
 }  // namespace Zorbe::Test::Fuzz
 
-ZORBE_FUZZER(input) {
-  using namespace Zorbe::Test::Fuzz;
-  ReaderCase(input).run();
-}
+ZORBE_FUZZER_OF(ReaderCase)

@@ -51,7 +51,7 @@ unsigned naiveId(const std::string& content) {
 
 class Files {
  public:
-  explicit Files(Input& input) : input_(input) { handler_.allowFailures(); }
+  explicit Files(Input& input) : input_(input) {}
 
   void run() {
     switch (input_.below(7)) {
@@ -169,14 +169,11 @@ class Files {
   }
 
   Input& input_;
-  RecordingHandler handler_;
+  FailureHandler handler_;
   FakePlatform platform_;
 };
 
 }  // namespace
 }  // namespace Zorbe::Test::Fuzz
 
-ZORBE_FUZZER(input) {
-  using namespace Zorbe::Test::Fuzz;
-  Files(input).run();
-}
+ZORBE_FUZZER_OF(Files)

@@ -97,8 +97,7 @@ void expectAddress(RecordingHandler& handler, const std::string& path, const std
 
 ZORBE_FUZZER(input) {
   using namespace Zorbe::Test::Fuzz;
-  Zorbe::Test::RecordingHandler handler;
-  handler.allowFailures();
+  FailureHandler handler;
   const std::string path = input.rest();
   const std::string name = naiveName(path);
   EXPECT_EQ(Zorbe::Util::hash(path), naiveHash(path));

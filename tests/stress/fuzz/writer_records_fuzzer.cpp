@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Readers that keep to nothing: what they send, in which pieces, when they hang up, and which
-// of the writer's calls fail. The writer has to treat each as a model of a few lines does.
+// Hostile readers: what they send, in which pieces, when they disconnect, and which of the
+// writer's calls fail. The writer has to behave as a small model.
 #include "stress/fuzz/connection.h"
 #include "stress/fuzz/fuzzer.h"
 #include "support/kick_fixture.h"
@@ -31,7 +31,6 @@ struct Peer {
 class WriterCase {
  public:
   explicit WriterCase(Input& input) : input_(input) {
-    handler_.allowFailures();
     if (input.flag()) handler_.setMaxLevel(0);
     writer_->writerSequence = input.flag() ? input.number<uint64_t>() : input.byte();
     listen();
@@ -113,9 +112,9 @@ class WriterCase {
   }
 
   void failWhileArriving(Peer& peer) {
-    constexpr std::array<int, 5> errors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
+    constexpr std::array<int, 5> kErrors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
     const unsigned call = 1 + input_.below(3);
-    const int error = errors[input_.below(errors.size())];
+    const int error = kErrors[input_.below(kErrors.size())];
     peer.model.failReceive(call, error);
     if (peer.fd >= 0) Fault::arm("recv", call, error);
     arrive(peer);
@@ -128,7 +127,7 @@ class WriterCase {
     FakeFdControl& control = platform_.fd(peer.control);
     expect(peer);
     control.fire();
-    EXPECT_EQ(control.gone(), peer.fd < 0);
+    EXPECT_EQ(control.isDeleted(), peer.fd < 0);
     if (peer.fd < 0 && peer.socket.isOpen()) EXPECT_TRUE(peer.socket.isPeerClosed());
   }
 
@@ -235,7 +234,7 @@ class WriterCase {
   void expectFailure(const std::string& text) { failures_.push_back(text); }
 
   Input& input_;
-  RecordingHandler handler_;
+  FailureHandler handler_;
   FakePlatform platform_;
   RootPath rootPath_{handler_, "t", false};
   std::unique_ptr<TestWriter> writer_ = makeWriter();
@@ -255,7 +254,4 @@ class WriterCase {
 }  // namespace
 }  // namespace Zorbe::Test::Fuzz
 
-ZORBE_FUZZER(input) {
-  using namespace Zorbe::Test::Fuzz;
-  WriterCase(input).run();
-}
+ZORBE_FUZZER_OF(WriterCase)

@@ -7,10 +7,10 @@
 
 namespace Zorbe::Test::Simulation {
 
-/// Callbacks come in the process that the object belongs to, and to no object whose process
-/// has ended. (What a dead process still runs is its own memory's clean-up.)
+/// Callbacks run in the process that the object belongs to, and reach no object whose process
+/// has ended. (A dead process only frees its memory.)
 inline void expectOwnCallback(const Process& process, const std::string& callback) {
-  if (Process::running() != &process || process.state() != Process::State::running)
+  if (Process::running() != &process || process.state() != Process::State::kRunning)
     Process::running()->world().fail(callback + " reaches an object of " + process.name());
 }
 

@@ -24,8 +24,8 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-constexpr std::size_t stackSize = 512 * 1024;
-constexpr std::size_t guardSize = 64 * 1024;  // a multiple of every page size
+constexpr std::size_t kStackSize = 512 * 1024;
+constexpr std::size_t kGuardSize = 64 * 1024;  // a multiple of every page size
 
 Fiber* starting = nullptr;
 
@@ -55,10 +55,10 @@ void* takeStack() {
     spareStacks().pop_back();
     return stack;
   }
-  void* const memory = mmap(nullptr, guardSize + stackSize, PROT_READ | PROT_WRITE,
+  void* const memory = mmap(nullptr, kGuardSize + kStackSize, PROT_READ | PROT_WRITE,
                             MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED || mprotect(memory, guardSize, PROT_NONE) != 0) throw std::bad_alloc();
-  return static_cast<char*>(memory) + guardSize;
+  if (memory == MAP_FAILED || mprotect(memory, kGuardSize, PROT_NONE) != 0) throw std::bad_alloc();
+  return static_cast<char*>(memory) + kGuardSize;
 }
 
 }  // namespace
@@ -66,9 +66,9 @@ void* takeStack() {
 Fiber::Fiber(std::function<void()> body) : body_(std::move(body)), stack_(takeStack()) {
   getcontext(&inside_);
   inside_.uc_stack.ss_sp = stack_;
-  inside_.uc_stack.ss_size = stackSize;
+  inside_.uc_stack.ss_size = kStackSize;
   inside_.uc_link = nullptr;
-  insideSide_ = {stack_, stackSize, nullptr};
+  insideSide_ = {stack_, kStackSize, nullptr};
   makecontext(&inside_, enter, 0);
 }
 

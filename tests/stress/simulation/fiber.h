@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// A stack of its own for code that has to stop in the middle of a call, and go on later.
+// A stack for code that stops inside a call, and continues later.
 #pragma once
+
+#include "support/noncopyable.h"
 
 #include <ucontext.h>
 
@@ -11,23 +13,21 @@
 namespace Zorbe::Test::Simulation {
 
 /// Exceptions may be thrown and caught on either side, but not across. One thread.
-class Fiber {
+class Fiber : private NonCopyable {
  public:
   explicit Fiber(std::function<void()> body);
   ~Fiber();
-  Fiber(const Fiber&) = delete;
-  Fiber& operator=(const Fiber&) = delete;
 
   /// From outside: runs the body until it suspends or ends. Keeps errno.
   void resume();
 
-  /// From inside: goes back to where `resume` was called.
+  /// From inside: returns to the caller of `resume`.
   void suspend();
 
   bool finished() const { return finished_; }
 
  private:
-  // What the C++ run time knows about exceptions that are under way belongs to a stack.
+  // The C++ run time's state of exceptions that are being handled belongs to a stack.
   struct Exceptions {
     void* caught = nullptr;
     unsigned uncaught = 0;

@@ -11,7 +11,7 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-TEST(FiberTest, GoesOnWhereItSuspended) {
+TEST(FiberTest, ContinuesWhereItSuspended) {
   std::string order;
   Fiber* self = nullptr;
   Fiber fiber([&] {
@@ -45,7 +45,7 @@ TEST(FiberTest, KeepsErrnoOnBothSides) {
   EXPECT_EQ(inside, EXDEV);
 }
 
-// Suspends while an exception is under way, as a descriptor's owner does that closes it then.
+// Suspends while an exception unwinds the stack, as the destructor of a descriptor may.
 TEST(FiberTest, KeepsExceptionsOfEachSideApart) {
   struct Suspender {
     Fiber*& fiber;

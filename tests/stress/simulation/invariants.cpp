@@ -10,7 +10,7 @@ std::string number(uint64_t value) {
   return std::to_string(value);
 }
 
-// Whoever has the lock, or goes on without it.
+// The writers: the one that has the lock, and those that write without it.
 void checkOneWriter(World& world) {
   const Process* other = nullptr;
   for (const auto& process : world.processes()) {
@@ -32,7 +32,7 @@ void checkSleepers(World& world, const TableWriter& writer) {
   }
 }
 
-// Whether this end of the writer's belongs to the reader.
+// Whether this end of a connection, the writer's, belongs to the reader.
 bool belongsTo(const TableWriter& writer, int fd, const Process& process, int readersFd) {
   const Kernel::SocketRef end = writer.process().socket(fd);
   return end && end->peer.lock() == process.socket(readersFd) && !end->peer.expired();
@@ -94,14 +94,15 @@ void checkAlways(World& world) {
   const TableWriter* writer = lockHolder(world);
   if (writer == nullptr || !writer->table()) return;
   checkSleepers(world, *writer);
-  if (writer->process().isWaiting() && writer->connectionsTold() != writer->connections().size())
+  if (writer->process().isWaiting() &&
+      writer->reportedConnections() != writer->connections().size())
     world.fail("the set of readers has changed, and readersChanged was not called");
   forEachReader(world, [&](const Process& process, ReaderProgram& program) {
     if (program.reader() != nullptr) checkReader(world, *writer, process, *program.reader());
   });
 }
 
-void checkAtRest(World& world) {
+void checkIdle(World& world) {
   const TableWriter* writer = lockHolder(world);
   if (writer == nullptr) return world.fail("at rest without a writer");
   std::size_t connections = 0;
@@ -117,7 +118,7 @@ void checkAtRest(World& world) {
                number(connections) + " are open");
 }
 
-void checkDepartureTold(World& world) {
+void checkDepartureReported(World& world) {
   forEachReader(world, [&](const Process& process, ReaderProgram& program) {
     const Departure* departure = program.departure();
     if ((program.reader() != nullptr && program.reader()->isConnected()) ||
@@ -126,9 +127,9 @@ void checkDepartureTold(World& world) {
   });
 }
 
-void checkNewsTold(World& world, const std::string& file) {
+void checkChangeReported(World& world, const std::string& file) {
   const auto check = [&](const Process& process, auto* program) {
-    if (program != nullptr && program->watchesDirectory() && program->takeNews(file) == 0)
+    if (program != nullptr && program->watchesDirectory() && program->takeChange(file) == 0)
       world.fail(process.name() + " has lost sight of the directory");
   };
   for (const auto& process : world.processes()) {

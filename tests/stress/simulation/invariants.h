@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What has to be true of a world. A violation goes to World::fail.
+// The invariants of a world. A violation is passed to World::fail.
 #pragma once
 
 #include "stress/simulation/table_reader.h"
@@ -12,7 +12,8 @@ namespace Zorbe::Test::Simulation {
 /// The program of a process that runs one of this kind, else null.
 template <class P>
 P* programOf(const Process& process) {
-  return process.state() == Process::State::running ? dynamic_cast<P*>(process.program()) : nullptr;
+  return process.state() == Process::State::kRunning ? dynamic_cast<P*>(process.program())
+                                                     : nullptr;
 }
 
 /// The writer that holds the lock, or null.
@@ -21,14 +22,15 @@ TableWriter* lockHolder(const World& world);
 /// After every step.
 void checkAlways(World& world);
 
-/// When nothing moves any more and there is a writer: every reader has read everything, and
-/// the writer knows of no connection that has ended.
-void checkAtRest(World& world);
+/// When all processes are idle and there is a writer: every reader has read everything, and
+/// the writer has no connection that has ended.
+void checkIdle(World& world);
 
-/// When the writer has been gone for a while: every reader has been told.
-void checkDepartureTold(World& world);
+/// Some time after the end of the writer: every reader has been notified.
+void checkDepartureReported(World& world);
 
-/// When a file of this name was written at rest: every watcher of the directory was told.
-void checkNewsTold(World& world, const std::string& file);
+/// After a file of this name was written while all were idle: every watcher of the directory
+/// has been notified.
+void checkChangeReported(World& world, const std::string& file);
 
 }  // namespace Zorbe::Test::Simulation

@@ -3,7 +3,7 @@
 // simulation_tests --seed N       one seed, with the trace of every step
 // simulation_tests --seeds COUNT  that many seeds; --first N begins at another than 1
 //
-// In the environment, ZORBE_SIMULATION_SEEDS and ZORBE_SIMULATION_FIRST ask for the same.
+// In the environment, ZORBE_SIMULATION_SEEDS and ZORBE_SIMULATION_FIRST have the same meaning.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ namespace {
 using namespace Zorbe::Test::Simulation;
 
 int runOne(uint64_t seed) {
-  const Outcome outcome = simulate(seed, lawfulRoles(), true);
+  const Outcome outcome = simulate(seed, correctRoles(), true);
   for (const std::string& line : outcome.trace) std::printf("%s\n", line.c_str());
   std::printf("seed %llu: %llu steps, %s\n", static_cast<unsigned long long>(seed),
               static_cast<unsigned long long>(outcome.steps),
@@ -28,13 +28,13 @@ int runOne(uint64_t seed) {
   return outcome.failure.empty() ? 0 : 1;
 }
 
-/// What is wrong with the arguments.
+/// An error in the arguments.
 class Misuse : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// One seed that was asked for, or nothing when it is several, which the tests are told of.
+/// The seed of --seed, or nothing. The tests read the other options from the environment.
 std::optional<uint64_t> readArguments(int argc, char** argv) {
   std::optional<uint64_t> one;
   for (int i = 1; i < argc; i += 2) {
@@ -42,8 +42,8 @@ std::optional<uint64_t> readArguments(int argc, char** argv) {
     if (name != "--seed" && name != "--seeds" && name != "--first")
       throw Misuse("no such option: " + name);
     const char* const value = argv[i + 1];  // argv ends with a null
-    const auto number = value ? Zorbe::Test::readNumber(value, seeds) : std::nullopt;
-    if (!number) throw Misuse(name + " needs " + Zorbe::Test::describe(seeds));
+    const auto number = value ? Zorbe::Test::readNumber(value, kSeeds) : std::nullopt;
+    if (!number) throw Misuse(name + " needs " + Zorbe::Test::describe(kSeeds));
     if (name == "--seed") one = number;
     if (name == "--seeds") setenv("ZORBE_SIMULATION_SEEDS", value, 1);
     if (name == "--first") setenv("ZORBE_SIMULATION_FIRST", value, 1);
@@ -51,15 +51,14 @@ std::optional<uint64_t> readArguments(int argc, char** argv) {
   return one;
 }
 
-/// Keeps the seed that failed a test, to be printed below everything else: there whoever looks at
-/// the end of a log finds it.
+/// Keeps the seed that failed a test, to be printed after everything else, at the end of the log.
 class FailingSeed final : public testing::EmptyTestEventListener {
  public:
   void OnTestEnd(const testing::TestInfo& test) override {
     const testing::TestResult& result = *test.result();
     for (int i = 0; i < result.test_property_count(); ++i) {
       const testing::TestProperty& property = result.GetTestProperty(i);
-      if (property.key() == std::string(failingSeed)) seed_ = property.value();
+      if (property.key() == std::string(kFailingSeed)) seed_ = property.value();
     }
   }
 

@@ -22,7 +22,7 @@ class ForgetsAcknowledgement : public TableWriter {
   }
 };
 
-/// Those that were kicked count as asleep still.
+/// Readers that were kicked still count as asleep.
 class KeepsSleepers : public TableWriter {
  public:
   using TableWriter::TableWriter;
@@ -33,7 +33,7 @@ class KeepsSleepers : public TableWriter {
   }
 };
 
-/// Those that have caught up are forgotten instead of kicked.
+/// Drops the readers that have caught up, instead of kicking them.
 class ForgetsSleepers : public TableWriter {
  public:
   using TableWriter::TableWriter;
@@ -43,7 +43,7 @@ class ForgetsSleepers : public TableWriter {
   }
 };
 
-/// Was told that there is a writer, and writes.
+/// Writes although it was refused.
 class WritesWithoutTheLock : public TableWriter {
  public:
   using TableWriter::TableWriter;
@@ -56,7 +56,7 @@ class WritesWithoutTheLock : public TableWriter {
   }
 };
 
-/// Tells readers to leave the old table before there is another one.
+/// Marks the old table as replaced before the new one is in place.
 class ReplacesTooEarly : public TableWriter {
  public:
   using TableWriter::TableWriter;
@@ -80,7 +80,7 @@ class ReportsBeforeReading : public TableReader {
   }
 };
 
-/// Trusts that a kick follows for whatever it has not read.
+/// Expects a kick for everything that it has not read.
 class RunsNoPassWhenAcknowledged : public TableReader {
  public:
   using TableReader::TableReader;
@@ -89,7 +89,7 @@ class RunsNoPassWhenAcknowledged : public TableReader {
   void writerAcknowledged() override {}
 };
 
-/// Believes in a connection whose end it was told.
+/// Keeps a connection whose end was reported to it.
 class IgnoresDeparture : public TableReader {
  public:
   using TableReader::TableReader;
@@ -101,7 +101,7 @@ class IgnoresDeparture : public TableReader {
   }
 };
 
-/// Trusts its watch though it was told that events were lost.
+/// Keeps its watch although an overflow was reported.
 class NeverWatchesAgain : public ReaderProgram {
  public:
   using ReaderProgram::ReaderProgram;
@@ -112,7 +112,7 @@ class NeverWatchesAgain : public ReaderProgram {
 
 template <class W>
 Roles withWriter() {
-  Roles roles = lawfulRoles();
+  Roles roles = correctRoles();
   roles.writer = [](Process& process, const RootPath& root) {
     return std::make_unique<W>(process, root);
   };
@@ -121,7 +121,7 @@ Roles withWriter() {
 
 template <class R>
 Roles withReader() {
-  Roles roles = lawfulRoles();
+  Roles roles = correctRoles();
   roles.reader = [](ReaderProgram& program, const RootPath& root, TableRef table,
                     Reader::Counters& counters) {
     return std::make_unique<R>(program, root, std::move(table), counters);
@@ -131,7 +131,7 @@ Roles withReader() {
 
 template <class P>
 Roles withReaderProgram() {
-  Roles roles = lawfulRoles();
+  Roles roles = correctRoles();
   roles.readerProgram = [](Process& process, const ReaderProgram::Maker& make) {
     return std::make_unique<P>(process, make);
   };

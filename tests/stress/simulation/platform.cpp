@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The platform that the library is linked with here: controls that wait for the scheduler,
-// and directories and namespaces that are none of this machine's.
+// The platform that the library is linked with here: controls that the scheduler fires, and
+// directories and namespaces of the simulated world.
 #include <brask/platform.h>
 #include <mem/mkpath.h>
 #include <nsutil/nsutil.h>
@@ -11,18 +11,17 @@
 #include <utility>
 
 #include "stress/simulation/world.h"
+#include "support/noncopyable.h"
 
 const char* DEFAULT_NS = "default";
 
 namespace Zorbe::Test::Simulation {
 namespace {
 
-class Source : public EventSource {
+class Source : public EventSource, private NonCopyable {
  public:
   Source() : process_(*Process::running()) { process_.add(this); }
   ~Source() override { process_.remove(this); }
-  Source(const Source&) = delete;
-  Source& operator=(const Source&) = delete;
 
  protected:
   World& world() const { return process_.world(); }
@@ -46,14 +45,14 @@ class SimulatedFdControl final : public Brask::Platform::FdControl, private Sour
   int fd() override { return fd_; }
 
  private:
-  // Keyed by what was open, not by its number, which may be another's by now.
+  // Bound to the socket, not to its number, which may belong to another one by now.
   bool isReady(const World& w) const override {
     const Kernel::SocketRef socket = watched_.lock();
     return socket && w.sockets.readable(*socket);
   }
   void fire() override { handler_->fdEvent(fd_); }
   std::string describe() const override {
-    return "descriptor " + std::to_string(fd_ - Process::firstDescriptor);
+    return "descriptor " + std::to_string(fd_ - Process::kFirstDescriptor);
   }
 
   Brask::Platform::FdEventHandler* handler_;

@@ -48,23 +48,23 @@ void Process::loop() {
     if (EventSource* const source = std::exchange(next_, nullptr)) {
       source->fire();
     } else {
-      const auto wish = std::move(wishes_.front());
-      wishes_.pop_front();
-      wish();
+      const auto request = std::move(requests_.front());
+      requests_.pop_front();
+      request();
     }
   }
 }
 
-// Null stands for going on in the middle of something, for what was asked for, or for exiting.
+// Null stands for continuing an interrupted call, for a request, or for exiting.
 std::vector<EventSource*> Process::choices() const {
-  if (stopped_ || state_ == State::gone) return {};
-  if (state_ == State::exiting) return {nullptr};
+  if (stopped_ || state_ == State::kExited) return {};
+  if (state_ == State::kExiting) return {nullptr};
   if (!idle_) {
     if (condition_ && !condition_()) return {};
     return {nullptr};
   }
   std::vector<EventSource*> ready;
-  if (!wishes_.empty()) ready.push_back(nullptr);
+  if (!requests_.empty()) ready.push_back(nullptr);
   for (EventSource* source : sources_) {
     if (source->isReady(world_)) ready.push_back(source);
   }
@@ -72,9 +72,9 @@ std::vector<EventSource*> Process::choices() const {
 }
 
 void Process::run(EventSource* choice) {
-  if (state_ == State::exiting) {
+  if (state_ == State::kExiting) {
     if (descriptors_.empty()) {
-      state_ = State::gone;
+      state_ = State::kExited;
     } else {
       closeDescriptor(descriptors_.begin()->first);
     }
@@ -92,17 +92,17 @@ void Process::resume() {
 }
 
 void Process::finish() {
-  state_ = State::exiting;
+  state_ = State::kExiting;
   if (!sources_.empty()) world_.fail(name_ + " has left controls behind");
   if (!dead_ && !descriptors_.empty()) world_.fail(name_ + " has left descriptors open");
 }
 
-// Nothing of the program has any effect from here on. It runs to its end only to give its
-// memory back. The kernel closes the descriptors one by one.
+// From here on the program has no effect. It runs to its end only to free its memory. The
+// kernel closes the descriptors one by one.
 void Process::kill() {
   dead_ = true;
   stopped_ = false;
-  if (state_ != State::running) return;
+  if (state_ != State::kRunning) return;
   while (!fiber_.finished()) resume();
   finish();
 }
@@ -120,7 +120,7 @@ void Process::waitUntil(std::function<bool()> condition) {
 }
 
 int Process::open(Kernel::SocketRef socket) {
-  int fd = firstDescriptor;
+  int fd = kFirstDescriptor;
   while (owns(fd)) ++fd;
   if (socket) socket->owner = pid_;
   descriptors_[fd] = std::move(socket);

@@ -40,13 +40,13 @@ class EventSource {
 
 class Process final : public Brask::Platform::DebugHandler {
  public:
-  enum class State { running, exiting, gone };
+  enum class State { kRunning, kExiting, kExited };
   using Loader = std::function<std::unique_ptr<Program>(Process&)>;
 
   Process(World& world, int pid, std::string name, Loader loader);
   ~Process() override;
 
-  /// The one that runs right now; null between the steps.
+  /// The running process; null between the steps.
   static Process* running() { return running_; }
 
   World& world() { return world_; }
@@ -57,9 +57,9 @@ class Process final : public Brask::Platform::DebugHandler {
   // Scheduling, from outside.
   bool isStopped() const { return stopped_; }
   void stop(bool stopped) { stopped_ = stopped; }
-  bool isWaiting() const { return idle_; }  ///< in its loop, not in the middle of something
-  void ask(std::function<void()> wish) { wishes_.push_back(std::move(wish)); }
-  std::vector<EventSource*> choices() const;  ///< what it may do next; null stands for the rest
+  bool isWaiting() const { return idle_; }  ///< in its loop, not in an interrupted call
+  void request(std::function<void()> request) { requests_.push_back(std::move(request)); }
+  std::vector<EventSource*> choices() const;  ///< what it may do next; null: see the definition
   void run(EventSource* choice);
   void kill();
 
@@ -70,15 +70,15 @@ class Process final : public Brask::Platform::DebugHandler {
   void pause();  ///< others may run now
   void waitUntil(std::function<bool()> condition);
 
-  // Descriptors: the lowest free number, as everywhere. A null socket is one of something else.
-  static constexpr int firstDescriptor = 1 << 20;
+  // Descriptors: the lowest free number. One without a socket is a file.
+  static constexpr int kFirstDescriptor = 1 << 20;
   int open(Kernel::SocketRef socket);
   bool owns(int fd) const { return descriptors_.count(fd) != 0; }
   Kernel::SocketRef socket(int fd) const;
   void closeDescriptor(int fd);
   std::size_t openDescriptors() const { return descriptors_.size(); }
 
-  // What controls there are.
+  // Controls.
   void add(EventSource* source) { sources_.push_back(source); }
   void remove(EventSource* source);
   const std::vector<EventSource*>& sources() const { return sources_; }
@@ -99,7 +99,7 @@ class Process final : public Brask::Platform::DebugHandler {
   World& world_;
   int pid_;
   std::string name_;
-  State state_ = State::running;
+  State state_ = State::kRunning;
   bool stopped_ = false;
   bool dead_ = false;
   bool leaving_ = false;
@@ -107,7 +107,7 @@ class Process final : public Brask::Platform::DebugHandler {
   bool cleaning_ = false;
   EventSource* next_ = nullptr;
   std::function<bool()> condition_;
-  std::deque<std::function<void()>> wishes_;
+  std::deque<std::function<void()>> requests_;
   std::map<int, Kernel::SocketRef> descriptors_;
   std::vector<EventSource*> sources_;
   std::unique_ptr<Program> program_;

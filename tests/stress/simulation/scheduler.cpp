@@ -9,11 +9,11 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-constexpr unsigned rounds = 3;
-constexpr unsigned troubleSteps = 150;
-constexpr unsigned settleLimit = 20000;
-constexpr int64_t ever = std::numeric_limits<int64_t>::max();
-constexpr int64_t absence = 2 * Kernel::Clock::kSecond;  // without a writer
+constexpr unsigned kRounds = 3;
+constexpr unsigned kDisturbedSteps = 150;
+constexpr unsigned kIdleLimit = 20000;
+constexpr int64_t kForever = std::numeric_limits<int64_t>::max();
+constexpr int64_t kAbsence = 2 * Kernel::Clock::kSecond;  // without a writer
 
 }  // namespace
 
@@ -23,10 +23,10 @@ Scheduler::Scheduler(World& world, const Roles& roles)
 void Scheduler::run() {
   startWriter();
   for (unsigned i = 0; i < readers_; ++i) startReader();
-  for (unsigned round = 0; round < rounds && !failed(); ++round) {
-    trouble(troubleSteps);
-    if (world_.random.percent(40)) restWithoutWriter();
-    restWithWriter();
+  for (unsigned round = 0; round < kRounds && !failed(); ++round) {
+    runWithDisturbances(kDisturbedSteps);
+    if (world_.random.percent(40)) checkWithoutWriter();
+    checkWithWriter();
   }
   leaveAll();
 }
@@ -41,14 +41,15 @@ std::vector<Scheduler::Move> Scheduler::moves() const {
   return all;
 }
 
-// A process first, then what it does: one with many descriptors gets no more turns.
+// Picks a process first, then what it does: one with many descriptors gets no more turns.
 bool Scheduler::step() {
   const std::vector<Move> all = moves();
   if (all.empty()) return false;
   const Move& move = all[world_.random.below(all.size())];
   if (world_.isTracing()) {
-    world_.note(move.process->name() + " " +
-                (move.choice != nullptr ? "is told of " + move.choice->describe() : "goes on"));
+    world_.note(
+        move.process->name() + " " +
+        (move.choice != nullptr ? "gets an event of " + move.choice->describe() : "continues"));
   }
   move.process->run(move.choice);
   ++steps_;
@@ -57,14 +58,14 @@ bool Scheduler::step() {
 }
 
 void Scheduler::check() {
-  world_.bury();
+  world_.reap();
   checkAlways(world_);
 }
 
-// ---- Trouble
+// ---- Disturbances
 
-void Scheduler::trouble(unsigned steps) {
-  world_.note("trouble begins");
+void Scheduler::runWithDisturbances(unsigned steps) {
+  world_.note("disturbances begin");
   for (unsigned i = 0; i < steps && !failed(); ++i) {
     if (world_.random.percent(20)) disturb();
     if (!step() || world_.random.percent(3)) world_.advanceClock();
@@ -79,7 +80,7 @@ void Scheduler::disturb() {
   if (kind < 92) return startReader();
   if (kind < 97) return startWriter();
   world_.note("the directory is removed");
-  world_.met.insert("directory removed");
+  world_.covered.insert("directory removed");
   world_.files.removeTree("/shmem/table");
 }
 
@@ -87,15 +88,15 @@ void Scheduler::publish() {
   TableWriter* const writer = lockHolder(world_);
   if (writer == nullptr) return;
   const unsigned changes = 1 + world_.random.below(5);
-  writer->process().ask([writer, changes] { writer->publish(changes); });
+  writer->process().request([writer, changes] { writer->publish(changes); });
 }
 
-// A reader that wants to be left alone for a while.
+// A reader suspends its notifications for a while.
 void Scheduler::disturbReader() {
   Process* const process = anyProcess();
   auto* const program = process == nullptr ? nullptr : programOf<ReaderProgram>(*process);
   if (program == nullptr) return;
-  process->ask([program, on = world_.random.percent(50)] {
+  process->request([program, on = world_.random.percent(50)] {
     if (program->reader() != nullptr) program->reader()->notifying(on);
   });
 }
@@ -106,15 +107,15 @@ void Scheduler::disturbProcess() {
   const unsigned kind = world_.random.below(100);
   if (kind < 65) {
     world_.note(process->name() + (process->isStopped() ? " is continued" : " is stopped"));
-    world_.met.insert(process->isWaiting() ? "stopped" : "stopped in the middle of something");
+    world_.covered.insert(process->isWaiting() ? "stopped" : "stopped in the middle of something");
     process->stop(!process->isStopped());
   } else if (kind < 85) {
     world_.note(process->name() + " is killed");
-    world_.met.insert(process->isWaiting() ? "killed" : "killed in the middle of something");
+    world_.covered.insert(process->isWaiting() ? "killed" : "killed in the middle of something");
     process->kill();
   } else {
     world_.note(process->name() + " is asked to leave");
-    process->ask([process] { process->leave(); });
+    process->request([process] { process->leave(); });
   }
 }
 
@@ -122,7 +123,7 @@ Process* Scheduler::anyProcess() {
   const auto& all = world_.processes();
   if (all.empty()) return nullptr;
   Process* const process = all[world_.random.below(all.size())].get();
-  return process->state() == Process::State::running ? process : nullptr;
+  return process->state() == Process::State::kRunning ? process : nullptr;
 }
 
 void Scheduler::startWriter() {
@@ -140,63 +141,64 @@ void Scheduler::startReader() {
                [this](Process& process) { return roles_.readerProgram(process, roles_.reader); });
 }
 
-// ---- Rest
+// ---- Checks when idle
 
-// Nobody is stopped, and nobody wants to be left alone.
-void Scheduler::calm() {
+// Continues stopped processes and resumes the notifications of readers.
+void Scheduler::resumeAll() {
   for (const auto& process : world_.processes()) {
     process->stop(false);
-    if (process->state() != Process::State::running) continue;
-    process->ask([p = process.get()] {
+    if (process->state() != Process::State::kRunning) continue;
+    process->request([p = process.get()] {
       auto* const reader = dynamic_cast<ReaderProgram*>(p->program());
       if (reader != nullptr && reader->reader() != nullptr) reader->reader()->notifying(true);
     });
   }
 }
 
-// Runs until nothing moves any more, or the time has come.
-bool Scheduler::settle(int64_t until) {
-  for (unsigned i = 0; i < settleLimit && !failed(); ++i) {
+// Runs until no process has anything to do, or until that time.
+bool Scheduler::runUntilIdle(int64_t until) {
+  for (unsigned i = 0; i < kIdleLimit && !failed(); ++i) {
     if (step()) continue;
     if (world_.clock.now() >= until || !world_.advanceClock()) return true;
   }
-  if (!failed()) world_.fail("does not come to rest");
+  if (!failed()) world_.fail("does not become idle");
   return false;
 }
 
-void Scheduler::restWithoutWriter() {
-  world_.note("rest without a writer");
-  calm();
+void Scheduler::checkWithoutWriter() {
+  world_.note("idle without a writer");
+  resumeAll();
   for (const auto& process : world_.processes()) {
     if (process->name()[0] == 'w') process->kill();
   }
-  if (settle(world_.clock.now() + absence)) checkDepartureTold(world_);
+  if (runUntilIdle(world_.clock.now() + kAbsence)) checkDepartureReported(world_);
 }
 
-void Scheduler::restWithWriter() {
-  world_.note("rest");
-  calm();
-  if (!settle(world_.clock.now())) return;
+void Scheduler::checkWithWriter() {
+  world_.note("idle");
+  resumeAll();
+  if (!runUntilIdle(world_.clock.now())) return;
   if (lockHolder(world_) == nullptr) startWriter();
   startReader();
-  if (!settle(ever)) return;
-  checkAtRest(world_);
+  if (!runUntilIdle(kForever)) return;
+  checkIdle(world_);
   writeFile();
 }
 
 void Scheduler::writeFile() {
   const std::string path = "/shmem/table/news";
-  if (failed() || !settle(ever)) return;
-  if (world_.files.create(path) != 0) return world_.fail("at rest without a directory");
+  if (failed() || !runUntilIdle(kForever)) return;
+  if (world_.files.create(path) != 0) return world_.fail("idle without a directory");
   world_.files.close(path, world_.files.inode(path), "");
-  if (settle(ever)) checkNewsTold(world_, "news");
+  if (runUntilIdle(kForever)) checkChangeReported(world_, "news");
 }
 
 void Scheduler::leaveAll() {
   if (failed()) return;
-  world_.note("everybody leaves");
-  for (const auto& process : world_.processes()) process->ask([p = process.get()] { p->leave(); });
-  if (settle(ever) && !world_.processes().empty()) world_.fail("a process has not left");
+  world_.note("all processes leave");
+  for (const auto& process : world_.processes())
+    process->request([p = process.get()] { p->leave(); });
+  if (runUntilIdle(kForever) && !world_.processes().empty()) world_.fail("a process has not left");
 }
 
 }  // namespace Zorbe::Test::Simulation

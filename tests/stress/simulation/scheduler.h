@@ -8,8 +8,8 @@
 
 namespace Zorbe::Test::Simulation {
 
-/// Picks every next step of a world. Alternates between times of trouble and of rest, where
-/// more is required to be true.
+/// Picks every next step of a world. Alternates between disturbances and idle times, when more
+/// has to be true.
 class Scheduler {
  public:
   Scheduler(World& world, const Roles& roles);
@@ -30,8 +30,8 @@ class Scheduler {
   std::vector<Move> moves() const;
   void check();
 
-  // Trouble.
-  void trouble(unsigned steps);
+  // Disturbances.
+  void runWithDisturbances(unsigned steps);
   void disturb();
   void publish();
   void disturbReader();
@@ -40,11 +40,11 @@ class Scheduler {
   void startReader();
   Process* anyProcess();
 
-  // Rest.
-  void calm();
-  void restWithoutWriter();
-  void restWithWriter();
-  bool settle(int64_t until);
+  // Checks when idle.
+  void resumeAll();
+  void checkWithoutWriter();
+  void checkWithWriter();
+  bool runUntilIdle(int64_t until);
   void writeFile();
   void leaveAll();
 

@@ -11,11 +11,11 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-constexpr std::size_t shownSteps = 250;
+constexpr std::size_t kShownSteps = 250;
 
 }  // namespace
 
-Roles lawfulRoles() {
+Roles correctRoles() {
   return {
       [](Process& process, const RootPath& root) {
         return std::make_unique<TableWriter>(process, root);
@@ -35,7 +35,7 @@ Outcome simulate(uint64_t seed, const Roles& roles, bool tracing) {
   World world(seed, tracing);
   Scheduler scheduler(world, roles);
   scheduler.run();
-  return {scheduler.steps(), world.met, world.failure(), world.trace()};
+  return {scheduler.steps(), world.covered, world.failure(), world.trace()};
 }
 
 std::optional<Finding> search(uint64_t first, uint64_t count, const Roles& roles, uint64_t* steps) {
@@ -52,7 +52,7 @@ std::string report(const Finding& finding, const Roles& roles) {
   std::string text =
       "seed " + std::to_string(finding.seed) + ": " + finding.failure + "\nHow it came to it:\n";
   const std::size_t size = outcome.trace.size();
-  for (std::size_t i = size - std::min(size, shownSteps); i < size; ++i)
+  for (std::size_t i = size - std::min(size, kShownSteps); i < size; ++i)
     text += outcome.trace[i] + "\n";
   return text + "rerun with --seed " + std::to_string(finding.seed);
 }

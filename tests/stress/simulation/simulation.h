@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// One life of a table in a simulated world, all of it decided by a seed: who runs next, what
-// happens to whom, and where system calls are interrupted.
+// One run of a table in a simulated world. A seed decides everything: which process runs next,
+// what happens to it, and where system calls are interrupted.
 #pragma once
 
 #include <functional>
@@ -18,7 +18,7 @@
 
 namespace Zorbe::Test::Simulation {
 
-/// How writers and readers are made: those that follow the rules, or one that breaks one.
+/// Makes writers and readers: correct ones, or one that breaks a rule.
 struct Roles {
   WriterProgram::Maker writer;
   ReaderProgram::Maker reader;
@@ -26,23 +26,23 @@ struct Roles {
       readerProgram;
 };
 
-Roles lawfulRoles();
+Roles correctRoles();
 
 struct Outcome {
   uint64_t steps = 0;
-  std::set<std::string> met;       ///< what kinds of trouble there were
-  std::string failure;             ///< empty: all promises were kept
-  std::vector<std::string> trace;  ///< when asked for
+  std::set<std::string> covered;   ///< the kinds of events that occurred
+  std::string failure;             ///< empty: every invariant held
+  std::vector<std::string> trace;  ///< when `tracing`
 };
 
 /// The same outcome for the same seed.
 Outcome simulate(uint64_t seed, const Roles& roles, bool tracing);
 
-/// Which seeds there are, and how many can be asked for: few enough to be added.
-constexpr Range seeds{1, uint64_t{1} << 62};
+/// The valid seeds, and numbers of seeds: their sum does not overflow.
+constexpr Range kSeeds{1, uint64_t{1} << 62};
 
-/// By this name a test records the seed that failed it, for those who say it at the end.
-constexpr const char* failingSeed = "failing_seed";
+/// The property of a test that records the seed that failed it.
+constexpr const char* kFailingSeed = "failing_seed";
 
 struct Finding {
   uint64_t seed;
@@ -53,7 +53,7 @@ struct Finding {
 std::optional<Finding> search(uint64_t first, uint64_t count, const Roles& roles,
                               uint64_t* steps = nullptr);
 
-/// What to print about a failing seed: what failed, how it came to that, and its number.
+/// The text about a failing seed: the failure, the trace that leads to it, and the number.
 std::string report(const Finding& finding, const Roles& roles);
 
 }  // namespace Zorbe::Test::Simulation

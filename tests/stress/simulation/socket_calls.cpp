@@ -14,21 +14,18 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-int openSocket(int domain, int type, int protocol) {
-  Process* const process = Process::running();
-  if (process == nullptr) {
-    const Fault::Bypass bypass;
-    return ::socket(domain, type, protocol);
-  }
-  if (!enter(*process)) return -1;
+int openSocket(int /*domain*/, int type, int /*protocol*/) {
+  Process& process = *Process::running();
+  if (!enter(process)) return -1;
   auto socket = std::make_shared<Kernel::Socket>();
   socket->nonBlocking = (type & SOCK_NONBLOCK) != 0;
-  return process->open(std::move(socket));
+  return process.open(std::move(socket));
 }
 
+// A process has real descriptors, too: of the files that it reads and writes.
 int closeDescriptor(int fd) {
   Process* const process = Process::running();
-  if (process == nullptr || fd < Process::firstDescriptor) {
+  if (fd < Process::kFirstDescriptor) {
     const Fault::Bypass bypass;
     return ::close(fd);
   }
@@ -41,17 +38,13 @@ int closeDescriptor(int fd) {
   return 0;
 }
 
-// Calls `call(process, socket)` for an errno; outside of processes `real()` for a result.
-template <class Real, class Call>
-int onSocket(int fd, Real real, Call call) {
-  Process* const process = Process::running();
-  if (process == nullptr) {
-    const Fault::Bypass bypass;
-    return real();
-  }
-  if (!enter(*process)) return -1;
-  const Kernel::SocketRef socket = process->socket(fd);
-  return result(socket ? call(*process, socket) : EBADF);
+// Calls `call(process, socket)` for an errno.
+template <class Call>
+int onSocket(int fd, Call call) {
+  Process& process = *Process::running();
+  if (!enter(process)) return -1;
+  const Kernel::SocketRef socket = process.socket(fd);
+  return result(socket ? call(process, socket) : EBADF);
 }
 
 std::string abstractName(const sockaddr* address, socklen_t length) {
@@ -60,19 +53,15 @@ std::string abstractName(const sockaddr* address, socklen_t length) {
 }
 
 int bindSocket(int fd, const sockaddr* address, socklen_t length) {
-  return onSocket(
-      fd, [=] { return ::bind(fd, address, length); },
-      [=](Process& process, const Kernel::SocketRef& socket) {
-        return process.world().sockets.bind(socket, abstractName(address, length));
-      });
+  return onSocket(fd, [=](Process& process, const Kernel::SocketRef& socket) {
+    return process.world().sockets.bind(socket, abstractName(address, length));
+  });
 }
 
 int listenOn(int fd, int backlog) {
-  return onSocket(
-      fd, [=] { return ::listen(fd, backlog); },
-      [=](Process& process, const Kernel::SocketRef& socket) {
-        return process.world().sockets.listen(*socket, backlog);
-      });
+  return onSocket(fd, [=](Process& process, const Kernel::SocketRef& socket) {
+    return process.world().sockets.listen(*socket, backlog);
+  });
 }
 
 int connectBlocking(Process& process, const Kernel::SocketRef& socket, const std::string& name) {
@@ -86,76 +75,51 @@ int connectBlocking(Process& process, const Kernel::SocketRef& socket, const std
 }
 
 int connectTo(int fd, const sockaddr* address, socklen_t length) {
-  return onSocket(
-      fd, [=] { return ::connect(fd, address, length); },
-      [=](Process& process, const Kernel::SocketRef& socket) {
-        return connectBlocking(process, socket, abstractName(address, length));
-      });
+  return onSocket(fd, [=](Process& process, const Kernel::SocketRef& socket) {
+    return connectBlocking(process, socket, abstractName(address, length));
+  });
 }
 
-int acceptFrom(int fd, sockaddr* address, socklen_t* length) {
+int acceptFrom(int fd, sockaddr* /*address*/, socklen_t* /*length*/) {
   int accepted = -1;
-  const int rc = onSocket(
-      fd, [&] { return accepted = ::accept(fd, address, length); },
-      [&](Process& process, const Kernel::SocketRef& socket) {
-        Kernel::SocketRef other;
-        const int error = process.world().sockets.accept(*socket, other);
-        if (error == 0) accepted = process.open(other);
-        return error;
-      });
+  const int rc = onSocket(fd, [&](Process& process, const Kernel::SocketRef& socket) {
+    Kernel::SocketRef other;
+    const int error = process.world().sockets.accept(*socket, other);
+    if (error == 0) accepted = process.open(other);
+    return error;
+  });
   return rc < 0 ? -1 : accepted;
 }
 
-int setOption(int fd, int level, int name, const void* value, socklen_t length) {
-  return onSocket(
-      fd, [=] { return ::setsockopt(fd, level, name, value, length); },
-      [](Process&, const Kernel::SocketRef&) { return 0; });
+int setOption(int fd, int /*level*/, int /*name*/, const void* /*value*/, socklen_t /*length*/) {
+  return onSocket(fd, [](Process&, const Kernel::SocketRef&) { return 0; });
 }
 
-ssize_t sendPacket(int fd, const void* data, size_t size, int flags) {
-  ssize_t sent = static_cast<ssize_t>(size);
-  const int rc = onSocket(
-      fd,
-      [&] {
-        sent = ::send(fd, data, size, flags);
-        return sent < 0 ? -1 : 0;
-      },
-      [&](Process& process, const Kernel::SocketRef& socket) {
-        return process.world().sockets.send(*socket, {static_cast<const char*>(data), size});
-      });
-  return rc < 0 ? -1 : sent;
+ssize_t sendPacket(int fd, const void* data, size_t size, int /*flags*/) {
+  const int rc = onSocket(fd, [&](Process& process, const Kernel::SocketRef& socket) {
+    return process.world().sockets.send(*socket, {static_cast<const char*>(data), size});
+  });
+  return rc < 0 ? -1 : static_cast<ssize_t>(size);
 }
 
-ssize_t receivePacket(int fd, void* data, size_t size, int flags) {
+ssize_t receivePacket(int fd, void* data, size_t size, int /*flags*/) {
   ssize_t received = 0;
-  const int rc = onSocket(
-      fd,
-      [&] {
-        received = ::recv(fd, data, size, flags);
-        return received < 0 ? -1 : 0;
-      },
-      [&](Process& process, const Kernel::SocketRef& socket) {
-        std::string packet;
-        const int error = process.world().sockets.receive(*socket, size, packet);
-        std::memcpy(data, packet.data(), packet.size());
-        received = static_cast<ssize_t>(packet.size());
-        return error;
-      });
+  const int rc = onSocket(fd, [&](Process& process, const Kernel::SocketRef& socket) {
+    std::string packet;
+    const int error = process.world().sockets.receive(*socket, size, packet);
+    std::memcpy(data, packet.data(), packet.size());
+    received = static_cast<ssize_t>(packet.size());
+    return error;
+  });
   return rc < 0 ? -1 : received;
 }
 
 }  // namespace
 
 void divertSocketCalls() {
-  Fault::divert("accept", acceptFrom);
-  Fault::divert("bind", bindSocket);
-  Fault::divert("close", closeDescriptor);
-  Fault::divert("connect", connectTo);
-  Fault::divert("listen", listenOn);
-  Fault::divert("recv", receivePacket);
-  Fault::divert("send", sendPacket);
-  Fault::divert("setsockopt", setOption);
-  Fault::divert("socket", openSocket);
+  Fault::divert("accept", acceptFrom, "bind", bindSocket, "close", closeDescriptor, "connect",
+                connectTo, "listen", listenOn, "recv", receivePacket, "send", sendPacket,
+                "setsockopt", setOption, "socket", openSocket);
 }
 
 }  // namespace Zorbe::Test::Simulation

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -21,7 +22,7 @@ namespace {
 
 using Journal = std::vector<std::string>;
 
-/// Calls on sockets, whose results it writes down.
+/// Makes calls on sockets and records their results.
 class Caller {
  public:
   explicit Caller(const std::string& name) {
@@ -109,6 +110,13 @@ class SocketsModelTest : public testing::Test {
     call.listen(fd, backlog);
     return fd;
   }
+
+  /// A listener, a client, and the accepted end of its connection.
+  static std::array<int, 3> connected(Caller& call) {
+    const int server = listening(call), client = call.socket();
+    call.connect(client);
+    return {server, client, call.accept(server)};
+  }
 };
 
 TEST_F(SocketsModelTest, ANameIsTakenUntilItsSocketIsClosed) {
@@ -123,7 +131,7 @@ TEST_F(SocketsModelTest, ANameIsTakenUntilItsSocketIsClosed) {
   });
 }
 
-TEST_F(SocketsModelTest, ConnectingIsRefusedUnlessSomebodyListens) {
+TEST_F(SocketsModelTest, ConnectingIsRefusedUnlessASocketListens) {
   compare([](Caller& call) {
     const int client = call.socket(), server = call.socket();
     call.connect(client);
@@ -137,7 +145,7 @@ TEST_F(SocketsModelTest, ConnectingIsRefusedUnlessSomebodyListens) {
   });
 }
 
-TEST_F(SocketsModelTest, TheBacklogHoldsOneMoreThanItSays) {
+TEST_F(SocketsModelTest, TheBacklogHoldsOneMoreThanItsNumber) {
   compare([](Caller& call) {
     const int server = listening(call, 1);
     const int clients[] = {call.socket(), call.socket(), call.socket()};
@@ -150,7 +158,7 @@ TEST_F(SocketsModelTest, TheBacklogHoldsOneMoreThanItSays) {
   });
 }
 
-TEST_F(SocketsModelTest, PacketsKeepTheirBordersAndLoseWhatDoesNotFit) {
+TEST_F(SocketsModelTest, MessageBoundariesArePreservedAndExcessBytesAreLost) {
   compare([](Caller& call) {
     const int server = listening(call), client = call.socket();
     call.accept(server);
@@ -178,9 +186,7 @@ TEST_F(SocketsModelTest, PacketsOutliveTheirSenderAndThenTheEndIsSeen) {
 
 TEST_F(SocketsModelTest, UnreadPacketsResetTheConnection) {
   compare([](Caller& call) {
-    const int server = listening(call), client = call.socket();
-    call.connect(client);
-    const int end = call.accept(server);
+    const auto [server, client, end] = connected(call);
     call.send(end, "unread");
     call.send(client, "on its way");
     call.close(client);
@@ -189,11 +195,9 @@ TEST_F(SocketsModelTest, UnreadPacketsResetTheConnection) {
   });
 }
 
-TEST_F(SocketsModelTest, AnErrorIsToldOnceByASendToo) {
+TEST_F(SocketsModelTest, AnErrorIsReportedOnceByASendToo) {
   compare([](Caller& call) {
-    const int server = listening(call), client = call.socket();
-    call.connect(client);
-    const int end = call.accept(server);
+    const auto [server, client, end] = connected(call);
     call.send(end, "unread");
     call.close(client);
     for (int i = 0; i < 2; ++i) call.send(end, "x");
@@ -216,9 +220,7 @@ TEST_F(SocketsModelTest, AListenerThatGoesResetsWhatItHasNotAccepted) {
 
 TEST_F(SocketsModelTest, AConnectionOutlivesItsListener) {
   compare([](Caller& call) {
-    const int server = listening(call), client = call.socket();
-    call.connect(client);
-    const int end = call.accept(server);
+    const auto [server, client, end] = connected(call);
     call.close(server);
     call.send(client, "x");
     call.receive(end);

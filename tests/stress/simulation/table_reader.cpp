@@ -12,9 +12,9 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-constexpr double retrySeconds = 0.25;
-constexpr double settleSeconds = 0.02;
-constexpr uint64_t changesAtOnce = 3;
+constexpr double kRetrySeconds = 0.25;
+constexpr double kSettleSeconds = 0.02;
+constexpr uint64_t kChangesAtOnce = 3;
 
 }  // namespace
 
@@ -35,18 +35,18 @@ uint64_t TableReader::readerSequence() {
   return applied_;
 }
 
-// A bounded part: the rest on the next turn of the loop.
+// Reads a bounded part, and the rest on the next turn of the loop.
 void TableReader::read() {
   program_.process().pause();
   const uint64_t published = table_->sequence;
   program_.process().pause();
   if (program_.process().isDead()) return;
-  applied_ = std::min(published, applied_ + changesAtOnce);
+  applied_ = std::min(published, applied_ + kChangesAtOnce);
   conquerAgain = applied_ < published;
 }
 
-// A writer that can be connected to has its files in place: if they are ours, it understands
-// what we report.
+// A writer that listens has its files in place: if the reader has mapped them, the writer
+// understands its reports.
 void TableReader::writerConnectionChanged() {
   Process& process = program_.process();
   expectOwnCallback(process, "writerConnectionChanged");
@@ -76,7 +76,7 @@ Departure::Departure(ReaderProgram& program, const RootPath& root)
 
 void Departure::writerUnlocked() {
   expectOwnCallback(program_.process(), "writerUnlocked");
-  program_.writerGone();
+  program_.writerExited();
 }
 
 ReaderProgram::ReaderProgram(Process& process, Maker make)
@@ -98,10 +98,10 @@ void ReaderProgram::timeout() {
   look();
 }
 
-// What follows is called by objects that look() may replace: it only sees to it that the loop
-// comes back here.
+// The following are called by objects that look() may replace: they only start the timer that
+// calls it.
 void ReaderProgram::connectionLost() {
-  lookWithin(retrySeconds);
+  lookWithin(kRetrySeconds);
 }
 
 void ReaderProgram::tableReplaced() {
@@ -111,16 +111,16 @@ void ReaderProgram::tableReplaced() {
 
 void ReaderProgram::rootChanged(const std::string& what) {
   expectOwnCallback(process_, "rootChanged");
-  news_.insert(what);
+  changedFiles_.insert(what);
   remount_ |= what.find(' ') != std::string::npos && what != "watch deleted";
-  lookWithin(settleSeconds);
+  lookWithin(kSettleSeconds);
 }
 
-void ReaderProgram::writerGone() {
-  lookWithin(retrySeconds);
+void ReaderProgram::writerExited() {
+  lookWithin(kRetrySeconds);
 }
 
-// Made earlier, but never put off.
+// May make the next look earlier, but never later.
 void ReaderProgram::lookWithin(double seconds) {
   const int64_t at = process_.world().clock.after(seconds);
   if (nextLook_ >= 0 && nextLook_ <= at) return;
@@ -132,13 +132,13 @@ void ReaderProgram::look() {
   try {
     if (std::exchange(remount_, false)) watchAgain();
     if (!usable_) leaveTable();
-    if (!findWriter()) return;  // writerGone() follows
-    if (!isCurrent() && !mapTable()) return lookWithin(retrySeconds);
+    if (!findWriter()) return;  // writerExited() follows
+    if (!isCurrent() && !mapTable()) return lookWithin(kRetrySeconds);
     if (!reader_->isConnected()) reader_->doConnect();
-    if (!reader_->isConnected()) lookWithin(retrySeconds);
+    if (!reader_->isConnected()) lookWithin(kRetrySeconds);
   } catch (const Brask::Exception& failure) {
     process_.world().note(process_.name() + " looks again after " + failure.what());
-    lookWithin(retrySeconds);
+    lookWithin(kRetrySeconds);
   }
 }
 
@@ -160,7 +160,7 @@ bool ReaderProgram::isCurrent() {
          FenixFile::read(process_, root_.path) == reader_->table()->fenix;
 }
 
-// Disconnected: what it would report means nothing to another incarnation.
+// Disconnects: its reports mean nothing to another incarnation.
 void ReaderProgram::leaveTable() {
   usable_ = false;
   if (reader_ && reader_->isConnected()) reader_->doCloseWriterConnection(true);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A reader of the simulated table, written as a client would.
+// A reader of the simulated table, as a client writes it.
 #pragma once
 
 #include <zorbe/kick.h>
@@ -46,7 +46,7 @@ class TableReader : public ReaderKickSm {
   bool wasConnected_ = false;
 };
 
-/// Tells its program that the writer has gone.
+/// Notifies its program that the writer has exited.
 class Departure final : public WriterUnlockSm {
  public:
   Departure(ReaderProgram& program, const RootPath& root);
@@ -61,8 +61,8 @@ class Departure final : public WriterUnlockSm {
   ReaderProgram& program_;
 };
 
-/// The reader's process: finds the writer, maps the table, connects, and begins again
-/// whenever one of them is lost.
+/// The reader's process: finds the writer, maps the table, connects, and starts over when one
+/// of them is lost.
 class ReaderProgram : public Program, public MounterBase, public Brask::Platform::TimeoutHandler {
  public:
   using Maker = std::function<std::unique_ptr<TableReader>(ReaderProgram&, const RootPath&,
@@ -74,20 +74,20 @@ class ReaderProgram : public Program, public MounterBase, public Brask::Platform
   void timeout() override;
   void rootChanged(const std::string& what) override;
 
-  // Told by its parts, whose callbacks these are.
+  // Called by its parts.
   void connectionLost();
   void tableReplaced();
-  void writerGone();
+  void writerExited();
 
   bool isCurrent();
   Process& process() { return process_; }
   TableReader* reader() { return reader_.get(); }
   Departure* departure() { return departure_.get(); }
   bool watchesDirectory() const { return mounter_ != nullptr; }
-  std::size_t takeNews(const std::string& file) { return news_.erase(file); }
+  std::size_t takeChange(const std::string& file) { return changedFiles_.erase(file); }
 
  protected:
-  /// Events were lost, the end of the watch perhaps among them.
+  /// Events were lost, possibly the end of the watch.
   virtual void watchAgain();
 
  private:
@@ -108,7 +108,7 @@ class ReaderProgram : public Program, public MounterBase, public Brask::Platform
   std::unique_ptr<TableReader> reader_;
   std::unique_ptr<Departure> departure_;
   std::unique_ptr<MounterSm> mounter_;
-  std::set<std::string> news_;  ///< what the directory has told of
+  std::set<std::string> changedFiles_;  ///< reported by the watch of the directory
 };
 
 }  // namespace Zorbe::Test::Simulation

@@ -34,16 +34,16 @@ void TableWriter::replace(const TableRef& left) {
   if (left && left != table_) left->replaced = true;
 }
 
-// What an earlier writer has left, and whether that is continued or a new incarnation begins.
+// Continues the table of an earlier writer, or begins a new incarnation.
 TableRef TableWriter::findTable() {
   World& world = process_.world();
   auto left = std::static_pointer_cast<Table>(world.files.map(rootPath.fullPath("slots")));
   found_ = left != nullptr;
   if (found_ && world.random.percent(70)) {
-    world.met.insert("table continued");
+    world.covered.insert("table continued");
     return table_ = left;
   }
-  if (found_) world.met.insert("table replaced");
+  if (found_) world.covered.insert("table replaced");
   table_ = std::make_shared<Table>();
   table_->fenix = ++world.lastFenix;
   return left;
@@ -53,7 +53,7 @@ void TableWriter::placeFiles() {
   process_.pause();
   if (process_.isDead()) return;
   World& world = process_.world();
-  // A directory that is gone comes back, and with it the next call.
+  // A directory that is removed is created again, which ends in the next call.
   if (world.files.place(rootPath.fullPath("slots"), table_) != 0) return;
   FenixFile::write(*handler, rootPath.path, table_->fenix);
 }
@@ -63,7 +63,7 @@ void TableWriter::publish(unsigned changes) {
   doKickSleepers();
 }
 
-// The table changes for everyone at once, the sequence is known to the writer alone.
+// All processes see the change of the table at once; only the writer knows the sequence.
 void TableWriter::change(unsigned changes) {
   for (unsigned i = 0; i < changes; ++i) {
     process_.pause();
@@ -77,7 +77,7 @@ void TableWriter::change(unsigned changes) {
 
 void TableWriter::readersChanged() {
   expectOwnCallback(process_, "readersChanged");
-  connectionsTold_ = readers.size();
+  reportedConnections_ = readers.size();
 }
 
 WriterProgram::WriterProgram(Process& process, const Maker& make)
@@ -95,14 +95,14 @@ void WriterProgram::start() {
   }
 }
 
-// Errors and "watch deleted" are told from file names by their blank.
+// Errors and "watch deleted" have a blank, file names have none.
 void WriterProgram::rootChanged(const std::string& what) {
   expectOwnCallback(process_, "rootChanged");
-  news_.insert(what);
+  changedFiles_.insert(what);
   if (what.find(' ') == std::string::npos) return;
   const bool lost = what != "watch deleted";
-  process_.world().met.insert(lost ? "events lost" : "directory restored");
-  process_.ask([this, lost] {
+  process_.world().covered.insert(lost ? "events lost" : "directory restored");
+  process_.request([this, lost] {
     if (lost) mounter_ = std::make_unique<MounterSm>(process_, "table", this);
     restoreFiles();
   });
@@ -111,7 +111,7 @@ void WriterProgram::rootChanged(const std::string& what) {
 void WriterProgram::restoreFiles() {
   try {
     if (writer_->holdsLock()) writer_->placeFiles();
-  } catch (const Brask::Exception& failure) {  // gone again: told again
+  } catch (const Brask::Exception& failure) {  // removed again: reported again
     process_.world().note(process_.name() + " cannot restore: " + failure.what());
   }
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The writer of the simulated table, written as a client would.
+// The writer of the simulated table, as a client writes it.
 #pragma once
 
 #include <zorbe/kick.h>
@@ -23,7 +23,7 @@ class TableWriter : public WriterKickSm {
   /// Becomes the writer and listens. What createKickSocket throws passes through.
   virtual void begin();
 
-  /// From here on it believes to be the writer, whatever the lock says.
+  /// From here on it acts as the writer, with the lock or without.
   bool isWriting() const { return writing_; }
 
   /// Changes the table `changes` times, then kicks.
@@ -38,7 +38,7 @@ class TableWriter : public WriterKickSm {
   const TableRef& table() const { return table_; }
   const std::unordered_map<int, ReaderKickClientSm*>& connections() const { return readers; }
   const std::unordered_map<int, ReaderKickClientSm*>& sleepers() const { return sleepingReaders; }
-  std::size_t connectionsTold() const { return connectionsTold_; }
+  std::size_t reportedConnections() const { return reportedConnections_; }
   Process& process() const { return process_; }
 
  protected:
@@ -47,7 +47,7 @@ class TableWriter : public WriterKickSm {
 
   void change(unsigned changes);
 
-  /// Continues what an earlier writer has left, or puts another incarnation in its place.
+  /// Continues the table of an earlier writer, or replaces it by another incarnation.
   void takeOver();
   virtual void replace(const TableRef& left);
 
@@ -57,7 +57,7 @@ class TableWriter : public WriterKickSm {
   Process& process_;
   bool writing_ = false;
   bool found_ = false;
-  std::size_t connectionsTold_ = 0;
+  std::size_t reportedConnections_ = 0;
   TableRef table_;
 };
 
@@ -74,7 +74,7 @@ class WriterProgram final : public Program, public MounterBase {
   TableWriter& writer() { return *writer_; }
   bool holdsLock() const { return writer_ && writer_->holdsLock(); }
   bool watchesDirectory() const { return mounter_ != nullptr; }
-  std::size_t takeNews(const std::string& file) { return news_.erase(file); }
+  std::size_t takeChange(const std::string& file) { return changedFiles_.erase(file); }
 
  private:
   void restoreFiles();
@@ -83,7 +83,7 @@ class WriterProgram final : public Program, public MounterBase {
   RootPath root_;
   std::unique_ptr<TableWriter> writer_;
   std::unique_ptr<MounterSm> mounter_;
-  std::set<std::string> news_;  ///< what the directory has told of
+  std::set<std::string> changedFiles_;  ///< reported by the watch of the directory
 };
 
 }  // namespace Zorbe::Test::Simulation

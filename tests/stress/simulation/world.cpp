@@ -8,7 +8,7 @@ namespace Zorbe::Test::Simulation {
 
 World::World(uint64_t seed, bool tracing)
     : random(seed),
-      sockets(1 + random.below(random.percent(50) ? 4 : 64), met),
+      sockets(1 + random.below(random.percent(50) ? 4 : 64), covered),
       tracing_(tracing),
       pausePercent_(random.percent(25) ? 0 : 10 + random.below(60)) {}
 
@@ -21,8 +21,10 @@ Process& World::start(const std::string& name, Process::Loader loader) {
   return *processes_.back();
 }
 
-void World::bury() {
-  const auto isGone = [](const auto& process) { return process->state() == Process::State::gone; };
+void World::reap() {
+  const auto isGone = [](const auto& process) {
+    return process->state() == Process::State::kExited;
+  };
   processes_.erase(std::remove_if(processes_.begin(), processes_.end(), isGone), processes_.end());
 }
 
@@ -44,7 +46,7 @@ bool World::describeProcess(const std::string& path, std::string& content) const
   const std::string start = "/proc/";
   if (path.rfind(start, 0) != 0) return false;
   const auto named = [&](const auto& process) {
-    return process->state() != Process::State::gone &&
+    return process->state() != Process::State::kExited &&
            path.rfind(start + std::to_string(process->pid()) + "/", 0) == 0;
   };
   const auto found = std::find_if(processes_.begin(), processes_.end(), named);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// One simulated machine: a kernel's sockets and files, a clock, and processes.
+// One simulated machine: sockets, files, a clock, and processes.
 #pragma once
 
 #include <memory>
@@ -12,6 +12,7 @@
 #include "support/kernel/clock.h"
 #include "support/kernel/files.h"
 #include "support/kernel/sockets.h"
+#include "support/noncopyable.h"
 #include "support/random.h"
 
 namespace Zorbe::Test::Simulation {
@@ -24,15 +25,13 @@ struct Table {
 };
 using TableRef = std::shared_ptr<Table>;
 
-class World {
+class World : private NonCopyable {
  public:
   World(uint64_t seed, bool tracing);
   ~World();
-  World(const World&) = delete;
-  World& operator=(const World&) = delete;
 
   Random random;
-  std::set<std::string> met;  ///< names of what has happened
+  std::set<std::string> covered;  ///< names of the events that occurred
   Kernel::Sockets sockets;
   Kernel::Files files;
   Kernel::Clock clock;
@@ -40,17 +39,17 @@ class World {
 
   Process& start(const std::string& name, Process::Loader loader);
   const std::vector<std::unique_ptr<Process>>& processes() const { return processes_; }
-  void bury();  ///< forgets the processes that are gone
+  void reap();  ///< removes the processes that have exited
 
   bool advanceClock();  ///< to the next timer, if there is one
 
-  /// The process that runs may be interrupted here, and is to be.
+  /// Whether the running process, which may be interrupted here, is interrupted.
   bool wantsPause() { return random.percent(pausePercent_); }
 
-  /// What /proc tells about a process, as far as anyone asks.
+  /// The files of /proc that the library reads.
   bool describeProcess(const std::string& path, std::string& content) const;
 
-  // What has happened.
+  // The result.
   void fail(const std::string& what);
   const std::string& failure() const { return failure_; }
   bool isTracing() const { return tracing_; }

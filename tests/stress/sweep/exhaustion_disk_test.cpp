@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A disk that is full or may not be written to. Each in a child with a mount namespace of
-// its own.
+// A disk that is full or read-only. Each test runs in a child with its own mount namespace.
 #include <sched.h>
 #include <sys/mount.h>
 #include <zorbe/exceptions.h>
@@ -17,12 +16,12 @@ namespace Zorbe::Test {
 
 namespace {
 
-/// A small file system at `path`, in a mount namespace of this process's own.
+/// A small file system at `path`, in a new mount namespace of this process.
 class SmallDisk {
  public:
   explicit SmallDisk(std::string path) : path_(std::move(path)) {}
 
-  /// False when this process may not.
+  /// False when this process lacks the rights.
   bool mount(const char* options) const {
     return ::unshare(CLONE_NEWNS) == 0 &&
            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
@@ -73,7 +72,7 @@ TEST_F(ExhaustedDiskTest, AFileThatAFullDiskHasNoRoomForIsFoundOutWhenItIsRead) 
   });
 }
 
-TEST_F(ExhaustedDiskTest, AFullDiskKeepsNobodyFromBecomingTheWriter) {
+TEST_F(ExhaustedDiskTest, AFullDiskKeepsNoProcessFromBecomingTheWriter) {
   onDisk("size=64k", [this] {
     const RootPath onDisk(handler, "quotes", true);
     fill();
@@ -87,13 +86,13 @@ TEST_F(ExhaustedDiskTest, ADirectoryThatThereIsNoRoomForIsAnErrorUntilThereIs) {
   onDisk("nr_inodes=2", [this] {
     std::ofstream(inRoot("filler")) << 'x';
     EXPECT_THROW(RootPath(handler, "quotes", true), Brask::InvalidInitializeException);
-    EXPECT_TRUE(isTold("No space left on device"));
+    EXPECT_TRUE(isReported("No space left on device"));
     relieve();
     EXPECT_TRUE(RootPath(handler, "quotes", true).exists());
   });
 }
 
-TEST_F(ExhaustedDiskTest, AReadOnlyRootIsToldAndLeftWhenItCanBeWritten) {
+TEST_F(ExhaustedDiskTest, AReadOnlyRootIsReportedAndLeftWhenItCanBeWritten) {
   onDisk("size=64k", [this] {
     const SmallDisk disk(rootPath());
     const RootPath onDisk(handler, "quotes", true);
@@ -102,7 +101,7 @@ TEST_F(ExhaustedDiskTest, AReadOnlyRootIsToldAndLeftWhenItCanBeWritten) {
     EXPECT_FALSE(Util::touch(handler, onDisk.fullPath("slots")));
     EXPECT_THROW(RootPath(handler, "other", true), Brask::InvalidInitializeException);
     EXPECT_EQ(0, Util::releaseWriterLock(handler, Util::acquireWriterLock(handler, onDisk)));
-    EXPECT_TRUE(isTold("last-owner reason: Read-only file system"));
+    EXPECT_TRUE(isReported("last-owner reason: Read-only file system"));
     ASSERT_TRUE(disk.makeWritable());
     EXPECT_TRUE(Util::touch(handler, onDisk.fullPath("slots")));
   });

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A table whose writer, readers or directory get no more of what they need.
+// A table whose writer, readers or directory run out of resources.
 #pragma once
 
 #include <brask/linux/event_loop.h>
@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "support/fixture.h"
 #include "support/limits.h"
 #include "support/raw_peer.h"
 #include "support/roles.h"
 #include "support/sanitized.h"
-#include "support/zorbe_test.h"
 
 namespace Zorbe::Test {
 
@@ -35,12 +35,8 @@ class ExhaustionTest : public ZorbeTest {
 
   RawPeer connect() const { return RawPeer::connect(root.path); }
 
-  void awaitReaders(Brask::Linux::EventLoop& loop, const TableWriter& writer, size_t count) {
-    EXPECT_TRUE(turnUntil(loop, [&] { return writer.readers.size() == count; }));
-  }
-
-  /// Whether a message of level 0 holds this text.
-  bool isTold(const std::string& text) const {
+  /// Whether a message of level 0 contains this text.
+  bool isReported(const std::string& text) const {
     for (const std::string& told : handler.texts(0)) {
       if (told.find(text) != std::string::npos) return true;
     }

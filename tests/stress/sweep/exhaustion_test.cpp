@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Descriptors, watches and queues that have run out, and writers that do not answer: each
-// ends in an error or a wait, and goes on when there is room again.
+// Exhausted descriptors, watches and queues, and writers that do not answer: each ends in an
+// error or a wait, and works again when there is room.
 #include <sched.h>
 #include <signal.h>
 #include <zorbe/exceptions.h>
@@ -9,7 +9,7 @@
 
 #include "stress/sweep/exhaustion_fixture.h"
 #include "support/child_process.h"
-#include "support/watchdog.h"
+#include "support/periodic_signal.h"
 
 namespace Zorbe::Test {
 namespace {
@@ -20,10 +20,10 @@ class ChangeCount : public MounterBase {
   std::vector<std::string> told;
 };
 
-/// A writer of its own process, which can be stopped.
+/// With a writer in a process that is stopped.
 class StoppedWriterTest : public ExhaustionTest {
  protected:
-  StoppedWriterTest() : writer("writer", [this](Channel& parent) { playWriter(parent, table); }) {
+  StoppedWriterTest() : writer("writer", [this](Channel& parent) { runWriter(parent, table); }) {
     writer.await("listening");
     writer.stop();
   }
@@ -31,10 +31,21 @@ class StoppedWriterTest : public ExhaustionTest {
   ChildProcess writer;
 };
 
-TEST_F(ExhaustionTest, AWriterWithoutDescriptorsWaitsAndGoesOnWhenThereAreSome) {
+/// A writer and a reader on one loop.
+class ExhaustedWriterTest : public ExhaustionTest {
+ protected:
+  ExhaustedWriterTest() { writer.open(); }
+
+  void awaitReaders(size_t count) {
+    EXPECT_TRUE(turnUntil(loop, [&] { return writer.readers.size() == count; }));
+  }
+
   Brask::Linux::EventLoop loop;
-  TableWriter writer(handler, root, table);
-  writer.open();
+  TableWriter writer{handler, root, table};
+  TableReader reader{handler, root, table};
+};
+
+TEST_F(ExhaustedWriterTest, AWriterWithoutDescriptorsWaitsAndContinuesWhenThereAreSome) {
   std::vector<Descriptor> sockets;
   for (int i = 0; i < 3; ++i) sockets.push_back(RawPeer::newSocket());
   NoDescriptors exhausted;
@@ -53,41 +64,29 @@ TEST_F(ExhaustionTest, AWriterWithoutDescriptorsWaitsAndGoesOnWhenThereAreSome) 
   const size_t accepted = writer.readers.size();
   exhausted.allow();
   EXPECT_EQ(0u, accepted);
-  EXPECT_TRUE(isTold("accept() sd:"));
-  awaitReaders(loop, writer, 3);
+  EXPECT_TRUE(isReported("accept() sd:"));
+  awaitReaders(3);
 }
 
-TEST_F(ExhaustionTest, AReaderWithoutDescriptorsIsToldAndConnectsWhenThereAreSome) {
-  if (isSanitized) GTEST_SKIP() << "sanitizers look at exceptions through descriptors";
-  Brask::Linux::EventLoop loop;
-  TableWriter writer(handler, root, table);
-  writer.open();
-  TableReader reader(handler, root, table);
+TEST_F(ExhaustedWriterTest, AReaderWithoutDescriptorsGetsAnErrorAndConnectsWhenThereAreSome) {
+  if (kIsSanitized) GTEST_SKIP() << "sanitizers look at exceptions through descriptors";
   NoDescriptors exhausted;
   EXPECT_THROW(reader.doConnect(), Brask::RuntimeException);
   exhausted.allow();
-  EXPECT_TRUE(isTold("socket() failed"));
+  EXPECT_TRUE(isReported("socket() failed"));
   reader.doConnect();
   EXPECT_TRUE(reader.isConnected());
 }
 
-TEST_F(ExhaustionTest, AReaderBeyondTheQueueConnectsWhenTheWriterTurns) {
-  Brask::Linux::EventLoop loop;
-  TableWriter writer(handler, root, table);
-  writer.open();
+TEST_F(ExhaustedWriterTest, AReaderBeyondTheQueueConnectsWhenTheWriterTurns) {
   const auto queued = fillQueue();
   EXPECT_EQ(6u, queued.size());
-  awaitReaders(loop, writer, queued.size());
-  TableReader reader(handler, root, table);
+  awaitReaders(queued.size());
   reader.doConnect();
   EXPECT_TRUE(reader.isConnected());
 }
 
-TEST_F(ExhaustionTest, AConnectionThatSaysNothingHoldsTheLowestSequenceUntilItIsClosed) {
-  Brask::Linux::EventLoop loop;
-  TableWriter writer(handler, root, table);
-  writer.open();
-  TableReader reader(handler, root, table);
+TEST_F(ExhaustedWriterTest, AConnectionThatSendsNothingHoldsTheLowestSequenceUntilItIsClosed) {
   reader.doConnect();
   auto silent = fillQueue();
   writer.publish(3);
@@ -95,7 +94,7 @@ TEST_F(ExhaustionTest, AConnectionThatSaysNothingHoldsTheLowestSequenceUntilItIs
   EXPECT_TRUE(turnUntil(loop, [&] { return reader.at() == 3 && writer.readers.size() == all; }));
   EXPECT_EQ(0u, writer.lowestSequence());
   silent.clear();
-  awaitReaders(loop, writer, 1);
+  awaitReaders(1);
   EXPECT_TRUE(turnUntil(loop, [&] { return writer.allCaughtUp(); }));
 }
 
@@ -111,7 +110,7 @@ TEST_F(ExhaustionTest, AForkedChildKeepsTheLockUntilItEnds) {
   EXPECT_EQ(0, Util::releaseWriterLock(handler, lock));
 }
 
-TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsToldAndWatchedByANewWatcher) {
+TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsReportedAndWatchedByANewWatcher) {
   const std::string told = resultInChild([this]() -> std::string {
     const std::string limit = "/proc/sys/user/max_inotify_watches";
     if (::unshare(CLONE_NEWUSER) != 0 || !writeSetting(limit, "0")) return "skip";
@@ -121,7 +120,7 @@ TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsToldAndWatchedByANewWatche
       const MounterSm refused(handler, "quotes", &client);
       loop.turn(0);
     }
-    if (client.told.empty() || !writeSetting(limit, "9")) return "told nothing";
+    if (client.told.empty() || !writeSetting(limit, "9")) return "reported nothing";
     const MounterSm watcher(handler, "quotes", &client);
     Util::touch(handler, root.fullPath("slots"));
     root.removeFile("slots");
@@ -139,11 +138,11 @@ TEST_F(StoppedWriterTest, TheWaitForAFullQueueEndsWithASignal) {
   Brask::Linux::EventLoop loop;
   TableReader reader(handler, root, table);
   {
-    const Watchdog watchdog;
+    const PeriodicSignal signals;
     reader.doConnect();
   }
   EXPECT_FALSE(reader.isConnected());
-  EXPECT_TRUE(isTold("failed: Interrupted system call"));
+  EXPECT_TRUE(isReported("failed: Interrupted system call"));
   queued.clear();
   writer.signal(SIGCONT);
   reader.doConnect();
@@ -157,7 +156,7 @@ TEST_F(StoppedWriterTest, AnInterruptedConnectIsADepartureAfterWhichAnotherOneSu
   Brask::Linux::EventLoop loop;
   Departures departures(handler, root);
   {
-    const Watchdog watchdog;
+    const PeriodicSignal signals;
     departures.watch();
   }
   bool arrived = false;

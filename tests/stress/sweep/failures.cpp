@@ -19,7 +19,7 @@ struct Ways {
 };
 
 // clang-format off
-// Sections 2 and 3 of the manual; EINTR stands with all that may block.
+// Sections 2 and 3 of the manual; EINTR is listed for all that may block.
 const std::map<std::string, Ways> ways = {
     {"accept", {{EMFILE, ECONNABORTED, EINTR, EAGAIN, ENFILE, ENOBUFS, ENOMEM, EPERM, EPROTO,
                  EBADF, EFAULT, EINVAL, ENOTSOCK, EOPNOTSUPP, ENETDOWN, ENOPROTOOPT, EHOSTDOWN,
@@ -105,10 +105,9 @@ struct Harmless {
   const char* why;
 };
 
-constexpr int shortened = -1;  // in the place of an error: a result
+constexpr int kShortened = -1;  // instead of an error: a short result
 
-// What may go wrong without a word, and why. Whether everybody recovers is looked at all
-// the same.
+// Failures that need not be reported, and why. The sweep checks the recovery nevertheless.
 const Harmless harmless[] = {
     {"accept", "socket:", "", EAGAIN, "reported again while a reader is waiting"},
     {"bind", "socket:", "", EADDRINUSE, "what the second writer meets anyway"},
@@ -117,34 +116,34 @@ const Harmless harmless[] = {
     {"connect", "socket:", "", ECONNREFUSED, "what a reader meets anyway while there is no writer"},
     {"epoll_ctl", "", "", 0, "the kernel has forgotten a closed descriptor by itself"},
     {"epoll_wait", "", "", EINTR, "the loop waits again"},
-    {"fclose", "", "", 0, "a file that has been written is read back by whom it matters to"},
+    {"fclose", "", "", 0, "a client that depends on a written file reads it back"},
     {"fopen", "/proc/net/unix", "", 0, "the holder of the lock is not found: pid 0"},
-    {"getsockopt", "", "", 0, "only a listening socket is looked after when descriptors run out"},
-    {"inotify_add_watch", "", "", 0, "asked for again, with success, before it was told"},
+    {"getsockopt", "", "", 0, "only a listening socket is paused when descriptors run out"},
+    {"inotify_add_watch", "", "", 0, "added again, with success, before the failure is reported"},
     {"inotify_rm_watch", "", "", 0, "a watch too many costs wake-ups only"},
     {"chmod", "", "", EACCES, "the path is made again: its maker may not have opened it yet"},
     {"chmod", "", "", ENOENT, "the path is made again: it has been removed meanwhile"},
     {"mkdir", "", "", EACCES, "the path is made again: its maker may not have opened it yet"},
-    {"mkdir", "", "", EEXIST, "the path is made again: somebody else has made it"},
+    {"mkdir", "", "", EEXIST, "the path is made again: another process has made it"},
     {"mkdir", "", "", ENOENT, "the path is made again: it has been removed meanwhile"},
     {"open", "/run/netns/default", "", ENOENT, "the namespace of process 1 is tried instead"},
     {"read", "", "", EINTR, "read again"},
-    {"read", "/", "", shortened, "the stream reads on, or takes it for the end of the file"},
-    {"read", "anon_inode:", "", shortened, "reported again while there is something to read"},
+    {"read", "/", "", kShortened, "the stream reads on, or takes it for the end of the file"},
+    {"read", "anon_inode:", "", kShortened, "reported again while there is something to read"},
     {"read", "anon_inode:", "", EAGAIN, "reported again while there is something to read"},
     {"read", "/", "/unix", 0, "the holder of the lock is not found: pid 0"},
-    {"readlink", "", "", 0, "an executable that cannot be told is empty"},
+    {"readlink", "", "", 0, "an unknown executable is empty"},
     {"recv", "socket:", "", EAGAIN, "reported again while there is something to receive"},
-    {"recv", "socket:", "", shortened,
-     "a kick is one byte, and an end is an end; reports are told"},
-    {"send", "socket:", "", shortened, "a kick is one byte; reports are told"},
+    {"recv", "socket:", "", kShortened,
+     "a kick is one byte, and an end is an end; short reports are logged"},
+    {"send", "socket:", "", kShortened, "a kick is one byte; short reports are logged"},
     {"rmdir", "", "", ENOENT, "a missing directory counts as removed"},
     {"stat", "", "", 0, "taken for missing, and made"},
-    {"timerfd_settime", "", "", 0, "a turn is asked for, which sets it"},
+    {"timerfd_settime", "", "", 0, "a turn is requested, which sets it"},
     {"unlink", "", "", ENOENT, "a missing file counts as removed"},
-    {"write", "anon_inode:[eventfd]", "", 0, "run() sees the wish without it"},
-    {"write", "/", "", 0, "a file that has been written is read back by whom it matters to"},
-    {"writev", "/", "", 0, "a file that has been written is read back by whom it matters to"},
+    {"write", "anon_inode:[eventfd]", "", 0, "run() sees the stop request without it"},
+    {"write", "/", "", 0, "a client that depends on a written file reads it back"},
+    {"writev", "/", "", 0, "a client that depends on a written file reads it back"},
 };
 
 }  // namespace
@@ -168,18 +167,18 @@ std::vector<Fault::Failure> failuresOf(const std::string& call, unsigned nth) {
   return failures;
 }
 
-std::string whyHarmless(const Fault::Victim& victim, const Fault::Failure& failure) {
+std::string whyHarmless(const Fault::InterceptedCall& victim, const Fault::Failure& failure) {
   for (const Harmless& entry : harmless) {
     if (victim.call == entry.call && startsWith(victim.target, entry.start) &&
         endsWith(victim.target, entry.end) &&
-        (entry.error == 0 || entry.error == (failure.result ? shortened : failure.error))) {
+        (entry.error == 0 || entry.error == (failure.result ? kShortened : failure.error))) {
       return entry.why;
     }
   }
   return {};
 }
 
-std::string describe(const Fault::Victim& victim, const Fault::Failure& failure) {
+std::string describe(const Fault::InterceptedCall& victim, const Fault::Failure& failure) {
   const std::string how = failure.result ? "result " + std::to_string(*failure.result)
                                          : std::string(strerrorname_np(failure.error));
   return victim.call + " " + how + " on '" + victim.target + "'";

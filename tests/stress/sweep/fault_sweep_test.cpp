@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The k-th system call of a whole life fails, for every k and in every way.
+// The k-th system call of a whole scenario fails, for every k and in every way.
 #include <algorithm>
 #include <cstring>
 
@@ -16,32 +16,32 @@ bool contains(const std::string& text, const std::string& part) {
 
 class FaultSweepTest : public SweepTest {
  protected:
-  void sweep(Life::Effort effort, unsigned count, unsigned step) {
-    liveAsUsual(effort);
-    lasting = count == Fault::forever;
+  void sweep(Scenario::Effort effort, unsigned count, unsigned step) {
+    learnBaseline(effort);
+    lasting = count == Fault::kForever;
     for (unsigned nth = 1;; nth += step) {
       size_t ways = 1;
       for (size_t way = 0; way < ways; ++way) {
-        if (hasEnough()) return;
-        struck = false;
+        if (hasManyProblems()) return;
+        fired = false;
         failure.reset();
         failWay(nth, way, effort, count);
-        if (!struck) return finish(nth - 1);
+        if (!fired) return finish(nth - 1);
         ways = failures.size();
       }
     }
   }
 
  private:
-  void failWay(unsigned nth, size_t way, Life::Effort effort, unsigned count) {
-    const auto choose = [=](const Fault::Victim& call) { return pick(call, nth, way); };
-    live({"call " + std::to_string(nth), effort, [&] { Fault::armAny(nth, choose, count); },
-          [&](const Witness& witness) { checkTold(witness); }});
+  void failWay(unsigned nth, size_t way, Scenario::Effort effort, unsigned count) {
+    const auto choose = [=](const Fault::InterceptedCall& call) { return pick(call, nth, way); };
+    runScenario({"call " + std::to_string(nth), effort, [&] { Fault::armAny(nth, choose, count); },
+                 [&](const EventRecorder& recorder) { checkReported(recorder); }});
   }
 
-  std::optional<Fault::Failure> pick(const Fault::Victim& call, unsigned nth, size_t way) {
+  std::optional<Fault::Failure> pick(const Fault::InterceptedCall& call, unsigned nth, size_t way) {
     const Fault::Bypass bypass;
-    struck = true;
+    fired = true;
     victim = call;
     failures = failuresOf(call.call, nth);
     if (way >= failures.size() || isEndless(failures[way], call)) return std::nullopt;
@@ -51,49 +51,49 @@ class FaultSweepTest : public SweepTest {
   }
 
   // The standard library's streams read and write again for as long as they are interrupted;
-  // what fails for good fails for them, too.
-  bool isEndless(const Fault::Failure& chosen, const Fault::Victim& call) const {
+  // with a lasting failure they never end.
+  bool isEndless(const Fault::Failure& chosen, const Fault::InterceptedCall& call) const {
     return lasting && chosen.error == EINTR &&
            (call.call == "read" || call.call == "write" || call.call == "writev");
   }
 
   bool tells(const Message& message) const {
     if (failure->result) return true;
-    // Whatever errno holds when a socket was opened is in its message.
+    // The message about an opened socket has any errno.
     return !contains(message.text, " success ") &&
            (contains(message.text, std::strerror(failure->error)) ||
             contains(message.text, strerrorname_np(failure->error)));
   }
 
-  /// Whether a message says so that does not come when nothing fails.
-  bool isTold(const Witness& witness) const {
-    const std::vector<Message> messages = newMessages(witness);
+  /// Whether a message reports it that does not come when nothing fails.
+  bool isReported(const EventRecorder& recorder) const {
+    const std::vector<Message> messages = newMessages(recorder);
     return std::any_of(messages.begin(), messages.end(),
                        [this](const Message& message) { return tells(message); });
   }
 
-  void checkTold(const Witness& witness) {
-    if (!failure || !newExceptions(witness).empty() || isTold(witness)) return;
-    if (whyHarmless(victim, *failure).empty()) complain("nobody hears of it");
+  void checkReported(const EventRecorder& recorder) {
+    if (!failure || !newExceptions(recorder).empty() || isReported(recorder)) return;
+    if (whyHarmless(victim, *failure).empty()) report("is not reported");
   }
 
   void finish(unsigned calls) const {
-    std::cout << "fault sweep: " << calls << " calls, " << lives << " lives\n";
+    std::cout << "fault sweep: " << calls << " calls, " << runs << " runs\n";
   }
 
   bool lasting = false;
-  bool struck = false;
-  Fault::Victim victim;
+  bool fired = false;
+  Fault::InterceptedCall victim;
   std::optional<Fault::Failure> failure;
   std::vector<Fault::Failure> failures;
 };
 
-TEST_F(FaultSweepTest, EachSingleFailureIsToldAndOutlived) {
-  sweep(Life::Effort::normal, 1, 1);
+TEST_F(FaultSweepTest, EachSingleFailureIsReportedAndSurvived) {
+  sweep(Scenario::Effort::kNormal, 1, 1);
 }
 
-TEST_F(FaultSweepTest, EachLastingFailureIsToldAndLeaksNothing) {
-  sweep(Life::Effort::small, Fault::forever, isFull() ? 1 : 4);
+TEST_F(FaultSweepTest, EachLastingFailureIsReportedAndLeaksNothing) {
+  sweep(Scenario::Effort::kSmall, Fault::kForever, isFull() ? 1 : 4);
 }
 
 }  // namespace

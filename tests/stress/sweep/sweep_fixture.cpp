@@ -14,9 +14,9 @@
 namespace Zorbe::Test::Sweep {
 namespace {
 
-constexpr unsigned deadlineSeconds = 30;
+constexpr unsigned kDeadlineSeconds = 30;
 
-// What a run that ends the program was about.
+// The name of the current run, for the message of a crash.
 char current[512];
 
 void tell(const char* what) {
@@ -31,7 +31,7 @@ void onSignal(int number) {
   ::raise(number);
 }
 
-// Without what is another number in every life: inodes, addresses, and how often the
+// Without the numbers that differ from run to run: inodes, addresses, and how often the
 // process was interrupted.
 std::string comparable(const std::string& text) {
   std::string result;
@@ -73,31 +73,31 @@ void SweepTest::rename(const std::string& newName) {
   std::strncpy(current, name.c_str(), sizeof current - 1);
 }
 
-void SweepTest::complain(const std::string& what) {
+void SweepTest::report(const std::string& what) {
   ++problems_;
   ADD_FAILURE() << name << ": " << what;
 }
 
-void SweepTest::liveAsUsual(Life::Effort effort) {
-  const Run nothing{"nothing fails", effort, [] {}, [](const Witness&) {}};
-  live(nothing);  // warms up
+void SweepTest::learnBaseline(Scenario::Effort effort) {
+  const Run nothing{"nothing fails", effort, [] {}, [](const EventRecorder&) {}};
+  runScenario(nothing);  // warms up
   Run learning = nothing;
-  learning.judge = [this](const Witness& witness) {
-    for (const Message& message : witness.messages()) usual_.insert(comparable(message.text));
+  learning.judge = [this](const EventRecorder& recorder) {
+    for (const Message& message : recorder.messages()) baseline_.insert(comparable(message.text));
   };
-  live(learning);
+  runScenario(learning);
   Run repeating = nothing;
-  repeating.judge = [this](const Witness& witness) {
-    for (const std::string& text : newExceptions(witness)) complain("throws: " + text);
-    if (witness.badAllocs() != 0) complain("throws bad_alloc");
+  repeating.judge = [this](const EventRecorder& recorder) {
+    for (const std::string& text : newExceptions(recorder)) report("throws: " + text);
+    if (recorder.badAllocs() != 0) report("throws bad_alloc");
   };
-  live(repeating);
+  runScenario(repeating);
 }
 
-std::vector<Message> SweepTest::newMessages(const Witness& witness) const {
+std::vector<Message> SweepTest::newMessages(const EventRecorder& recorder) const {
   std::vector<Message> found;
-  std::multiset<std::string> expected = usual_;
-  for (const Message& message : witness.messages()) {
+  std::multiset<std::string> expected = baseline_;
+  for (const Message& message : recorder.messages()) {
     const auto known = expected.find(comparable(message.text));
     if (known == expected.end()) {
       found.push_back(message);
@@ -108,12 +108,12 @@ std::vector<Message> SweepTest::newMessages(const Witness& witness) const {
   return found;
 }
 
-bool SweepTest::missesMessages(const Witness& witness) const {
-  return witness.messages().size() - newMessages(witness).size() < usual_.size();
+bool SweepTest::missesMessages(const EventRecorder& recorder) const {
+  return recorder.messages().size() - newMessages(recorder).size() < baseline_.size();
 }
 
-std::vector<std::string> SweepTest::newExceptions(const Witness& witness) {
-  std::vector<std::string> found = witness.thrown();
+std::vector<std::string> SweepTest::newExceptions(const EventRecorder& recorder) {
+  std::vector<std::string> found = recorder.thrown();
   const auto refusal = std::find_if(found.begin(), found.end(), [](const std::string& text) {
     return text.find("duplicate writer") != std::string::npos;
   });
@@ -128,15 +128,15 @@ void SweepTest::clearRoot() {
   std::filesystem::create_directories(inRoot("processes/self"));
 }
 
-// The world of a life: as small as it can be, and the same every time.
-void SweepTest::furnish() const {
+// The system as a scenario sees it: small, and the same every time.
+void SweepTest::prepareSystem() const {
   // A refused writer looks for the holder among all processes and sockets.
   Fault::redirect("opendir", "/proc", inRoot("processes"));
   Fault::redirect("fopen", "/proc/net/unix", inRoot("unix"));
   Fault::before("fopen", 1, [this] { listSockets(); }).onPath("/proc/net/unix");
   // There is another network namespace, and it can be entered.
   Fault::redirect("open", "/run/netns/default", "/proc/self/ns/net");
-  Fault::armResult("setns", 1, 0, Fault::forever);
+  Fault::armResult("setns", 1, 0, Fault::kForever);
 }
 
 void SweepTest::listSockets() const {
@@ -149,48 +149,50 @@ void SweepTest::listSockets() const {
   for (const auto& line : lines) own << line.second << '\n';
 }
 
-void SweepTest::live(const Run& run) {
+void SweepTest::runScenario(const Run& run) {
   std::optional<Fault::Bypass> bypass(std::in_place);
   rename(run.name);
   clearRoot();
-  ++lives;
+  ++runs;
   const Census before = Census::take();
   const long blocks = Memory::blocks();
-  auto witness = std::make_unique<Witness>();
-  ::alarm(deadlineSeconds);
+  auto recorder = std::make_unique<EventRecorder>();
+  ::alarm(kDeadlineSeconds);
   run.arm();
-  furnish();
+  prepareSystem();
   bypass.reset();
-  const Ending ending = lead(*witness, run.effort);
+  const Ending ending = lead(*recorder, run.effort);
   Memory::stopFailing();
   bypass.emplace();
   Fault::reset();
-  if (run.effort == Life::Effort::normal && !ending.rested) complain("the loop does not rest");
-  if (run.effort == Life::Effort::normal && !ending.recovered) complain("does not recover");
-  checkRest(*witness, before);
-  run.judge(*witness);
-  witness.reset();
+  if (run.effort == Scenario::Effort::kNormal && !ending.becameIdle)
+    report("the loop does not rest");
+  if (run.effort == Scenario::Effort::kNormal && !ending.recovered) report("does not recover");
+  checkAfterwards(*recorder, before);
+  run.judge(*recorder);
+  recorder.reset();
   if (Memory::blocks() != blocks) {
-    complain(std::to_string(Memory::blocks() - blocks) + " blocks of memory leaked");
+    report(std::to_string(Memory::blocks() - blocks) + " blocks of memory leaked");
   }
 }
 
-SweepTest::Ending SweepTest::lead(Witness& witness, Life::Effort effort) {
-  Life life(witness, table, effort);
-  life.live();
-  return {life.recovered(), !life.spun()};
+SweepTest::Ending SweepTest::lead(EventRecorder& recorder, Scenario::Effort effort) {
+  Scenario scenario(recorder, table, effort);
+  scenario.run();
+  return {scenario.recovered(), !scenario.neverIdle()};
 }
 
-void SweepTest::checkRest(const Witness& witness, const Census& before) {
-  for (const std::string& stranger : witness.strangers()) complain("throws: " + stranger);
-  for (const Message& message : witness.messages()) {
-    if (message.text == "TWO WRITERS") complain("two writers");
+void SweepTest::checkAfterwards(const EventRecorder& recorder, const Census& before) {
+  for (const std::string& unexpected : recorder.unexpectedExceptions())
+    report("throws: " + unexpected);
+  for (const Message& message : recorder.messages()) {
+    if (message.text == "TWO WRITERS") report("two writers");
   }
   const Census after = Census::take();
   const auto left = before.openedBy(after);
-  if (left.size() != witness.documentedLeaks() || !after.openedBy(before).empty()) {
-    complain("descriptors changed, " + std::to_string(witness.documentedLeaks()) +
-             " expected to stay open:\n" + before.difference(after));
+  if (left.size() != recorder.documentedLeaks() || !after.openedBy(before).empty()) {
+    report("descriptors changed, " + std::to_string(recorder.documentedLeaks()) +
+           " expected to stay open:\n" + before.difference(after));
   }
   const Fault::Bypass bypass;
   for (const int fd : left) ::close(fd);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// One life after the other, each with something failing in it, and what holds after each.
+// Runs one scenario after the other, each with a failure, and checks the state after each.
 #pragma once
 
 #include <exception>
@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "fault/fault.h"
-#include "stress/sweep/life.h"
+#include "stress/sweep/scenario.h"
 #include "support/failing_memory.h"
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 namespace Zorbe::Test::Sweep {
 
@@ -22,53 +22,53 @@ class SweepTest : public ZorbeTest {
   SweepTest();
   ~SweepTest() override;
 
-  /// Lives once. `arm` makes something fail from the first step on.
+  /// A run of the scenario. `arm` makes something fail from the first step on.
   struct Run {
     std::string name;
-    Life::Effort effort = Life::Effort::normal;
+    Scenario::Effort effort = Scenario::Effort::kNormal;
     std::function<void()> arm;
-    std::function<void(const Witness&)> judge;
+    std::function<void(const EventRecorder&)> judge;
   };
-  void live(const Run& run);
+  void runScenario(const Run& run);
 
-  /// A test that has found so much has found enough.
-  bool hasEnough() const { return problems_ >= 20; }
-  void complain(const std::string& what);
+  /// Enough to end the test.
+  bool hasManyProblems() const { return problems_ >= 20; }
+  void report(const std::string& what);
 
-  /// Leads lives in which nothing fails, and keeps what is usual.
-  void liveAsUsual(Life::Effort effort);
+  /// Runs scenarios in which nothing fails, and keeps their messages.
+  void learnBaseline(Scenario::Effort effort);
 
-  /// The messages that do not come when nothing fails.
-  std::vector<Message> newMessages(const Witness& witness) const;
+  /// The messages that the baseline does not have.
+  std::vector<Message> newMessages(const EventRecorder& recorder) const;
 
-  /// Messages that come when nothing fails are missing.
-  bool missesMessages(const Witness& witness) const;
+  /// Messages of the baseline are missing.
+  bool missesMessages(const EventRecorder& recorder) const;
 
-  /// What is thrown but the refusal of the second writer, which comes once in every life.
-  static std::vector<std::string> newExceptions(const Witness& witness);
+  /// The exceptions, without the refusal of the second writer, which every scenario has.
+  static std::vector<std::string> newExceptions(const EventRecorder& recorder);
 
-  /// What the run is about, once that is known.
+  /// Names the run, once its failure is known.
   void rename(const std::string& newName);
 
-  unsigned lives = 0;
+  unsigned runs = 0;
   std::string name;  ///< of the run
 
  private:
   struct Ending {
     bool recovered;
-    bool rested;
+    bool becameIdle;
   };
 
-  Ending lead(Witness& witness, Life::Effort effort);
-  void checkRest(const Witness& witness, const Census& before);
+  Ending lead(EventRecorder& recorder, Scenario::Effort effort);
+  void checkAfterwards(const EventRecorder& recorder, const Census& before);
   void clearRoot();
-  void furnish() const;
+  void prepareSystem() const;
   void listSockets() const;
 
   std::terminate_handler terminate_;
   std::map<int, void (*)(int)> signals_;
   SharedTable table;
-  std::multiset<std::string> usual_;  // texts of messages
+  std::multiset<std::string> baseline_;  // texts of messages
   unsigned problems_ = 0;
 };
 

@@ -56,9 +56,8 @@ int setTimer(int fd, int flags, const itimerspec* value, itimerspec* /*old*/) {
 
 FakeClock::FakeClock() {
   clock = Clock(1000 * Clock::kSecond);
-  Fault::divert("clock_gettime", readClock);
-  Fault::divert("timerfd_create", createTimer);
-  Fault::divert("timerfd_settime", setTimer);
+  Fault::divert("clock_gettime", readClock, "timerfd_create", createTimer, "timerfd_settime",
+                setTimer);
 }
 
 int64_t FakeClock::now() {

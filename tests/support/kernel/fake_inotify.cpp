@@ -32,11 +32,8 @@ FakeInotify::FakeInotify() : inotify_(kUnlimited) {
   current = this;
   files_.attach(&inotify_);
   for (size_t i = 0; i < kDirectories; ++i) make(i);
-  Fault::divert("inotify_init1", init);
-  Fault::divert("inotify_add_watch", add);
-  Fault::divert("inotify_rm_watch", removeWatch);
-  Fault::divert("read", read);
-  Fault::divert("fopen", openWatchList);
+  Fault::divert("inotify_init1", init, "inotify_add_watch", add, "inotify_rm_watch", removeWatch,
+                "read", read, "fopen", openWatchList);
 }
 
 void FakeInotify::change(size_t directory, uint32_t event, const std::string& name) {

@@ -49,7 +49,7 @@ class Files {
   /// The mode of each path.
   std::map<std::string, mode_t> modes() const;
 
-  /// From now on these watches are told what happens. It detaches before it goes.
+  /// From now on these watches receive the events, until they are detached.
   void attach(Inotify* watches) { watchers_.push_back(watches); }
   void detach(Inotify* watches);
 

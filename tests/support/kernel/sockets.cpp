@@ -7,21 +7,21 @@
 namespace Zorbe::Test::Kernel {
 
 int Sockets::bind(const SocketRef& socket, const std::string& name) {
-  if (socket->state != Socket::State::fresh) return EINVAL;
+  if (socket->state != Socket::State::kFresh) return EINVAL;
   if (holder(name)) {
-    met_.insert("name in use");
+    covered_.insert("name in use");
     return EADDRINUSE;
   }
   names_[name] = socket;
   socket->name = name;
-  socket->state = Socket::State::bound;
+  socket->state = Socket::State::kBound;
   return 0;
 }
 
 int Sockets::listen(Socket& socket, int backlog) {
-  if (socket.state != Socket::State::bound && socket.state != Socket::State::listening)
+  if (socket.state != Socket::State::kBound && socket.state != Socket::State::kListening)
     return EINVAL;
-  socket.state = Socket::State::listening;
+  socket.state = Socket::State::kListening;
   socket.backlog = static_cast<std::size_t>(backlog);
   return 0;
 }
@@ -29,22 +29,22 @@ int Sockets::listen(Socket& socket, int backlog) {
 int Sockets::connect(const SocketRef& socket, const std::string& name) {
   const SocketRef listener = holder(name);
   if (!listener) {
-    met_.insert("no writer");
+    covered_.insert("no writer");
     return ECONNREFUSED;
   }
-  if (listener->state != Socket::State::listening) {
-    met_.insert("writer does not listen yet");
+  if (listener->state != Socket::State::kListening) {
+    covered_.insert("writer does not listen yet");
     return ECONNREFUSED;
   }
   if (isFull(*listener)) {
-    met_.insert("backlog full");
+    covered_.insert("backlog full");
     return EAGAIN;
   }
-  if (socket->state == Socket::State::connected) return EISCONN;
-  if (socket->state != Socket::State::fresh) return EINVAL;
+  if (socket->state == Socket::State::kConnected) return EISCONN;
+  if (socket->state != Socket::State::kFresh) return EINVAL;
   auto other = std::make_shared<Socket>();
   other->owner = listener->owner;
-  other->state = socket->state = Socket::State::connected;
+  other->state = socket->state = Socket::State::kConnected;
   other->peer = socket;
   socket->peer = other;
   listener->pending.push_back(std::move(other));
@@ -52,7 +52,7 @@ int Sockets::connect(const SocketRef& socket, const std::string& name) {
 }
 
 int Sockets::accept(Socket& listener, SocketRef& accepted) {
-  if (listener.state != Socket::State::listening) return EINVAL;
+  if (listener.state != Socket::State::kListening) return EINVAL;
   if (listener.pending.empty()) return EAGAIN;
   accepted = std::move(listener.pending.front());
   listener.pending.pop_front();
@@ -61,11 +61,11 @@ int Sockets::accept(Socket& listener, SocketRef& accepted) {
 
 int Sockets::send(Socket& socket, const std::string& packet) {
   if (const int error = std::exchange(socket.error, 0)) return error;
-  if (socket.state != Socket::State::connected) return ENOTCONN;
+  if (socket.state != Socket::State::kConnected) return ENOTCONN;
   const SocketRef peer = socket.peer.lock();
   if (socket.peerClosed || !peer) return EPIPE;
   if (peer->packets.size() >= queueLimit_) {
-    met_.insert(packet.size() == 1 ? "kick lost" : "report lost");
+    covered_.insert(packet.size() == 1 ? "kick lost" : "report lost");
     return EAGAIN;
   }
   peer->packets.push_back(packet);
@@ -74,7 +74,7 @@ int Sockets::send(Socket& socket, const std::string& packet) {
 
 int Sockets::receive(Socket& socket, std::size_t capacity, std::string& packet) {
   packet.clear();
-  if (socket.state != Socket::State::connected) return ENOTCONN;
+  if (socket.state != Socket::State::kConnected) return ENOTCONN;
   if (const int error = std::exchange(socket.error, 0)) return error;
   if (!socket.packets.empty()) {
     packet = socket.packets.front().substr(0, capacity);
@@ -90,9 +90,9 @@ void Sockets::hangUp(Socket& socket, bool dataLost) {
   peer->peerClosed = true;
   if (!dataLost) return;
   peer->error = ECONNRESET;
-  met_.insert(socket.state == Socket::State::connected && socket.packets.empty()
-                  ? "connection ended before it was accepted"
-                  : "connection reset");
+  covered_.insert(socket.state == Socket::State::kConnected && socket.packets.empty()
+                      ? "connection ended before it was accepted"
+                      : "connection reset");
 }
 
 void Sockets::close(const SocketRef& socket) {
@@ -111,7 +111,7 @@ bool Sockets::readable(const Socket& socket) const {
 
 bool Sockets::decided(const std::string& name) const {
   const SocketRef listener = holder(name);
-  return !listener || listener->state != Socket::State::listening || !isFull(*listener);
+  return !listener || listener->state != Socket::State::kListening || !isFull(*listener);
 }
 
 SocketRef Sockets::holder(const std::string& name) const {

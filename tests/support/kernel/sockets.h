@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Sequenced-packet sockets with abstract names as unix(7) and Linux have them. Everything
-// returns 0 or an errno and blocks nowhere: EAGAIN says that a blocking call would wait.
+// returns 0 or an errno and blocks nowhere: EAGAIN: a blocking call would wait.
 #pragma once
 
 #include <cstddef>
@@ -17,10 +17,10 @@ struct Socket;
 using SocketRef = std::shared_ptr<Socket>;
 
 struct Socket {
-  enum class State { fresh, bound, listening, connected };
+  enum class State { kFresh, kBound, kListening, kConnected };
 
   int owner = 0;  ///< the process; of an end that is not accepted yet, the listener's
-  State state = State::fresh;
+  State state = State::kFresh;
   bool nonBlocking = false;
   bool closed = false;
   std::string name;
@@ -29,15 +29,15 @@ struct Socket {
   std::deque<std::string> packets;  ///< to be received
   std::weak_ptr<Socket> peer;
   bool peerClosed = false;
-  int error = 0;  ///< told once, by the next send or receive
+  int error = 0;  ///< reported once, by the next send or receive
 };
 
 class Sockets {
  public:
-  /// A send finds the queue full when `queueLimit` packets are not received yet. `met`
+  /// A send finds the queue full when `queueLimit` packets are not received yet. `covered`
   /// receives names of what has happened.
-  Sockets(std::size_t queueLimit, std::set<std::string>& met)
-      : queueLimit_(queueLimit), met_(met) {}
+  Sockets(std::size_t queueLimit, std::set<std::string>& covered)
+      : queueLimit_(queueLimit), covered_(covered) {}
 
   int bind(const SocketRef& socket, const std::string& name);
   int listen(Socket& socket, int backlog);
@@ -49,13 +49,13 @@ class Sockets {
   /// empty packet.
   int receive(Socket& socket, std::size_t capacity, std::string& packet);
 
-  /// The last descriptor has gone: the name is free, and the peer sees the end.
+  /// The last descriptor is closed: the name is free, and the peer sees the end.
   void close(const SocketRef& socket);
 
   /// Poll would say so: a packet, an end, an error or a connection to accept.
   bool readable(const Socket& socket) const;
 
-  /// A connect that waits would go on: to a place in the queue, or to a refusal.
+  /// A connect that waits would return: with a place in the queue, or refused.
   bool decided(const std::string& name) const;
 
   /// Who has the name, or null.
@@ -66,7 +66,7 @@ class Sockets {
   void hangUp(Socket& socket, bool dataLost);
 
   std::size_t queueLimit_;
-  std::set<std::string>& met_;
+  std::set<std::string>& covered_;
   std::map<std::string, std::weak_ptr<Socket>> names_;
 };
 

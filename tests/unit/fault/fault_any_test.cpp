@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "fault/fault.h"
 
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -20,7 +20,7 @@ class FaultAnyTest : public ZorbeTest {
     struct stat status {};
     return stat(path.c_str(), &status);
   }
-  std::optional<Fault::Failure> failWith(int error, const Fault::Victim& victim) {
+  std::optional<Fault::Failure> failWith(int error, const Fault::InterceptedCall& victim) {
     victims.push_back(victim.call + " " + victim.target);
     return Fault::Failure{error};
   }
@@ -28,8 +28,9 @@ class FaultAnyTest : public ZorbeTest {
   std::vector<std::string> victims;
 };
 
-TEST_F(FaultAnyTest, StrikesTheNthCallWhateverItsName) {
-  Fault::armAny(2, [this](const Fault::Victim& victim) { return failWith(EPERM, victim); });
+TEST_F(FaultAnyTest, FailsTheNthCallOfAnyName) {
+  Fault::armAny(2,
+                [this](const Fault::InterceptedCall& victim) { return failWith(EPERM, victim); });
   EXPECT_EQ(look("/"), 0);
   EXPECT_EQ(rmdir("/none"), -1);
   EXPECT_EQ(errno, EPERM);
@@ -38,9 +39,11 @@ TEST_F(FaultAnyTest, StrikesTheNthCallWhateverItsName) {
   EXPECT_THAT(victims, ElementsAre("rmdir /none"));
 }
 
-TEST_F(FaultAnyTest, GoesOnWithCallsOfThatName) {
-  const auto choose = [this](const Fault::Victim& victim) { return failWith(EIO, victim); };
-  const auto armed = Fault::armAny(1, choose, Fault::forever);
+TEST_F(FaultAnyTest, ContinuesWithCallsOfThatName) {
+  const auto choose = [this](const Fault::InterceptedCall& victim) {
+    return failWith(EIO, victim);
+  };
+  const auto armed = Fault::armAny(1, choose, Fault::kForever);
   EXPECT_EQ(look("/"), -1);
   EXPECT_EQ(look("/"), -1);
   EXPECT_EQ(unlink("/none"), -1);
@@ -50,7 +53,7 @@ TEST_F(FaultAnyTest, GoesOnWithCallsOfThatName) {
 }
 
 TEST_F(FaultAnyTest, SparesACallThatNothingIsChosenFor) {
-  const auto armed = Fault::armAny(1, [](const Fault::Victim&) { return std::nullopt; });
+  const auto armed = Fault::armAny(1, [](const Fault::InterceptedCall&) { return std::nullopt; });
   EXPECT_EQ(look("/"), 0);
   EXPECT_EQ(look("/"), 0);
   EXPECT_EQ(armed.fired(), 0u);
@@ -58,12 +61,12 @@ TEST_F(FaultAnyTest, SparesACallThatNothingIsChosenFor) {
 }
 
 TEST_F(FaultAnyTest, ReturnsTheChosenResult) {
-  Fault::armAny(1, [](const Fault::Victim&) { return Fault::Failure{0, 7}; });
+  Fault::armAny(1, [](const Fault::InterceptedCall&) { return Fault::Failure{0, 7}; });
   EXPECT_EQ(look("/none"), 7);
 }
 
 TEST_F(FaultAnyTest, ComesBeforeWhatIsArmedLater) {
-  Fault::armAny(1, [](const Fault::Victim&) { return Fault::Failure{EMFILE}; });
+  Fault::armAny(1, [](const Fault::InterceptedCall&) { return Fault::Failure{EMFILE}; });
   Fault::redirect("opendir", "/none", "/");
   EXPECT_EQ(opendir("/none"), nullptr);
   EXPECT_EQ(errno, EMFILE);

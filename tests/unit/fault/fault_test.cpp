@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "fault/fault.h"
 
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -70,7 +70,7 @@ TEST_F(FaultTest, LeavesErrnoOfSuccessfulCallsAlone) {
   EXPECT_EQ(errno, EXDEV);
 }
 
-TEST_F(FaultTest, StrikesTheNthCallAndOnlyIt) {
+TEST_F(FaultTest, FailsTheNthCallAndOnlyIt) {
   const auto armed = Fault::arm("send", 2, ECONNRESET);
   EXPECT_EQ(sendText("1"), 1);
   EXPECT_EQ(sendText("2"), -1);
@@ -92,9 +92,9 @@ TEST_F(FaultTest, CountsEachArmedFaultByItself) {
   EXPECT_EQ(errno, EIO);
 }
 
-TEST_F(FaultTest, GoesOnAsOftenAsAsked) {
+TEST_F(FaultTest, ContinuesAsOftenAsAsked) {
   Fault::arm("send", 1, EAGAIN, 2);
-  Fault::arm("recv", 1, EINTR, Fault::forever);
+  Fault::arm("recv", 1, EINTR, Fault::kForever);
   EXPECT_EQ(sendText("1"), -1);
   EXPECT_EQ(sendText("2"), -1);
   EXPECT_EQ(sendText("3"), 1);
@@ -102,13 +102,13 @@ TEST_F(FaultTest, GoesOnAsOftenAsAsked) {
   EXPECT_EQ(Fault::calls("recv"), 5u);
 }
 
-TEST_F(FaultTest, StrikesOnlyTheDescriptorItIsBoundTo) {
+TEST_F(FaultTest, FailsOnlyTheDescriptorItIsBoundTo) {
   Fault::arm("send", 1, EIO).onFd(pair[1]);
   EXPECT_EQ(send(pair[0], "x", 1, 0), 1);
   EXPECT_EQ(send(pair[1], "x", 1, 0), -1);
 }
 
-TEST_F(FaultTest, StrikesOnlyThePathItIsBoundTo) {
+TEST_F(FaultTest, FailsOnlyThePathItIsBoundTo) {
   const std::string one = makeFile("one");
   const std::string two = makeFile("two");
   Fault::arm("unlink", 1, EPERM).onPath(two);
@@ -117,7 +117,7 @@ TEST_F(FaultTest, StrikesOnlyThePathItIsBoundTo) {
   EXPECT_EQ(errno, EPERM);
 }
 
-TEST_F(FaultTest, KnowsThePathBehindADescriptor) {
+TEST_F(FaultTest, MatchesThePathOfADescriptor) {
   const std::string path = makeFile("file");
   Fault::arm("read", 1, EIO).onPath(path);
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -188,7 +188,7 @@ TEST_F(FaultTest, ErrorZeroLeavesErrnoAlone) {
   EXPECT_STREQ(strerror(EIO), "Input/output error");
 }
 
-TEST_F(FaultTest, AltersWhatStatTells) {
+TEST_F(FaultTest, AltersWhatStatReports) {
   Fault::alterStat("stat", 1, [](struct stat& status) { status.st_blocks = blkcnt_t{1} << 40; });
   struct stat status {};
   EXPECT_EQ(stat("/", &status), 0);

@@ -2,7 +2,7 @@
 #include "support/fake_platform.h"
 
 #include "fault/fault.h"
-#include "support/fake_platform_test_fixture.h"
+#include "support/fake_platform_fixture.h"
 
 #include <fcntl.h>
 #include <gtest/gtest-spi.h>
@@ -98,8 +98,8 @@ TEST_F(FakePlatformOwnTest, WatchThrowsOnRequestAndOnWhatIsNoDescriptor) {
 TEST_F(FakePlatformOwnTest, ControlsStayKnownWhenTheyAreDeleted) {
   newFd().reset();
   const auto second = newFd();
-  EXPECT_TRUE(platform.fd(0).gone());
-  EXPECT_FALSE(platform.fd(1).gone());
+  EXPECT_TRUE(platform.fd(0).isDeleted());
+  EXPECT_FALSE(platform.fd(1).isDeleted());
   EXPECT_EQ(platform.fdCount(), 2u);
   EXPECT_THROW(platform.fd(2), std::out_of_range);
 }
@@ -138,7 +138,7 @@ TEST_F(FakePlatformOwnTest, InotifyEventsAreMadeByHand) {
   EXPECT_NONFATAL_FAILURE(platform.inotify(0).changed("slots"), "nothing is watched");
 }
 
-TEST_F(FakePlatformOwnTest, NamespacesFailOrSucceedAsTold) {
+TEST_F(FakePlatformOwnTest, NamespacesFailOrSucceedAsArmed) {
   EXPECT_EQ(setnsByName(DEFAULT_NS, 0x40000000), -1);
   EXPECT_STREQ(netnsGetTracebuffer(), "no namespaces in this test");
   platform.letSetnsFail(std::nullopt);
@@ -149,7 +149,7 @@ TEST_F(FakePlatformOwnTest, NamespacesFailOrSucceedAsTold) {
   EXPECT_EQ(platform.tracebufferReads(), 2u);
 }
 
-TEST_F(FakePlatformOwnTest, MkpathCreatesDirectoriesUnlessToldToFail) {
+TEST_F(FakePlatformOwnTest, MkpathCreatesDirectoriesUnlessArmedToFail) {
   EXPECT_EQ(Mem::mkpath(inRoot("a/b"), 0777), 0);
   EXPECT_EQ(Mem::mkpath(inRoot("a/b"), 0777), 0);
   EXPECT_EQ(access(inRoot("a/b").c_str(), F_OK), 0);

@@ -34,7 +34,7 @@ TEST_F(RecordingHandlerTest, KeepsLevelAndTextInOrder) {
   EXPECT_EQ(testing::PrintToString(handler.messages().front()), "level 5: \"one\"");
 }
 
-TEST_F(RecordingHandlerTest, TellsLevelsAndTextsApart) {
+TEST_F(RecordingHandlerTest, DistinguishesLevelsAndTexts) {
   log(5, "one");
   EXPECT_THAT(handler.messages(), testing::Not(ElementsAre(Logged(4, "one"))));
   EXPECT_THAT(handler.messages(), testing::Not(ElementsAre(Logged(5, "on"))));
@@ -51,7 +51,7 @@ TEST_F(RecordingHandlerTest, WantsNothingAboveTheMaximalLevel) {
   log(3, "no");
   log(2, "yes");
   EXPECT_THAT(handler.take(), ElementsAre(Logged(2, "yes")));
-  handler.setMaxLevel(RecordingHandler::nothing);
+  handler.setMaxLevel(RecordingHandler::kNothing);
   log(0, "no");
   EXPECT_TRUE(handler.messages().empty());
   handler.verifyFailures();
@@ -62,8 +62,8 @@ TEST_F(RecordingHandlerTest, CountsQuestions) {
   log(1, "yes");
   log(9, "no");
   log(9, "no");
-  EXPECT_EQ(handler.asked(), 3u);
-  EXPECT_EQ(handler.asked(9), 2u);
+  EXPECT_EQ(handler.queries(), 3u);
+  EXPECT_EQ(handler.queries(9), 2u);
 }
 
 TEST_F(RecordingHandlerTest, RemembersThePrecisionOfTheStream) {
@@ -72,7 +72,7 @@ TEST_F(RecordingHandlerTest, RemembersThePrecisionOfTheStream) {
 }
 
 TEST_F(RecordingHandlerTest, TrashesErrnoInBothCalls) {
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   errno = 0;
   EXPECT_TRUE(handler.isEnabled(1));
   EXPECT_EQ(errno, EXDEV);

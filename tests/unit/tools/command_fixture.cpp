@@ -13,7 +13,6 @@
 #include <sstream>
 
 namespace Zorbe::Test {
-namespace fs = std::filesystem;
 namespace {
 
 std::string example(const std::string& name) {
@@ -76,20 +75,19 @@ ChildProcess Command::startReader(const std::string& table) {
   return reader;
 }
 
-nlohmann::json Command::listed(const std::string& table) {
+Json Command::listed(const std::string& table) {
   const Outcome run = zorbe({"list", "--json"});
   EXPECT_EQ(run.status, 0) << run.err;
-  const nlohmann::json told = run.json();
-  for (const nlohmann::json& found : told["tables"]) {
+  const Json told = run.json();
+  for (const Json& found : told["tables"]) {
     if (found["name"] == table) return found;
   }
   return nullptr;
 }
 
-nlohmann::json Command::listedOnce(const std::string& table,
-                                   const std::function<bool(const nlohmann::json&)>& wanted) {
+Json Command::listedOnce(const std::string& table, const std::function<bool(const Json&)>& wanted) {
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-  nlohmann::json found;
+  Json found;
   do {
     found = listed(table);
     if (!found.is_null() && wanted(found)) return found;

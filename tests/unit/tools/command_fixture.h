@@ -3,17 +3,20 @@
 
 #include <zorbe/root_path.h>
 
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/fixture.h"
 #include "support/raw_peer.h"
-#include "support/zorbe_test.h"
 
 namespace Zorbe::Test {
 
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
 /// What a run of the command came to.
@@ -22,7 +25,7 @@ struct Outcome {
   std::string out;
   std::string err;
 
-  nlohmann::json json() const { return nlohmann::json::parse(out); }
+  Json json() const { return Json::parse(out); }
   Words lines() const;
 };
 
@@ -44,12 +47,11 @@ class Command : public ZorbeTest {
   static ChildProcess startWriter(const std::string& table);
   static ChildProcess startReader(const std::string& table);
 
-  /// What `zorbe list --json` tells about the table; null when it is not listed.
-  static nlohmann::json listed(const std::string& table);
+  /// The entry of the table in `zorbe list --json`; null when it is not listed.
+  static Json listed(const std::string& table);
 
   /// Asks again until the table is as wanted; fails the test when that takes too long.
-  static nlohmann::json listedOnce(const std::string& table,
-                                   const std::function<bool(const nlohmann::json&)>& wanted);
+  static Json listedOnce(const std::string& table, const std::function<bool(const Json&)>& wanted);
 
   /// A root directory with one file of a table in it.
   std::string makeTable(const std::string& name);

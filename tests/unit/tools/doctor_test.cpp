@@ -6,23 +6,19 @@
 
 #include "unit/tools/command_fixture.h"
 
+namespace Zorbe::Test {
 namespace {
 
-namespace fs = std::filesystem;
-using Json = nlohmann::json;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::Descriptor;
-using Zorbe::Test::Outcome;
 
-class ZorbeDoctor : public Zorbe::Test::Command {
+class ZorbeDoctor : public Command {
  protected:
   ZorbeDoctor() { fs::permissions(rootPath(), fs::perms(0777)); }
 
   /// What a check found that is wrong, and nothing else is: "" when nothing is.
   static std::string problem(const Outcome& run, const std::string& check) {
     std::string found;
-    const nlohmann::json told = run.json();
+    const Json told = run.json();
     for (const Json& finding : told["findings"]) {
       if (finding["severity"] != "problem") continue;
       EXPECT_EQ(finding["check"], check) << finding;
@@ -38,7 +34,7 @@ class ZorbeDoctor : public Zorbe::Test::Command {
     return problem(zorbe({"doctor", "--json"}), check);
   }
 
-  static constexpr int cannot = 100;
+  static constexpr int kSkipped = 100;
 
   /// The command in a user namespace of its own, in which this limit is 0.
   static Outcome withLimit(const std::string& limit) {
@@ -55,16 +51,16 @@ class ZorbeDoctor : public Zorbe::Test::Command {
   }
 };
 
-TEST_F(ZorbeDoctor, aHostInOrderIsYes) {
+TEST_F(ZorbeDoctor, AHostInOrderIsYes) {
   const ChildProcess writer = startWriter("t");
   EXPECT_EQ(problem(""), "");
 }
 
-TEST_F(ZorbeDoctor, aBaseThatAnybodyMayMakeIsNoProblem) {
+TEST_F(ZorbeDoctor, ABaseThatAnybodyMayMakeIsNoProblem) {
   EXPECT_EQ(problem(zorbe({"doctor", "--json", "--root", inRoot("later")}), ""), "");
 }
 
-TEST_F(ZorbeDoctor, aBaseThatTheUserCannotMakeIsAProblem) {
+TEST_F(ZorbeDoctor, ABaseThatTheUserCannotMakeIsAProblem) {
   fs::create_directory(inRoot("closed"));
   fs::permissions(inRoot("closed"), fs::perms(0555));
   const std::string base = inRoot("closed/base");
@@ -72,20 +68,20 @@ TEST_F(ZorbeDoctor, aBaseThatTheUserCannotMakeIsAProblem) {
   EXPECT_THAT(problem(run, "base"), HasSubstr("mkdir -p " + base + " && chmod 0777 " + base));
 }
 
-TEST_F(ZorbeDoctor, aBaseThatIsNotWritableIsAProblemForTheUserWhoMayNot) {
+TEST_F(ZorbeDoctor, ABaseThatIsNotWritableIsAProblemForTheUserWhoMayNot) {
   fs::create_directory(inRoot("base"));
   fs::permissions(inRoot("base"), fs::perms(0555));
   const Outcome run = zorbeAsOrdinaryUser({"doctor", "--json", "--root", inRoot("base")});
   EXPECT_THAT(problem(run, "base"), HasSubstr("chmod 0777 " + inRoot("base")));
 }
 
-TEST_F(ZorbeDoctor, aBaseThatIsAFileIsAProblem) {
+TEST_F(ZorbeDoctor, ABaseThatIsAFileIsAProblem) {
   writeFile(inRoot("file"), "");
   EXPECT_THAT(problem(zorbe({"doctor", "--json", "--root", inRoot("file")}), "base"),
               HasSubstr("Not a directory"));
 }
 
-TEST_F(ZorbeDoctor, modesThatKeepOthersOutAreProblems) {
+TEST_F(ZorbeDoctor, ModesThatKeepOthersOutAreProblems) {
   const std::string path = makeTable("t");
   fs::permissions(path, fs::perms(0755));
   EXPECT_THAT(problem("mode"), HasSubstr("-> as its owner: chmod 0777 " + path));
@@ -94,14 +90,14 @@ TEST_F(ZorbeDoctor, modesThatKeepOthersOutAreProblems) {
   EXPECT_THAT(problem("mode"), HasSubstr("-> as its owner: chmod 0666 " + path + "/fenix"));
 }
 
-TEST_F(ZorbeDoctor, aNameTooLongForASocketIsAProblem) {
+TEST_F(ZorbeDoctor, ANameTooLongForASocketIsAProblem) {
   fs::create_directory(inRoot(std::string(91, 'n')));
   EXPECT_EQ(problem("name"), "");
   fs::create_directory(inRoot(std::string(92, 'n')));
   EXPECT_THAT(problem("name"), HasSubstr(std::string(92, 'n')));
 }
 
-TEST_F(ZorbeDoctor, aMarkerFromBeforeTheLastIncarnationIsStale) {
+TEST_F(ZorbeDoctor, AMarkerFromBeforeTheLastIncarnationIsStale) {
   const std::string path = makeTable("t");
   writeFile(path + "/corruption-detected", "Pid 1 thinks so\n");
   setTime(path + "/corruption-detected", 1000);
@@ -110,7 +106,7 @@ TEST_F(ZorbeDoctor, aMarkerFromBeforeTheLastIncarnationIsStale) {
   EXPECT_THAT(problem("corruption"), HasSubstr("-> rm " + path + "/corruption-detected"));
 }
 
-TEST_F(ZorbeDoctor, aMarkerOnTheLastIncarnationIsCorruption) {
+TEST_F(ZorbeDoctor, AMarkerOnTheLastIncarnationIsCorruption) {
   const std::string path = makeTable("t");
   writeFile(path + "/corruption-detected", "Pid 1 thinks so\n");
   setTime(path + "/fenix", 1000);
@@ -118,37 +114,37 @@ TEST_F(ZorbeDoctor, aMarkerOnTheLastIncarnationIsCorruption) {
   EXPECT_THAT(problem("corruption"), HasSubstr("zorbe remove -- t"));
 }
 
-TEST_F(ZorbeDoctor, aWriterWithoutADirectoryIsAProblem) {
+TEST_F(ZorbeDoctor, AWriterWithoutADirectoryIsAProblem) {
   const Descriptor held = lock("t");
   fs::remove_all(inRoot("t"));
   EXPECT_THAT(problem("directory"), HasSubstr("t has a writer, but no directory"));
 }
 
-TEST_F(ZorbeDoctor, aFileThatIsNoneIsAProblem) {
+TEST_F(ZorbeDoctor, AFileThatIsNoneIsAProblem) {
   const std::string path = makeTable("t");
   fs::create_directory(path + "/slots");
   EXPECT_THAT(problem("file"), HasSubstr(path + "/slots is a directory, not a file"));
 }
 
-TEST_F(ZorbeDoctor, commandsForOddNamesAreSafeToPaste) {
+TEST_F(ZorbeDoctor, CommandsForOddNamesAreSafeToPaste) {
   const std::string path = makeTable("$(touch x)\n'");
   fs::permissions(path, fs::perms(0700));
   EXPECT_THAT(problem("mode"), HasSubstr("chmod 0777 $'" + rootPath() + "/$(touch x)\\n\\''"));
 }
 
-TEST_F(ZorbeDoctor, noInotifyInstanceLeftIsAProblem) {
+TEST_F(ZorbeDoctor, NoInotifyInstanceLeftIsAProblem) {
   const Outcome run = withLimit("max_inotify_instances");
-  if (run.status == cannot) GTEST_SKIP() << "needs user namespaces: " << run.err;
+  if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
   EXPECT_THAT(problem(run, "inotify"), HasSubstr("sysctl fs.inotify.max_user_instances="));
 }
 
-TEST_F(ZorbeDoctor, noInotifyWatchLeftIsAProblem) {
+TEST_F(ZorbeDoctor, NoInotifyWatchLeftIsAProblem) {
   const Outcome run = withLimit("max_inotify_watches");
-  if (run.status == cannot) GTEST_SKIP() << "needs user namespaces: " << run.err;
+  if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
   EXPECT_THAT(problem(run, "inotify"), HasSubstr("sysctl fs.inotify.max_user_watches="));
 }
 
-TEST_F(ZorbeDoctor, textTellsWhatToDoOnALineOfItsOwn) {
+TEST_F(ZorbeDoctor, TextHasTheFixOnALineOfItsOwn) {
   fs::permissions(makeTable("t"), fs::perms(0700));
   const Outcome run = zorbe({"doctor"});
   EXPECT_EQ(run.status, 1);
@@ -157,3 +153,4 @@ TEST_F(ZorbeDoctor, textTellsWhatToDoOnALineOfItsOwn) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

@@ -9,22 +9,16 @@
 
 #include "unit/tools/command_fixture.h"
 
+namespace Zorbe::Test {
 namespace {
 
-namespace fs = std::filesystem;
-using Json = nlohmann::json;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::Descriptor;
-using Zorbe::Test::Outcome;
-using Zorbe::Test::RawPeer;
-using Zorbe::Test::Words;
 
-class ZorbeList : public Zorbe::Test::Command {
+class ZorbeList : public Command {
  protected:
   static Words names(const Outcome& run) {
     Words names;
-    const nlohmann::json told = run.json();
+    const Json told = run.json();
     for (const Json& table : told["tables"]) names.push_back(table["name"]);
     return names;
   }
@@ -46,13 +40,13 @@ class ZorbeList : public Zorbe::Test::Command {
   }
 };
 
-TEST_F(ZorbeList, noBaseDirectoryMeansNoTables) {
+TEST_F(ZorbeList, NoBaseDirectoryMeansNoTables) {
   const Outcome run = zorbe({"list", "--json", "--root", inRoot("none")});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.json()["tables"], Json::array());
 }
 
-TEST_F(ZorbeList, aBaseThatIsNoDirectoryIsAFailure) {
+TEST_F(ZorbeList, ABaseThatIsNoDirectoryIsAFailure) {
   writeFile(inRoot("file"), "");
   const Outcome run = zorbe({"list", "--root", inRoot("file")});
   EXPECT_EQ(run.status, 2);
@@ -60,13 +54,13 @@ TEST_F(ZorbeList, aBaseThatIsNoDirectoryIsAFailure) {
   EXPECT_THAT(run.err, HasSubstr(inRoot("file")));
 }
 
-TEST_F(ZorbeList, theRootOptionGoesBeforeTheEnvironment) {
+TEST_F(ZorbeList, TheRootOptionGoesBeforeTheEnvironment) {
   makeTable("outer");
   makeTable("outer/inner");
   EXPECT_EQ(names(zorbe({"list", "--json", "--root", inRoot("outer")})), (Words{"", "inner"}));
 }
 
-TEST_F(ZorbeList, tellsTheFactsOfATableThatIsWritten) {
+TEST_F(ZorbeList, ReportsTheFactsOfATableThatIsWritten) {
   ChildProcess writer = startWriter("quotes");
   const Json table = listed("quotes");
   EXPECT_EQ(table["path"], inRoot("quotes"));
@@ -81,7 +75,7 @@ TEST_F(ZorbeList, tellsTheFactsOfATableThatIsWritten) {
               HasSubstr("quotes-writer:" + std::to_string(writer.pid()) + " cmdline: '"));
 }
 
-TEST_F(ZorbeList, countsTheStorageOfTheTablesOwnFilesOnly) {
+TEST_F(ZorbeList, CountsTheStorageOfTheTablesOwnFilesOnly) {
   const std::string path = makeTable("t");
   writeFile(path + "/slots", std::string(100000, 'x'));
   writeFile(path + "/foreign", std::string(100000, 'x'));
@@ -93,7 +87,7 @@ TEST_F(ZorbeList, countsTheStorageOfTheTablesOwnFilesOnly) {
   EXPECT_EQ(listed("t")["storage_bytes"], (slots.st_blocks + fenix.st_blocks) * 512);
 }
 
-TEST_F(ZorbeList, aReaderThatWatchesForDepartureCountsAsTwoConnections) {
+TEST_F(ZorbeList, AReaderThatWatchesForDepartureCountsAsTwoConnections) {
   ChildProcess writer = startWriter("quotes");
   ChildProcess reader = startReader("quotes");
   listedOnce("quotes", [](const Json& table) { return table["connections"] == 2; });
@@ -102,7 +96,7 @@ TEST_F(ZorbeList, aReaderThatWatchesForDepartureCountsAsTwoConnections) {
   listedOnce("quotes", [](const Json& table) { return table["connections"] == 0; });
 }
 
-TEST_F(ZorbeList, tellsAStoppedWriterAndThoseThatWaitForIt) {
+TEST_F(ZorbeList, ReportsAStoppedWriterAndThoseThatWaitForIt) {
   ChildProcess writer = startWriter("quotes");
   writer.stop();
   const auto connections = fillQueue("quotes");
@@ -112,7 +106,7 @@ TEST_F(ZorbeList, tellsAStoppedWriterAndThoseThatWaitForIt) {
   EXPECT_EQ(table["pending"], connections.size());
 }
 
-TEST_F(ZorbeList, ofAKilledWriterOnlyItsNoteIsLeft) {
+TEST_F(ZorbeList, OfAKilledWriterOnlyItsNoteIsLeft) {
   ChildProcess writer = startWriter("quotes");
   const std::string note = "quotes-writer:" + std::to_string(writer.pid());
   writer.signal(SIGKILL);
@@ -122,34 +116,34 @@ TEST_F(ZorbeList, ofAKilledWriterOnlyItsNoteIsLeft) {
   EXPECT_THAT(table["last_owner"].get<std::string>(), HasSubstr(note));
 }
 
-TEST_F(ZorbeList, aWriterThatIsNotListeningYetHoldsTheLockAllTheSame) {
+TEST_F(ZorbeList, AWriterThatIsNotListeningYetHoldsTheLockAllTheSame) {
   const Descriptor held = lock("t");
   const Json table = listed("t");
   EXPECT_EQ(table["writer"]["pids"], Json::array({getpid()}));
   EXPECT_EQ(table["writer"]["listening"], false);
 }
 
-TEST_F(ZorbeList, aTableWhoseDirectoryIsGoneIsListedWhileItsWriterLives) {
+TEST_F(ZorbeList, ATableWhoseDirectoryIsRemovedIsListedWhileItsWriterIsAlive) {
   const Descriptor held = lock("t");
   fs::remove_all(inRoot("t"));
   EXPECT_EQ(listed("t")["directory"], false);
   EXPECT_EQ(listed("t")["writer"]["pids"], Json::array({getpid()}));
 }
 
-TEST_F(ZorbeList, findsTablesInsideTables) {
+TEST_F(ZorbeList, FindsTablesInsideTables) {
   makeTable("a/b/c");
   makeTable("a");
   fs::create_directory(inRoot("empty"));
   EXPECT_EQ(names(zorbe({"list", "--json"})), (Words{"a", "a/b/c"}));
 }
 
-TEST_F(ZorbeList, searchesEightLevelsAndNoneDeeper) {
+TEST_F(ZorbeList, SearchesEightLevelsAndNoneDeeper) {
   makeTable("1/2/3/4/5/6/7/8");
   makeTable("1/2/3/4/5/6/7/8/9");
   EXPECT_EQ(names(zorbe({"list", "--json"})), Words{"1/2/3/4/5/6/7/8"});
 }
 
-TEST_F(ZorbeList, symbolicLinksAreLookedAtButNotGoneThrough) {
+TEST_F(ZorbeList, SymbolicLinksAreLookedAtButNotGoneThrough) {
   makeTable("t/inner");
   makeTable("t");
   fs::create_directory_symlink("t", inRoot("link"));
@@ -158,7 +152,7 @@ TEST_F(ZorbeList, symbolicLinksAreLookedAtButNotGoneThrough) {
   EXPECT_EQ(names(zorbe({"list", "--json"})), (Words{"link", "t", "t/inner"}));
 }
 
-TEST_F(ZorbeList, damagedFilesNeitherBlockNorEndIt) {
+TEST_F(ZorbeList, DamagedFilesNeitherBlockNorEndIt) {
   const std::string path = makeTable("t");
   fs::remove(path + "/fenix");
   ASSERT_EQ(mkfifo((path + "/fenix").c_str(), 0666), 0);
@@ -172,7 +166,7 @@ TEST_F(ZorbeList, damagedFilesNeitherBlockNorEndIt) {
   EXPECT_EQ(table["corruption"], nullptr);
 }
 
-TEST_F(ZorbeList, aNameTooLongForASocketIsListedWithoutOne) {
+TEST_F(ZorbeList, ANameTooLongForASocketIsListedWithoutOne) {
   const std::string name(92, 'n');
   writeFile(Zorbe::RootPath(handler, name, true).fullPath("slots"), "");
   const Json table = listed(name);
@@ -180,7 +174,7 @@ TEST_F(ZorbeList, aNameTooLongForASocketIsListedWithoutOne) {
   EXPECT_EQ(table["writer"], nullptr);
 }
 
-TEST_F(ZorbeList, oddNamesStayOnTheirLinesAndComeBackWholeInJson) {
+TEST_F(ZorbeList, OddNamesStayOnTheirLinesAndComeBackWholeInJson) {
   const Words odd{"a\nb", "quote\"d", "red\033[31m", "tab\t", "with blank", "\xc3\xa9"};
   for (const std::string& name : odd) makeTable(name);
   Words found = names(zorbe({"list", "--json"}));
@@ -195,12 +189,12 @@ TEST_F(ZorbeList, oddNamesStayOnTheirLinesAndComeBackWholeInJson) {
   EXPECT_THAT(text.out, HasSubstr("a\\nb "));
 }
 
-TEST_F(ZorbeList, aNameThatIsNotUtf8IsEscapedInJson) {
+TEST_F(ZorbeList, ANameThatIsNotUtf8IsEscapedInJson) {
   makeTable("x\xff\xc0\x80y");
   EXPECT_EQ(names(zorbe({"list", "--json"})), Words{"x\\xff\\xc0\\x80y"});
 }
 
-TEST_F(ZorbeList, findsTheWriterOfATableWithALineBreakInItsName) {
+TEST_F(ZorbeList, FindsTheWriterOfATableWithALineBreakInItsName) {
   const std::string name = "a\nb";
   const Descriptor held = lockAndListen(name);
   const RawPeer connection = RawPeer::connect(inRoot(name));
@@ -208,7 +202,7 @@ TEST_F(ZorbeList, findsTheWriterOfATableWithALineBreakInItsName) {
   EXPECT_EQ(listed(name)["pending"], 1);
 }
 
-TEST_F(ZorbeList, columnsStandBelowEachOther) {
+TEST_F(ZorbeList, ColumnsStandBelowEachOther) {
   makeTable("short");
   makeTable("a name that is rather longer");
   const Outcome run = zorbe({"list"});
@@ -218,7 +212,7 @@ TEST_F(ZorbeList, columnsStandBelowEachOther) {
   }
 }
 
-TEST_F(ZorbeList, coloursAreForTerminalsAlone) {
+TEST_F(ZorbeList, ColoursAreForTerminalsAlone) {
   makeTable("t");
   EXPECT_THAT(onTerminal("NO_COLOR=").out, HasSubstr("\033[1mTABLE"));
   EXPECT_EQ(onTerminal("NO_COLOR=1").out.find('\033'), std::string::npos);
@@ -226,7 +220,7 @@ TEST_F(ZorbeList, coloursAreForTerminalsAlone) {
   EXPECT_EQ(zorbe({"list"}).out.find('\033'), std::string::npos);
 }
 
-TEST_F(ZorbeList, twoHundredTablesTakeOnePassOverTheProcesses) {
+TEST_F(ZorbeList, TwoHundredTablesTakeOnePassOverTheProcesses) {
   std::vector<Descriptor> held;
   for (int i = 0; i < 200; ++i) held.push_back(lock("t" + std::to_string(i)));
   const std::string trace = inRoot("trace");
@@ -243,7 +237,7 @@ TEST_F(ZorbeList, twoHundredTablesTakeOnePassOverTheProcesses) {
   for (const Json& table : tables) EXPECT_EQ(table["writer"]["pids"], Json::array({getpid()}));
 }
 
-TEST_F(ZorbeList, anOrdinaryUserSeesThatALockIsHeldButNotByWhom) {
+TEST_F(ZorbeList, AnOrdinaryUserSeesThatALockIsHeldButNotByWhom) {
   if (!isRoot()) GTEST_SKIP() << "the writer has to be another user's: needs root";
   const Descriptor held = lock("t");
   const Outcome run = zorbeAsOrdinaryUser({"list", "--json"});
@@ -253,7 +247,7 @@ TEST_F(ZorbeList, anOrdinaryUserSeesThatALockIsHeldButNotByWhom) {
   EXPECT_EQ(run.json()["tables"][0]["writer"]["pids"], Json::array());
 }
 
-TEST_F(ZorbeList, anUnreadableDirectoryDoesNotHideTheOthers) {
+TEST_F(ZorbeList, AnUnreadableDirectoryDoesNotHideTheOthers) {
   const std::string closed = makeTable("closed");
   makeTable("open");
   fs::permissions(closed, fs::perms::none);
@@ -262,7 +256,7 @@ TEST_F(ZorbeList, anUnreadableDirectoryDoesNotHideTheOthers) {
   EXPECT_EQ(names(run), Words{"open"});
 }
 
-TEST_F(ZorbeList, anOutputThatCannotBeWrittenIsAFailure) {
+TEST_F(ZorbeList, AnOutputThatCannotBeWrittenIsAFailure) {
   const Outcome run =
       runProgram({"/bin/sh", "-c", "exec \"$0\" list > /dev/full", std::string(ZORBE_COMMAND)});
   EXPECT_EQ(run.status, 2);
@@ -270,3 +264,4 @@ TEST_F(ZorbeList, anOutputThatCannotBeWrittenIsAFailure) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

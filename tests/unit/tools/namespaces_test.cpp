@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "unit/tools/command_fixture.h"
 
+namespace Zorbe::Test {
 namespace {
 
-using Json = nlohmann::json;
 using testing::HasSubstr;
-using Zorbe::Test::Outcome;
 
 /// Runs scripts in a network namespace of their own while that of the tables is another one.
-class ZorbeNamespaces : public Zorbe::Test::Command {
+class ZorbeNamespaces : public Command {
  protected:
-  static constexpr int cannot = 100;
+  static constexpr int kSkipped = 100;
 
   /// `makeDefault` makes /run/netns/default, as `ip netns` would have. The script finds the
   /// command as $1 and the folder of the example programs as $2.
@@ -25,7 +24,7 @@ class ZorbeNamespaces : public Zorbe::Test::Command {
                        "sh", rootPath(), ZORBE_COMMAND, ZORBE_EXAMPLE_PROGRAMS});
   }
 
-  static constexpr const char* thisOne =
+  static constexpr const char* kThisOne =
       "touch /run/netns/default && mount --bind /proc/self/ns/net /run/netns/default";
 
   static Json finding(const Outcome& run) {
@@ -37,31 +36,32 @@ class ZorbeNamespaces : public Zorbe::Test::Command {
   }
 };
 
-TEST_F(ZorbeNamespaces, findsTheWriterWhoseSocketIsInTheTablesNamespace) {
-  const Outcome run = elsewhere(thisOne,
+TEST_F(ZorbeNamespaces, FindsTheWriterWhoseSocketIsInTheTablesNamespace) {
+  const Outcome run = elsewhere(kThisOne,
                                 "mkfifo \"$SHMEM_ROOT/said\" && exec 3<>\"$SHMEM_ROOT/said\"\n"
                                 "\"$2/quotes-writer\" t >&3 &\n"
                                 "read -r line <&3\n"
                                 "\"$1\" owner t --json; status=$?\n"
                                 "kill $! && wait $!\n"
                                 "exit $status\n");
-  if (run.status == cannot) GTEST_SKIP() << "needs user namespaces: " << run.err;
+  if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.json()["writer"]["pids"].size(), 1U);
 }
 
-TEST_F(ZorbeNamespaces, theDoctorIsContentWithOneThatCanBeEntered) {
-  const Outcome run = elsewhere(thisOne, "exec \"$1\" doctor --json\n");
-  if (run.status == cannot) GTEST_SKIP() << "needs user namespaces: " << run.err;
+TEST_F(ZorbeNamespaces, TheDoctorIsContentWithOneThatCanBeEntered) {
+  const Outcome run = elsewhere(kThisOne, "exec \"$1\" doctor --json\n");
+  if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
   EXPECT_EQ(finding(run)["severity"], "ok") << run.out;
 }
 
-TEST_F(ZorbeNamespaces, oneThatWasSetUpAndCannotBeEnteredIsAProblem) {
+TEST_F(ZorbeNamespaces, OneThatWasSetUpAndCannotBeEnteredIsAProblem) {
   const Outcome run = elsewhere("touch /run/netns/default", "exec \"$1\" doctor --json\n");
-  if (run.status == cannot) GTEST_SKIP() << "needs user namespaces: " << run.err;
+  if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(finding(run)["severity"], "problem") << run.out;
   EXPECT_THAT(finding(run)["what"].get<std::string>(), HasSubstr("/run/netns/default"));
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

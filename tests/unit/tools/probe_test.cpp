@@ -3,14 +3,12 @@
 
 #include "unit/tools/command_fixture.h"
 
+namespace Zorbe::Test {
 namespace {
 
-using Json = nlohmann::json;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::Outcome;
 
-class ZorbeProbe : public Zorbe::Test::Command {
+class ZorbeProbe : public Command {
  protected:
   /// A writer that has published one row.
   ChildProcess startPublishedWriter(const std::string& table) {
@@ -20,9 +18,16 @@ class ZorbeProbe : public Zorbe::Test::Command {
     writer.awaitLine("fed ");
     return writer;
   }
+
+  static void expectTimeout(const std::string& result) {
+    const Outcome run = zorbe({"probe", "t", "--json", "--timeout", "0.2"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.json()["result"], result);
+    EXPECT_GE(run.json()["seconds"], 0.2);
+  }
 };
 
-TEST_F(ZorbeProbe, aWriterThatHasPublishedNothingAcknowledges) {
+TEST_F(ZorbeProbe, AWriterThatHasPublishedNothingAcknowledges) {
   ChildProcess writer = startWriter("t");
   const Outcome run = zorbe({"probe", "t", "--json", "--timeout", "30"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
@@ -30,14 +35,14 @@ TEST_F(ZorbeProbe, aWriterThatHasPublishedNothingAcknowledges) {
   EXPECT_LT(run.json()["seconds"], 30);
 }
 
-TEST_F(ZorbeProbe, aWriterThatIsFarAheadAcknowledges) {
+TEST_F(ZorbeProbe, AWriterThatIsFarAheadAcknowledges) {
   ChildProcess writer = startPublishedWriter("t");
   const Outcome run = zorbe({"probe", "t", "--timeout", "30"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
   EXPECT_THAT(run.out, HasSubstr("t: acknowledged, after "));
 }
 
-TEST_F(ZorbeProbe, leavesAWriterWithoutFailuresAndWithoutConnections) {
+TEST_F(ZorbeProbe, LeavesAWriterWithoutFailuresAndWithoutConnections) {
   ChildProcess writer = startPublishedWriter("t");
   for (int i = 0; i < 20; ++i) EXPECT_EQ(zorbe({"probe", "t", "--timeout", "30"}).status, 0);
   listedOnce("t", [](const Json& table) { return table["connections"] == 0; });
@@ -46,38 +51,32 @@ TEST_F(ZorbeProbe, leavesAWriterWithoutFailuresAndWithoutConnections) {
   EXPECT_EQ(writer.log(), "");
 }
 
-TEST_F(ZorbeProbe, noWriterIsNo) {
+TEST_F(ZorbeProbe, NoWriterIsNo) {
   makeTable("t");
   const Outcome run = zorbe({"probe", "t"});
   EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.out, HasSubstr("t: no writer, after "));
 }
 
-TEST_F(ZorbeProbe, aProbeMakesNoDirectory) {
+TEST_F(ZorbeProbe, AProbeMakesNoDirectory) {
   EXPECT_EQ(zorbe({"probe", "none"}).status, 1);
   EXPECT_EQ(zorbe({"list", "--json"}).json()["tables"], Json::array());
 }
 
-TEST_F(ZorbeProbe, aStoppedWriterIsNoAfterTheTimeout) {
+TEST_F(ZorbeProbe, AStoppedWriterIsNoAfterTheTimeout) {
   ChildProcess writer = startWriter("t");
   writer.stop();
-  const Outcome run = zorbe({"probe", "t", "--json", "--timeout", "0.2"});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.json()["result"], "connected, but not acknowledged in time");
-  EXPECT_GE(run.json()["seconds"], 0.2);
+  expectTimeout("connected, but not acknowledged in time");
 }
 
-TEST_F(ZorbeProbe, aStoppedWriterWithAFullQueueIsNoAfterTheTimeout) {
+TEST_F(ZorbeProbe, AStoppedWriterWithAFullQueueIsNoAfterTheTimeout) {
   ChildProcess writer = startWriter("t");
   writer.stop();
   const auto connections = fillQueue("t");
-  const Outcome run = zorbe({"probe", "t", "--json", "--timeout", "0.2"});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.json()["result"], "not accepted in time: the writer's queue is full");
-  EXPECT_GE(run.json()["seconds"], 0.2);
+  expectTimeout("not accepted in time: the writer's queue is full");
 }
 
-TEST_F(ZorbeProbe, aWriterThatGoesOnAcknowledgesTheNextProbe) {
+TEST_F(ZorbeProbe, AWriterThatContinuesAcknowledgesTheNextProbe) {
   ChildProcess writer = startWriter("t");
   writer.stop();
   EXPECT_EQ(zorbe({"probe", "t", "--timeout", "0.01"}).status, 1);
@@ -85,16 +84,17 @@ TEST_F(ZorbeProbe, aWriterThatGoesOnAcknowledgesTheNextProbe) {
   EXPECT_EQ(zorbe({"probe", "t", "--timeout", "30"}).status, 0);
 }
 
-TEST_F(ZorbeProbe, anOrdinaryUserMayAsk) {
+TEST_F(ZorbeProbe, AnOrdinaryUserMayAsk) {
   ChildProcess writer = startWriter("t");
   const Outcome run = zorbeAsOrdinaryUser({"probe", "t", "--timeout", "30"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
 }
 
-TEST_F(ZorbeProbe, aNameTooLongForASocketIsAFailure) {
+TEST_F(ZorbeProbe, ANameTooLongForASocketIsAFailure) {
   const Outcome run = zorbe({"probe", std::string(92, 'n')});
   EXPECT_EQ(run.status, 2);
   EXPECT_THAT(run.err, HasSubstr("too large"));
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

@@ -8,18 +8,13 @@
 
 #include "unit/tools/command_fixture.h"
 
+namespace Zorbe::Test {
 namespace {
 
-namespace fs = std::filesystem;
-using Json = nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::Descriptor;
-using Zorbe::Test::Outcome;
-using Zorbe::Test::Words;
 
-class ZorbeQuestions : public Zorbe::Test::Command {
+class ZorbeQuestions : public Command {
  protected:
   /// What the shell offers for the last word of a command line, a line each.
   static std::string complete(const std::string& commandLine) {
@@ -32,7 +27,7 @@ class ZorbeQuestions : public Zorbe::Test::Command {
   }
 };
 
-TEST_F(ZorbeQuestions, showTellsEveryFileWithModeAndSize) {
+TEST_F(ZorbeQuestions, ShowReportsEveryFileWithModeAndSize) {
   const std::string path = makeTable("t");
   writeFile(path + "/slots", "12345", 0640);
   writeFile(path + "/stranger", "");
@@ -48,7 +43,7 @@ TEST_F(ZorbeQuestions, showTellsEveryFileWithModeAndSize) {
   EXPECT_EQ(files[2]["ours"], false);
 }
 
-TEST_F(ZorbeQuestions, showTellsSocketCorruptionAndLastOwner) {
+TEST_F(ZorbeQuestions, ShowReportsSocketCorruptionAndLastOwner) {
   const std::string path = makeTable("t");
   writeFile(path + "/corruption-detected", "Pid 7 thinks it is corrupted: \033[2Jtorn\n");
   const Descriptor held = lock("t");
@@ -60,7 +55,7 @@ TEST_F(ZorbeQuestions, showTellsSocketCorruptionAndLastOwner) {
   EXPECT_THAT(run.out, testing::ContainsRegex("last owner +/"));
 }
 
-TEST_F(ZorbeQuestions, showOfNoTableIsNo) {
+TEST_F(ZorbeQuestions, ShowOfNoTableIsNo) {
   const Outcome run = zorbe({"show", "none"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, "");
@@ -68,7 +63,7 @@ TEST_F(ZorbeQuestions, showOfNoTableIsNo) {
   EXPECT_FALSE(fs::exists(inRoot("none")));
 }
 
-TEST_F(ZorbeQuestions, ownerNamesTheHolderOfTheLock) {
+TEST_F(ZorbeQuestions, OwnerNamesTheHolderOfTheLock) {
   ChildProcess writer = startWriter("quotes");
   const Outcome run = zorbe({"owner", "quotes"});
   EXPECT_EQ(run.status, 0);
@@ -76,7 +71,7 @@ TEST_F(ZorbeQuestions, ownerNamesTheHolderOfTheLock) {
   EXPECT_THAT(run.out, HasSubstr("/quotes-writer"));
 }
 
-TEST_F(ZorbeQuestions, ownerOfATableWithoutWriterIsNobody) {
+TEST_F(ZorbeQuestions, OwnerOfATableWithoutWriterIsNone) {
   makeTable("t");
   const Outcome run = zorbe({"owner", "t"});
   EXPECT_EQ(run.status, 1);
@@ -84,7 +79,7 @@ TEST_F(ZorbeQuestions, ownerOfATableWithoutWriterIsNobody) {
   EXPECT_EQ(zorbe({"owner", "t", "--json"}).json()["writer"], nullptr);
 }
 
-TEST_F(ZorbeQuestions, anOrdinaryUserIsToldThatTheOwnerIsHidden) {
+TEST_F(ZorbeQuestions, AnOrdinaryUserLearnsThatTheOwnerIsHidden) {
   if (!isRoot()) GTEST_SKIP() << "the writer has to be another user's: needs root";
   const Descriptor held = lock("t");
   const Outcome run = zorbeAsOrdinaryUser({"owner", "t"});
@@ -93,7 +88,7 @@ TEST_F(ZorbeQuestions, anOrdinaryUserIsToldThatTheOwnerIsHidden) {
   EXPECT_THAT(run.out, HasSubstr(":" + std::to_string(getpid()) + " cmdline"));
 }
 
-TEST_F(ZorbeQuestions, metricsAreInTheExpositionFormat) {
+TEST_F(ZorbeQuestions, MetricsAreInTheExpositionFormat) {
   ChildProcess writer = startWriter("quotes");
   makeTable("odd \"\\\nname");
   const Outcome run = zorbe({"metrics"});
@@ -110,7 +105,7 @@ TEST_F(ZorbeQuestions, metricsAreInTheExpositionFormat) {
                                  std::to_string(writer.pid()) + "\""));
 }
 
-TEST_F(ZorbeQuestions, everyFamilyOfMetricsIsDeclaredOnceAndBeforeItsValues) {
+TEST_F(ZorbeQuestions, EveryFamilyOfMetricsIsDeclaredOnceAndBeforeItsValues) {
   const Descriptor held = lock("t");
   const Outcome run = zorbe({"metrics"});
   std::vector<std::string> declared;
@@ -125,7 +120,7 @@ TEST_F(ZorbeQuestions, everyFamilyOfMetricsIsDeclaredOnceAndBeforeItsValues) {
   }
 }
 
-TEST_F(ZorbeQuestions, everySubcommandHasHelp) {
+TEST_F(ZorbeQuestions, EverySubcommandHasHelp) {
   for (const char* name :
        {"list", "show", "owner", "watch", "probe", "remove", "doctor", "metrics"}) {
     const Outcome run = zorbe({name, "--help"});
@@ -136,7 +131,7 @@ TEST_F(ZorbeQuestions, everySubcommandHasHelp) {
   }
 }
 
-TEST_F(ZorbeQuestions, wrongUseIsTwo) {
+TEST_F(ZorbeQuestions, WrongUseIsTwo) {
   for (const Words& words :
        {Words{}, Words{"nonsense"}, Words{"show"}, Words{"show", "a", "b"},
         Words{"list", "--nonsense"}, Words{"probe", "t", "--timeout", "0"},
@@ -148,7 +143,7 @@ TEST_F(ZorbeQuestions, wrongUseIsTwo) {
   }
 }
 
-TEST_F(ZorbeQuestions, theShellCompletesSubcommandsOptionsAndTables) {
+TEST_F(ZorbeQuestions, TheShellCompletesSubcommandsOptionsAndTables) {
   makeTable("quotes");
   makeTable("quo vadis");
   EXPECT_EQ(complete("zorbe pro"), "probe\n");
@@ -157,7 +152,7 @@ TEST_F(ZorbeQuestions, theShellCompletesSubcommandsOptionsAndTables) {
   EXPECT_EQ(complete("zorbe show --root " + inRoot("none") + " quo"), "");
 }
 
-TEST_F(ZorbeQuestions, tablesMayBeCalledLikeSubcommandsAndOptions) {
+TEST_F(ZorbeQuestions, TablesMayBeCalledLikeSubcommandsAndOptions) {
   for (const char* name : {"list", "show", "--json"}) {
     makeTable(name);
     const Outcome run = zorbe({"show", "--json", "--", name});
@@ -167,3 +162,4 @@ TEST_F(ZorbeQuestions, tablesMayBeCalledLikeSubcommandsAndOptions) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

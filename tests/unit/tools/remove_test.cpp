@@ -7,14 +7,12 @@
 
 #include "unit/tools/command_fixture.h"
 
+namespace Zorbe::Test {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::Outcome;
 
-class ZorbeRemove : public Zorbe::Test::Command {
+class ZorbeRemove : public Command {
  protected:
   /// Everything below the base directory.
   std::vector<std::string> disk() const {
@@ -26,7 +24,7 @@ class ZorbeRemove : public Zorbe::Test::Command {
     return paths;
   }
 
-  /// The command says no, names the reason, and leaves everything as it was.
+  /// The command refuses, names the reason, and changes nothing.
   void expectRefused(const std::string& table, const std::string& why) {
     const auto before = disk();
     const Outcome run = zorbe({"remove", table});
@@ -36,7 +34,7 @@ class ZorbeRemove : public Zorbe::Test::Command {
   }
 };
 
-TEST_F(ZorbeRemove, nothingIsLeftOfATableWhoseWriterWasKilled) {
+TEST_F(ZorbeRemove, NothingIsLeftOfATableWhoseWriterWasKilled) {
   ChildProcess writer = startWriter("t");
   writer.signal(SIGKILL);
   EXPECT_EQ(writer.finish(), -SIGKILL);
@@ -45,7 +43,7 @@ TEST_F(ZorbeRemove, nothingIsLeftOfATableWhoseWriterWasKilled) {
   EXPECT_FALSE(fs::exists(inRoot("t")));
 }
 
-TEST_F(ZorbeRemove, everyFileOfTheCatalogueGoes) {
+TEST_F(ZorbeRemove, EveryFileOfTheCatalogueGoes) {
   const std::string path = makeTable("t");
   for (const char* name :
        {"slots", "buckets", "conquer.1", "conquer.2", "last-owner", "corruption-detected"}) {
@@ -57,19 +55,19 @@ TEST_F(ZorbeRemove, everyFileOfTheCatalogueGoes) {
   EXPECT_FALSE(fs::exists(path));
 }
 
-TEST_F(ZorbeRemove, anEmptyDirectoryGoesToo) {
+TEST_F(ZorbeRemove, AnEmptyDirectoryGoesToo) {
   fs::create_directory(inRoot("t"));
   EXPECT_EQ(zorbe({"remove", "t"}).status, 0);
   EXPECT_FALSE(fs::exists(inRoot("t")));
 }
 
-TEST_F(ZorbeRemove, aTableWithAWriterStaysAndTheWriterIsNamed) {
+TEST_F(ZorbeRemove, ATableWithAWriterStaysAndTheWriterIsNamed) {
   ChildProcess writer = startWriter("t");
   expectRefused("t", "its writer is pid " + std::to_string(writer.pid()) + " (");
   EXPECT_EQ(zorbe({"probe", "t", "--timeout", "30"}).status, 0);
 }
 
-TEST_F(ZorbeRemove, theNoteOfTheWriterStaysWhenItIsRefused) {
+TEST_F(ZorbeRemove, TheNoteOfTheWriterStaysWhenItIsRefused) {
   const std::string path = makeTable("t");
   writeFile(path + "/last-owner", "somebody:1 cmdline: ''\n");
   writeFile(path + "/stranger", "");
@@ -77,35 +75,35 @@ TEST_F(ZorbeRemove, theNoteOfTheWriterStaysWhenItIsRefused) {
   EXPECT_EQ(fs::file_size(path + "/last-owner"), 23U);
 }
 
-TEST_F(ZorbeRemove, aTableInsideTheTableKeepsItThere) {
+TEST_F(ZorbeRemove, ATableInsideTheTableKeepsItThere) {
   makeTable("t");
   makeTable("t/inner");
   expectRefused("t", inRoot("t/inner") + " does not belong to the table");
 }
 
-TEST_F(ZorbeRemove, aDirectoryThatIsCalledLikeAFileKeepsItThere) {
+TEST_F(ZorbeRemove, ADirectoryThatIsCalledLikeAFileKeepsItThere) {
   const std::string path = makeTable("t");
   fs::create_directory(path + "/slots");
   expectRefused("t", path + "/slots is a directory, not a file of the table");
 }
 
-TEST_F(ZorbeRemove, theNameOfAStrangerStaysOnItsLine) {
+TEST_F(ZorbeRemove, TheNameOfAForeignFileStaysOnItsLine) {
   const std::string path = makeTable("t");
   writeFile(path + "/a\nb\033[2J", "");
   expectRefused("t", path + "/a\\nb\\x1b[2J does not belong");
 }
 
-TEST_F(ZorbeRemove, aSymbolicLinkToATableIsNotFollowed) {
+TEST_F(ZorbeRemove, ASymbolicLinkToATableIsNotFollowed) {
   makeTable("t");
   fs::create_directory_symlink("t", inRoot("link"));
   expectRefused("link", inRoot("link") + " is a symbolic link");
 }
 
-TEST_F(ZorbeRemove, aTableThatIsNotThereIsNo) {
+TEST_F(ZorbeRemove, ATableThatIsNotThereIsNo) {
   expectRefused("none", "there is no " + inRoot("none"));
 }
 
-TEST_F(ZorbeRemove, whatCannotBeRemovedIsAFailure) {
+TEST_F(ZorbeRemove, WhatCannotBeRemovedIsAFailure) {
   const std::string path = makeTable("t");
   fs::permissions(path, fs::perms(0555));
   const Outcome run = zorbeAsOrdinaryUser({"remove", "t"});
@@ -114,7 +112,7 @@ TEST_F(ZorbeRemove, whatCannotBeRemovedIsAFailure) {
   EXPECT_TRUE(fs::exists(path + "/fenix"));
 }
 
-TEST_F(ZorbeRemove, anOrdinaryUserMayRemoveAnothersTable) {
+TEST_F(ZorbeRemove, AnOrdinaryUserMayRemoveAnothersTable) {
   makeTable("t");
   fs::permissions(rootPath(), fs::perms(0777));
   const Outcome run = zorbeAsOrdinaryUser({"remove", "t"});
@@ -123,3 +121,4 @@ TEST_F(ZorbeRemove, anOrdinaryUserMayRemoveAnothersTable) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

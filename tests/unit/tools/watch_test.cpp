@@ -4,16 +4,13 @@
 
 #include "unit/tools/command_fixture.h"
 
+namespace Zorbe::Test {
 namespace {
 
-namespace fs = std::filesystem;
-using Json = nlohmann::json;
 using testing::ContainsRegex;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::Outcome;
 
-class ZorbeWatch : public Zorbe::Test::Command {
+class ZorbeWatch : public Command {
  protected:
   /// The next event of that name; those before are skipped.
   static Json await(ChildProcess& watch, const std::string& event) {
@@ -36,7 +33,7 @@ class ZorbeWatch : public Zorbe::Test::Command {
   }
 };
 
-TEST_F(ZorbeWatch, tellsWhenAWriterComesAndGoes) {
+TEST_F(ZorbeWatch, ReportsWhenAWriterArrivesAndLeaves) {
   makeTable("t");
   ChildProcess watch = startWatch();
   await(watch, "no-writer");
@@ -52,14 +49,14 @@ TEST_F(ZorbeWatch, tellsWhenAWriterComesAndGoes) {
   expectCleanEnd(watch, SIGINT);
 }
 
-TEST_F(ZorbeWatch, tellsTheWriterThatIsThereAlready) {
+TEST_F(ZorbeWatch, ReportsTheWriterThatIsThereAlready) {
   ChildProcess writer = startWriter("t");
   ChildProcess watch = startWatch();
   await(watch, "writer-arrived");
   expectCleanEnd(watch, SIGTERM);
 }
 
-TEST_F(ZorbeWatch, namesTheFilesThatChange) {
+TEST_F(ZorbeWatch, NamesTheFilesThatChange) {
   const std::string path = makeTable("t");
   ChildProcess watch = startWatch();
   writeFile(path + "/fenix", "2\n");
@@ -69,7 +66,7 @@ TEST_F(ZorbeWatch, namesTheFilesThatChange) {
   expectCleanEnd(watch, SIGINT);
 }
 
-TEST_F(ZorbeWatch, tellsThatTheDirectoryWasLostAndIsBack) {
+TEST_F(ZorbeWatch, ReportsThatTheDirectoryWasLostAndIsBack) {
   const std::string path = makeTable("t");
   ChildProcess watch = startWatch();
   fs::remove_all(path);
@@ -79,7 +76,7 @@ TEST_F(ZorbeWatch, tellsThatTheDirectoryWasLostAndIsBack) {
   expectCleanEnd(watch, SIGINT);
 }
 
-TEST_F(ZorbeWatch, linesForPeopleBeginWithTheTime) {
+TEST_F(ZorbeWatch, LinesForPeopleBeginWithTheTime) {
   makeTable("t");
   ChildProcess watch = start({"watch", "t"});
   EXPECT_THAT(watch.awaitLine(""),
@@ -87,7 +84,7 @@ TEST_F(ZorbeWatch, linesForPeopleBeginWithTheTime) {
   expectCleanEnd(watch, SIGINT);
 }
 
-TEST_F(ZorbeWatch, anOddFileNameStaysOnItsLine) {
+TEST_F(ZorbeWatch, AnOddFileNameStaysOnItsLine) {
   const std::string path = makeTable("t");
   ChildProcess watch = start({"watch", "t", "--files-only"});
   watch.awaitLine("");
@@ -96,7 +93,7 @@ TEST_F(ZorbeWatch, anOddFileNameStaysOnItsLine) {
   expectCleanEnd(watch, SIGINT);
 }
 
-TEST_F(ZorbeWatch, withFilesOnlyTheWriterHasNoConnection) {
+TEST_F(ZorbeWatch, WithFilesOnlyTheWriterHasNoConnection) {
   ChildProcess writer = startWriter("t");
   ChildProcess watch = start({"watch", "t", "--json", "--files-only"});
   await(watch, "watching");
@@ -107,13 +104,13 @@ TEST_F(ZorbeWatch, withFilesOnlyTheWriterHasNoConnection) {
   expectCleanEnd(watch, SIGINT);
 }
 
-TEST_F(ZorbeWatch, aTableThatIsNotThereIsNotMade) {
+TEST_F(ZorbeWatch, ATableThatIsNotThereIsNotMade) {
   const Outcome run = zorbe({"watch", "none"});
   EXPECT_EQ(run.status, 1);
   EXPECT_FALSE(fs::exists(inRoot("none")));
 }
 
-TEST_F(ZorbeWatch, endsOnASignalWhileAStoppedWriterKeepsItWaiting) {
+TEST_F(ZorbeWatch, EndsOnASignalWhileAStoppedWriterKeepsItWaiting) {
   ChildProcess writer = startWriter("t");
   writer.stop();
   const auto connections = fillQueue("t");
@@ -126,3 +123,4 @@ TEST_F(ZorbeWatch, endsOnASignalWhileAStoppedWriterKeepsItWaiting) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

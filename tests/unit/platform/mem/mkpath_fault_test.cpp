@@ -10,12 +10,18 @@ class MkpathFaultTest : public MkpathTest {
   void removeIt(const std::string& name) const {
     EXPECT_EQ(rmdir(inRoot(name).c_str()), 0) << name;
   }
+
+  /// Making a directory fails, after so many of these calls.
+  void expectFailure(int error, const std::string& call, unsigned calls) const {
+    EXPECT_EQ(errorOf(inRoot("a")), error);
+    EXPECT_EQ(Fault::calls(call), calls);
+  }
 };
 
 TEST_F(MkpathFaultTest, MakesNothingThatIsThere) {
   makeDirectory("a", 0755);
   Fault::reset();
-  const auto readOnly = Fault::arm("mkdir", 1, EROFS, Fault::forever).onPath(inRoot("a"));
+  const auto readOnly = Fault::arm("mkdir", 1, EROFS, Fault::kForever).onPath(inRoot("a"));
   allowUnfiredFaults();
   EXPECT_EQ(errorOf(inRoot("a/b")), 0);
   EXPECT_EQ(readOnly.fired(), 0u);
@@ -30,7 +36,7 @@ TEST_F(MkpathFaultTest, AnExistingDirectoryCostsOneLook) {
   EXPECT_EQ(Fault::calls("mkdir") + Fault::calls("chmod") + Fault::calls("lstat"), 0u);
 }
 
-TEST_F(MkpathFaultTest, SaysWhatMkdirSaid) {
+TEST_F(MkpathFaultTest, LeavesTheErrnoOfMkdir) {
   for (const int error : {EROFS, ENOSPC, EMLINK, EDQUOT, EPERM, EIO}) {
     Fault::arm("mkdir", 1, error);
     EXPECT_EQ(errorOf(inRoot("a/b")), error);
@@ -38,26 +44,26 @@ TEST_F(MkpathFaultTest, SaysWhatMkdirSaid) {
   }
 }
 
-TEST_F(MkpathFaultTest, SaysWhatStatSaid) {
+TEST_F(MkpathFaultTest, LeavesTheErrnoOfStat) {
   Fault::arm("stat", 2, EIO);
   EXPECT_EQ(errorOf(inRoot("a/b")), EIO);
   EXPECT_FALSE(exists("a"));
 }
 
-TEST_F(MkpathFaultTest, SaysWhatChmodSaid) {
+TEST_F(MkpathFaultTest, LeavesTheErrnoOfChmod) {
   Fault::arm("chmod", 1, EPERM);
   EXPECT_EQ(errorOf(inRoot("a/b")), EPERM);
   EXPECT_FALSE(exists("a/b"));
 }
 
-TEST_F(MkpathFaultTest, SomebodyElsesDirectoryKeepsItsMode) {
+TEST_F(MkpathFaultTest, ADirectoryOfAnotherProcessKeepsItsMode) {
   Fault::before("mkdir", 1, [this] { makeDirectory("a", 0711); });
   EXPECT_EQ(errorOf(inRoot("a/b")), 0);
   EXPECT_EQ(modeOf("a"), 0711u);
   EXPECT_EQ(modeOf("a/b"), 0777u);
 }
 
-TEST_F(MkpathFaultTest, ADirectoryThatAppearsIsSuccessWhateverMkdirSays) {
+TEST_F(MkpathFaultTest, ADirectoryThatAppearsIsSuccessForAnyResultOfMkdir) {
   Fault::before("mkdir", 1, [this] { makeDirectory("a", 0711); });
   Fault::arm("mkdir", 1, EROFS);
   EXPECT_EQ(errorOf(inRoot("a")), 0);
@@ -99,13 +105,13 @@ TEST_F(MkpathFaultTest, TakesWhatHasAppearedUnderANameThatWasTaken) {
   EXPECT_EQ(modeOf("a/b"), 0777u);
 }
 
-TEST_F(MkpathFaultTest, SaysWhatLstatSaidOfANameThatIsTaken) {
+TEST_F(MkpathFaultTest, LeavesTheErrnoOfLstatForANameThatIsTaken) {
   Fault::arm("mkdir", 1, EEXIST);
   Fault::arm("lstat", 1, EIO);
   EXPECT_EQ(errorOf(inRoot("a/b")), EIO);
 }
 
-TEST_F(MkpathFaultTest, SaysWhatChmodSaidOfADirectoryThatHasGone) {
+TEST_F(MkpathFaultTest, LeavesTheErrnoOfChmodForADirectoryThatWasRemoved) {
   Fault::arm("chmod", 1, EPERM);
   Fault::arm("lstat", 1, ENOENT);
   EXPECT_EQ(errorOf(inRoot("a")), EPERM);
@@ -120,7 +126,7 @@ TEST_F(MkpathFaultTest, AcceptsADirectoryThatAnotherUserHasMadeAgain) {
 TEST_F(MkpathFaultTest, WaitsUntilItsMakerHasOpenedADirectory) {
   makeDirectory("a", 0777);
   Fault::arm("mkdir", 1, EACCES, 3);
-  Fault::armResult("poll", 1, 0, Fault::forever);
+  Fault::armResult("poll", 1, 0, Fault::kForever);
   EXPECT_EQ(errorOf(inRoot("a/b")), 0);
   EXPECT_EQ(Fault::calls("poll"), 3u);
 }
@@ -130,14 +136,12 @@ TEST_F(MkpathFaultTest, DoesNotWaitForADirectoryThatIsClosedForGood) {
   Fault::alterStat("stat", 2, [](struct stat& status) {
     status.st_ctim.tv_sec -= 60;
   }).onPath(rootPath());
-  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
-  EXPECT_EQ(Fault::calls("poll"), 0u);
+  expectFailure(EACCES, "poll", 0);
 }
 
 TEST_F(MkpathFaultTest, DoesNotWaitWhereNothingCanBeLookedAt) {
-  Fault::arm("stat", 1, EACCES, Fault::forever);
-  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
-  EXPECT_EQ(Fault::calls("poll"), 0u);
+  Fault::arm("stat", 1, EACCES, Fault::kForever);
+  expectFailure(EACCES, "poll", 0);
 }
 
 TEST_F(MkpathFaultTest, WaitsOnWhenASignalEndsThePause) {
@@ -153,16 +157,14 @@ TEST_F(MkpathFaultTest, GivesUpWhenThereIsNoWayToWait) {
 }
 
 TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatStaysClosed) {
-  Fault::arm("mkdir", 1, EACCES, Fault::forever);
-  Fault::armResult("poll", 1, 0, Fault::forever);
-  EXPECT_EQ(errorOf(inRoot("a")), EACCES);
-  EXPECT_EQ(Fault::calls("mkdir"), 1000u);
+  Fault::arm("mkdir", 1, EACCES, Fault::kForever);
+  Fault::armResult("poll", 1, 0, Fault::kForever);
+  expectFailure(EACCES, "mkdir", 1000);
 }
 
 TEST_F(MkpathFaultTest, GivesUpOnADirectoryThatVanishesForEver) {
-  Fault::arm("mkdir", 1, ENOENT, Fault::forever);
-  EXPECT_EQ(errorOf(inRoot("a")), ENOENT);
-  EXPECT_EQ(Fault::calls("mkdir"), 1000u);
+  Fault::arm("mkdir", 1, ENOENT, Fault::kForever);
+  expectFailure(ENOENT, "mkdir", 1000);
 }
 
 }  // namespace

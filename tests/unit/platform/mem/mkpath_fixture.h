@@ -2,7 +2,7 @@
 #pragma once
 
 #include "support/child_process.h"
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <fcntl.h>
 #include <mem/mkpath.h>

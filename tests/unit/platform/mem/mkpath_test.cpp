@@ -143,7 +143,7 @@ TEST_F(MkpathTest, OrdinaryUsersWithAClosedUmaskAllSucceed) {
 
 // A creation begins again only when a part has vanished, so that fewer removals than it
 // has attempts cannot make it fail.
-TEST_F(MkpathTest, OutlastsThoseWhoRemoveTheSamePath) {
+TEST_F(MkpathTest, SucceedsWhileOthersRemoveTheSamePath) {
   std::atomic<int> creating{4};
   std::atomic<int> succeeded{0};
   const auto create = [&] {

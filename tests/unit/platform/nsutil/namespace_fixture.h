@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <fcntl.h>
 #include <nsutil/nsutil.h>

@@ -9,16 +9,21 @@ class NsutilFaultTest : public NamespaceTest {
  protected:
   // Any user may open its own namespace in place of the one that was asked for.
   static int openOwn() { return open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC); }
+
+  /// The file of this name cannot be opened, which is the reason of the refusal.
+  static void expectUnopened(const char* name, int error, const std::string& reason) {
+    const std::string path = std::string("/run/netns/") + name;
+    Fault::arm("open", 1, error).onPath(path);
+    expectRefused(name, error, "open() " + path + ": " + reason);
+  }
 };
 
-TEST_F(NsutilFaultTest, SaysThatOpenFailed) {
-  Fault::arm("open", 1, EMFILE).onPath("/run/netns/blue");
-  expectRefused("blue", EMFILE, "open() /run/netns/blue: Too many open files");
+TEST_F(NsutilFaultTest, TracesThatOpenFailed) {
+  expectUnopened("blue", EMFILE, "Too many open files");
 }
 
 TEST_F(NsutilFaultTest, ANamespaceThatExistsButCannotBeOpenedIsNotPassedOver) {
-  Fault::arm("open", 1, EACCES).onPath("/run/netns/default");
-  expectRefused("default", EACCES, "open() /run/netns/default: Permission denied");
+  expectUnopened("default", EACCES, "Permission denied");
   EXPECT_EQ(Fault::calls("setns"), 0u);
 }
 
@@ -29,8 +34,7 @@ TEST_F(NsutilFaultTest, TheNamespaceOfProcessOneMayBeClosedToTheUser) {
 }
 
 TEST_F(NsutilFaultTest, OtherNamesDoNotFallBack) {
-  Fault::arm("open", 1, ENOENT).onPath("/run/netns/blue");
-  expectRefused("blue", ENOENT, "open() /run/netns/blue: No such file or directory");
+  expectUnopened("blue", ENOENT, "No such file or directory");
   EXPECT_EQ(Fault::calls("open"), 1u);
 }
 

@@ -46,54 +46,31 @@ std::string printedWriter(const std::string& values) {
   return printed("('Zorbe::Writer::Counters', ** {", writerNames, values);
 }
 
-// Each printed counter has the letter of its place in the printed order, and more above the
-// low 8 bits, which is not printed.
-Reader::Counters letteredReader() {
-  constexpr uint32_t low = 0xabcdef00;
-  constexpr uint64_t wide = 0xfedcba9876543200;
-  Reader::Counters c{};
-  c.occupiedSlots = low | 'a';
-  c.usedLookaside = low | 'b';
-  c.chainRestarts = low | 'c';
-  c.slotResizes = low | 'd';
-  c.syncerYields = low | 'e';
-  c.syncerSequence = wide | 'f';
-  c.conquerRestarts = low | 'g';
-  c.conquerProbes = low | 'h';
-  c.conquerEmpty = low | 'i';
-  c.conquerEnd = low | 'j';
-  c.conquerKicks = low | 'k';
-  c.conquerTombed = low | 'l';
-  c.conquerNotified = low | 'm';
-  c.conquerYields = low | 'n';
-  c.conquerConnections = low | 'o';
-  c.conquerSequence = wide | 'p';
-  c.keyShadowMismatch = low | 'q';
-  c.remountTimeouts = low | 'r';
-  c.invalidIterHints = low | 's';
-  c.shadowWrites = low | 't';
-  c.shadowResyncs = low | 'u';
-  c.keyMoves = low | 'v';
-  c.inotifyTriggers = low | 'w';
+// Gives each counter the letter of its place in the printed order, and more above the low 8
+// bits, which is not printed.
+template <class Counters, class... Types>
+Counters lettered(Types Counters::*... counters) {
+  uint64_t value = 0xfedcba9876543200 | 'a';
+  Counters c{};
+  ((c.*counters = static_cast<Types>(value++)), ...);
   return c;
 }
 
+Reader::Counters letteredReader() {
+  using C = Reader::Counters;
+  return lettered(
+      &C::occupiedSlots, &C::usedLookaside, &C::chainRestarts, &C::slotResizes, &C::syncerYields,
+      &C::syncerSequence, &C::conquerRestarts, &C::conquerProbes, &C::conquerEmpty, &C::conquerEnd,
+      &C::conquerKicks, &C::conquerTombed, &C::conquerNotified, &C::conquerYields,
+      &C::conquerConnections, &C::conquerSequence, &C::keyShadowMismatch, &C::remountTimeouts,
+      &C::invalidIterHints, &C::shadowWrites, &C::shadowResyncs, &C::keyMoves, &C::inotifyTriggers);
+}
+
 Writer::Counters letteredWriter() {
-  constexpr uint64_t wide = 0xfedcba9876543200;
-  Writer::Counters c{};
-  c.slotAllocs = wide | 'a';
-  c.slotDeallocs = wide | 'b';
-  c.conquerTombstones = wide | 'c';
-  c.conquerNotifications = wide | 'd';
-  c.conquerCompactions = wide | 'e';
-  c.conquerPrunings = wide | 'f';
-  c.conquerSequence = wide | 'g';
-  c.kicksIssued = wide | 'h';
-  c.connectedReaders = wide | 'i';
-  c.directWrite = wide | 'j';
-  c.directCommit = wide | 'k';
-  c.inotifyTriggers = wide | 'l';
-  return c;
+  using C = Writer::Counters;
+  return lettered(&C::slotAllocs, &C::slotDeallocs, &C::conquerTombstones, &C::conquerNotifications,
+                  &C::conquerCompactions, &C::conquerPrunings, &C::conquerSequence, &C::kicksIssued,
+                  &C::connectedReaders, &C::directWrite, &C::directCommit, &C::inotifyTriggers);
 }
 
 TEST(ReaderCountersTest, PrintsEveryCounterInItsPlace) {

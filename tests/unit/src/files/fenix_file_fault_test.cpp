@@ -2,7 +2,7 @@
 #include <zorbe/fenix_file.h>
 
 #include "fault/fault.h"
-#include "support/zorbe_test.h"
+#include "unit/src/files/file_fixture.h"
 
 #include <gmock/gmock.h>
 #include <zorbe/exceptions.h>
@@ -14,40 +14,36 @@ namespace {
 
 using testing::ElementsAre;
 
-class FenixFileFaultTest : public ZorbeTest {
+class FenixFileFaultTest : public FileTest {
  protected:
-  FenixFileFaultTest() : file(inRoot("fenix")) {
+  FenixFileFaultTest() : FileTest("fenix") {
     FenixFile::write(handler, rootPath(), 7);
     Fault::reset();
   }
 
-  std::string file;
+  Message unread() const { return {2, "FenixFile::read() unable to read fenixId from " + file}; }
 };
 
 TEST_F(FenixFileFaultTest, AFileThatCannotBeOpenedHoldsNone) {
   Fault::arm("fopen", 1, EMFILE).onPath(file);
   EXPECT_EQ(FenixFile::read(handler, rootPath()), 0u);
-  EXPECT_THAT(handler.take(),
-              ElementsAre(Logged(5, "Util::fileRead() unable to open file " + file +
-                                        ": Too many open files"),
-                          Logged(2, "FenixFile::read() unable to read fenixId from " + file)));
+  EXPECT_THAT(handler.take(), ElementsAre(unopened("Too many open files"), unread()));
 }
 
 TEST_F(FenixFileFaultTest, AFileThatCannotBeReadHoldsNone) {
   handler.expectFailures();
   Fault::arm("read", 1, EIO).onPath(file);
   EXPECT_THROW(FenixFile::validate(handler, rootPath(), 7), CorruptionDetectedException);
-  EXPECT_THAT(handler.take(),
-              ElementsAre(Logged(1, "Util::fileRead() failed to read from " + file +
-                                        " error: Input/output error"),
-                          Logged(2, "FenixFile::read() unable to read fenixId from " + file),
-                          Logged(0, "FenixFile::validate() fenix changed " + rootPath() +
-                                        " fenixId:0 expectedId:7")));
+  EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "Util::fileRead() failed to read from " + file +
+                                                        " error: Input/output error"),
+                                          unread(),
+                                          Logged(0, "FenixFile::validate() fenix changed " +
+                                                        rootPath() + " fenixId:0 expectedId:7")));
 }
 
 TEST_F(FenixFileFaultTest, AFileThatCannotBeWrittenIsThrownWithErrno) {
   handler.expectFailures();
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("fopen", 1, EACCES).onPath(file);
   try {
     FenixFile::write(handler, rootPath(), 8);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <zorbe/fenix_file.h>
 
-#include "support/zorbe_test.h"
+#include "unit/src/files/file_fixture.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -9,7 +9,6 @@
 #include <zorbe/exceptions.h>
 
 #include <fstream>
-#include <sstream>
 
 namespace Zorbe::Test {
 namespace {
@@ -17,26 +16,21 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class FenixFileTest : public ZorbeTest {
+class FenixFileTest : public FileTest {
  protected:
-  FenixFileTest() : file(inRoot("fenix")) {}
+  FenixFileTest() : FileTest("fenix") {}
 
   unsigned readOf(const std::string& content) {
-    std::ofstream(file, std::ios::binary) << content;
+    put(content);
     return FenixFile::read(handler, rootPath());
   }
-  std::string content() {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-  }
 
-  std::string file;
+  Message unread() const { return {2, "FenixFile::read() unable to read fenixId from " + file}; }
 };
 
 TEST_F(FenixFileTest, WritesTheIdAndANewline) {
   FenixFile::write(handler, rootPath(), 7);
-  EXPECT_EQ(content(), "7\n");
+  EXPECT_EQ(contentOf(file), "7\n");
   EXPECT_THAT(handler.take(), IsEmpty());
   struct stat status = {};
   ASSERT_EQ(stat(file.c_str(), &status), 0);
@@ -47,24 +41,21 @@ TEST_F(FenixFileTest, WritesTheIdAndANewline) {
 TEST_F(FenixFileTest, ReplacesALongerId) {
   for (const unsigned id : {0xffffffffu, 0x80000000u, 1u}) {
     FenixFile::write(handler, rootPath(), id);
-    EXPECT_EQ(content(), std::to_string(id) + "\n");
+    EXPECT_EQ(contentOf(file), std::to_string(id) + "\n");
     EXPECT_EQ(FenixFile::read(handler, rootPath()), id);
   }
 }
 
-TEST_F(FenixFileTest, TellsTheIdThatItReads) {
+TEST_F(FenixFileTest, ReportsTheIdThatItReads) {
   EXPECT_EQ(readOf("4294967295\n"), 0xffffffffu);
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(5, "Util::fileRead() read " + file + " '4294967295\n'"),
                           Logged(2, "FenixFile::read() read fenixId: 4294967295 from " + file)));
 }
 
-TEST_F(FenixFileTest, TellsThatThereIsNone) {
+TEST_F(FenixFileTest, ReportsThatThereIsNone) {
   EXPECT_EQ(FenixFile::read(handler, rootPath()), 0u);
-  EXPECT_THAT(handler.take(),
-              ElementsAre(Logged(5, "Util::fileRead() unable to open file " + file +
-                                        ": No such file or directory"),
-                          Logged(2, "FenixFile::read() unable to read fenixId from " + file)));
+  EXPECT_THAT(handler.take(), ElementsAre(unopened("No such file or directory"), unread()));
 }
 
 TEST_F(FenixFileTest, AZeroCountsAsNone) {
@@ -122,15 +113,15 @@ TEST_F(FenixFileTest, ThrowsForAMissingFile) {
                                             " fenixId:0 expectedId:9"));
 }
 
-TEST_F(FenixFileTest, ThrowsWhenNobodyListens) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(FenixFileTest, ThrowsWhenLoggingIsOff) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   EXPECT_THROW(FenixFile::validate(handler, rootPath(), 9), CorruptionDetectedException);
 }
 
 TEST_F(FenixFileTest, AnEmptyDirectoryIsTheWorkingDirectory) {
   ASSERT_EQ(chdir(rootPath().c_str()), 0);
   FenixFile::write(handler, "", 5);
-  EXPECT_EQ(content(), "5\n");
+  EXPECT_EQ(contentOf(file), "5\n");
   EXPECT_EQ(FenixFile::read(handler, ""), 5u);
   EXPECT_THAT(handler.texts(2), ElementsAre("FenixFile::read() read fenixId: 5 from fenix"));
   EXPECT_TRUE(FenixFile::validate(handler, "", 5));

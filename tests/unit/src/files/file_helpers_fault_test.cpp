@@ -2,7 +2,7 @@
 #include <zorbe/util.h>
 
 #include "fault/fault.h"
-#include "support/zorbe_test.h"
+#include "unit/src/files/file_fixture.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -20,14 +20,10 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class FileHelpersFaultTest : public ZorbeTest {
+class FileHelpersFaultTest : public FileTest {
  protected:
-  FileHelpersFaultTest() : file(inRoot("file")) {}
+  FileHelpersFaultTest() : FileTest("file") {}
 
-  void put(const std::string& content) {
-    const Fault::Bypass bypass;
-    std::ofstream(file, std::ios::binary) << content;
-  }
   off_t length() {
     struct stat status = {};
     const Fault::Bypass bypass;
@@ -37,26 +33,23 @@ class FileHelpersFaultTest : public ZorbeTest {
   /// Lets the handler leave another errno than the one that is asked about.
   void expectFailuresAndTrash(int error) {
     handler.expectFailures();
-    handler.trashErrno(error);
+    handler.clobberErrno(error);
   }
-
-  std::string file;
 };
 
-TEST_F(FileHelpersFaultTest, AFileThatCannotBeOpenedIsToldOnRequest) {
+TEST_F(FileHelpersFaultTest, AFileThatCannotBeOpenedIsLoggedOnRequest) {
   put("content");
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("fopen", 1, EACCES, 2).onPath(file);
   EXPECT_EQ(Util::fileRead(handler, file, false), "");
   EXPECT_THAT(handler.take(), IsEmpty());
   EXPECT_EQ(Util::fileRead(handler, file, true), "");
-  EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "Util::fileRead() unable to open file " + file +
-                                                        ": Permission denied")));
+  EXPECT_THAT(handler.take(), ElementsAre(unopened("Permission denied")));
 }
 
 TEST_F(FileHelpersFaultTest, AFileThatCannotBeReadIsEmpty) {
   put("content");
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("read", 1, EIO).onPath(file);
   EXPECT_EQ(Util::fileRead(handler, file, false), "");
   EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "Util::fileRead() failed to read from " + file +
@@ -73,7 +66,7 @@ TEST_F(FileHelpersFaultTest, WhatWasReadBeforeAFailureIsReturned) {
 }
 
 TEST_F(FileHelpersFaultTest, EverythingReadBeforeALateFailureIsReturned) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+  handler.setMaxLevel(RecordingHandler::kNothing);
   put(std::string(20000, 'a'));
   for (const long first : {1L, 4095L, 4096L, 4097L, 6000L}) {
     Fault::reset();
@@ -90,7 +83,7 @@ TEST_F(FileHelpersFaultTest, ShortAndInterruptedReadsGoOn) {
   EXPECT_EQ(Util::fileRead(handler, file, true), "content");
 }
 
-TEST_F(FileHelpersFaultTest, AFailingCloseAfterReadingIsNotTold) {
+TEST_F(FileHelpersFaultTest, AFailingCloseAfterReadingIsNotReported) {
   put("content");
   Fault::arm("fclose", 1, EIO);
   EXPECT_EQ(Util::fileRead(handler, file, true), "content");
@@ -115,8 +108,8 @@ TEST_F(FileHelpersFaultTest, AFileThatCannotBeWrittenIsThrownWithErrno) {
   EXPECT_EQ(length(), 7);
 }
 
-TEST_F(FileHelpersFaultTest, ThrowsWhenNobodyListens) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(FileHelpersFaultTest, ThrowsWhenLoggingIsOff) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   try {
     Util::fileWrite(handler, inRoot("none/file"), "abc", false);
     FAIL();
@@ -141,7 +134,7 @@ TEST_F(FileHelpersFaultTest, WithoutThrowingTheModeIsOpenedNevertheless) {
   EXPECT_EQ(length(), 7);
 }
 
-TEST_F(FileHelpersFaultTest, WithoutThrowingAMissingDirectoryIsToldTwice) {
+TEST_F(FileHelpersFaultTest, WithoutThrowingAMissingDirectoryIsReportedTwice) {
   expectFailuresAndTrash(EXDEV);
   const std::string missing = inRoot("none/file");
   EXPECT_NO_THROW(Util::fileWrite(handler, missing, "abc", true));
@@ -152,7 +145,7 @@ TEST_F(FileHelpersFaultTest, WithoutThrowingAMissingDirectoryIsToldTwice) {
 }
 
 TEST_F(FileHelpersFaultTest, AFailingChmodIsLoggedAndTheFileStays) {
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("chmod", 1, EPERM).onPath(file);
   Util::fileWrite(handler, file, "abc", false);
   EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "Util::fileWrite chmod() " + file +
@@ -160,9 +153,9 @@ TEST_F(FileHelpersFaultTest, AFailingChmodIsLoggedAndTheFileStays) {
   EXPECT_EQ(length(), 4);
 }
 
-TEST_F(FileHelpersFaultTest, AFullDiskIsNotTold) {
+TEST_F(FileHelpersFaultTest, AFullDiskIsNotReported) {
   put("content");
-  Fault::arm("write", 1, ENOSPC, Fault::forever).onPath(file);
+  Fault::arm("write", 1, ENOSPC, Fault::kForever).onPath(file);
   EXPECT_NO_THROW(Util::fileWrite(handler, file, "abc", false));
   EXPECT_THAT(handler.take(), IsEmpty());
   EXPECT_EQ(length(), 0);
@@ -234,7 +227,7 @@ TEST_F(FileHelpersFaultTest, MemSizeIsZeroWhenStatFails) {
 TEST_F(FileHelpersFaultTest, ReasonsThatAreMissingAreLeftOut) {
   expectFailuresAndTrash(EXDEV);
   put("content");
-  Fault::arm("strerror", 1, 0, Fault::forever);  // the stream itself asks as well
+  Fault::arm("strerror", 1, 0, Fault::kForever);  // the stream itself asks as well
   Fault::arm("open", 1, EROFS).onPath(file);
   Fault::arm("stat", 1, EACCES).onPath(file);
   Fault::arm("fopen", 1, EACCES).onPath(file);
@@ -250,9 +243,9 @@ TEST_F(FileHelpersFaultTest, ReasonsThatAreMissingAreLeftOut) {
                           Logged(1, "Util::fileRead() failed to read from " + file + " error: ")));
 }
 
-TEST_F(FileHelpersFaultTest, AsksForNoReasonThatNobodyWants) {
+TEST_F(FileHelpersFaultTest, FormatsNoReasonThatIsNotLogged) {
   put("content");
-  handler.setMaxLevel(RecordingHandler::nothing);
+  handler.setMaxLevel(RecordingHandler::kNothing);
   Fault::arm("open", 1, EROFS).onPath(file);
   Fault::arm("close", 1, EIO);
   Fault::arm("stat", 1, EACCES).onPath(file);
@@ -267,7 +260,7 @@ TEST_F(FileHelpersFaultTest, AsksForNoReasonThatNobodyWants) {
   EXPECT_EQ(Fault::calls("strerror"), 0u);
 }
 
-TEST_F(FileHelpersFaultTest, ACorruptionThatCannotBeToldKeepsItsErrno) {
+TEST_F(FileHelpersFaultTest, ACorruptionThatCannotBeReportedKeepsItsErrno) {
   expectFailuresAndTrash(ENOENT);
   Fault::arm("fopen", 1, EACCES).onPath(inRoot("corruption-detected"));
   try {
@@ -279,7 +272,7 @@ TEST_F(FileHelpersFaultTest, ACorruptionThatCannotBeToldKeepsItsErrno) {
 }
 
 TEST_F(FileHelpersFaultTest, AMarkerThatThereIsNoMemoryForIsNoMissingDirectory) {
-  handler.beOutOfMemory();
+  handler.failWithBadAlloc();
   EXPECT_THROW(Util::writeCorruptionFile(handler, inRoot("gone"), "bad magic"), std::bad_alloc);
 }
 

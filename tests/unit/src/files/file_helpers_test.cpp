@@ -2,7 +2,7 @@
 #include <zorbe/util.h>
 
 #include "support/descriptor_zero.h"
-#include "support/zorbe_test.h"
+#include "unit/src/files/file_fixture.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -19,16 +19,10 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class FileHelpersTest : public ZorbeTest {
+class FileHelpersTest : public FileTest {
  protected:
-  FileHelpersTest() : file(inRoot("file")) {}
+  FileHelpersTest() : FileTest("file") {}
 
-  void put(const std::string& content) { std::ofstream(file, std::ios::binary) << content; }
-  static std::string contentOf(const std::string& path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
-  }
   static mode_t permissionsOf(const std::string& path) {
     struct stat status = {};
     EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
@@ -37,8 +31,6 @@ class FileHelpersTest : public ZorbeTest {
   auto loggedRead(const std::string& content) {
     return ElementsAre(Logged(5, "Util::fileRead() read " + file + " '" + content + "'"));
   }
-
-  std::string file;
 };
 
 TEST_F(FileHelpersTest, AFileIsOpenToAllOnlyWhenItIsWhole) {
@@ -68,7 +60,7 @@ TEST_F(FileHelpersTest, ReadsZeroBytesAndBytesFrom0x80) {
 }
 
 TEST_F(FileHelpersTest, ReadsFilesAboutAsLongAsItsBuffers) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+  handler.setMaxLevel(RecordingHandler::kNothing);
   for (const size_t size : {4095u, 4096u, 4097u, 8190u, 8191u, 8192u, 100000u}) {
     std::string content(size, 'x');
     content.back() = 'y';
@@ -83,12 +75,11 @@ TEST_F(FileHelpersTest, AnEmptyFileIsReadAsSuch) {
   EXPECT_THAT(handler.take(), loggedRead(""));
 }
 
-TEST_F(FileHelpersTest, AMissingFileIsEmptyAndToldOnRequest) {
+TEST_F(FileHelpersTest, AMissingFileIsEmptyAndLoggedOnRequest) {
   EXPECT_EQ(Util::fileRead(handler, file, false), "");
   EXPECT_THAT(handler.take(), IsEmpty());
   EXPECT_EQ(Util::fileRead(handler, file, true), "");
-  EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "Util::fileRead() unable to open file " + file +
-                                                        ": No such file or directory")));
+  EXPECT_THAT(handler.take(), ElementsAre(unopened("No such file or directory")));
 }
 
 TEST_F(FileHelpersTest, ADirectoryCannotBeRead) {
@@ -111,7 +102,7 @@ TEST_F(FileHelpersTest, ReplacesWhatWasThere) {
   EXPECT_EQ(contentOf(file), std::string("a\0b\n\n", 5));
 }
 
-TEST_F(FileHelpersTest, WritesFilesOpenToAllWhateverTheUmask) {
+TEST_F(FileHelpersTest, WritesFilesOpenToAllForAnyUmask) {
   umask(077);
   Util::fileWrite(handler, file, "abc", false);
   EXPECT_EQ(permissionsOf(file), 0666u);
@@ -188,18 +179,18 @@ TEST_F(FileHelpersTest, ACorruptionIsLeftInAFile) {
   EXPECT_THAT(handler.take(), IsEmpty());
 }
 
-TEST_F(FileHelpersTest, ACorruptionInADirectoryThatIsGoneIsNoError) {
+TEST_F(FileHelpersTest, ACorruptionInADirectoryThatIsRemovedIsNoError) {
   handler.expectFailures();
-  handler.trashErrno(EACCES);  // the exception alone says what is missing
+  handler.clobberErrno(EACCES);  // the exception alone says what is missing
   Util::writeCorruptionFile(handler, inRoot("gone"), "bad magic");
   EXPECT_THAT(handler.take(), ElementsAre(Logged(0, "Util::fileWrite() unable to write " +
                                                         inRoot("gone/corruption-detected") +
                                                         " reason: No such file or directory")));
 }
 
-TEST_F(FileHelpersTest, ACorruptionThatCannotBeToldIsThrown) {
+TEST_F(FileHelpersTest, ACorruptionThatCannotBeReportedIsThrown) {
   handler.expectFailures();
-  handler.trashErrno(ENOENT);
+  handler.clobberErrno(ENOENT);
   put("not a directory");
   try {
     Util::writeCorruptionFile(handler, file, "bad magic");
@@ -210,7 +201,7 @@ TEST_F(FileHelpersTest, ACorruptionThatCannotBeToldIsThrown) {
   }
 }
 
-TEST_F(FileHelpersTest, KnowsTheFilesOfATable) {
+TEST_F(FileHelpersTest, RecognizesTheFilesOfATable) {
   for (const char* name : {"slots", "conquer.1", "conquer.2", "buckets", "fenix", "last-owner",
                            "corruption-detected"}) {
     EXPECT_TRUE(Util::isZorbeFile(handler, name));
@@ -220,7 +211,7 @@ TEST_F(FileHelpersTest, KnowsTheFilesOfATable) {
   }
 }
 
-TEST_F(FileHelpersTest, KnowsNoOtherNames) {
+TEST_F(FileHelpersTest, RecognizesNoOtherNames) {
   for (const char* name : {"", "fenix.tmp", "Fenix", "/r/fenix", "./fenix", "feni", "conquer",
                            "conquer.3", " slots", "slots\n"}) {
     EXPECT_FALSE(Util::isZorbeFile(handler, name)) << name;

@@ -2,7 +2,7 @@
 #include <zorbe/root_path.h>
 
 #include "fault/fault.h"
-#include "support/fake_platform_test_fixture.h"
+#include "support/fake_platform_fixture.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -21,6 +21,16 @@ using testing::IsEmpty;
 
 class RootPathFaultTest : public FakePlatformTest {
  protected:
+  /// A failing unlink, rmdir and chmod.
+  void failEachOperation(RootPath& root) {
+    Fault::arm("unlink", 1, EACCES);
+    Fault::arm("rmdir", 1, EBUSY);
+    Fault::arm("chmod", 1, EPERM);
+    root.removeFile("slots");
+    root.cleanup();
+    const RootPath again(handler, "t", true);
+  }
+
   // Works below the test's own directory, as with Q9_CHROOT.
   void enterChrootMode() {
     ASSERT_EQ(chdir(rootPath().c_str()), 0);
@@ -52,7 +62,7 @@ class RootPathFaultTest : public FakePlatformTest {
 TEST_F(RootPathFaultTest, AnUnknownWorkingDirectoryIsThrown) {
   enterChrootMode();
   handler.expectFailures();
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("getcwd", 1, EACCES);
   const std::string text = "RootPath::RootPath() gwtcwd() failed: Permission denied";
   EXPECT_EQ(thrown("t", true), text);
@@ -69,7 +79,7 @@ TEST_F(RootPathFaultTest, ADeletedWorkingDirectoryIsThrown) {
   EXPECT_EQ(thrown("t", false), "RootPath::RootPath() gwtcwd() failed: No such file or directory");
 }
 
-TEST_F(RootPathFaultTest, AnAbsolutePathAsksForNoWorkingDirectory) {
+TEST_F(RootPathFaultTest, AnAbsolutePathNeedsNoWorkingDirectory) {
   const RootPath root(handler, "t", false);
   EXPECT_EQ(Fault::calls("getcwd"), 0u);
 }
@@ -85,7 +95,7 @@ TEST_F(RootPathFaultTest, AReasonThatIsMissingIsLeftOut) {
 
 TEST_F(RootPathFaultTest, ADirectoryThatCannotBeCreatedIsThrown) {
   handler.expectFailures();
-  handler.trashErrno(EEXIST);
+  handler.clobberErrno(EEXIST);
   platform.failMkpath(EROFS);
   const std::string text =
       "RootPath::RootPath() mkpath() error " + inRoot("t") + ": Read-only file system";
@@ -94,7 +104,7 @@ TEST_F(RootPathFaultTest, ADirectoryThatCannotBeCreatedIsThrown) {
   EXPECT_EQ(Fault::calls("chmod"), 0u);
 }
 
-TEST_F(RootPathFaultTest, OnlyChrootModeGoesOnWithoutItsDirectory) {
+TEST_F(RootPathFaultTest, OnlyChrootModeContinuesWithoutItsDirectory) {
   handler.allowFailures();
   platform.failMkpath(EROFS);
   ASSERT_EQ(unsetenv("SHMEM_ROOT"), 0);
@@ -105,16 +115,16 @@ TEST_F(RootPathFaultTest, OnlyChrootModeGoesOnWithoutItsDirectory) {
             "RootPath::RootPath() mkpath() error /var/shmem/zorbes/ns/t: Read-only file system");
 }
 
-TEST_F(RootPathFaultTest, ThrowsWhenNobodyListens) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(RootPathFaultTest, ThrowsWhenLoggingIsOff) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   platform.failMkpath(EROFS);
   EXPECT_EQ(thrown("t", true),
             "RootPath::RootPath() mkpath() error " + inRoot("t") + ": Read-only file system");
 }
 
-TEST_F(RootPathFaultTest, ADirectoryThatSomebodyElseMadeIsNoError) {
+TEST_F(RootPathFaultTest, ADirectoryOfAnotherProcessIsNoError) {
   ASSERT_EQ(mkdir(inRoot("t").c_str(), 0700), 0);
-  handler.trashErrno(EROFS);
+  handler.clobberErrno(EROFS);
   platform.failMkpath(EEXIST);
   const RootPath root(handler, "t", true);
   EXPECT_TRUE(root.initialized);
@@ -123,10 +133,10 @@ TEST_F(RootPathFaultTest, ADirectoryThatSomebodyElseMadeIsNoError) {
               ElementsAre(Logged(2, "RootPath::RootPath() rootpath is: " + inRoot("t"))));
 }
 
-TEST_F(RootPathFaultTest, ChrootModeTellsTheUserAndGoesOn) {
+TEST_F(RootPathFaultTest, ChrootModeInformsTheUserAndContinues) {
   enterChrootMode();
   handler.expectFailures();
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   platform.failMkpath(EACCES);
   testing::internal::CaptureStderr();
   const RootPath root(handler, "t", true);
@@ -141,9 +151,9 @@ TEST_F(RootPathFaultTest, ChrootModeTellsTheUserAndGoesOn) {
   EXPECT_EQ(Fault::calls("chmod"), 0u);
 }
 
-TEST_F(RootPathFaultTest, ChrootModeTellsTheUserWhenNobodyListens) {
+TEST_F(RootPathFaultTest, ChrootModeInformsTheUserWhenLoggingIsOff) {
   enterChrootMode();
-  handler.setMaxLevel(RecordingHandler::nothing);
+  handler.setMaxLevel(RecordingHandler::kNothing);
   platform.failMkpath(EACCES);
   testing::internal::CaptureStderr();
   EXPECT_FALSE(RootPath(handler, "t", true).initialized);
@@ -154,7 +164,7 @@ TEST_F(RootPathFaultTest, ChrootModeTellsTheUserWhenNobodyListens) {
 
 TEST_F(RootPathFaultTest, AFailingChmodIsLoggedAndNotFatal) {
   handler.expectFailures();
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("chmod", 1, EPERM).onPath(inRoot("t"));
   const RootPath root(handler, "t", true);
   EXPECT_TRUE(root.initialized);
@@ -186,7 +196,7 @@ TEST_F(RootPathFaultTest, WhatCannotBeExaminedDoesNotExist) {
 TEST_F(RootPathFaultTest, AFailingUnlinkIsLogged) {
   RootPath root = existing();
   handler.expectFailures();
-  handler.trashErrno(ENOENT);
+  handler.clobberErrno(ENOENT);
   Fault::arm("unlink", 1, EACCES).onPath(inRoot("t/slots"));
   root.removeFile("slots");
   EXPECT_THAT(handler.take(),
@@ -197,7 +207,7 @@ TEST_F(RootPathFaultTest, AFailingUnlinkIsLogged) {
 TEST_F(RootPathFaultTest, AFailingRmdirIsLogged) {
   RootPath root = existing();
   handler.expectFailures();
-  handler.trashErrno(ENOENT);
+  handler.clobberErrno(ENOENT);
   Fault::arm("rmdir", 1, EBUSY).onPath(inRoot("t"));
   root.cleanup();
   EXPECT_THAT(handler.take(),
@@ -209,29 +219,19 @@ TEST_F(RootPathFaultTest, ReasonsThatAreMissingAreLeftOut) {
   RootPath root = existing();
   handler.expectFailures();
   Fault::arm("strerror", 1, 0, 3);
-  Fault::arm("unlink", 1, EACCES);
-  Fault::arm("rmdir", 1, EBUSY);
-  Fault::arm("chmod", 1, EPERM);
-  root.removeFile("slots");
-  root.cleanup();
-  const RootPath again(handler, "t", true);
+  failEachOperation(root);
   EXPECT_THAT(handler.texts(0),
               ElementsAre("RootPath::removeFile() unlink() error " + inRoot("t/slots") + ": ",
                           "RootPath::cleanup() rmdir() error " + inRoot("t") + " reason: ",
                           "RootPath::RootPath() chmod() error " + inRoot("t") + ": "));
 }
 
-TEST_F(RootPathFaultTest, AsksForNoReasonThatNobodyWants) {
+TEST_F(RootPathFaultTest, FormatsNoReasonThatIsNotLogged) {
   RootPath root = existing();
-  handler.setMaxLevel(RecordingHandler::nothing);
-  Fault::arm("unlink", 1, EACCES);
-  Fault::arm("rmdir", 1, EBUSY);
-  Fault::arm("chmod", 1, EPERM);
-  root.removeFile("slots");
-  root.cleanup();
-  const RootPath again(handler, "t", true);
+  handler.setMaxLevel(RecordingHandler::kNothing);
+  failEachOperation(root);
   EXPECT_EQ(Fault::calls("strerror"), 0u);
-  EXPECT_EQ(handler.asked(0), 3u);
+  EXPECT_EQ(handler.queries(0), 3u);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <zorbe/root_path.h>
 
-#include "support/fake_platform_test_fixture.h"
+#include "support/fake_platform_fixture.h"
 
 #include <gmock/gmock.h>
 #include <sys/socket.h>
@@ -127,7 +127,7 @@ TEST_F(RootPathTest, CreatesTheDirectoryWithItsParents) {
   EXPECT_TRUE(root.exists());
 }
 
-TEST_F(RootPathTest, OpensTheDirectoryToAllWhateverTheUmask) {
+TEST_F(RootPathTest, OpensTheDirectoryToAllForAnyUmask) {
   umask(077);
   EXPECT_EQ(modeOf(created("t").path) & 07777u, 0777u);
   EXPECT_EQ(umask(077), 077u);

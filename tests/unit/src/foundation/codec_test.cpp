@@ -14,7 +14,7 @@
 namespace Zorbe::Test {
 namespace {
 
-constexpr unsigned maxLength = 200;
+constexpr unsigned kMaxLength = 200;
 
 std::string randomBytes(size_t count, unsigned seed) {
   std::mt19937 random(seed);
@@ -36,16 +36,16 @@ uint32_t naiveFnv(const std::string& s) {
 }
 
 uint32_t naiveOneAtATime(const std::string& s) {
-  constexpr uint64_t modulus = 0x100000000u;
+  constexpr uint64_t kModulus = 0x100000000u;
   uint64_t h = 0;
   for (const char c : s) {
-    h = (h + widened(c)) % modulus;
-    h = (h + h * 1024) % modulus;
+    h = (h + widened(c)) % kModulus;
+    h = (h + h * 1024) % kModulus;
     h ^= h / 64;
   }
-  h = (h + h * 8) % modulus;
+  h = (h + h * 8) % kModulus;
   h ^= h / 2048;
-  return static_cast<uint32_t>((h + h * 32768) % modulus);
+  return static_cast<uint32_t>((h + h * 32768) % kModulus);
 }
 
 uint16_t naiveChecksum(const std::vector<uint16_t>& words) {
@@ -74,13 +74,13 @@ TEST(StringHashTest, TakesBytesFrom0x80AsNegative) {
   EXPECT_EQ(Util::hash(std::string("\xe9t\xe9")), 0xfb67177bu);
 }
 
-TEST(StringHashTest, GoesOnPastAZeroByte) {
+TEST(StringHashTest, ContinuesPastAZeroByte) {
   EXPECT_EQ(Util::hash(std::string("\0", 1)), 0x050c5d1fu);
   EXPECT_EQ(Util::hash(std::string("a\0b", 3)), 0x10f3abd2u);
 }
 
 TEST(StringHashTest, EqualsTheNaiveComputationForEveryLength) {
-  for (unsigned length = 0; length <= maxLength; ++length) {
+  for (unsigned length = 0; length <= kMaxLength; ++length) {
     const std::string s = randomBytes(length, length + 1);
     ASSERT_EQ(Util::hash(s), naiveFnv(s)) << "length " << length;
   }
@@ -122,7 +122,7 @@ TEST(PointerHashTest, ReadsExactlyTheBytesItIsGiven) {
 }
 
 TEST(PointerHashTest, EqualsTheNaiveComputationForEveryLength) {
-  for (unsigned length = 0; length <= maxLength; ++length) {
+  for (unsigned length = 0; length <= kMaxLength; ++length) {
     const std::string s = randomBytes(length, 1000 + length);
     ASSERT_EQ(hashOf(s), naiveOneAtATime(s)) << "length " << length;
   }
@@ -162,7 +162,7 @@ TEST(ChecksumTest, EqualsTheNaiveSumForEveryWord) {
 
 TEST(ChecksumTest, EqualsTheNaiveSumForEveryLengthAndStart) {
   std::mt19937 random(42);
-  for (size_t length = 0; length <= maxLength; ++length) {
+  for (size_t length = 0; length <= kMaxLength; ++length) {
     for (size_t start = 0; start < 8; ++start) {
       std::vector<uint16_t> words(start + length);
       for (uint16_t& word : words) word = static_cast<uint16_t>(random());

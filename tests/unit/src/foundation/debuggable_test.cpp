@@ -2,8 +2,9 @@
 #include <zorbe/debuggable.h>
 
 #include "sockets/dir_node.h"
-#include "support/corpse.h"
-#include "support/fake_platform_test_fixture.h"
+#include "support/destroyed_object.h"
+#include "support/fake_platform_fixture.h"
+#include "support/noncopyable.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -15,11 +16,9 @@
 namespace Zorbe::Test {
 namespace {
 
-class DyingHandler : public Brask::Platform::DebugHandler {
+class DyingHandler : public Brask::Platform::DebugHandler, private NonCopyable {
  public:
   explicit DyingHandler(int& deaths) : deaths_(deaths) {}
-  DyingHandler(const DyingHandler&) = delete;
-  DyingHandler& operator=(const DyingHandler&) = delete;
   ~DyingHandler() override { ++deaths_; }
   bool isEnabled(int) override { return false; }
   void emit(std::ostringstream&, int) override {}
@@ -37,10 +36,10 @@ class Logging : public Brask::Debuggable {
 
 /// Where an object and its handler were when it has been destroyed.
 template <class Object>
-class HandlerCorpse : public Corpse<Object> {
+class HandlerCorpse : public DestroyedObject<Object> {
  public:
-  using Corpse<Object>::Corpse;
-  const void* handlerLeftBehind() { return this->leftBehind((*this)->handlerSlot()); }
+  using DestroyedObject<Object>::DestroyedObject;
+  const void* handlerLeftBehind() { return this->destroyAndRead((*this)->handlerSlot()); }
 };
 
 class DebuggableTest : public FakePlatformTest {
@@ -53,7 +52,7 @@ TEST_F(DebuggableTest, RefersToTheHandlerItIsGivenWithoutAskingIt) {
   Logging object(handler);
   EXPECT_EQ(object.handlerSlot(), &handler);
   EXPECT_FALSE(object.owns());
-  EXPECT_EQ(handler.asked(), 0u);
+  EXPECT_EQ(handler.queries(), 0u);
 }
 
 TEST_F(DebuggableTest, NeverDeletesAHandlerThatItDoesNotOwn) {

@@ -97,12 +97,12 @@ TYPED_TEST(ExceptionTest, IsNotCaughtAsAnyOfItsSiblings) {
   } catch (const DuplicateWriterException&) {
     caughtAs = 4;
   }
-  constexpr bool order[] = {std::is_same_v<TypeParam, Brask::RuntimeException>,
-                            std::is_same_v<TypeParam, Brask::InvalidInitializeException>,
-                            std::is_same_v<TypeParam, ConnectionException>,
-                            std::is_same_v<TypeParam, CorruptionDetectedException>,
-                            std::is_same_v<TypeParam, DuplicateWriterException>};
-  EXPECT_TRUE(order[caughtAs]);
+  constexpr bool kOrder[] = {std::is_same_v<TypeParam, Brask::RuntimeException>,
+                             std::is_same_v<TypeParam, Brask::InvalidInitializeException>,
+                             std::is_same_v<TypeParam, ConnectionException>,
+                             std::is_same_v<TypeParam, CorruptionDetectedException>,
+                             std::is_same_v<TypeParam, DuplicateWriterException>};
+  EXPECT_TRUE(kOrder[caughtAs]);
 }
 
 TYPED_TEST(ExceptionTest, CopiesAndAssignsItsText) {
@@ -126,7 +126,7 @@ TEST(DuplicateWriterExceptionTest, KeepsItsFieldsWhenItIsThrown) {
   }
 }
 
-TEST(BaseExceptionTest, NamesItselfWhateverTheFlag) {
+TEST(BaseExceptionTest, NamesItselfForAnyFlag) {
   EXPECT_STREQ(Brask::Exception("why", false).what(), "why");
   EXPECT_EQ(Brask::Exception("why", true).msg(), "Brask::Exception(\"why\")");
 }

@@ -2,7 +2,7 @@
 #include "foundation/log.h"
 
 #include "fault/fault.h"
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <zorbe/exceptions.h>
 
@@ -39,13 +39,13 @@ TEST_F(LogTest, HasSixLevels) {
   EXPECT_EQ(Log::item, 9);
 }
 
-TEST_F(LogTest, AsksOnceForEachMessage) {
+TEST_F(LogTest, QueriesTheLevelOncePerMessage) {
   ZORBE_LOG(handler, step, "text");
-  EXPECT_EQ(handler.asked(), 1u);
-  EXPECT_EQ(handler.asked(5), 1u);
+  EXPECT_EQ(handler.queries(), 1u);
+  EXPECT_EQ(handler.queries(5), 1u);
   handler.setMaxLevel(4);
   ZORBE_LOG(handler, step, "text");
-  EXPECT_EQ(handler.asked(5), 2u);
+  EXPECT_EQ(handler.queries(5), 2u);
 }
 
 TEST_F(LogTest, EvaluatesNothingWhenTheLevelIsOff) {
@@ -60,7 +60,7 @@ TEST_F(LogTest, EvaluatesNothingWhenTheLevelIsOff) {
 }
 
 TEST_F(LogTest, AMessageThatMayBeLostIsLostWhereThereIsNoMemory) {
-  handler.beOutOfMemory();
+  handler.failWithBadAlloc();
   EXPECT_THROW(ZORBE_LOG(handler, step, "text"), std::bad_alloc);
   EXPECT_NO_THROW(ZORBE_LOG_OR_LOSE(handler, step, "text"));
   EXPECT_THAT(handler.take(), IsEmpty());
@@ -91,7 +91,7 @@ TEST_F(LogTest, StartsEachMessageWithAFreshStream) {
 }
 
 TEST_F(LogTest, PrintsTheReasonThatItIsGivenAndNotErrno) {
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   errno = EPERM;
   ZORBE_LOG(handler, step, "text: " << Log::reason(EIO));
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "text: Input/output error")));
@@ -125,10 +125,10 @@ TEST_F(LogTest, FailLogsWhatItThrows) {
   EXPECT_THAT(handler.take(), ElementsAre(Logged(0, "LogTest::fail() why")));
 }
 
-TEST_F(LogTest, FailThrowsWhenNobodyListens) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(LogTest, FailThrowsWhenLoggingIsOff) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   EXPECT_THROW(Log::fail<Brask::RuntimeException>(handler, "why"), Brask::RuntimeException);
-  EXPECT_EQ(handler.asked(0), 1u);
+  EXPECT_EQ(handler.queries(0), 1u);
 }
 
 }  // namespace

@@ -17,14 +17,14 @@ using namespace Brask::Platform;
 // A plain pointer's size, as clients count on.
 static_assert(sizeof(std::unique_ptr<FdControl>) == sizeof(FdControl*));
 
-constexpr std::ptrdiff_t pointer = sizeof(void*);
+constexpr std::ptrdiff_t kPointer = sizeof(void*);
 
 /// Three bases one after the other, none bigger than it has to be.
 template <class Class>
 void expectTimerFdAndDebuggable() {
   EXPECT_EQ((baseOffset<Class, TimeoutHandler>()), 0);
-  EXPECT_EQ((baseOffset<Class, FdEventHandler>()), pointer);
-  EXPECT_EQ((baseOffset<Class, Brask::Debuggable>()), 2 * pointer);
+  EXPECT_EQ((baseOffset<Class, FdEventHandler>()), kPointer);
+  EXPECT_EQ((baseOffset<Class, Brask::Debuggable>()), 2 * kPointer);
 }
 
 TEST(WriterKickSmLayoutTest, HasItsBasesAndSlotsInOrder) {
@@ -69,7 +69,7 @@ TEST(WriterKickSmLayoutTest, HoldsItsMembersInOrder) {
 
 TEST(ReaderKickClientSmLayoutTest, HasItsBasesAndSlotsInOrder) {
   EXPECT_EQ((baseOffset<ReaderKickClientSm, FdEventHandler>()), 0);
-  EXPECT_EQ((baseOffset<ReaderKickClientSm, Brask::Debuggable>()), pointer);
+  EXPECT_EQ((baseOffset<ReaderKickClientSm, Brask::Debuggable>()), kPointer);
   EXPECT_EQ(slotOf(&ReaderKickClientSm::fdEvent), 2);
   EXPECT_EQ(Slots<ReaderKickClientSm>::count(), 3);
 }
@@ -168,7 +168,7 @@ TEST(MounterLayoutTest, ClientInterfaceHasOneOperation) {
 template <class Class>
 void expectInotifySlots() {
   EXPECT_EQ((baseOffset<Class, InotifyHandler>()), 0);
-  EXPECT_EQ((baseOffset<Class, Brask::Debuggable>()), pointer);
+  EXPECT_EQ((baseOffset<Class, Brask::Debuggable>()), kPointer);
   EXPECT_EQ(slotOf(&Class::inotifyError), 2);
   EXPECT_EQ(slotOf(&Class::inotifyDeleted), 3);
   EXPECT_EQ(slotOf(&Class::inotifyChanged), 4);

@@ -2,7 +2,7 @@
 #include "foundation/unique_fd.h"
 
 #include "fault/fault.h"
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <fcntl.h>
 

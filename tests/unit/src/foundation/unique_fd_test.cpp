@@ -2,7 +2,7 @@
 #include "foundation/unique_fd.h"
 
 #include "support/descriptor_zero.h"
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <fcntl.h>
 
@@ -11,7 +11,7 @@
 namespace Zorbe::Test {
 namespace {
 
-// The fixture's census tells of a descriptor that stays open.
+// The fixture reports a descriptor that stays open.
 class UniqueFdTest : public ZorbeTest {
  protected:
   static int openOne() {

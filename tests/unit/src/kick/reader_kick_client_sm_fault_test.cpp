@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/kick_fixture.h"
+#include "unit/src/kick/accepted_reader_fixture.h"
 
 #include <cerrno>
 
@@ -10,31 +10,11 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-class ReaderKickClientSmFaultTest : public WriterTest {
+class ReaderKickClientSmFaultTest : public AcceptedReaderTest {
  protected:
-  ReaderKickClientSmFaultTest() {
-    listen();
-    reader = connectReader();
-    fd = client().fd();
-    number = std::to_string(fd);
-    forget();
-  }
-
-  ReaderKickClientSm& accepted() { return *writer->readers.at(fd); }
-  Message data(int level, const std::string& words) const {
-    return {level, "ReaderKickClientSm::handleReaderData() socket:" + number + words};
-  }
   std::vector<Message> broken(int error) const {
-    return {data(5, ""),
-            data(0, " recv() error: " + reason(error)),
-            {5, "WriterKickSm::doCloseReaderConnection() socket:" + number},
-            {5, "ReaderKickClientSm::~ReaderKickClientSm()"},
-            {5, "ReaderKickClientSm::~ReaderKickClientSm() socket:" + number}};
+    return disconnected({data(0, " recv() error: " + reason(error))});
   }
-
-  RawPeer reader;
-  int fd = -1;
-  std::string number;
 };
 
 TEST_F(ReaderKickClientSmFaultTest, AnErrorOfRecvEndsTheConnection) {
@@ -65,15 +45,15 @@ TEST_F(ReaderKickClientSmFaultTest, AnErrorAfterAReportVoidsTheReport) {
 
 TEST_F(ReaderKickClientSmFaultTest, AnErrorIsNotTakenForAnEmptySocketBecauseOfTheHandler) {
   handler.expectFailures();
-  handler.trashErrno(EAGAIN);
+  handler.clobberErrno(EAGAIN);
   Fault::arm("recv", 1, ECONNRESET);
   client().fire();
   EXPECT_THAT(handler.take(), ElementsAreArray(broken(ECONNRESET)));
 }
 
 TEST_F(ReaderKickClientSmFaultTest, AFailingRecvEndsTheConnectionInSilence) {
-  handler.setMaxLevel(RecordingHandler::nothing);
-  handler.trashErrno(EAGAIN);
+  handler.setMaxLevel(RecordingHandler::kNothing);
+  handler.clobberErrno(EAGAIN);
   const auto lookedUp = Fault::calls("strerror");
   Fault::arm("recv", 1, ECONNRESET);
   client().fire();
@@ -93,7 +73,7 @@ TEST_F(ReaderKickClientSmFaultTest, AShortReadEndsTheConnection) {
 
 TEST_F(ReaderKickClientSmFaultTest, AKickThatFailsIsNotCountedButAcknowledges) {
   handler.expectFailures();
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("send", 1, EPIPE);
   report(reader, 0);
   EXPECT_THAT(handler.take(),
@@ -111,7 +91,7 @@ TEST_F(ReaderKickClientSmFaultTest, AKickThatFailsIsNotCountedButAcknowledges) {
 
 TEST_F(ReaderKickClientSmFaultTest, AKickOfNothingIsAFailure) {
   handler.expectFailures();
-  handler.trashErrno(ENOBUFS);
+  handler.clobberErrno(ENOBUFS);
   Fault::armResult("send", 1, 0);
   accepted().kick();
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "ReaderKickClientSm::kick() socket:" + number),
@@ -140,9 +120,9 @@ TEST_F(ReaderKickClientSmFaultTest, AReaderWhoseQueueIsFullIsOnlyLogged) {
   EXPECT_EQ(writer->readers.count(fd), 1u);
 }
 
-TEST_F(ReaderKickClientSmFaultTest, AFailingCloseIsLoggedAndTheConnectionIsGone) {
+TEST_F(ReaderKickClientSmFaultTest, AFailingCloseIsLoggedAndTheConnectionIsClosed) {
   handler.expectFailures();
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   Fault::arm("close", 1, EIO).onFd(fd);
   reader.close();
   client().fire();

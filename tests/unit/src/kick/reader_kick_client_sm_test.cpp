@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/kick_fixture.h"
+#include "unit/src/kick/accepted_reader_fixture.h"
 
 #include <cerrno>
 
@@ -10,43 +10,18 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-class ReaderKickClientSmTest : public WriterTest {
+class ReaderKickClientSmTest : public AcceptedReaderTest {
  protected:
-  ReaderKickClientSmTest() {
-    listen();
-    reader = connectReader();
-    fd = client().fd();
-    forget();
-  }
-
-  ReaderKickClientSm& accepted() { return *writer->readers.at(fd); }
   bool sleeping() const { return writer->sleepingReaders.count(fd) == 1; }
 
-  /// What handleReaderData says, behind the descriptor.
-  Message data(int level, const std::string& words) const {
-    return {level, "ReaderKickClientSm::handleReaderData() socket:" + std::to_string(fd) + words};
-  }
-  Message kick() const { return {5, "ReaderKickClientSm::kick() socket:" + std::to_string(fd)}; }
+  Message kick() const { return {5, "ReaderKickClientSm::kick() socket:" + number}; }
 
-  /// The messages of an event that ends the connection, `words` in between.
-  std::vector<Message> disconnected(std::vector<Message> words) const {
-    const std::string number = std::to_string(fd);
-    words.insert(words.begin(), data(5, ""));
-    words.push_back({5, "WriterKickSm::doCloseReaderConnection() socket:" + number});
-    words.push_back({5, "ReaderKickClientSm::~ReaderKickClientSm()"});
-    words.push_back({5, "ReaderKickClientSm::~ReaderKickClientSm() socket:" + number});
-    return words;
-  }
-
-  /// The connection is gone from the loop, from both maps and from the reader.
-  void expectGone() {
+  /// The connection is removed from the loop and from both maps.
+  void expectRemoved() {
     EXPECT_THAT(platform.calls(), ElementsAre("fd#1 delete", "readersChanged"));
     EXPECT_THAT(writer->readers, IsEmpty());
     EXPECT_THAT(writer->sleepingReaders, IsEmpty());
   }
-
-  RawPeer reader;
-  int fd = -1;
 };
 
 TEST_F(ReaderKickClientSmTest, AFirstReportThatHasCaughtUpSleepsAndIsAcknowledged) {
@@ -153,7 +128,7 @@ TEST_F(ReaderKickClientSmTest, AFallingSequenceEndsTheConnection) {
               ElementsAreArray(disconnected(
                   {data(0, " bad reader sequence:6 previous sequence:7, disconnecting reader")})));
   handler.expectFailures();
-  expectGone();
+  expectRemoved();
   EXPECT_TRUE(reader.isPeerClosed());
 }
 
@@ -167,7 +142,7 @@ TEST_F(ReaderKickClientSmTest, ASequenceAheadOfTheWriterEndsTheConnection) {
       ElementsAreArray(disconnected({data(5, " reader sequence:8 writer sequence:7"),
                                      data(0, " bad reader sequence:8 writer sequence:7")})));
   handler.expectFailures();
-  expectGone();
+  expectRemoved();
   EXPECT_THAT(reader.received(), ElementsAre("#"));
   EXPECT_TRUE(reader.isPeerClosed());
 }
@@ -179,7 +154,7 @@ TEST_F(ReaderKickClientSmTest, AShortRecordEndsTheConnection) {
       handler.take(),
       ElementsAreArray(disconnected({data(0, " recv() bad length 4, disconnecting reader")})));
   handler.expectFailures();
-  expectGone();
+  expectRemoved();
 }
 
 TEST_F(ReaderKickClientSmTest, EveryLengthFromOneToSevenIsShort) {
@@ -201,7 +176,7 @@ TEST_F(ReaderKickClientSmTest, AShortRecordVoidsTheReportsBeforeIt) {
   reader.report(0);
   reader.send("1234567");
   client().fire();
-  expectGone();
+  expectRemoved();
   EXPECT_EQ(Fault::calls("send"), 0u);
 }
 
@@ -217,7 +192,7 @@ TEST_F(ReaderKickClientSmTest, AReaderThatHangsUpIsForgottenWithoutAFailure) {
   reader.close();
   client().fire();
   EXPECT_THAT(handler.take(), ElementsAreArray(disconnected({})));
-  expectGone();
+  expectRemoved();
 }
 
 TEST_F(ReaderKickClientSmTest, AReportBeforeTheHangUpIsNotAnswered) {
@@ -236,14 +211,14 @@ TEST_F(ReaderKickClientSmTest, AReaderThatHangsUpOnAnUnreadKickIsAnErrorToRecv) 
   EXPECT_THAT(handler.take(),
               ElementsAreArray(disconnected({data(0, " recv() error: " + reason(ECONNRESET))})));
   handler.expectFailures();
-  expectGone();
+  expectRemoved();
 }
 
 TEST_F(ReaderKickClientSmTest, AnEventWithNothingToReadChangesNothing) {
   writer->writerSequence = 9;
   report(reader, 5);
   forget();
-  handler.trashErrno(ECONNRESET);
+  handler.clobberErrno(ECONNRESET);
   client().fire();
   EXPECT_THAT(handler.take(),
               ElementsAre(data(5, ""), data(1, " numSeqs:0, ignoring spurious invocation")));
@@ -254,21 +229,21 @@ TEST_F(ReaderKickClientSmTest, AnEventWithNothingToReadChangesNothing) {
   EXPECT_EQ(Fault::calls("send"), 1u);
 }
 
-TEST_F(ReaderKickClientSmTest, ReadsItsOwnDescriptorWhateverTheEventSays) {
+TEST_F(ReaderKickClientSmTest, ReadsItsOwnDescriptorForAnyEvent) {
   reader.report(0);
   accepted().fdEvent(-77);
   EXPECT_THAT(reader.received(), ElementsAre("#"));
 }
 
-TEST_F(ReaderKickClientSmTest, AViolationIsNotToldWhereFailuresAreNotWanted) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(ReaderKickClientSmTest, AViolationIsNotReportedWhereFailuresAreNotWanted) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   reader.send("1234");
   client().fire();
   EXPECT_THAT(handler.messages(), IsEmpty());
-  expectGone();
+  expectRemoved();
 }
 
-TEST_F(ReaderKickClientSmTest, AReconnectedReaderBeginsAnew) {
+TEST_F(ReaderKickClientSmTest, AReconnectedReaderStartsOver) {
   writer->writerSequence = 9;
   report(reader, 9);
   reader.received();
@@ -287,7 +262,7 @@ TEST_F(ReaderKickClientSmTest, TheSubclassMayDeleteTheSocketWhenAViolationEndsAC
   reader.send("1234");
   client().fire();
   EXPECT_EQ(writer->kickSocket, -1);
-  EXPECT_TRUE(client().gone());
+  EXPECT_TRUE(client().isDeleted());
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ class ReaderKickSmConquerFaultTest : public ReaderTest {
     connect();
     reader->enabled = true;
     reader->acknowledged = true;
-    handler.trashErrno(EXDEV);
+    handler.clobberErrno(EXDEV);
   }
 
   /// The messages of an event whose recv fails.
@@ -31,22 +31,22 @@ class ReaderKickSmConquerFaultTest : public ReaderTest {
     EXPECT_THAT(platform.calls(), ElementsAre("fd#0 unwatch", "writerConnectionChanged down"));
     EXPECT_FALSE(reader->connected || reader->acknowledged);
   }
+
+  void expectRecvToBreak(int error) {
+    handler.expectFailures();
+    const std::string fd = number();
+    Fault::arm("recv", 1, error);
+    control().fire();
+    expectBroken(error, fd);
+  }
 };
 
 TEST_F(ReaderKickSmConquerFaultTest, AnErrorOfRecvEndsTheConnection) {
-  handler.expectFailures();
-  const std::string fd = number();
-  Fault::arm("recv", 1, ECONNRESET);
-  control().fire();
-  expectBroken(ECONNRESET, fd);
+  expectRecvToBreak(ECONNRESET);
 }
 
 TEST_F(ReaderKickSmConquerFaultTest, AnInterruptedRecvEndsTheConnection) {
-  handler.expectFailures();
-  const std::string fd = number();
-  Fault::arm("recv", 1, EINTR);
-  control().fire();
-  expectBroken(EINTR, fd);
+  expectRecvToBreak(EINTR);
 }
 
 TEST_F(ReaderKickSmConquerFaultTest, KicksReadBeforeAnErrorAreNotCounted) {
@@ -101,7 +101,7 @@ TEST_F(ReaderKickSmConquerFaultTest, AShortReportIsLoggedWithItsLength) {
 }
 
 TEST_F(ReaderKickSmConquerFaultTest, ASilentHandlerCausesNoReasonToBeLookedUp) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+  handler.setMaxLevel(RecordingHandler::kNothing);
   const auto lookedUp = Fault::calls("strerror");
   Fault::arm("send", 1, EPIPE);
   reader->sendSequence(1);

@@ -56,7 +56,7 @@ TEST_F(ReaderKickSmConquerTest, TheFirstBatchIsOneAcknowledgementHoweverLong) {
   EXPECT_EQ(counters.conquerKicks, 1u);
 }
 
-TEST_F(ReaderKickSmConquerTest, TheFlagIsSetAndTheKickCountedWhenTheSubclassIsTold) {
+TEST_F(ReaderKickSmConquerTest, TheFlagIsSetAndTheKickCountedWhenTheSubclassIsNotified) {
   enable();
   bool set = false;
   reader->onAcknowledged = [&] { set = reader->acknowledged && counters.conquerKicks == 1; };
@@ -86,7 +86,7 @@ TEST_F(ReaderKickSmConquerTest, ALaterBatchRunsOnePass) {
   EXPECT_EQ(writerEnd.received().size(), 1u);
 }
 
-TEST_F(ReaderKickSmConquerTest, EveryByteOfARecordIsAKickWhateverItsValue) {
+TEST_F(ReaderKickSmConquerTest, EveryByteOfARecordOfAnyValueIsAKick) {
   enable();
   writerEnd.send(std::string(31, '\0'));
   writerEnd.send("xyz");
@@ -124,7 +124,7 @@ TEST_F(ReaderKickSmConquerTest, KicksStayUnreadBeforeInitialisation) {
 
 TEST_F(ReaderKickSmConquerTest, AnEventWithNothingToReadChangesNothing) {
   acknowledge();
-  handler.trashErrno(ECONNRESET);
+  handler.clobberErrno(ECONNRESET);
   control().fire();
   EXPECT_EQ(last(), (Message{5, "ReaderKickSm::handleKickFromWriter() read 0 kicks"}));
   EXPECT_THAT(platform.calls(), IsEmpty());
@@ -143,10 +143,10 @@ TEST_F(ReaderKickSmConquerTest, AWriterThatHangsUpEndsTheConnectionWithoutAFailu
   EXPECT_THAT(platform.calls(), ElementsAre("fd#0 unwatch", "writerConnectionChanged down"));
 }
 
-TEST_F(ReaderKickSmConquerTest, WithoutAConnectionReadingKicksFailsAndTells) {
+TEST_F(ReaderKickSmConquerTest, WithoutAConnectionReadingKicksFailsAndNotifies) {
   handler.expectFailures();
   reader->enabled = true;
-  handler.trashErrno(EAGAIN);
+  handler.clobberErrno(EAGAIN);
   reader->handleKickFromWriter();
   EXPECT_THAT(
       handler.texts(0),

@@ -8,14 +8,14 @@
 namespace Zorbe {
 namespace {
 
-namespace Memory = Test::Sweep::Memory;
+namespace Memory = Test::Memory;
 using SleeperNodes::Sleepers;
 
 TEST(SleeperNodesFaultTest, ReadersWakeAndSleepAgainWithoutMemoryToKeepTheirNodes) {
   SleeperNodes::release();
   Sleepers sleepers;
   for (int fd = 0; fd < 3; ++fd) SleeperNodes::insert(sleepers, fd, nullptr);
-  Memory::fail(1, Memory::Lack::lasting);
+  Memory::fail(1, Memory::Failing::kAlways);
   SleeperNodes::clear(sleepers);
   EXPECT_GT(Memory::stopFailing(), 0u);
   EXPECT_TRUE(sleepers.empty());

@@ -78,7 +78,7 @@ TEST_F(SleeperNodesTest, MoreNodesThanTheLimitAreFreed) {
   }
 }
 
-TEST_F(SleeperNodesTest, KeepingBeginsAnewAfterARelease) {
+TEST_F(SleeperNodesTest, KeepingStartsOverAfterARelease) {
   fallAsleep(1);
   wake();
   SleeperNodes::release();

@@ -10,7 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint64_t allOnes = std::numeric_limits<uint64_t>::max();
+constexpr uint64_t kAllOnes = std::numeric_limits<uint64_t>::max();
 
 class WriterKickSmReadersTest : public WriterTest {
  protected:
@@ -25,7 +25,7 @@ class WriterKickSmReadersTest : public WriterTest {
   }
 };
 
-TEST_F(WriterKickSmReadersTest, AnAcceptedReaderIsWatchedAndTold) {
+TEST_F(WriterKickSmReadersTest, AnAcceptedReaderIsWatchedAndReported) {
   const RawPeer reader = connectReader();
   const std::string fd = std::to_string(client().fd());
   EXPECT_THAT(
@@ -48,7 +48,7 @@ TEST_F(WriterKickSmReadersTest, AnAcceptedReaderIsNeitherKickedNorAsleep) {
   EXPECT_EQ(Fault::calls("send"), 0u);
 }
 
-TEST_F(WriterKickSmReadersTest, TheReaderIsInTheMapWhenTheSubclassIsTold) {
+TEST_F(WriterKickSmReadersTest, TheReaderIsInTheMapWhenTheSubclassIsNotified) {
   size_t known = 0;
   writer->onReadersChanged = [&] { known = writer->readers.size(); };
   const RawPeer reader = connectReader();
@@ -66,13 +66,9 @@ TEST_F(WriterKickSmReadersTest, AcceptsOneReaderACallOnItsOwnDescriptor) {
 
 TEST_F(WriterKickSmReadersTest, AnEventWithoutAConnectionIsLogged) {
   handler.expectFailures();
-  handler.trashErrno(EXDEV);
+  handler.clobberErrno(EXDEV);
   writer->fdEvent(0);
-  EXPECT_THAT(
-      handler.take(),
-      ElementsAre(Logged(5, "WriterKickSm::handleReaderConnection() "),
-                  Logged(0, "WriterKickSm::handleReaderConnection() accept() sd:" +
-                                std::to_string(writer->kickSocket) + " " + reason(EAGAIN))));
+  EXPECT_EQ(handler.take(), failedAccept(EAGAIN));
   EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
@@ -89,7 +85,7 @@ TEST_F(WriterKickSmReadersTest, WithoutListeningThereIsNothingToAccept) {
 }
 
 TEST_F(WriterKickSmReadersTest, WithoutReadersTheLowestSequenceIsAllOnes) {
-  EXPECT_EQ(writer->lowestSequence(), allOnes);
+  EXPECT_EQ(writer->lowestSequence(), kAllOnes);
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(9, "WriterKickSm::lowestSequence(): 18446744073709551615")));
 }
@@ -182,7 +178,7 @@ TEST_F(WriterKickSmReadersTest, ASleeperThatLeavesIsInNeitherMap) {
   EXPECT_THAT(staying.received(), ElementsAre("#"));
 }
 
-TEST_F(WriterKickSmReadersTest, ClosingAConnectionDestroysItBeforeTelling) {
+TEST_F(WriterKickSmReadersTest, ClosingAConnectionDestroysItBeforeNotifying) {
   const RawPeer reader = connectReader();
   const int fd = client().fd();
   forget();
@@ -200,7 +196,7 @@ TEST_F(WriterKickSmReadersTest, ClosingAConnectionDestroysItBeforeTelling) {
   EXPECT_TRUE(reader.isPeerClosed());
 }
 
-TEST_F(WriterKickSmReadersTest, ClosingWithoutAClientOnlyTells) {
+TEST_F(WriterKickSmReadersTest, ClosingWithoutAClientOnlyNotifies) {
   writer->doCloseReaderConnection(4711, nullptr);
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(5, "WriterKickSm::doCloseReaderConnection() socket:4711")));
@@ -221,16 +217,16 @@ TEST_F(WriterKickSmReadersTest, AnExceptionOfTheSubclassKeepsNothingOfAClosedRea
   writer->onReadersChanged = [] { throw std::logic_error("no"); };
   reader.close();
   EXPECT_THROW(client().fire(), std::logic_error);
-  EXPECT_TRUE(client().gone());
+  EXPECT_TRUE(client().isDeleted());
   EXPECT_THAT(writer->readers, IsEmpty());
   EXPECT_THAT(writer->sleepingReaders, IsEmpty());
 }
 
-TEST_F(WriterKickSmReadersTest, TheSubclassMayDeleteTheSocketWhenToldOfAReader) {
+TEST_F(WriterKickSmReadersTest, TheSubclassMayDeleteTheSocketWhenNotifiedOfAReader) {
   writer->onReadersChanged = [this] { writer->deleteKickSocket(); };
   const RawPeer reader = connectReader();
-  EXPECT_TRUE(client().gone());
-  EXPECT_TRUE(platform.fd(0).gone());
+  EXPECT_TRUE(client().isDeleted());
+  EXPECT_TRUE(platform.fd(0).isDeleted());
   EXPECT_TRUE(reader.isPeerClosed());
 }
 
@@ -239,13 +235,13 @@ TEST_F(WriterKickSmReadersTest, TheSubclassMayDeleteTheSocketWhenAReaderLeaves) 
   writer->onReadersChanged = [this] { writer->deleteKickSocket(); };
   reader.close();
   client().fire();
-  EXPECT_TRUE(platform.fd(0).gone());
+  EXPECT_TRUE(platform.fd(0).isDeleted());
   EXPECT_EQ(writer->kickSocket, -1);
 }
 
 TEST_F(WriterKickSmReadersTest, ASilentHandlerIsGivenNothingAndNoReasonIsLookedUp) {
   forget();
-  handler.setMaxLevel(RecordingHandler::nothing);
+  handler.setMaxLevel(RecordingHandler::kNothing);
   const auto lookedUp = Fault::calls("strerror");
   RawPeer reader = connectSleeper(0);
   writer->doKickSleepers();

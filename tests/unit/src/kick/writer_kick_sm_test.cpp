@@ -23,7 +23,7 @@ class WriterKickSmTest : public WriterTest {
   }
 };
 
-TEST_F(WriterKickSmTest, ConstructionOpensNothingAndSaysNothing) {
+TEST_F(WriterKickSmTest, ConstructionOpensNothingAndLogsNothing) {
   EXPECT_THAT(handler.messages(), IsEmpty());
   EXPECT_THAT(platform.calls(), IsEmpty());
   EXPECT_EQ(Fault::calls("socket"), 0u);
@@ -101,7 +101,7 @@ TEST_F(WriterKickSmTest, ListeningNeedsASocket) {
   EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
-TEST_F(WriterKickSmTest, ListensAndThenAsksAboutReturningReaders) {
+TEST_F(WriterKickSmTest, ListensAndThenQueriesTheExpectedReconnects) {
   writer->createKickSocket();
   forget();
   writer->doEnableListen();
@@ -138,7 +138,7 @@ TEST_F(WriterKickSmTest, SixConnectionsWaitForABacklogOfFive) {
   EXPECT_FALSE(RawPeer::connect(table).isOpen());
 }
 
-TEST_F(WriterKickSmTest, TheEndOfTheWaitIsToldAfterTheTimerIsGone) {
+TEST_F(WriterKickSmTest, TheEndOfTheWaitIsReportedAfterTheTimerIsDeleted) {
   writer->returning = 1;
   listen();
   platform.timer(0).fire();
@@ -156,10 +156,10 @@ TEST_F(WriterKickSmTest, ReturningReadersDoNotEndTheWait) {
   listen();
   const RawPeer reader = connectReader();
   EXPECT_TRUE(platform.timer(0).armed());
-  EXPECT_FALSE(platform.timer(0).gone());
+  EXPECT_FALSE(platform.timer(0).isDeleted());
 }
 
-TEST_F(WriterKickSmTest, ATimeoutWithoutATimerOnlyTells) {
+TEST_F(WriterKickSmTest, ATimeoutWithoutATimerOnlyNotifies) {
   writer->timeout();
   EXPECT_THAT(handler.take(), ElementsAre(Logged(1, testing::_)));
   EXPECT_THAT(platform.calls(), ElementsAre("readersChanged"));
@@ -169,9 +169,9 @@ TEST_F(WriterKickSmTest, ListeningAgainReplacesControlAndTimer) {
   writer->returning = 1;
   listen();
   writer->doEnableListen();
-  EXPECT_TRUE(platform.fd(0).gone());
+  EXPECT_TRUE(platform.fd(0).isDeleted());
   EXPECT_EQ(platform.fd(1).fd(), writer->kickSocket);
-  EXPECT_TRUE(platform.timer(0).gone());
+  EXPECT_TRUE(platform.timer(0).isDeleted());
   EXPECT_TRUE(platform.timer(1).armed());
   const RawPeer reader = RawPeer::connect(table);
   platform.fd(1).fire();
@@ -243,7 +243,7 @@ TEST_F(WriterKickSmTest, DestructionDeletesTheSocketAndThenTheTimer) {
   EXPECT_THAT(platform.calls(), ElementsAre("close " + listening, "fd#0 delete", "timer#0 delete"));
 }
 
-TEST_F(WriterKickSmTest, DestructionWithoutASocketSaysNothing) {
+TEST_F(WriterKickSmTest, DestructionWithoutASocketLogsNothing) {
   writer.reset();
   EXPECT_THAT(handler.messages(), IsEmpty());
   EXPECT_EQ(Fault::calls("close"), 0u);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/mounter/mounter_test_fixture.h"
+#include "unit/src/mounter/mounter_fixture.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -12,7 +12,7 @@ using testing::ElementsAre;
 
 class MounterSmFaultTest : public FakePlatformTest {
  protected:
-  MounterSmFaultTest() { handler.trashErrno(EXDEV); }
+  MounterSmFaultTest() { handler.clobberErrno(EXDEV); }
 
   void mount() {
     mounter = std::make_unique<Mounter>(handler, "quotes", &client);

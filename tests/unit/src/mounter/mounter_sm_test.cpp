@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "support/corpse.h"
-#include "unit/src/mounter/mounter_test_fixture.h"
+#include "support/destroyed_object.h"
+#include "unit/src/mounter/mounter_fixture.h"
 
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -54,9 +54,9 @@ class MounterSmTest : public FakePlatformTest {
 };
 
 TEST_F(MounterSmTest, LeavesNoWatchingMemberBehind) {
-  Corpse<Mounter> watcher(handler, "quotes", &client);
+  DestroyedObject<Mounter> watcher(handler, "quotes", &client);
   EXPECT_TRUE(watcher->isWatching());
-  EXPECT_FALSE(watcher.leftBehind(watcher->watchingSlot()));
+  EXPECT_FALSE(watcher.destroyAndRead(watcher->watchingSlot()));
 }
 
 TEST_F(MounterSmTest, TheMaskAsksForFilesWrittenAndDeleted) {
@@ -82,16 +82,16 @@ TEST_F(MounterSmTest, CreatesTheRootAndWatchesItsParentAndIt) {
                           Logged(2, "MounterSm::MounterSm() successfully initialized")));
 }
 
-TEST_F(MounterSmTest, PassesChangesAndErrorsOnWithoutAWord) {
+TEST_F(MounterSmTest, ForwardsChangesAndErrorsWithoutLogging) {
   mount();
   platform.inotify(0).changed("slots");
   platform.inotify(0).error("queue overflow");
   EXPECT_THAT(platform.calls(), ElementsAre("rootChanged slots", "rootChanged queue overflow"));
-  EXPECT_EQ(handler.asked(0), 0u);
+  EXPECT_EQ(handler.queries(0), 0u);
   EXPECT_THAT(handler.messages(), IsEmpty());
 }
 
-TEST_F(MounterSmTest, CreatesADeletedRootWatchesItAgainAndTellsTheClient) {
+TEST_F(MounterSmTest, CreatesADeletedRootWatchesItAgainAndNotifiesTheClient) {
   mount();
   remove();
   client.onChange = [&] { EXPECT_TRUE(isDirectory(path)); };
@@ -111,7 +111,7 @@ TEST_F(MounterSmTest, ADeletionSeenInTheParentDoesTheSameAndWatchesTheParentAgai
                           "inotify#1 addWatch " + rootPath() + " 0x2c0"));
 }
 
-TEST_F(MounterSmTest, ADeletionMayBeToldTwice) {
+TEST_F(MounterSmTest, ADeletionMayBeReportedTwice) {
   mount();
   remove();
   platform.inotify(0).deleted();
@@ -134,7 +134,7 @@ TEST_F(MounterSmTest, AnErrorOfTheParentsWatchReachesTheClient) {
   EXPECT_THAT(platform.calls(), ElementsAre("rootChanged too many watches"));
 }
 
-TEST_F(MounterSmTest, TheRootIsResolvedAnewFromTheNameAfterADeletion) {
+TEST_F(MounterSmTest, TheRootIsResolvedAgainFromTheNameAfterADeletion) {
   mount();
   ASSERT_EQ(setenv("SHMEM_ROOT", inRoot("other").c_str(), 1), 0);
   platform.inotify(0).deleted();
@@ -176,7 +176,7 @@ TEST_F(MounterSmTest, WithoutADirectoryInChrootModeOnlyTheParentIsWatched) {
               Logged(1, "MounterSm::MounterSm() failed to initialize rootPath: " + path));
 }
 
-TEST_F(MounterSmTest, ADirectoryThatCannotBeCreatedAgainInChrootModeIsNotTold) {
+TEST_F(MounterSmTest, ADirectoryThatCannotBeCreatedAgainInChrootModeIsNotReported) {
   enterChrootMode();
   mount();
   remove();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/mounter/mounter_test_fixture.h"
+#include "unit/src/mounter/mounter_fixture.h"
 
 #include <sys/inotify.h>
 
@@ -39,7 +39,7 @@ class ParentMounterSmTest : public FakePlatformTest {
     return "nothing was thrown";
   }
 
-  static constexpr const char* rewatch = "inotify#0 addWatch /var/shmem/zorbes 0x2c0";
+  static constexpr const char* kRewatch = "inotify#0 addWatch /var/shmem/zorbes 0x2c0";
 
   Child child{platform};
   std::unique_ptr<Parent> parent;
@@ -52,7 +52,7 @@ TEST_F(ParentMounterSmTest, TheMaskAsksForMovesAndDeletionsOfEntries) {
 
 TEST_F(ParentMounterSmTest, WatchesTheParentOfThePath) {
   parent = std::make_unique<Parent>(handler, &child, "/var/shmem/zorbes/t1");
-  EXPECT_THAT(platform.calls(), ElementsAre("inotify#0 create", rewatch));
+  EXPECT_THAT(platform.calls(), ElementsAre("inotify#0 create", kRewatch));
   EXPECT_TRUE(parent->isWatching());
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(5,
@@ -99,10 +99,10 @@ TEST_F(ParentMounterSmTest, ARefusedPathIsNotWatched) {
                           Logged(5, "MounterSmBase::~MounterSmBase() deleting watch:")));
 }
 
-TEST_F(ParentMounterSmTest, TellsTheChildThatItIsGoneAndThenWatchesAgain) {
+TEST_F(ParentMounterSmTest, NotifiesTheChildOfItsDeletionAndThenWatchesAgain) {
   watch("/var/shmem/zorbes/t1");
   platform.inotify(0).changed("t1");
-  EXPECT_THAT(platform.calls(), ElementsAre("deleted", rewatch));
+  EXPECT_THAT(platform.calls(), ElementsAre("deleted", kRewatch));
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(5, "ParentMounterSm::inotifyChanged() what: t1 childName: t1")));
 }
@@ -111,10 +111,10 @@ TEST_F(ParentMounterSmTest, WatchesAgainAfterEachEvent) {
   watch("/var/shmem/zorbes/t1/");
   platform.inotify(0).changed("t1");
   platform.inotify(0).changed("t1");
-  EXPECT_THAT(platform.calls(), ElementsAre("deleted", rewatch, "deleted", rewatch));
+  EXPECT_THAT(platform.calls(), ElementsAre("deleted", kRewatch, "deleted", kRewatch));
 }
 
-TEST_F(ParentMounterSmTest, IgnoresEverybodyElse) {
+TEST_F(ParentMounterSmTest, IgnoresOtherEntries) {
   watch("/var/shmem/zorbes/t1");
   for (const std::string name : {"t", "t11", "T1", "xt1", "t1/", "", " t1"}) {
     platform.inotify(0).changed(name);
@@ -168,12 +168,12 @@ TEST_F(ParentMounterSmTest, EndsItsWatchWhenItIsDestroyed) {
                                                  "/var/shmem/zorbes")));
 }
 
-TEST_F(ParentMounterSmTest, AsksForThePathOnlyToTellIt) {
+TEST_F(ParentMounterSmTest, QueriesThePathOnlyToLogIt) {
   watch("/var/shmem/zorbes/t1");
   handler.setMaxLevel(4);
-  const unsigned asked = handler.asked(5);
+  const unsigned asked = handler.queries(5);
   parent.reset();
-  EXPECT_EQ(handler.asked(5) - asked, 2u);
+  EXPECT_EQ(handler.queries(5) - asked, 2u);
   EXPECT_EQ(platform.inotify(0).queries(), 0u);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sockets/dir_node.h"
 
-#include "unit/src/sockets/sockets_test_fixture.h"
+#include "unit/src/sockets/sockets_fixture.h"
 
 #include <zorbe/exceptions.h>
 
@@ -18,7 +18,7 @@ class DirNodeFaultTest : public SocketsTest {
  protected:
   DirNodeFaultTest() {
     handler.setMaxLevel(5);
-    handler.trashErrno(EXDEV);
+    handler.clobberErrno(EXDEV);
   }
 
   std::string failureToOpen(int error) const {
@@ -62,8 +62,8 @@ TEST_F(DirNodeFaultTest, WhatWasNeverOpenIsNotClosed) {
   EXPECT_EQ(Fault::calls("closedir"), 0u);
 }
 
-TEST_F(DirNodeFaultTest, NothingIsFormattedThatNobodyWantsToRead) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(DirNodeFaultTest, NothingIsFormattedThatIsNotLogged) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   Fault::arm("opendir", 1, EIO);
   Fault::arm("closedir", 1, EIO);
   { const DirNode node(handler, nullptr, rootPath()); }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sockets/dir_node.h"
 
-#include "unit/src/sockets/sockets_test_fixture.h"
+#include "unit/src/sockets/sockets_fixture.h"
 
 #include <cerrno>
 #include <memory>
@@ -30,7 +30,7 @@ TEST_F(DirNodeTest, ReadsEveryEntryAndThenNoMore) {
   EXPECT_EQ(node.readEntry(), nullptr);
 }
 
-TEST_F(DirNodeTest, TellsOfItsLifeAndOfEachEntry) {
+TEST_F(DirNodeTest, LogsItsConstructionItsEntriesAndItsDestruction) {
   { DirNode(handler, nullptr, rootPath()).readEntry(); }
   EXPECT_THAT(handler.take(), ElementsAre(Logged(9, "DirNode::DirNode() path: " + rootPath()),
                                           Logged(9, "DirNode::readEntry() path: " + rootPath()),
@@ -39,7 +39,7 @@ TEST_F(DirNodeTest, TellsOfItsLifeAndOfEachEntry) {
 
 TEST_F(DirNodeTest, AMissingDirectoryHasNoEntries) {
   const std::string path = inRoot("none");
-  handler.trashErrno(EIO);
+  handler.clobberErrno(EIO);
   {
     DirNode node(handler, nullptr, path);
     EXPECT_FALSE(node.isOpen());
@@ -65,7 +65,7 @@ TEST_F(DirNodeTest, AFileIsNoDirectory) {
 
 TEST_F(DirNodeTest, WhatTheHandlerLeavesInErrnoIsNoFailureAtTheEnd) {
   DirNode node(handler, nullptr, rootPath());
-  handler.trashErrno(EIO);
+  handler.clobberErrno(EIO);
   EXPECT_EQ(namesIn(node), (std::set<std::string>{".", ".."}));
 }
 

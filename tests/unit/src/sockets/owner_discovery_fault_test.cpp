@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/sockets/sockets_test_fixture.h"
+#include "unit/src/sockets/sockets_fixture.h"
 
 #include <sys/stat.h>
 #include <zorbe/exceptions.h>
@@ -18,7 +18,7 @@ using testing::Not;
 
 class OwnerDiscoveryFaultTest : public SocketsTest {
  protected:
-  OwnerDiscoveryFaultTest() { handler.trashErrno(EXDEV); }
+  OwnerDiscoveryFaultTest() { handler.clobberErrno(EXDEV); }
 
   unsigned int find() {
     handler.clear();
@@ -66,7 +66,7 @@ TEST_F(OwnerDiscoveryFaultTest, NoProcMeansAnException) {
 }
 
 TEST_F(OwnerDiscoveryFaultTest, WhatCannotBeLookedAtIsNotTheSocket) {
-  Fault::arm("stat", 1, ENOENT, Fault::forever);
+  Fault::arm("stat", 1, ENOENT, Fault::kForever);
   EXPECT_EQ(find(), 0u);
   EXPECT_EQ(owner, "unchanged");
 }
@@ -88,7 +88,7 @@ TEST_F(OwnerDiscoveryFaultTest, AHolderOfPidZeroDoesNotEndTheSearch) {
   EXPECT_EQ(messages(5, "Util::readOwnerPid() found owner pid: " + self), 1u);
 }
 
-TEST_F(OwnerDiscoveryFaultTest, ADescriptorThatIsGoneIsSkipped) {
+TEST_F(OwnerDiscoveryFaultTest, ADescriptorThatIsClosedIsSkipped) {
   Fault::arm("stat", 1, ENOENT).onPath(seenThrough("self"));
   EXPECT_EQ(find(), static_cast<unsigned>(getpid()));
   const auto all = handler.messages();
@@ -142,11 +142,11 @@ TEST_F(OwnerDiscoveryFaultTest, AnExecutableWithoutANameIsEmptyAndNotLogged) {
   Fault::arm("readlink", 2, EACCES);
   EXPECT_EQ(Util::readOwner(handler, 1), "");
   EXPECT_EQ(Util::readOwner(handler, 1), "");
-  EXPECT_EQ(handler.asked(), 0u);
+  EXPECT_EQ(handler.queries(), 0u);
 }
 
-TEST_F(OwnerDiscoveryFaultTest, NothingIsFormattedThatNobodyWantsToRead) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(OwnerDiscoveryFaultTest, NothingIsFormattedThatIsNotLogged) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   Fault::arm("opendir", 1, EACCES).onPath("/proc/self/fd");
   Fault::arm("stat", 1, ENOENT).onPath(seenThrough("thread-self"));
   EXPECT_EQ(find(), static_cast<unsigned>(getpid()));

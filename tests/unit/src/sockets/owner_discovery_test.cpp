@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/sockets/sockets_test_fixture.h"
+#include "unit/src/sockets/sockets_fixture.h"
 
 #include <sys/stat.h>
 #include <zorbe/util.h>
@@ -71,8 +71,8 @@ class OwnerDiscoveryTest : public SocketsTest {
     return length < 0 ? std::string() : std::string(text, static_cast<size_t>(length));
   }
 
-  static constexpr const char* heading = "Num       RefCount Protocol Flags    Type St Inode Path";
-  static constexpr const char* nobodysInode = "18446744073709551615";
+  static constexpr const char* kHeading = "Num       RefCount Protocol Flags    Type St Inode Path";
+  static constexpr const char* kUnusedInode = "18446744073709551615";
 
   const std::string root = inRoot("quotes");
   TableSocket table{root};
@@ -85,18 +85,18 @@ TEST_F(OwnerDiscoveryTest, FindsTheCallingProcessItself) {
   EXPECT_EQ(owner, executable());
 }
 
-TEST_F(OwnerDiscoveryTest, TellsTheWholeStoryOfTheSearch) {
+TEST_F(OwnerDiscoveryTest, LogsTheWholeSearch) {
   const int fd = hold();
   const std::string inode = inodeOf(fd);
   const std::string path = "/proc/self/fd/" + std::to_string(fd);
-  listSockets(std::string(heading) + "\n" + line(inode) + "\nnot read any more\n");
+  listSockets(std::string(kHeading) + "\n" + line(inode) + "\nnot read any more\n");
   listOnly("self", fd);
   find();
   EXPECT_THAT(
       story(),
       ElementsAre(Logged(2, "Util::createSockaddr() " + root + " using abstract socket " +
                                 table.abstractName()),
-                  Logged(5, std::string("Util::readOwnerPid() ") + heading),
+                  Logged(5, std::string("Util::readOwnerPid() ") + kHeading),
                   Logged(5, "Util::readOwnerPid() " + line(inode)),
                   Logged(5, "Util::readOwnerPid() sockInode = " + inode),
                   Logged(9, "Util::readOwnerPid() reading entry " + path),
@@ -124,12 +124,12 @@ TEST_F(OwnerDiscoveryTest, WalksTheProcessesAndTheirDescriptors) {
 }
 
 TEST_F(OwnerDiscoveryTest, LogsEveryLineAndTheEmptyReadAtTheEnd) {
-  listSockets(std::string(heading) + "\n\nother @zorbe_quotes_00000000\n");
+  listSockets(std::string(kHeading) + "\n\nother @zorbe_quotes_00000000\n");
   EXPECT_EQ(find(), 0u);
   EXPECT_EQ(owner, "unchanged");
   EXPECT_THAT(
       handler.texts(5),
-      ElementsAre(std::string("Util::readOwnerPid() ") + heading, "Util::readOwnerPid() ",
+      ElementsAre(std::string("Util::readOwnerPid() ") + kHeading, "Util::readOwnerPid() ",
                   "Util::readOwnerPid() other @zorbe_quotes_00000000", "Util::readOwnerPid() "));
 }
 
@@ -146,12 +146,12 @@ TEST_F(OwnerDiscoveryTest, AnEmptyListIsOneEmptyRead) {
   EXPECT_THAT(handler.texts(5), ElementsAre("Util::readOwnerPid() "));
 }
 
-TEST_F(OwnerDiscoveryTest, ASocketThatNobodyHoldsHasNoOwner) {
-  listSockets(line(nobodysInode) + "\n");
+TEST_F(OwnerDiscoveryTest, ASocketWithoutAHolderHasNoOwner) {
+  listSockets(line(kUnusedInode) + "\n");
   EXPECT_EQ(find(), 0u);
   EXPECT_EQ(owner, "unchanged");
   EXPECT_THAT(handler.texts(5),
-              testing::Contains(std::string("Util::readOwnerPid() sockInode = ") + nobodysInode));
+              testing::Contains(std::string("Util::readOwnerPid() sockInode = ") + kUnusedInode));
 }
 
 TEST_F(OwnerDiscoveryTest, SkipsInodesThatAreNone) {
@@ -166,7 +166,7 @@ TEST_F(OwnerDiscoveryTest, SkipsInodesThatAreNone) {
   }
 }
 
-TEST_F(OwnerDiscoveryTest, TakesTheLastFieldButOneWhateverTheLineLooksLike) {
+TEST_F(OwnerDiscoveryTest, TakesTheLastFieldButOneOfAnyLine) {
   const std::string name = "@" + table.abstractName();
   const std::pair<std::string, std::string> cases[] = {
       {name, ""},         {" " + name, ""},     {"x " + name, "x"},
@@ -181,13 +181,13 @@ TEST_F(OwnerDiscoveryTest, TakesTheLastFieldButOneWhateverTheLineLooksLike) {
   }
 }
 
-TEST_F(OwnerDiscoveryTest, GoesOnToTheNextLineThatNamesTheSocket) {
+TEST_F(OwnerDiscoveryTest, ContinuesToTheNextLineThatNamesTheSocket) {
   const int fd = hold();
-  listSockets(line("0") + "\n" + line(nobodysInode) + "\n" + line(inodeOf(fd)) + "\n");
+  listSockets(line("0") + "\n" + line(kUnusedInode) + "\n" + line(inodeOf(fd)) + "\n");
   EXPECT_EQ(find(), static_cast<unsigned>(getpid()));
   EXPECT_THAT(handler.texts(5),
               testing::IsSupersetOf({"Util::readOwnerPid() " + line("0"),
-                                     "Util::readOwnerPid() " + line(nobodysInode),
+                                     "Util::readOwnerPid() " + line(kUnusedInode),
                                      "Util::readOwnerPid() " + line(inodeOf(fd))}));
 }
 
@@ -231,7 +231,7 @@ TEST_F(OwnerDiscoveryTest, ReadsTheExecutableOfAProcess) {
 
 TEST_F(OwnerDiscoveryTest, AProcessThatIsNotThereHasNoExecutableAndNoLog) {
   EXPECT_EQ(Util::readOwner(handler, 4294967295u), "");
-  EXPECT_EQ(handler.asked(), 0u);
+  EXPECT_EQ(handler.queries(), 0u);
 }
 
 TEST_F(OwnerDiscoveryTest, AnExecutablesPathMayBe4095BytesLong) {

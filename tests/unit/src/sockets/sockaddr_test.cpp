@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "sockets/sockaddr.h"
 
-#include "unit/src/sockets/sockets_test_fixture.h"
+#include "support/noncopyable.h"
+#include "unit/src/sockets/sockets_fixture.h"
 
 #include <zorbe/exceptions.h>
 #include <zorbe/util.h>
@@ -25,7 +26,7 @@ class SockaddrTest : public SocketsTest {
     return Util::createSockaddr(handler, bytes.data(), name);
   }
 
-  /// The bytes behind family and leading zero, up to `length`.
+  /// The bytes after the family and the leading zero, up to `length`.
   std::string name(unsigned int length) const { return {bytes.data() + 3, length - 3}; }
 
   std::string nameOf(const std::string& path) {
@@ -50,13 +51,11 @@ class GroupingDigits : public std::numpunct<char> {
   char do_thousands_sep() const override { return '.'; }
 };
 
-class GlobalLocale {
+class GlobalLocale : private NonCopyable {
  public:
   explicit GlobalLocale(const std::locale& replacement)
       : before_(std::locale::global(replacement)) {}
   ~GlobalLocale() { std::locale::global(before_); }
-  GlobalLocale(const GlobalLocale&) = delete;
-  GlobalLocale& operator=(const GlobalLocale&) = delete;
 
  private:
   std::locale before_;
@@ -74,18 +73,18 @@ TEST_F(SockaddrTest, FillsTheWholeAddress) {
   EXPECT_THAT(rest, Each('\0'));
 }
 
-TEST_F(SockaddrTest, TellsWhichNameItUses) {
+TEST_F(SockaddrTest, ReportsWhichNameItUses) {
   create("/var/shmem/zorbes/quotes");
   EXPECT_THAT(handler.take(), ElementsAre(Logged(2,
                                                  "Util::createSockaddr() /var/shmem/zorbes/quotes "
                                                  "using abstract socket zorbe_quotes_2444bf32")));
 }
 
-TEST_F(SockaddrTest, SaysNothingWhenNobodyListens) {
+TEST_F(SockaddrTest, LogsNothingWhenLoggingIsOff) {
   handler.setMaxLevel(1);
   create("quotes");
-  EXPECT_EQ(handler.asked(2), 1u);
-  EXPECT_EQ(handler.asked(), 1u);
+  EXPECT_EQ(handler.queries(2), 1u);
+  EXPECT_EQ(handler.queries(), 1u);
 }
 
 TEST_F(SockaddrTest, TakesTheWholeNameWhereThereIsNoSlash) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/sockets/sockets_test_fixture.h"
+#include "unit/src/sockets/sockets_fixture.h"
 
 #include <sys/socket.h>
 #include <zorbe/exceptions.h>
@@ -16,7 +16,7 @@ class WriterLockFaultTest : public SocketsTest {
  protected:
   WriterLockFaultTest() {
     handler.setMaxLevel(1);
-    handler.trashErrno(EXDEV);
+    handler.clobberErrno(EXDEV);
   }
 
   int acquire() { return Util::acquireWriterLock(handler, root); }
@@ -41,12 +41,12 @@ class WriterLockFaultTest : public SocketsTest {
   TableSocket table{root.path};
 };
 
-TEST_F(WriterLockFaultTest, SaysWhyThereIsNoSocket) {
+TEST_F(WriterLockFaultTest, LogsWhyThereIsNoSocket) {
   Fault::arm("socket", 1, EMFILE);
   expectFailure("Util::acquireWriterLock() socket failed: Too many open files");
 }
 
-TEST_F(WriterLockFaultTest, SaysWhyThereIsNoNamespaceForTheSocket) {
+TEST_F(WriterLockFaultTest, LogsWhyThereIsNoNamespaceForTheSocket) {
   Fault::arm("open", 1, ENFILE).onPath("/proc/self/ns/net");
   expectFailure("Util::acquireWriterLock() socket failed: Too many open files in system");
 }
@@ -58,12 +58,12 @@ TEST_F(WriterLockFaultTest, AnOptionThatCannotBeSetLeavesTheSocketOpen) {
   EXPECT_EQ(Fault::calls("bind"), 0u);
 }
 
-TEST_F(WriterLockFaultTest, SaysWhyTheNameCannotBeBound) {
+TEST_F(WriterLockFaultTest, LogsWhyTheNameCannotBeBound) {
   Fault::arm("bind", 1, EACCES);
   expectFailure(bindFailure("Permission denied"));
 }
 
-TEST_F(WriterLockFaultTest, AFailedBindLeavesNoNoteAndAsksForNoHolder) {
+TEST_F(WriterLockFaultTest, AFailedBindLeavesNoNoteAndLooksForNoHolder) {
   Fault::arm("bind", 1, EACCES);
   const auto searched = Fault::arm("fopen", 1, EACCES).onPath("/proc/net/unix");
   allowUnfiredFaults();
@@ -73,20 +73,20 @@ TEST_F(WriterLockFaultTest, AFailedBindLeavesNoNoteAndAsksForNoHolder) {
   EXPECT_EQ(access(root.fullPath("last-owner").c_str(), F_OK), -1);
 }
 
-TEST_F(WriterLockFaultTest, WhatCloseSaysDecidesAboutATakenName) {
+TEST_F(WriterLockFaultTest, TheResultOfCloseDecidesAboutATakenName) {
   Fault::arm("bind", 1, EADDRINUSE);
   Fault::arm("close", 2, EIO);  // the first is that of the namespace
   expectFailure(bindFailure("Input/output error"));
 }
 
-TEST_F(WriterLockFaultTest, ACloseThatSaysTakenIsATakenName) {
+TEST_F(WriterLockFaultTest, AnAddressInUseOnCloseIsATakenName) {
   Fault::arm("bind", 1, EACCES);
   Fault::arm("close", 2, EADDRINUSE);
   handler.expectFailures();
   EXPECT_THROW(acquire(), DuplicateWriterException);
 }
 
-TEST_F(WriterLockFaultTest, ATakenNameThatNobodyHoldsIsReportedWithoutAnOwner) {
+TEST_F(WriterLockFaultTest, ATakenNameWithoutAHolderIsReportedWithoutAnOwner) {
   Fault::arm("bind", 1, EADDRINUSE);
   hideMachineStatistics();
   handler.expectFailures();
@@ -148,16 +148,14 @@ TEST_F(WriterLockFaultTest, WritesItsNoteOnlyWhenTheNameIsItsOwn) {
   EXPECT_EQ(access(root.fullPath("last-owner").c_str(), F_OK), 0);
 }
 
-TEST_F(WriterLockFaultTest, ReleasingTellsWhatCloseSaid) {
+TEST_F(WriterLockFaultTest, ReleasingLogsTheErrorOfClose) {
   handler.setMaxLevel(2);
   const int fd = acquire();
   handler.clear();
   Fault::arm("close", 1, EIO).onFd(fd);
   EXPECT_EQ(Util::releaseWriterLock(handler, fd), -1);
   EXPECT_EQ(errno, EIO);
-  EXPECT_THAT(
-      handler.take(),
-      ElementsAre(Logged(2, "Util::releaseWriterLock() successfully released writer-lock")));
+  EXPECT_EQ(handler.take(), releaseMessages());
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/child_process.h"
 #include "support/descriptor_zero.h"
-#include "unit/src/sockets/sockets_test_fixture.h"
+#include "unit/src/sockets/sockets_fixture.h"
 
 #include <sys/stat.h>
 #include <zorbe/exceptions.h>
@@ -53,6 +53,18 @@ class WriterLockTest : public SocketsTest {
            stat;
   }
 
+  /// With this note, the report has the statistics of this process.
+  void expectStatOf(const std::string& pid, const std::string& noted) {
+    acquire();
+    leaveNote(noted);
+    const std::string path = "/proc/" + pid + "/stat";
+    const std::string stat = "4711 (x) S 1\n";
+    Fault::redirect("fopen", path, makeFile("stat", stat));
+    const auto refused = refusal();
+    const std::string holder = executable() + ":" + std::to_string(getpid());
+    EXPECT_EQ(refused->what(), reportAbout(holder, path, stat));
+  }
+
   mutable RecordingHandler quiet;
   RootPath root{quiet, "quotes", true};
   TableSocket table{root.path};
@@ -82,7 +94,7 @@ TEST_F(WriterLockTest, TheSocketIsReusableSequencedAndDoesNotListenYet) {
   EXPECT_EQ(errno, ECONNREFUSED);
 }
 
-TEST_F(WriterLockTest, TellsWhoHasBecomeTheWriter) {
+TEST_F(WriterLockTest, ReportsWhoHasBecomeTheWriter) {
   errno = 0;
   acquire();
   EXPECT_THAT(
@@ -98,7 +110,7 @@ TEST_F(WriterLockTest, TellsWhoHasBecomeTheWriter) {
                                 " successfully acquired writer-lock: " + table.abstractName())));
 }
 
-TEST_F(WriterLockTest, ARefusalTellsWhatItCouldNotRead) {
+TEST_F(WriterLockTest, ARefusalReportsWhatItCouldNotRead) {
   acquire();
   handler.setMaxLevel(5);
   leaveNote("/gone:4294967295 cmdline: ''");
@@ -132,7 +144,7 @@ TEST_F(WriterLockTest, TheNoteOfAnEarlierWriterIsReplaced) {
   EXPECT_EQ(lastOwner(), note() + "\n");
 }
 
-TEST_F(WriterLockTest, ASecondWriterIsToldWhoHoldsTheLock) {
+TEST_F(WriterLockTest, ASecondWriterLearnsWhoHoldsTheLock) {
   acquire();
   leaveNote("/bin/earlier:999999999 cmdline: 'earlier '\n");
   const auto refused = refusal();
@@ -153,22 +165,12 @@ TEST_F(WriterLockTest, ARefusedWriterLeavesTheNoteAlone) {
   EXPECT_EQ(lastOwner(), "untouched");
 }
 
-TEST_F(WriterLockTest, TheReportShowsWhetherTheNotedWriterLives) {
-  acquire();
-  leaveNote("/bin/a:b:c:4711 cmdline: 'x:1 y'\n");
-  Fault::redirect("fopen", "/proc/b:c:4711/stat", makeFile("stat", "4711 (x) S 1\n"));
-  const auto refused = refusal();
-  const std::string holder = executable() + ":" + std::to_string(getpid());
-  EXPECT_EQ(refused->what(), reportAbout(holder, "/proc/b:c:4711/stat", "4711 (x) S 1\n"));
+TEST_F(WriterLockTest, TheReportShowsWhetherTheNotedWriterIsAlive) {
+  expectStatOf("b:c:4711", "/bin/a:b:c:4711 cmdline: 'x:1 y'\n");
 }
 
 TEST_F(WriterLockTest, ANoteWithoutAColonStartsWithThePid) {
-  acquire();
-  leaveNote("4711 and more");
-  Fault::redirect("fopen", "/proc/4711/stat", makeFile("stat", "state"));
-  const auto refused = refusal();
-  const std::string holder = executable() + ":" + std::to_string(getpid());
-  EXPECT_EQ(refused->what(), reportAbout(holder, "/proc/4711/stat", "state"));
+  expectStatOf("4711", "4711 and more");
 }
 
 TEST_F(WriterLockTest, ANoteWithoutABlankIsThePidAsAWhole) {
@@ -263,9 +265,7 @@ TEST_F(WriterLockTest, ReleasingFreesTheNameAndKeepsTheNote) {
   const int fd = Util::acquireWriterLock(handler, root);
   handler.clear();
   EXPECT_EQ(Util::releaseWriterLock(handler, fd), 0);
-  EXPECT_THAT(
-      handler.take(),
-      ElementsAre(Logged(2, "Util::releaseWriterLock() successfully released writer-lock")));
+  EXPECT_EQ(handler.take(), releaseMessages());
   EXPECT_EQ(lastOwner(), note() + "\n");
   EXPECT_GE(acquire(), 0);
 }
@@ -273,9 +273,7 @@ TEST_F(WriterLockTest, ReleasingFreesTheNameAndKeepsTheNote) {
 TEST_F(WriterLockTest, ReleasingWhatIsNoDescriptorIsLoggedAllTheSame) {
   EXPECT_EQ(Util::releaseWriterLock(handler, -1), -1);
   EXPECT_EQ(errno, EBADF);
-  EXPECT_THAT(
-      handler.take(),
-      ElementsAre(Logged(2, "Util::releaseWriterLock() successfully released writer-lock")));
+  EXPECT_EQ(handler.take(), releaseMessages());
 }
 
 }  // namespace

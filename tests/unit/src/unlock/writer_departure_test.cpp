@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/unlock/unlock_test_fixture.h"
+#include "unit/src/unlock/unlock_fixture.h"
 
 #include <cerrno>
 
@@ -89,7 +89,7 @@ TEST_F(WriterDepartureTest, ASpuriousEventKeepsTheConnection) {
                   Logged(9, label("handleFdEvent") + ", recv() returned -1")));
 }
 
-TEST_F(WriterDepartureTest, TellsOfTheDescriptorItWatchesWhateverTheLoopSays) {
+TEST_F(WriterDepartureTest, LogsTheDescriptorItWatchesForAnyArgument) {
   connect();
   reader->fdEvent(4711);
   EXPECT_EQ(handler.messages().front().text,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/src/unlock/unlock_test_fixture.h"
+#include "unit/src/unlock/unlock_fixture.h"
 
 #include <zorbe/exceptions.h>
 
@@ -15,7 +15,7 @@ using testing::IsEmpty;
 
 class WriterUnlockSmFaultTest : public UnlockTest {
  protected:
-  WriterUnlockSmFaultTest() { handler.trashErrno(EXDEV); }
+  WriterUnlockSmFaultTest() { handler.clobberErrno(EXDEV); }
 
   /// doConnect throws an `Exception` of this text.
   template <class Exception>
@@ -156,7 +156,7 @@ TEST_F(WriterUnlockSmFaultTest, AFailedConnectKeepsADelayedReportDue) {
   EXPECT_TRUE(platform.timer(0).armed());
 }
 
-TEST_F(WriterUnlockSmFaultTest, ASocketThatCannotBeClosedAfterwardsIsLoggedBehindTheReason) {
+TEST_F(WriterUnlockSmFaultTest, ASocketThatCannotBeClosedAfterwardsIsLoggedAfterTheReason) {
   const std::string refused = about("connect() failed ") + " Permission denied";
   const std::string unclosed = about("close() socket:") + " failed: Input/output error";
   Fault::arm("connect", 1, EACCES);
@@ -193,7 +193,7 @@ TEST_F(WriterUnlockSmFaultTest, AnInterruptedRecvIsADeparture) {
   EXPECT_THAT(platform.calls(), ElementsAre("fd#0 unwatch", "writerUnlocked"));
 }
 
-TEST_F(WriterUnlockSmFaultTest, NothingToReadIsNoDepartureWhateverTheHandlerLeavesInErrno) {
+TEST_F(WriterUnlockSmFaultTest, NothingToReadIsNoDepartureForAnyErrnoOfTheHandler) {
   fireWithRecvError(EAGAIN);
   EXPECT_THAT(platform.calls(), IsEmpty());
   EXPECT_TRUE(platform.fd(0).watching());
@@ -248,8 +248,8 @@ TEST_F(WriterUnlockSmFaultTest, TheDescriptorIsClosedBeforeItIsUnwatched) {
   EXPECT_THAT(platform.calls(), ElementsAre("close", "fd#0 unwatch"));
 }
 
-TEST_F(WriterUnlockSmFaultTest, NothingIsFormattedThatNobodyWantsToRead) {
-  handler.setMaxLevel(RecordingHandler::nothing);
+TEST_F(WriterUnlockSmFaultTest, NothingIsFormattedThatIsNotLogged) {
+  handler.setMaxLevel(RecordingHandler::kNothing);
   Fault::arm("connect", 1, ECONNREFUSED);
   reader->doConnect();
   fireWithRecvError(EIO);
@@ -258,7 +258,7 @@ TEST_F(WriterUnlockSmFaultTest, NothingIsFormattedThatNobodyWantsToRead) {
 
 TEST_F(WriterUnlockSmFaultTest, IsDestroyedWholeWithoutMemoryForItsMessages) {
   connect();
-  handler.beOutOfMemory();
+  handler.failWithBadAlloc();
   reader.reset();
   EXPECT_THAT(handler.take(), IsEmpty());
   EXPECT_THAT(platform.calls(), ElementsAre("timer#0 delete", "fd#0 delete"));

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/descriptor_zero.h"
-#include "unit/src/unlock/unlock_test_fixture.h"
+#include "unit/src/unlock/unlock_fixture.h"
 
 #include <zorbe/exceptions.h>
 
@@ -34,7 +34,7 @@ TEST_F(WriterUnlockSmTest, TakesItsControlsAndOpensNoSocket) {
               ElementsAre(Logged(5, label("WriterUnlockSm") + ", rootPath=" + root.path)));
 }
 
-TEST_F(WriterUnlockSmTest, DeletesItsControlsAndTellsNobody) {
+TEST_F(WriterUnlockSmTest, DeletesItsControlsAndNotifiesNobody) {
   reader.reset();
   EXPECT_THAT(platform.calls(), ElementsAre("timer#0 delete", "fd#0 delete"));
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, label("~WriterUnlockSm"))));
@@ -51,7 +51,7 @@ TEST_F(WriterUnlockSmTest, ConnectsToTheWriterAndWatches) {
                                                    " connected to " + root.path)));
 }
 
-TEST_F(WriterUnlockSmTest, SaysWhatItDoesBeforeItOpensTheSocket) {
+TEST_F(WriterUnlockSmTest, LogsWhatItDoesBeforeItOpensTheSocket) {
   startWriter();
   reader->doConnect();
   EXPECT_THAT(handler.messages().front(), Logged(5, label("doConnect")));
@@ -92,7 +92,7 @@ TEST_F(WriterUnlockSmTest, ReportsAWriterThatIsNotThereOnceFromTheTimer) {
 TEST_F(WriterUnlockSmTest, AnOldErrorDoesNotHideTheEndOfAConnection) {
   connect();
   stopWriter();
-  handler.trashErrno(EAGAIN);
+  handler.clobberErrno(EAGAIN);
   errno = EAGAIN;
   platform.fd(0).fire();
   EXPECT_THAT(platform.calls(), testing::Contains("writerUnlocked"));
@@ -117,10 +117,10 @@ TEST_F(WriterUnlockSmTest, TheEndOfAConnectionAtDescriptorZeroIsADepartureAndClo
   EXPECT_FALSE(DescriptorZero::isOpen());
 }
 
-TEST_F(WriterUnlockSmTest, TellsThatItCouldNotConnect) {
+TEST_F(WriterUnlockSmTest, LogsThatItCouldNotConnect) {
   const int lowestFree = dup(0);
   EXPECT_EQ(close(lowestFree), 0);
-  // The socket takes the number behind that of the namespace, which is open meanwhile.
+  // The socket gets the number after that of the namespace, which is open meanwhile.
   reader->doConnect();
   const auto told = takeOwn();
   ASSERT_EQ(told.size(), 2u);
@@ -131,7 +131,7 @@ TEST_F(WriterUnlockSmTest, TellsThatItCouldNotConnect) {
                                      "later"));
 }
 
-TEST_F(WriterUnlockSmTest, TheTimerEndsInNotifyUnlockedWithoutAWordOfItsOwn) {
+TEST_F(WriterUnlockSmTest, TheTimerEndsInNotifyUnlockedWithoutAMessageOfItsOwn) {
   reader->doConnect();
   handler.clear();
   platform.timer(0).fire();
@@ -203,7 +203,7 @@ TEST_F(WriterUnlockSmTest, ConnectingTwiceWatchesTheSecondAndLeavesTheFirstOpen)
   EXPECT_EQ(close(first), 0);
 }
 
-TEST_F(WriterUnlockSmTest, ClosesTheConnectionWhenItIsDestroyedAndTellsNobody) {
+TEST_F(WriterUnlockSmTest, ClosesTheConnectionWhenItIsDestroyedAndNotifiesNobody) {
   connect();
   reader.reset();
   EXPECT_THAT(platform.calls(), ElementsAre("timer#0 delete", "fd#0 delete"));
@@ -214,10 +214,10 @@ TEST_F(WriterUnlockSmTest, ClosesTheConnectionWhenItIsDestroyedAndTellsNobody) {
 TEST_F(WriterUnlockSmTest, MayBeDestroyedWithAReportPending) {
   reader->doConnect();
   reader.reset();
-  EXPECT_TRUE(platform.timer(0).gone());
+  EXPECT_TRUE(platform.timer(0).isDeleted());
 }
 
-TEST_F(WriterUnlockSmTest, AsksForNothingThatOnlyAMessageNeeds) {
+TEST_F(WriterUnlockSmTest, EvaluatesNothingThatOnlyAMessageNeeds) {
   handler.setMaxLevel(4);
   connect();
   EXPECT_EQ(platform.fd(0).queries(), 0u);

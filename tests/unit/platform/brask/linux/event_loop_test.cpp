@@ -18,7 +18,7 @@ namespace {
 
 class EventLoopTest : public LoopTest {};
 
-// Delivers SIGALRM again and again to whoever waits, as long as it lives.
+// Delivers SIGALRM periodically, for its lifetime.
 class Interruptions {
  public:
   explicit Interruptions(void (*handler)(int)) {
@@ -111,7 +111,7 @@ TEST_F(EventLoopTest, TurnEndsWithTheFirstCallback) {
   EXPECT_EQ(1, timer.timeouts);
 }
 
-TEST_F(EventLoopTest, TurnGoesOnWaitingAfterSignals) {
+TEST_F(EventLoopTest, TurnContinuesToWaitAfterSignals) {
   signals = 0;
   const Interruptions interruptions([](int) { signals = signals + 1; });
   const auto start = Clock::now();
@@ -120,7 +120,7 @@ TEST_F(EventLoopTest, TurnGoesOnWaitingAfterSignals) {
   EXPECT_GT(signals, 1);
 }
 
-TEST_F(EventLoopTest, RunGoesOnWaitingAfterSignals) {
+TEST_F(EventLoopTest, RunContinuesToWaitAfterSignals) {
   signals = 0;
   const Interruptions interruptions([](int) { signals = signals + 1; });
   TimerProbe timer([this] { loop->stop(); });

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Descriptors reported in one batch, and callbacks that change who is to be told.
+// Descriptors reported in one batch, and callbacks that change which controls are next.
 #include <sys/eventfd.h>
 
 #include <memory>
@@ -13,7 +13,7 @@ namespace {
 
 class FdBatchTest : public LoopTest {
  protected:
-  // Makes both ready in one batch and turns once. The one that is told first
+  // Makes both ready in one batch and turns once. The one that is called first
   // calls `whenFirst` with the index of the other.
   void turnBoth(const std::function<void(int)>& whenFirst) {
     for (int each : {0, 1}) {
@@ -51,19 +51,19 @@ TEST_F(FdBatchTest, ACallbackMayDeleteItsOwnHandlerAndControl) {
   EXPECT_EQ(1, told);
 }
 
-TEST_F(FdBatchTest, ADeletedControlIsNotToldOfTheSameBatch) {
+TEST_F(FdBatchTest, ADeletedControlIsNotNotifiedOfTheSameBatch) {
   turnBoth([this](int other) { probes[other].reset(); });
   EXPECT_EQ(1, told);
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ(2, told);
 }
 
-TEST_F(FdBatchTest, AnUnwatchedControlIsNotToldOfTheSameBatch) {
+TEST_F(FdBatchTest, AnUnwatchedControlIsNotNotifiedOfTheSameBatch) {
   turnBoth([this](int other) { probes[other]->control->unwatch(); });
   EXPECT_EQ(1, told);
 }
 
-TEST_F(FdBatchTest, ARewatchedDescriptorIsToldByTheNextTurn) {
+TEST_F(FdBatchTest, ARewatchedDescriptorIsReportedByTheNextTurn) {
   turnBoth([this](int other) { probes[other]->control->watch(pairs[other].here); });
   EXPECT_EQ(1, told);
   EXPECT_TRUE(loop->turn(0));
@@ -87,7 +87,7 @@ TEST_F(FdBatchTest, ANumberReusedWithinABatchDoesNotInheritTheEvent) {
   EXPECT_EQ(1, fresh.events);
 }
 
-TEST_F(FdBatchTest, ATakenOverDescriptorIsToldToTheNewControlOnly) {
+TEST_F(FdBatchTest, ATakenOverDescriptorIsReportedToTheNewControlOnly) {
   FdProbe taker;
   turnBoth([&](int other) { taker.control->watch(pairs[other].here); });
   EXPECT_EQ(1, told);
@@ -96,7 +96,7 @@ TEST_F(FdBatchTest, ATakenOverDescriptorIsToldToTheNewControlOnly) {
   EXPECT_EQ(1, taker.events);
 }
 
-TEST_F(FdBatchTest, ADescriptorThatIsReadyWhenWatchedInACallbackIsTold) {
+TEST_F(FdBatchTest, ADescriptorThatIsReadyWhenWatchedInACallbackIsReported) {
   FdProbe second;
   FdProbe first([&](int) { second.control->watch(pairs[1].here); });
   first.control->watch(pairs[0].here);
@@ -109,7 +109,7 @@ TEST_F(FdBatchTest, ADescriptorThatIsReadyWhenWatchedInACallbackIsTold) {
   EXPECT_EQ(1, second.events);
 }
 
-TEST_F(FdBatchTest, ADescriptorClosedWhileADuplicateLivesDoesNotKeepTheLoopBusy) {
+TEST_F(FdBatchTest, ADescriptorClosedWhileADuplicateIsOpenDoesNotKeepTheLoopBusy) {
   FdProbe probe;
   FdProbe other;
   probe.control->watch(pairs[0].here);
@@ -127,7 +127,7 @@ TEST_F(FdBatchTest, ADescriptorClosedWhileADuplicateLivesDoesNotKeepTheLoopBusy)
   ::close(duplicate);
 }
 
-TEST_F(FdBatchTest, MoreDescriptorsThanFitABatchAreAllTold) {
+TEST_F(FdBatchTest, MoreDescriptorsThanFitABatchAreAllReported) {
   constexpr int many = 3000;
   const int source = ::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK);
   std::vector<std::unique_ptr<FdProbe>> all;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Descriptors: who is told what, and who is told nothing any more.
+// Which controls get which descriptor events.
 #include <memory>
 #include <system_error>
 
@@ -66,7 +66,7 @@ TEST_F(FdControlTest, MakesTheDescriptorNonBlockingAndClosedByExec) {
   ::close(ends[1]);
 }
 
-TEST_F(FdControlTest, KnowsItsDescriptor) {
+TEST_F(FdControlTest, ReturnsItsDescriptor) {
   Pair pair;
   FdProbe probe;
   EXPECT_EQ(-1, probe.control->fd());
@@ -110,7 +110,7 @@ TEST_F(FdControlTest, WatchReplacesTheOldDescriptorWithoutClosingIt) {
   EXPECT_EQ(pairs[1].here, probe.last);
 }
 
-TEST_F(FdControlTest, WatchingTheSameDescriptorAgainGoesOn) {
+TEST_F(FdControlTest, WatchingTheSameDescriptorAgainContinues) {
   FdProbe probe;
   probe.control->watch(pairs[0].here);
   probe.control->watch(pairs[0].here);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Watched paths: what a control is told, and what of.
+// Watched paths: which events a control gets.
 #include <memory>
 
 #include "unit/platform/brask/linux/inotify_fixture.h"
@@ -33,7 +33,7 @@ TEST_F(InotifyControlTest, ReportsNothingThatTheMaskDoesNotAskFor) {
   EXPECT_FALSE(loop->turn(0));
 }
 
-TEST_F(InotifyControlTest, KnowsTheLastPathAskedFor) {
+TEST_F(InotifyControlTest, ReturnsTheLastPath) {
   InotifyProbe probe;
   EXPECT_EQ("", probe.control->path());
   probe.control->addWatch(directory.path, IN_DELETE);

@@ -13,7 +13,7 @@ class InotifyEndTest : public InotifyTest {};
 
 }  // namespace
 
-TEST_F(InotifyEndTest, TheEndOfADirectoryIsToldOnceWhateverTheMask) {
+TEST_F(InotifyEndTest, TheEndOfADirectoryIsReportedOnceForAnyMask) {
   for (const uint32_t mask :
        {uint32_t{IN_CREATE}, uint32_t{IN_MOVE_SELF}, uint32_t{IN_DELETE_SELF | IN_MOVE_SELF}}) {
     const std::string doomed = directory.make("doomed");
@@ -47,7 +47,7 @@ TEST_F(InotifyEndTest, ADirectoryCanBeWatchedAgainFromInotifyDeleted) {
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
-TEST_F(InotifyEndTest, TheEndOfADirectoryThatIsWatchedAgainAlreadyIsNotTold) {
+TEST_F(InotifyEndTest, TheEndOfADirectoryThatIsWatchedAgainAlreadyIsNotReported) {
   const std::string again = directory.make("again");
   InotifyProbe probe;
   probe.control->addWatch(again, IN_CREATE);
@@ -74,7 +74,7 @@ TEST_F(InotifyEndTest, AMoveEndsTheWatchOfThoseWhoAskedAndReportsNothingMore) {
   EXPECT_EQ((Told{"changed one", "deleted"}), unasked.told);
 }
 
-TEST_F(InotifyEndTest, AFailedWatchIsToldByALaterTurnWithPathAndReason) {
+TEST_F(InotifyEndTest, AFailedWatchIsReportedByALaterTurnWithPathAndReason) {
   InotifyProbe probe;
   probe.control->addWatch("/nonexistent/directory", IN_CREATE);
   EXPECT_TRUE(probe.told.empty());
@@ -84,7 +84,7 @@ TEST_F(InotifyEndTest, AFailedWatchIsToldByALaterTurnWithPathAndReason) {
   EXPECT_FALSE(loop->turn(0));
 }
 
-TEST_F(InotifyEndTest, AWatchThatFailsInACallbackIsToldByALaterTurn) {
+TEST_F(InotifyEndTest, AWatchThatFailsInACallbackIsReportedByALaterTurn) {
   InotifyProbe probe;
   probe.onEvent = [&] {
     if (probe.told.size() < 3) probe.control->addWatch("/nonexistent", IN_CREATE);
@@ -109,7 +109,7 @@ TEST_F(InotifyEndTest, AFailedWatchLeavesTheControlWithoutAWatch) {
   EXPECT_TRUE(kernelWatches().empty());
 }
 
-TEST_F(InotifyEndTest, AFailureThatHasBeenMendedOrEndedIsNotTold) {
+TEST_F(InotifyEndTest, AFailureThatHasBeenRepairedOrEndedIsNotReported) {
   InotifyProbe mended, ended;
   auto deleted = std::make_unique<InotifyProbe>();
   for (InotifyProbe* probe : {&mended, &ended, deleted.get()}) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What watched directories are told when the kernel refuses, or the path changes on the way.
+// Watches that the kernel refuses, and paths that change meanwhile.
 #include <cstring>
 #include <stdexcept>
 
@@ -39,7 +39,7 @@ class InotifyFaultTest : public WithFaults<InotifyTest> {
     Fault::divert("read", readOverflow);
   }
 
-  // A refused watch is told as `error`; asked for again it is there.
+  // A refused watch is reported as `error`; added again, it works.
   void expectRefusedOnce(const std::string& error) {
     InotifyProbe probe;
     probe.control->addWatch(directory.path, IN_CREATE);
@@ -113,7 +113,7 @@ TEST_F(InotifyFaultTest, AnEventThatCannotBeReadIsReadByTheNextTurn) {
   EXPECT_EQ(Told{"changed one"}, probe.told);
 }
 
-TEST_F(InotifyFaultTest, AnOverflowIsToldWhenTheKernelsWatchesCannotBeListed) {
+TEST_F(InotifyFaultTest, AnOverflowIsReportedWhenTheKernelsWatchesCannotBeListed) {
   InotifyProbe probe;
   probe.control->addWatch(directory.path, IN_CREATE);
   directory.make("one");
@@ -125,7 +125,7 @@ TEST_F(InotifyFaultTest, AnOverflowIsToldWhenTheKernelsWatchesCannotBeListed) {
   EXPECT_EQ((Told{OVERFLOW_ERROR, "changed one"}), probe.told);
 }
 
-TEST_F(InotifyFaultTest, AnEndThatAnOverflowSwallowedIsToldAfterAnException) {
+TEST_F(InotifyFaultTest, AnEndThatAnOverflowSwallowedIsReportedAfterAnException) {
   const std::string doomed = directory.make("doomed");
   InotifyProbe probe([] { throw std::runtime_error("overflow"); });
   probe.control->addWatch(doomed, IN_CREATE);
@@ -152,7 +152,7 @@ TEST_F(InotifyRaceTest, ADirectoryThatTookThePathIsNotWatched) {
   EXPECT_EQ(Told{"changed one"}, stays.told);
 }
 
-TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathIsToldAllThatItAskedFor) {
+TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathReceivesAllThatItAskedFor) {
   const std::string other = directory.make("other");
   InotifyProbe taker;
   taker.control->addWatch(other, IN_DELETE | IN_ATTRIB);
@@ -170,7 +170,7 @@ TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathIsToldAllThatItAskedFor)
   EXPECT_EQ(Told{"changed two"}, stays.told);
 }
 
-TEST_F(InotifyTreeFaultTest, ARefusalThatIsNoEndIsNotToldToTheWatcherOfTheParent) {
+TEST_F(InotifyTreeFaultTest, ARefusalThatIsNoEndIsNotReportedToTheWatcherOfTheParent) {
   Fault::arm("inotify_add_watch", 1, ENOSPC);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();

@@ -79,7 +79,7 @@ TEST_F(InotifySharingTest, LeavingASharedDirectoryThatWasRenamedWatchesNothingEl
   EXPECT_EQ(Told{"changed one"}, stays.told);
 }
 
-TEST_F(InotifySharingTest, IsNotToldOfEventsThatItsWatchWasLeftBehind) {
+TEST_F(InotifySharingTest, IsNotNotifiedOfEventsThatItsWatchWasLeftBehind) {
   InotifyProbe first, second;
   first.onEvent = [&] { second.control->removeWatch(); };
   second.onEvent = [&] { first.control->removeWatch(); };
@@ -108,7 +108,7 @@ TEST_F(InotifySharingTest, ACallbackMayDeleteItselfAndTheOthersOfItsDirectory) {
   EXPECT_TRUE(kernelWatches().empty());
 }
 
-TEST_F(InotifySharingTest, AMaskThatAsksForNothingIsRefusedAndHurtsNobody) {
+TEST_F(InotifySharingTest, AMaskThatAsksForNothingIsRefusedAndHarmsNoOtherControl) {
   InotifyProbe probe, other;
   other.control->addWatch(directory.path, IN_CREATE);
   probe.control->addWatch(directory.path, 0);
@@ -129,7 +129,7 @@ TEST_F(InotifySharingTest, AOneShotWatchEndsWithItsFirstEventAndEndsNoOther) {
   EXPECT_EQ((Told{"changed one", "changed two"}), always.told);
 }
 
-TEST_F(InotifySharingTest, UnlinkedFilesAreLeftOutOnlyWhereNobodyWantsThem) {
+TEST_F(InotifySharingTest, UnlinkedFilesAreLeftOutOnlyWhereNoMaskAsksForThem) {
   InotifyProbe excluding;
   auto including = std::make_unique<InotifyProbe>();
   excluding.control->addWatch(directory.path, IN_MODIFY | IN_EXCL_UNLINK);

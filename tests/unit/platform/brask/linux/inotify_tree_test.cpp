@@ -33,7 +33,7 @@ class InotifyTreeTest : public InotifyTest {
 
 }  // namespace
 
-TEST_F(InotifyTreeTest, TheEndOfBothIsToldToBoth) {
+TEST_F(InotifyTreeTest, TheEndOfBothIsReportedToBoth) {
   removeTree();
   settle();
   EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
@@ -56,7 +56,7 @@ TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
   EXPECT_EQ((Told{"deleted", "changed one"}), inner.told);
 }
 
-TEST_F(InotifyTreeTest, APathThatHasGoneBeforeItIsWatchedAgainIsToldToTheWatcherOfItsParent) {
+TEST_F(InotifyTreeTest, APathThatWasRemovedBeforeItIsWatchedAgainIsReportedToTheWatcherOfItsParent) {
   remove(leaf);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
@@ -105,7 +105,7 @@ TEST_F(InotifyTreeTest, TheEmptyPathIsTheRootDirectory) {
   EXPECT_EQ(3u, kernelWatches().size());
 }
 
-TEST_F(InotifyTreeTest, AFileInTheWayOfAPathIsToldAsItsEnd) {
+TEST_F(InotifyTreeTest, AFileInTheWayOfAPathIsReportedAsItsEnd) {
   removeTree();
   touch(top);
   inner.control->addWatch(leaf, IN_CREATE);
@@ -115,7 +115,7 @@ TEST_F(InotifyTreeTest, AFileInTheWayOfAPathIsToldAsItsEnd) {
   erase(top);
 }
 
-TEST_F(InotifyTreeTest, APathThatHasGoneIsNotToldToWhoDoesNotAskForDeletions) {
+TEST_F(InotifyTreeTest, APathThatWasRemovedIsNotReportedToAWatcherThatDoesNotAskForDeletions) {
   InotifyProbe creations;
   creations.control->addWatch(top, IN_CREATE);
   remove(leaf);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Exceptions out of callbacks lose nothing that was due behind them.
+// Exceptions out of callbacks lose no event that was due after them.
 #include <memory>
 #include <stdexcept>
 
@@ -32,7 +32,7 @@ TEST_F(LoopExceptionTest, AnExceptionKeepsItsTypeAndLeavesTheLoopUsable) {
   EXPECT_EQ(2, timer.timeouts);
 }
 
-TEST_F(LoopExceptionTest, AnExceptionHoldsUpNobodyElse) {
+TEST_F(LoopExceptionTest, AnExceptionDelaysNoOtherControl) {
   Pair first, second;
   FdProbe thrower([](int) { throw std::runtime_error("every time"); });
   FdProbe other;
@@ -159,7 +159,7 @@ TEST_F(LoopExceptionTest, AnExceptionOutOfInotifyErrorLosesNoneOfTheOthers) {
   for (InotifyProbe& probe : probes) EXPECT_EQ(1u, probe.told.size());
 }
 
-TEST_F(LoopExceptionTest, TheRestOfABatchThatWasClosedIsNotTold) {
+TEST_F(LoopExceptionTest, TheRestOfABatchThatWasClosedIsNotReported) {
   Pair pairs[2];
   FdProbe probes[2];
   for (int each : {0, 1}) {
@@ -178,7 +178,7 @@ TEST_F(LoopExceptionTest, TheRestOfABatchThatWasClosedIsNotTold) {
   EXPECT_EQ(1, probes[0].events + probes[1].events);
 }
 
-TEST_F(LoopExceptionTest, TheOtherWatcherOfAnEventIsToldByTheNextTurn) {
+TEST_F(LoopExceptionTest, TheOtherWatcherOfAnEventIsReportedByTheNextTurn) {
   InotifyProbe first, second;
   const auto throwOnce = [thrown = std::make_shared<bool>(false)] {
     if (!std::exchange(*thrown, true)) throw std::runtime_error("now");

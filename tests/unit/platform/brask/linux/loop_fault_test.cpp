@@ -13,14 +13,14 @@ using Brask::Linux::EventLoop;
 using namespace LoopTesting;
 using Zorbe::Test::Fault::arm;
 using Zorbe::Test::Fault::calls;
-using Zorbe::Test::Fault::forever;
+using Zorbe::Test::Fault::kForever;
 using Zorbe::Test::Fault::reset;
 
 namespace {
 
 class LoopFaultTest : public WithFaults<LoopTest> {
  protected:
-  // Nothing stays behind where a loop could not be made.
+  // A loop that could not be made leaves nothing open.
   void expectNoLoop(const std::string& text) {
     const size_t before = openDescriptors();
     EXPECT_EQ(text, refusalOf([] { EventLoop refused; }));
@@ -28,7 +28,7 @@ class LoopFaultTest : public WithFaults<LoopTest> {
     EXPECT_THROW(EventLoop::current(), std::logic_error);
   }
 
-  // A registration ends, but the kernel goes on reporting the descriptor, which is ready.
+  // A registration ends, but the kernel still reports the descriptor, which is ready.
   void strand(Pair& pair) {
     FdProbe probe;
     probe.control->watch(pair.here);
@@ -50,7 +50,7 @@ class LoopFaultTest : public WithFaults<LoopTest> {
   int duplicate_ = -1;
 };
 
-// A listening socket with a client that nobody accepts.
+// A listening socket with a client that is not accepted.
 class Unaccepted {
  public:
   Unaccepted() {
@@ -105,7 +105,7 @@ TEST_F(LoopFaultTest, AnErrorOfTheWaitComesOutOfTheTurnAndLosesNothing) {
   EXPECT_EQ(1, probe.events);
 }
 
-TEST_F(LoopFaultTest, AnInterruptedWaitForEverGoesOn) {
+TEST_F(LoopFaultTest, AnInterruptedWaitForEverContinues) {
   TimerProbe timer;
   timer.control->start(0.001);
   const auto interrupted = arm("epoll_wait", 1, EINTR, 3);
@@ -204,7 +204,7 @@ TEST_F(LoopFaultTest, AClosedDescriptorIsShedOnceEverythingElseCanBeWatchedAgain
   EXPECT_FALSE(readable(loop->fd()));
 }
 
-TEST_F(LoopFaultTest, ADescriptorThatWasClosedWithoutAWordDoesNotKeepAnotherFromBeingShed) {
+TEST_F(LoopFaultTest, ADescriptorThatWasClosedWithoutNoticeDoesNotKeepAnotherFromBeingDropped) {
   Pair stranded, closed;
   FdProbe probe;
   probe.control->watch(closed.here);
@@ -215,7 +215,7 @@ TEST_F(LoopFaultTest, ADescriptorThatWasClosedWithoutAWordDoesNotKeepAnotherFrom
   probe.control->unwatch();
 }
 
-TEST_F(LoopFaultTest, WhatStandsInAClosedDescriptorsPlaceDoesNotKeepAnotherFromBeingShed) {
+TEST_F(LoopFaultTest, WhatStandsInAClosedDescriptorsPlaceDoesNotKeepAnotherFromBeingDropped) {
   for (const int error : {EBADF, EPERM, EINVAL, ELOOP}) {
     Pair stranded, replaced;
     FdProbe probe;
@@ -271,7 +271,7 @@ TEST_F(LoopFaultTest, ALoopThatIsPolledFromOutsideKeepsItsDescriptor) {
   EXPECT_EQ(1, probe.events);
 }
 
-TEST_F(LoopFaultTest, WatchedDirectoriesAreToldOnAfterAClosedDescriptorWasShed) {
+TEST_F(LoopFaultTest, WatchedDirectoriesAreReportedAfterAClosedDescriptorWasDropped) {
   Pair pair;
   Directory directory;
   InotifyProbe probe;

@@ -78,7 +78,7 @@ class LoopLimitsTest : public LoopTest {
 };
 
 // Watches a directory in a namespace where the user's limit `setting` is 0, and
-// returns what the control was told.
+// returns what was reported to the control.
 std::string watchWithout(const std::string& setting) {
   return Zorbe::Test::resultInChild([&]() -> std::string {
     if (::unshare(CLONE_NEWUSER) != 0) return "skip: no user namespace";
@@ -89,6 +89,12 @@ std::string watchWithout(const std::string& setting) {
     loop.turn(0);
     return probe.told.empty() ? "told nothing" : probe.told[0];
   });
+}
+
+void expectRefusal(const std::string& setting, const std::string& text) {
+  const std::string told = watchWithout(setting);
+  if (told.rfind("skip", 0) == 0) GTEST_SKIP() << told;
+  EXPECT_EQ(text, told);
 }
 
 }  // namespace
@@ -105,7 +111,7 @@ TEST_F(LoopLimitsTest, AListenerWithoutDescriptorsLeftDoesNotSpin) {
   EXPECT_EQ(0, accepted);
 }
 
-TEST_F(LoopLimitsTest, AListenerGoesOnWhenThereAreDescriptorsAgain) {
+TEST_F(LoopLimitsTest, AListenerContinuesWhenThereAreDescriptorsAgain) {
   listenWithClients(3);
   NoDescriptors exhausted;
   for (int turns = 0; turns < 50; ++turns) loop->turn(0.002);
@@ -114,7 +120,7 @@ TEST_F(LoopLimitsTest, AListenerGoesOnWhenThereAreDescriptorsAgain) {
   while (accepted < 3) ASSERT_TRUE(loop->turn(1.0)) << "not within a second";
 }
 
-TEST_F(LoopLimitsTest, AListenerGoesOnAtOnceWhenAWatchedDescriptorGoes) {
+TEST_F(LoopLimitsTest, AListenerContinuesAtOnceWhenAWatchedDescriptorGoes) {
   auto watched = std::make_unique<Pair>();
   FdProbe probe;
   probe.control->watch(watched->here);
@@ -162,7 +168,7 @@ TEST_F(LoopLimitsTest, ThePauseOfAListenerLeavesOtherCallbacksAlone) {
   EXPECT_EQ(1, other.events);
 }
 
-TEST_F(LoopLimitsTest, APausedListenerIsToldThatItHasBeenShutDown) {
+TEST_F(LoopLimitsTest, APausedListenerIsNotifiedThatItHasBeenShutDown) {
   listenWithClients(1);
   NoDescriptors exhausted;
   for (int turns = 0; turns < 30; ++turns) loop->turn(0);
@@ -172,7 +178,7 @@ TEST_F(LoopLimitsTest, APausedListenerIsToldThatItHasBeenShutDown) {
   EXPECT_EQ(eventsBefore + 1, acceptor->events);
 }
 
-TEST_F(LoopLimitsTest, AListenerThatGoesOnIsNotLookedAfterAnyMore) {
+TEST_F(LoopLimitsTest, AListenerThatContinuesIsNotLookedAfterAnyMore) {
   Pair pairs[2];
   FdProbe ended, stays;
   ended.control->watch(pairs[0].here);
@@ -189,7 +195,7 @@ TEST_F(LoopLimitsTest, AListenerThatGoesOnIsNotLookedAfterAnyMore) {
   EXPECT_EQ(looks, Zorbe::Test::Fault::calls("eventfd"));
 }
 
-TEST_F(LoopLimitsTest, AnOverflowOfTheInotifyQueueIsToldToEveryControl) {
+TEST_F(LoopLimitsTest, AnOverflowOfTheInotifyQueueIsReportedToEveryControl) {
   Directory directory;
   InotifyProbe busy, silent, none;
   const std::string doomed = directory.make("doomed");
@@ -214,21 +220,16 @@ TEST_F(LoopLimitsTest, AnOverflowOfTheInotifyQueueIsToldToEveryControl) {
 }
 
 TEST(LoopWithoutLimitsTest, ARefusedInotifyInstanceNamesTheSettingToRaise) {
-  const std::string told = watchWithout("max_inotify_instances");
-  if (told.rfind("skip", 0) == 0) GTEST_SKIP() << told;
-  EXPECT_EQ(
+  expectRefusal(
+      "max_inotify_instances",
       "error inotify_init1() /tmp: Too many open files (raise fs.inotify.max_user_instances, or "
-      "the process's limit of open files)",
-      told);
+      "the process's limit of open files)");
 }
 
 TEST(LoopWithoutLimitsTest, ARefusedInotifyWatchNamesTheSettingToRaise) {
-  const std::string told = watchWithout("max_inotify_watches");
-  if (told.rfind("skip", 0) == 0) GTEST_SKIP() << told;
-  EXPECT_EQ(
-      "error inotify_add_watch() /tmp: No space left on device (raise "
-      "fs.inotify.max_user_watches)",
-      told);
+  expectRefusal("max_inotify_watches",
+                "error inotify_add_watch() /tmp: No space left on device (raise "
+                "fs.inotify.max_user_watches)");
 }
 
 TEST(LoopWithoutLimitsTest, AnUnmountEndsTheWatchesOnceEach) {

@@ -7,7 +7,7 @@
 #include "unit/platform/brask/linux/inotify_fixture.h"
 
 using namespace LoopTesting;
-namespace Memory = Zorbe::Test::Sweep::Memory;
+namespace Memory = Zorbe::Test::Memory;
 
 namespace {
 
@@ -15,7 +15,7 @@ class LoopMemoryTest : public InotifyTest {
  protected:
   /// False when there was memory after all.
   static bool doWithout(unsigned long nthBlock, const std::function<void()>& action) {
-    Memory::fail(nthBlock, Memory::Lack::once);
+    Memory::fail(nthBlock, Memory::Failing::kOnce);
     try {
       action();
     } catch (const std::bad_alloc&) {

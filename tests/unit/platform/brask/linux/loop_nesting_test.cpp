@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The loop inside another loop: fd() tells when to turn it.
+// The loop inside another loop: fd() is readable when it has to be turned.
 #include <sys/epoll.h>
 
 #include <thread>
@@ -40,7 +40,7 @@ TEST_F(LoopNestingTest, FdShowsTimers) {
   EXPECT_FALSE(readable(loop->fd()));
 }
 
-TEST_F(LoopNestingTest, FdAsksForATurnWhenTheKernelRefusesToSetTheAlarm) {
+TEST_F(LoopNestingTest, FdAsksForATurnWhenTheKernelRefusesToSetTheTimer) {
   const int fd = loop->fd();
   TimerProbe timer;
   Zorbe::Test::Fault::arm("timerfd_settime", 1, ENOMEM);
@@ -84,7 +84,7 @@ TEST_F(LoopNestingTest, FdFallsSilentWhenTheEarliestTimerIsDeletedOrMovedAway) {
   EXPECT_FALSE(readable(fd));
 }
 
-TEST_F(LoopNestingTest, FdShowsAFailedWatchUntilItWasTold) {
+TEST_F(LoopNestingTest, FdShowsAFailedWatchUntilItWasReported) {
   const int fd = loop->fd();
   InotifyProbe probe;
   probe.control->addWatch("/nonexistent/directory", 0x200);

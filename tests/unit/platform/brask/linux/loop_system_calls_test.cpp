@@ -120,7 +120,7 @@ TEST_F(LoopSystemCallsTest, ANestedLoopWithARearmedZeroTimerIsOneWaitATurn) {
   EXPECT_EQ(TURNS - 2, all());
 }
 
-TEST_F(LoopSystemCallsTest, TimersBehindTheEarliestCostNoCall) {
+TEST_F(LoopSystemCallsTest, TimersAfterTheEarliestCostNoCall) {
   count([] {
     Brask::Linux::EventLoop loop;
     static_cast<void>(loop.fd());  // as strict as it gets: somebody polls the loop

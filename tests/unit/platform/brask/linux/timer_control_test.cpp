@@ -14,7 +14,7 @@ namespace Fault = Zorbe::Test::Fault;
 
 namespace {
 
-// While it lives no time passes, even when the processor serves somebody else in between.
+// While it exists no time passes, even when another process runs in between.
 class ClockAtRest {
  public:
   ClockAtRest() {
@@ -136,7 +136,7 @@ TEST_F(TimerControlTest, TimersDueInOneTurnRunInOrderOfExpiry) {
   EXPECT_EQ("abcd", order);
 }
 
-TEST_F(TimerControlTest, AnImmediateTimerStandsBehindOneThatExpiredBeforeItsStart) {
+TEST_F(TimerControlTest, AnImmediateTimerRunsAfterOneThatExpiredBeforeItsStart) {
   const auto delayed = letter('d'), immediate = letter('i');
   delayed->control->start(0.001);
   letPass(0.003);
@@ -213,7 +213,7 @@ TEST_F(TimerControlTest, ATimerStartedByADescriptorWaitsForTheNextTurn) {
   EXPECT_EQ(1, timer.timeouts);
 }
 
-TEST_F(TimerControlTest, ARearmedZeroTimerStarvesNobody) {
+TEST_F(TimerControlTest, ARearmedZeroTimerStarvesNoOtherControl) {
   Pair pair;
   TimerProbe greedy, delayed;
   FdProbe probe([&](int) { pair.drain(); });

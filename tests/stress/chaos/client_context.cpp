@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/chaos/stage.h"
+#include "stress/chaos/client_context.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -13,13 +13,13 @@
 namespace Zorbe::Test::Chaos {
 namespace {
 
-constexpr unsigned mostLines = 256;
+constexpr unsigned kMostLines = 256;
 
 Brask::Linux::EventLoop* volatile toStop = nullptr;
-volatile std::sig_atomic_t askedToLeave = 0;
+volatile std::sig_atomic_t stopRequested = 0;
 
 void leave(int /*signal*/) {
-  askedToLeave = 1;
+  stopRequested = 1;
   if (Brask::Linux::EventLoop* const loop = toStop) loop->stop();
 }
 
@@ -36,20 +36,20 @@ void leakDescriptor() {
 ShortLog::ShortLog() : out_(std::cerr, 0) {}
 
 void ShortLog::emit(std::ostringstream& message, int level) {
-  if (++lines_ % mostLines == 0) {
+  if (++lines_ % kMostLines == 0) {
     require(::ftruncate(STDERR_FILENO, 0) == 0, "ftruncate");
     require(::lseek(STDERR_FILENO, 0, SEEK_SET) == 0, "lseek");
   }
   out_.emit(message, level);
 }
 
-// The conductor has blocked the signal, so that none is lost before somebody cares for it.
-ChaosStage::ChaosStage(Channel& parent, Place& place) : parent_(parent) {
+// The parent has blocked the signal, so that none is lost before the handler is set.
+ClientContext::ClientContext(Channel& parent, Place& place) : parent_(parent) {
   toStop = &loop;
   struct sigaction action {};
   action.sa_handler = leave;
   require(::sigaction(SIGTERM, &action, nullptr) == 0, "sigaction");
-  action.sa_handler = SIG_DFL;  // what the conductor does about it is its own business
+  action.sa_handler = SIG_DFL;  // not the handler of the parent
   require(::sigaction(SIGINT, &action, nullptr) == 0, "sigaction");
   sigset_t terminate;
   ::sigemptyset(&terminate);
@@ -58,12 +58,12 @@ ChaosStage::ChaosStage(Channel& parent, Place& place) : parent_(parent) {
   place.pid = ::getpid();
 }
 
-bool ChaosStage::isAskedToLeave() {
-  return askedToLeave != 0;
+bool ClientContext::isStopRequested() {
+  return stopRequested != 0;
 }
 
-// Without waiting: when the conductor has so much to hear already, it will look anyway.
-void ChaosStage::ring() {
+// Without waiting: while the parent has unread messages, it looks anyway.
+void ClientContext::notifyParent() {
   if (::send(parent_.fd(), "!", 1, MSG_DONTWAIT | MSG_NOSIGNAL) == 1) return;
   require(errno == EAGAIN, "send");
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/noncopyable.h"
+
 #include <gtest/gtest.h>
 #include <sys/time.h>
 
@@ -9,19 +11,17 @@
 
 namespace Zorbe::Test {
 
-/// Interrupts system calls that wait, again and again, as a client's watchdog would: a
-/// connect to a stopped writer waits for ever otherwise.
-class Watchdog {
+/// Interrupts system calls that wait, periodically, as a client's watchdog would: a connect
+/// to a stopped writer waits for ever otherwise.
+class PeriodicSignal : private NonCopyable {
  public:
-  explicit Watchdog(std::chrono::milliseconds period = std::chrono::milliseconds(20)) {
+  explicit PeriodicSignal(std::chrono::milliseconds period = std::chrono::milliseconds(20)) {
     struct sigaction action {};
     action.sa_handler = [](int) {};  // and no SA_RESTART
     EXPECT_EQ(0, ::sigaction(SIGALRM, &action, &before_));
     set(period);
   }
-  Watchdog(const Watchdog&) = delete;
-  Watchdog& operator=(const Watchdog&) = delete;
-  ~Watchdog() {
+  ~PeriodicSignal() {
     set(std::chrono::milliseconds(0));
     EXPECT_EQ(0, ::sigaction(SIGALRM, &before_, nullptr));
   }

@@ -11,42 +11,42 @@
 #include <vector>
 
 #include "stress/chaos/board.h"
-#include "stress/chaos/survey.h"
+#include "stress/chaos/process_usage.h"
 
 namespace Zorbe::Test::Chaos {
 
-/// Some are never killed and one can be, and there are places for all and the candidates.
-constexpr unsigned fewestReaders = 2;
-constexpr unsigned mostReaders = Board::mostPlaces - 2;
+/// Some are never killed and at least one is; there are places for all of them and the candidates.
+constexpr unsigned kFewestReaders = 2;
+constexpr unsigned kMostReaders = Board::kMostPlaces - 2;
 
 struct Settings {
   unsigned kills = 0;    ///< how many, 0: until the time is over
   unsigned seconds = 0;  ///< how long, or, with `kills`, how long these may take
   uint64_t seed = 1;
   unsigned readers = 20;
-  Flaw flaw = Flaw::none;
-  std::chrono::seconds patience{20};  ///< how long anything may take
+  Flaw flaw = Flaw::kNone;
+  std::chrono::seconds timeout{20};  ///< how long anything may take
 };
 
 struct Report {
   std::string failure;  ///< empty when everything held
-  std::string trace;    ///< with a failure: the last blows, and what the processes say
+  std::string trace;    ///< with a failure: the last faults, and the logs of the processes
   unsigned kills = 0;
-  unsigned blows = 0;
+  unsigned faults = 0;
   double seconds = 0;
-  std::map<std::string, unsigned> blowsByKind;
+  std::map<std::string, unsigned> faultsByKind;
   std::vector<double> underSame;     ///< milliseconds of each convergence, in ascending order,
   std::vector<double> underAnother;  ///< on the writer that was there before, or another one
   Course descriptors;                ///< of the readers that are never killed, together
   Course pages;                      ///< likewise, from the end of the warm-up
   long writerGrowth = 0;             ///< pages, at most, of any writer between its kills
-  unsigned longestWriter = 0;        ///< rests that a writer has lived through, at most
+  unsigned longestWriter = 0;        ///< checks that a writer has lived through, at most
 };
 
-/// Conducts a storm, and leaves nothing of it.
-Report conduct(const Settings& settings);
+/// Runs the stress test, and leaves nothing behind.
+Report runStress(const Settings& settings);
 
-/// Makes `conduct` end everything and report a failure. For signal handlers.
+/// Makes `runStress` end all processes and report a failure. For signal handlers.
 void interrupt() noexcept;
 
 }  // namespace Zorbe::Test::Chaos

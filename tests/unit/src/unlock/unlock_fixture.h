@@ -2,7 +2,7 @@
 #pragma once
 
 #include "fault/fault.h"
-#include "support/fake_platform_test_fixture.h"
+#include "support/fake_platform_fixture.h"
 #include "support/raw_peer.h"
 #include "support/table_socket.h"
 
@@ -15,7 +15,7 @@
 
 namespace Zorbe::Test {
 
-/// A reader that notes when it is told that the writer has gone.
+/// A reader that records when the departure of the writer is reported.
 class Reader : public WriterUnlockSm {
  public:
   Reader(Brask::Platform::DebugHandler& debugHandler, const RootPath& root, FakePlatform& platform)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a client of the library sees of one life: messages and exceptions.
+// Records what a client of the library sees of one scenario: messages and exceptions.
 #pragma once
 
 #include <brask/platform.h>
@@ -13,13 +13,13 @@
 
 namespace Zorbe::Test::Sweep {
 
-class Witness : public Brask::Platform::DebugHandler {
+class EventRecorder : public Brask::Platform::DebugHandler {
  public:
   bool isEnabled(int /*level*/) override { return true; }
   void emit(std::ostringstream& message, int level) override;
 
-  /// Takes a step of a client that survives its errors: what it throws is noted. False
-  /// when it threw.
+  /// Runs a step of a client that survives its errors, and records what it throws. False when
+  /// it threw.
   template <typename Step>
   bool attempt(Step step) {
     try {
@@ -31,7 +31,7 @@ class Witness : public Brask::Platform::DebugHandler {
     }
   }
 
-  /// As a message of level 9.
+  /// Records a message of level 9.
   void note(const std::string& text);
 
   /// The texts of the exceptions of the library and of the system errors of the loop.
@@ -39,8 +39,8 @@ class Witness : public Brask::Platform::DebugHandler {
   const std::vector<Message>& messages() const { return messages_; }
   unsigned badAllocs() const { return badAllocs_; }
 
-  /// Exceptions that nothing may throw.
-  const std::vector<std::string>& strangers() const { return strangers_; }
+  /// The other exceptions, which must not occur.
+  const std::vector<std::string>& unexpectedExceptions() const { return unexpectedExceptions_; }
 
   /// The descriptors that the exceptions so far have left open, as documented.
   unsigned documentedLeaks() const;
@@ -50,7 +50,7 @@ class Witness : public Brask::Platform::DebugHandler {
 
   std::vector<Message> messages_;
   std::vector<std::string> thrown_;
-  std::vector<std::string> strangers_;
+  std::vector<std::string> unexpectedExceptions_;
   unsigned badAllocs_ = 0;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/chaos/crew.h"
+#include "stress/chaos/processes.h"
 
 #include <poll.h>
 
@@ -13,54 +13,54 @@
 namespace Zorbe::Test::Chaos {
 namespace {
 
-// For conditions that nobody tells of: what /proc shows, and files.
-constexpr std::chrono::milliseconds longestWait{20};
-constexpr unsigned readersPerElder = 5;
+// For conditions without a message: /proc, and files.
+constexpr std::chrono::milliseconds kLongestWait{20};
+constexpr unsigned kReadersPerLongLived = 5;
 
 }  // namespace
 
-Crew::Crew(unsigned readerCount, const std::string& witnessPath, Flaw flaw)
-    : elders_(1 + readerCount / readersPerElder) {
+Processes::Processes(unsigned readerCount, const std::string& oraclePath, Flaw flaw)
+    : longLived_(1 + readerCount / kReadersPerLongLived) {
   for (unsigned i = 0; i < readerCount; ++i) {
-    const Flaw own = i == 0 ? flaw : Flaw::none;
+    const Flaw own = i == 0 ? flaw : Flaw::kNone;
     readers_.emplace_back("reader " + std::to_string(i + 1), board_->places.at(i),
-                          [own](Channel& parent, Place& place) { playReader(parent, place, own); });
+                          [own](Channel& parent, Place& place) { runReader(parent, place, own); });
   }
   for (const char* name : {"candidate", "competitor"}) {
     const bool isFirst = candidates_.empty();
-    const Flaw own = isFirst == (flaw == Flaw::writerLeaks) ? flaw : Flaw::none;
+    const Flaw own = isFirst == (flaw == Flaw::kWriterLeaks) ? flaw : Flaw::kNone;
     candidates_.emplace_back(name, board_->places.at(readerCount + candidates_.size()),
-                             [this, own, witnessPath](Channel& parent, Place& place) {
-                               playCandidate(parent, *board_, place, witnessPath, own);
+                             [this, own, oraclePath](Channel& parent, Place& place) {
+                               runCandidate(parent, *board_, place, oraclePath, own);
                              });
   }
 }
 
-Member* Crew::writer() {
+Member* Processes::writer() {
   for (Member& member : candidates_) {
     if (member.isAlive() && member.place().writing) return &member;
   }
   return nullptr;
 }
 
-Member& Crew::writerToBe() {
+Member& Processes::expectedWriter() {
   Member* const present = writer();
   return present ? *present : candidate();
 }
 
-void Crew::publish(unsigned count) {
+void Processes::publish(unsigned count) {
   const std::string order = "publish " + std::to_string(count) + " " + std::to_string(++request_);
   for (Member& member : candidates_) {
     if (member.isAwake()) member.channel().send(order);
   }
 }
 
-void Crew::forEach(const std::function<void(Member&)>& action) {
+void Processes::forEach(const std::function<void(Member&)>& action) {
   std::for_each(readers_.begin(), readers_.end(), action);
   std::for_each(candidates_.begin(), candidates_.end(), action);
 }
 
-bool Crew::await(Clock::time_point deadline, const std::function<bool()>& condition) {
+bool Processes::await(Clock::time_point deadline, const std::function<bool()>& condition) {
   for (;;) {
     forEach([](Member& member) { member.requireSanity(); });
     if (condition()) return true;
@@ -69,7 +69,7 @@ bool Crew::await(Clock::time_point deadline, const std::function<bool()>& condit
   }
 }
 
-void Crew::wait(Clock::time_point deadline) {
+void Processes::wait(Clock::time_point deadline) {
   std::vector<pollfd> channels;
   std::vector<Member*> owners;
   forEach([&](Member& member) {
@@ -78,7 +78,7 @@ void Crew::wait(Clock::time_point deadline) {
     owners.push_back(&member);
   });
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-  const auto most = std::clamp(left + std::chrono::milliseconds(1), {}, longestWait);
+  const auto most = std::clamp(left + std::chrono::milliseconds(1), {}, kLongestWait);
   const int ready = ::poll(channels.data(), channels.size(), static_cast<int>(most.count()));
   if (ready < 0 && errno != EINTR) throw Failure(std::string("poll: ") + std::strerror(errno));
   for (size_t i = 0; ready > 0 && i < channels.size(); ++i) {
@@ -87,13 +87,13 @@ void Crew::wait(Clock::time_point deadline) {
   }
 }
 
-bool Crew::isBehind(Member& reader, Place& writer) const {
+bool Processes::isBehind(Member& reader, Place& writer) const {
   const Place& place = reader.place();
   return !place.attached || place.fenix != writer.fenix || place.sequence != writer.sequence ||
-         place.heardFenix != writer.fenix || place.heardSequence != writer.sequence;
+         place.reportedFenix != writer.fenix || place.reportedSequence != writer.sequence;
 }
 
-bool Crew::isConverged() {
+bool Processes::isConverged() {
   Member* const present = writer();
   if (present == nullptr || present->place().answered != request_) return false;
   return std::none_of(readers_.begin(), readers_.end(), [&](Member& reader) {
@@ -101,7 +101,7 @@ bool Crew::isConverged() {
   });
 }
 
-std::string Crew::describe() {
+std::string Processes::describe() {
   Member* const present = writer();
   if (present == nullptr) return "there is no writer";
   const auto position = [](uint32_t fenix, uint64_t sequence) {
@@ -113,13 +113,13 @@ std::string Crew::describe() {
     const Place& place = reader.place();
     if (!reader.isAwake() || !isBehind(reader, present->place())) continue;
     text += "; " + reader.name() + " is at " + position(place.fenix, place.sequence) +
-            ", heard at " + position(place.heardFenix, place.heardSequence) +
+            ", reported at " + position(place.reportedFenix, place.reportedSequence) +
             (place.attached ? ", attached" : ", not attached");
   }
   return text;
 }
 
-std::string Crew::logs() {
+std::string Processes::logs() {
   std::string text;
   forEach([&](Member& member) {
     if (member.isAlive()) text += "---- log of " + member.name() + ":\n" + member.log();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include "fault/fault.h"
 
@@ -82,7 +82,7 @@ TEST(ZorbeTestTest, FailsATestThatLeftADescriptorOpenAndClosesIt) {
   EXPECT_EQ(errno, EBADF);
 }
 
-TEST(ZorbeTestTest, FailsATestThatClosedADescriptorOfSomebodyElse) {
+TEST(ZorbeTestTest, FailsATestThatClosedAForeignDescriptor) {
   const int fd = Probe::leak();
   ASSERT_GE(fd, 0);
   EXPECT_NONFATAL_FAILURE(Probe::run([fd](Probe&) { EXPECT_EQ(close(fd), 0); }),
@@ -115,7 +115,7 @@ TEST(ZorbeTestTest, FailsATestWhoseFaultNeverStruck) {
 TEST(ZorbeTestTest, DisarmsEveryFaultAtTheEnd) {
   Probe::run([](Probe& probe) {
     probe.allowUnfiredFaults();
-    Fault::arm("rmdir", 1, EIO, Fault::forever);
+    Fault::arm("rmdir", 1, EIO, Fault::kForever);
   });
   EXPECT_EQ(rmdir("/dev/null/none"), -1);
   EXPECT_EQ(errno, ENOTDIR);

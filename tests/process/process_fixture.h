@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/fixture.h"
 #include "support/roles.h"
-#include "support/zorbe_test.h"
 
 namespace Zorbe::Test {
 
@@ -23,17 +23,17 @@ class ProcessTest : public ZorbeTest {
   }
 
   Child startWriter() {
-    Child writer = start("writer", [this](Channel& parent) { playWriter(parent, table); });
+    Child writer = start("writer", [this](Channel& parent) { runWriter(parent, table); });
     writer->await("listening");
     return writer;
   }
 
-  std::vector<Child> startReaders(unsigned count) { return startMany(count, "reader", playReader); }
+  std::vector<Child> startReaders(unsigned count) { return startMany(count, "reader", runReader); }
   std::vector<Child> startFollowers(unsigned count) {
-    return startMany(count, "follower", playFollower);
+    return startMany(count, "follower", runFollower);
   }
 
-  /// Publishes in the writer's process and waits until everybody has read it.
+  /// Publishes in the writer's process and waits until all readers have read it.
   void publishTo(const Child& writer, const std::vector<Child>& readers, uint64_t count = 1) {
     const std::string goal = std::to_string(published += count);
     for (const Child& reader : readers) reader->send("reach " + goal);
@@ -41,7 +41,7 @@ class ProcessTest : public ZorbeTest {
     for (const Child& reader : readers) reader->await("at " + goal);
   }
 
-  /// Waits until everybody has heard that the writer, which is no more, has gone.
+  /// Waits until the end of the writer was reported to all followers.
   static void awaitDeparture(const std::vector<Child>& followers) {
     for (const Child& follower : followers) follower->send("alone");
     for (const Child& follower : followers) follower->await("alone");

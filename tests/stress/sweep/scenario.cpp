@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/sweep/life.h"
+#include "stress/sweep/scenario.h"
 
 #include <zorbe/fenix_file.h>
 #include <zorbe/util.h>
@@ -13,8 +13,8 @@ namespace Zorbe::Test::Sweep {
 
 namespace {
 
-constexpr const char* tableName = "quotes";
-constexpr unsigned fenixId = 4711;
+constexpr const char* kTableName = "quotes";
+constexpr unsigned kFenixId = 4711;
 
 bool exists(const std::string& path) {
   const Fault::Bypass bypass;
@@ -24,163 +24,163 @@ bool exists(const std::string& path) {
 
 }  // namespace
 
-void Watcher::rootChanged(const std::string& what) {
+void RootWatcher::rootChanged(const std::string& what) {
   ++changes;
   failed = failed || what.rfind("inotify", 0) == 0 || what.rfind("epoll", 0) == 0;
-  witness_.note("rootChanged: " + what);
+  recorder_.note("rootChanged: " + what);
 }
 
-Life::Life(Witness& witness, SharedTable& table, Effort effort)
-    : witness_(witness),
+Scenario::Scenario(EventRecorder& recorder, SharedTable& table, Effort effort)
+    : recorder_(recorder),
       table_(table),
-      turns_(effort == Effort::normal ? 2000 : 40),
-      rounds_(effort == Effort::normal ? 4 : 0) {}
+      turns_(effort == Effort::kNormal ? 2000 : 40),
+      rounds_(effort == Effort::kNormal ? 4 : 0) {}
 
-Life::~Life() {
+Scenario::~Scenario() {
   end();
 }
 
-void Life::live() {
+void Scenario::run() {
   if (!begin()) return;
   openForReaders();
   refuseSecondWriter();
   publishToReaders();
   deferPasses();
   useFiles();
-  exchangeReader();
-  loseDirectory();
-  changeWriter();
+  replaceReader();
+  removeDirectory();
+  replaceWriter();
   useTimer();
   checkRecovery();
   stopLoop();
   cleanUp();
 }
 
-bool Life::begin() {
+bool Scenario::begin() {
   if (!makeLoop()) return false;
-  return twice([this] { root_ = std::make_unique<RootPath>(witness_, tableName, true); });
+  return tryTwice([this] { root_ = std::make_unique<RootPath>(recorder_, kTableName, true); });
 }
 
-void Life::openForReaders() {
+void Scenario::openForReaders() {
   makeWatcher();
   makeWriter();
   for (auto& reader : readers_) makeReader(reader);
   makeDepartures();
-  settle();
+  recover();
 }
 
-void Life::refuseSecondWriter() {
+void Scenario::refuseSecondWriter() {
   if (!writer_) return;
   const bool taken = attempt([this] {
-    TableWriter second(witness_, *root_, table_);
+    TableWriter second(recorder_, *root_, table_);
     second.open();
   });
-  if (taken) witness_.note("TWO WRITERS");
+  if (taken) recorder_.note("TWO WRITERS");
 }
 
-void Life::publish() {
+void Scenario::publish() {
   if (writer_) attempt([this] { writer_->publish(); });
 }
 
-void Life::publishToReaders() {
+void Scenario::publishToReaders() {
   for (int i = 0; i < 2; ++i) {
     publish();
-    settle();
+    recover();
   }
   if (writer_) attempt([this] { static_cast<void>(writer_->allCaughtUp()); });
 }
 
-void Life::deferPasses() {
+void Scenario::deferPasses() {
   Follower* const reader = readers_[0].get();
   if (reader == nullptr) return;
   attempt([reader] { reader->notifying(false); });
   publish();
-  pump();
-  twice([reader] { reader->notifying(true); });
+  runUntilIdle();
+  tryTwice([reader] { reader->notifying(true); });
   reader->passed = [reader] { reader->conquerAgain = !reader->conquerAgain; };
   publish();
-  settle();
+  recover();
   reader->passed = nullptr;
   reader->conquerAgain = false;
-  settle();
+  recover();
 }
 
-void Life::useFiles() {
+void Scenario::useFiles() {
   const std::string& dir = root_->path;
-  const bool written = attempt([&] { FenixFile::write(witness_, dir, fenixId); });
-  if (written) attempt([&] { FenixFile::validate(witness_, dir, fenixId); });
-  attempt([&] { Util::touch(witness_, root_->fullPath("slots")); });
-  attempt([&] { Util::memSize(witness_, root_->fullPath("slots")); });
-  attempt([&] { Util::writeCorruptionFile(witness_, dir, "a test"); });
+  const bool written = attempt([&] { FenixFile::write(recorder_, dir, kFenixId); });
+  if (written) attempt([&] { FenixFile::validate(recorder_, dir, kFenixId); });
+  attempt([&] { Util::touch(recorder_, root_->fullPath("slots")); });
+  attempt([&] { Util::memSize(recorder_, root_->fullPath("slots")); });
+  attempt([&] { Util::writeCorruptionFile(recorder_, dir, "a test"); });
   attempt([&] { root_->removeFile("corruption-detected"); });
-  settle();
+  recover();
 }
 
-void Life::exchangeReader() {
+void Scenario::replaceReader() {
   readers_[1].reset();
-  pump();
+  runUntilIdle();
   makeReader(readers_[1]);
-  settle();
+  recover();
 }
 
-void Life::loseDirectory() {
+void Scenario::removeDirectory() {
   {
     const Fault::Bypass bypass;
     std::filesystem::remove_all(root_->path);
   }
-  settle();
+  recover();
 }
 
-void Life::changeWriter() {
+void Scenario::replaceWriter() {
   writer_.reset();
-  pump();
+  runUntilIdle();
   if (Follower* const reader = readers_[0].get()) attempt([reader] { reader->doConnect(); });
   if (departures_) attempt([this] { departures_->timeout(); });
   attempt([this] { static_cast<void>(loop_->fd()); });  // from here on it can be polled
   makeWriter();
-  settle();
+  recover();
 }
 
-void Life::useTimer() {
+void Scenario::useTimer() {
   bool expired = false;
   attempt([&] {
     Pause pause([&expired] { expired = true; });
     pause.start(0.0005);
     for (int i = 0; i < 50 && !expired; ++i) loop_->turn(0.1);
   });
-  pump();
+  runUntilIdle();
 }
 
-void Life::checkRecovery() {
+void Scenario::checkRecovery() {
   publish();
-  settle();
-  recovered_ = content() && (hearsOfChanges() || (makeWatcher(), hearsOfChanges()));
+  recover();
+  recovered_ = isComplete() && (observesChanges() || (makeWatcher(), observesChanges()));
 }
 
-bool Life::hearsOfChanges() {
+bool Scenario::observesChanges() {
   if (!watcher_) return false;
   const unsigned before = watcher_->changes;
   {
     const Fault::Bypass bypass;
-    std::ofstream(root_->path + "/fenix") << fenixId;
+    std::ofstream(root_->path + "/fenix") << kFenixId;
   }
-  pump();
+  runUntilIdle();
   return watcher_->changes > before;
 }
 
-void Life::stopLoop() {
+void Scenario::stopLoop() {
   loop_->stop();
-  if (!attempt([this] { loop_->run(); })) pump();
+  if (!attempt([this] { loop_->run(); })) runUntilIdle();
 }
 
-void Life::cleanUp() {
+void Scenario::cleanUp() {
   for (const char* file : {"fenix", "last-owner", "slots"}) {
     attempt([&] { root_->removeFile(file); });
   }
   attempt([this] { root_->cleanup(); });
 }
 
-void Life::end() {
+void Scenario::end() {
   readers_[0].reset();
   writer_.reset();
   departures_.reset();
@@ -190,36 +190,36 @@ void Life::end() {
   loop_.reset();
 }
 
-bool Life::makeLoop() {
-  return twice([this] { loop_ = std::make_unique<Brask::Linux::EventLoop>(); });
+bool Scenario::makeLoop() {
+  return tryTwice([this] { loop_ = std::make_unique<Brask::Linux::EventLoop>(); });
 }
 
-void Life::makeWriter() {
-  twice([this] {
+void Scenario::makeWriter() {
+  tryTwice([this] {
     writer_.reset();
-    auto writer = std::make_unique<TableWriter>(witness_, *root_, table_);
+    auto writer = std::make_unique<TableWriter>(recorder_, *root_, table_);
     writer->open();
     writer_ = std::move(writer);
   });
 }
 
-void Life::makeReader(std::unique_ptr<Follower>& reader) {
-  twice([&] { reader = std::make_unique<Follower>(witness_, *root_, table_); });
+void Scenario::makeReader(std::unique_ptr<Follower>& reader) {
+  tryTwice([&] { reader = std::make_unique<Follower>(recorder_, *root_, table_); });
   if (reader) attempt([&] { reader->doConnect(); });
 }
 
-void Life::makeDepartures() {
-  twice([this] { departures_ = std::make_unique<Departures>(witness_, *root_); });
+void Scenario::makeDepartures() {
+  tryTwice([this] { departures_ = std::make_unique<Departures>(recorder_, *root_); });
   if (departures_) attempt([this] { departures_->watch(); });
 }
 
-void Life::makeWatcher() {
+void Scenario::makeWatcher() {
   watcher_.reset();
-  twice([this] { watcher_ = std::make_unique<Watcher>(witness_, tableName); });
+  tryTwice([this] { watcher_ = std::make_unique<RootWatcher>(recorder_, kTableName); });
 }
 
-// Until twice in a row there was nothing to do: a turn that a signal ends is one of them.
-void Life::pump() {
+// Until two turns in a row have nothing to do: a signal may end one of them.
+void Scenario::runUntilIdle() {
   unsigned idle = 0;
   for (unsigned turn = 0; turn < turns_; ++turn) {
     bool ran = true;
@@ -227,38 +227,38 @@ void Life::pump() {
     idle = ran ? 0 : idle + 1;
     if (idle == 2) return;
   }
-  spun_ = true;
+  neverIdle_ = true;
 }
 
-void Life::settle() {
-  pump();
-  for (unsigned round = 0; round < rounds_ && !content(); ++round) {
-    care();
-    pump();
+void Scenario::recover() {
+  runUntilIdle();
+  for (unsigned round = 0; round < rounds_ && !isComplete(); ++round) {
+    repair();
+    runUntilIdle();
   }
 }
 
-bool Life::isContent(const Follower& reader) const {
+bool Scenario::isUpToDate(const Follower& reader) const {
   return reader.isConnected() && reader.acknowledged && reader.at() == table_.sequence();
 }
 
-bool Life::content() const {
+bool Scenario::isComplete() const {
   if (!writer_ || !departures_ || !departures_->isWatching() || !watcher_ || watcher_->failed) {
     return false;
   }
   for (const auto& reader : readers_) {
-    if (!reader || !isContent(*reader)) return false;
+    if (!reader || !isUpToDate(*reader)) return false;
   }
   return writer_->sleepingReaders.size() == readers_.size() && exists(root_->path);
 }
 
-// What a client does now and then for what it has not heard of, or was told has failed.
-void Life::care() {
+// What a client does periodically about failures, reported or not.
+void Scenario::repair() {
   for (auto& reader : readers_) {
     if (!reader) {
       makeReader(reader);
     } else {
-      careFor(*reader);
+      repairReader(*reader);
     }
   }
   if (!departures_) makeDepartures();
@@ -272,7 +272,7 @@ void Life::care() {
   if (!watcher_ || watcher_->failed || !exists(root_->path)) makeWatcher();
 }
 
-void Life::careFor(Follower& reader) {
+void Scenario::repairReader(Follower& reader) {
   if (reader.isConnected() && !reader.acknowledged) {
     attempt([&] { reader.doCloseWriterConnection(true); });
   }

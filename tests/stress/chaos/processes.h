@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The processes of a storm, as their conductor sees them.
+// The processes of a stress run, as their parent sees them.
 #pragma once
 
 #include <chrono>
@@ -18,13 +18,13 @@ namespace Zorbe::Test::Chaos {
 
 using Clock = std::chrono::steady_clock;
 
-/// What a conductor gives up with.
+/// The failure of a stress run.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// One place, and the process that has it at present.
+/// A place of the board, and the process that has it now.
 class Member {
  public:
   using Role = std::function<void(Channel& parent, Place& place)>;
@@ -43,19 +43,19 @@ class Member {
   void start();
   void kill();
   void stop();
-  void goOn();
+  void resume();
 
   /// SIGTERM, after which it has to end by itself and without an error.
   void leave();
 
-  /// Throws Failure for what must never be seen.
+  /// Throws Failure for a state that must never occur.
   void requireSanity();
 
-  /// The departure of the writer `pid` is owed to this reader, which is attached to it.
-  void owe(pid_t writer);
+  /// This reader is attached to the writer `pid`, whose departure must be reported to it.
+  void expectDeparture(pid_t writer);
 
-  /// Throws Failure when `writer` is another one, and the departure was not told.
-  void requireTold(pid_t writer);
+  /// Throws Failure when `writer` is another one, and the departure was not reported.
+  void requireDepartureReported(pid_t writer);
 
  private:
   void clearPlace();
@@ -66,37 +66,37 @@ class Member {
   Role role_;
   std::unique_ptr<ChildProcess> process_;
   bool stopped_ = false;
-  pid_t owedWriter_ = 0;
+  pid_t expectedWriter_ = 0;
   uint32_t departuresBefore_ = 0;
 };
 
 /// All of them: readers, of which some are never killed, the candidate that is always there,
 /// and a competitor.
-class Crew {
+class Processes {
  public:
-  Crew(unsigned readerCount, const std::string& witnessPath, Flaw flaw);
+  Processes(unsigned readerCount, const std::string& oraclePath, Flaw flaw);
 
   std::vector<Member>& readers() { return readers_; }
   Member& candidate() { return candidates_[0]; }
   Member& competitor() { return candidates_[1]; }
 
   /// Readers before this one are never killed.
-  unsigned elders() const { return elders_; }
+  unsigned longLivedReaders() const { return longLived_; }
 
-  /// Whoever has the lock, or null.
+  /// The process that has the lock, or null.
   Member* writer();
 
-  /// Whoever has the lock, or is expected to get it.
-  Member& writerToBe();
+  /// The process that has the lock, or is expected to get it.
+  Member& expectedWriter();
 
-  /// Asks whoever is the writer now, or will be, to publish. A stopped one hears of it later.
+  /// Asks the writer, now or later, to publish. A stopped one receives it later.
   void publish(unsigned count);
 
-  /// What each that runs has to tell wakes the caller, until the condition holds: false when
-  /// it does not in time. Throws Failure when a process has ended by itself.
+  /// Waits until the condition holds, woken by messages of the processes: false when it does not
+  /// in time. Throws Failure when a process has ended by itself.
   bool await(Clock::time_point deadline, const std::function<bool()>& condition);
 
-  /// Everybody who runs is attached to the writer, and has read and reported its last
+  /// All running readers are attached to the writer, and have read and reported its last
   /// publication.
   bool isConverged();
 
@@ -113,7 +113,7 @@ class Crew {
   void wait(Clock::time_point deadline);
 
   Shared<Board> board_;
-  unsigned elders_;
+  unsigned longLived_;
   uint32_t request_ = 0;
   std::vector<Member> readers_;
   std::vector<Member> candidates_;

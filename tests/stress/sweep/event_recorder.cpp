@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/sweep/witness.h"
+#include "stress/sweep/event_recorder.h"
 
 #include <brask/exception.h>
 
@@ -17,8 +17,8 @@ struct Leak {
   unsigned descriptors;
 };
 
-// The only exceptions that leave descriptors open: a thread that is in the wrong place must
-// not go on as if nothing had happened, and sockets that cannot be set up stay as they are.
+// The only exceptions that leave descriptors open: a thread in the wrong namespace must not
+// continue as if nothing had happened, and sockets that cannot be set up stay as they are.
 const Leak leaks[] = {
     {"Util::socket() failed to switch back to caller's namespace", 2},
     {"Util::socket() failed to close( localNsFd )", 1},
@@ -29,16 +29,16 @@ const Leak leaks[] = {
 
 }  // namespace
 
-void Witness::emit(std::ostringstream& message, int level) {
+void EventRecorder::emit(std::ostringstream& message, int level) {
   messages_.push_back({level, message.str()});
 }
 
-void Witness::note(const std::string& text) {
+void EventRecorder::note(const std::string& text) {
   const Fault::Bypass bypass;
   messages_.push_back({9, text});
 }
 
-void Witness::note(const std::exception_ptr& exception) {
+void EventRecorder::note(const std::exception_ptr& exception) {
   const Fault::Bypass bypass;
   try {
     std::rethrow_exception(exception);
@@ -49,13 +49,13 @@ void Witness::note(const std::exception_ptr& exception) {
   } catch (const std::bad_alloc&) {
     ++badAllocs_;
   } catch (const std::exception& other) {
-    strangers_.emplace_back(other.what());
+    unexpectedExceptions_.emplace_back(other.what());
   } catch (...) {
-    strangers_.emplace_back(abi::__cxa_current_exception_type()->name());
+    unexpectedExceptions_.emplace_back(abi::__cxa_current_exception_type()->name());
   }
 }
 
-unsigned Witness::documentedLeaks() const {
+unsigned EventRecorder::documentedLeaks() const {
   unsigned descriptors = 0;
   for (const std::string& text : thrown_) {
     for (const Leak& leak : leaks) {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "fault/fault.h"
-#include "support/fake_platform_test_fixture.h"
+#include "support/fake_platform_fixture.h"
 #include "support/raw_peer.h"
 #include "support/table_socket.h"
 
@@ -35,6 +35,19 @@ class SocketsTest : public FakePlatformTest {
   static std::string reason(int error) {
     const Fault::Bypass bypass;
     return std::strerror(error);
+  }
+
+  /// The messages of Util::socket(): what becomes of the namespace, and of the socket.
+  static std::vector<Message> socketMessages(const std::string& entering,
+                                             const std::string& opening) {
+    return {{2, "Util::socket() success opening /proc/self/ns/net"},
+            {2, "Util::socket() setnsByName() to " + entering},
+            {2, "Util::socket() " + opening}};
+  }
+
+  /// The message of Util::releaseWriterLock().
+  static std::vector<Message> releaseMessages() {
+    return {{2, "Util::releaseWriterLock() successfully released writer-lock"}};
   }
 
   std::string makeFile(const std::string& name, const std::string& content) {

@@ -4,24 +4,24 @@
 #include <deque>
 #include <string>
 
-#include "stress/chaos/crew.h"
-#include "stress/chaos/storm.h"
+#include "stress/chaos/processes.h"
+#include "stress/chaos/stress_run.h"
 #include "support/random.h"
 
 namespace Zorbe::Test::Chaos {
 
-/// What a seed decides: who is hit next, and how.
-class Blows {
+/// The faults, as a seed decides them.
+class Faults {
  public:
-  Blows(Crew& crew, std::string directory, uint64_t seed, Report& report);
+  Faults(Processes& processes, std::string directory, uint64_t seed, Report& report);
 
-  /// What there is for some time.
+  /// The kind of faults for some time.
   struct Span {
-    bool single;         ///< one blow at a time
+    bool single;         ///< one fault at a time
     bool sparingWriter;  ///< no writer is killed or restarted
   };
 
-  /// A few blows, while the writer publishes. Afterwards no writer is stopped.
+  /// A few faults, while the writer publishes. Afterwards no writer is stopped.
   void burst(Span span);
 
   /// The directory holds the files of this incarnation.
@@ -34,11 +34,11 @@ class Blows {
   struct Kind {
     const char* name;
     unsigned weight;
-    Member* (Blows::*strike)();  ///< returns who was hit, or null when nobody can be
+    Member* (Faults::*inject)();  ///< returns the process, or null when none fits
   };
   static const Kind kinds[];
 
-  void strike();
+  void inject();
   const Kind& draw();
   void pause(unsigned mostMilliseconds);
   void endStopOfWriter();
@@ -59,9 +59,9 @@ class Blows {
 
   void kill(Member& member);
 
-  Crew& crew_;
+  Processes& processes_;
   std::string directory_;
-  Simulation::Random random_;
+  Random random_;
   Report& report_;
   bool sparingWriter_ = false;
   std::deque<std::string> history_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/chaos/survey.h"
+#include "stress/chaos/process_usage.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 #include "fault/fault.h"
 
@@ -19,12 +19,12 @@ ZorbeTest::~ZorbeTest() {
   checkDescriptors();
 }
 
-// A test that stopped early has not come to its faults: no news.
+// A test that stopped early has not reached its faults.
 void ZorbeTest::checkFaults() const {
   if (unfiredAllowed_ || HasFailure() || IsSkipped()) return;
   const auto unfired = Fault::unfired();
   if (!unfired.empty()) {
-    ADD_FAILURE() << "armed, but never struck: " << testing::PrintToString(unfired);
+    ADD_FAILURE() << "armed, but never fired: " << testing::PrintToString(unfired);
   }
 }
 

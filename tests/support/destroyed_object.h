@@ -8,18 +8,19 @@
 
 namespace Zorbe::Test {
 
-/// An object that can still be looked at when it has been destroyed.
+/// An object whose memory can be read after its destruction.
 template <class Object>
-class Corpse {
+class DestroyedObject {
  public:
   template <class... Args>
-  explicit Corpse(Args&&... args) : object_(new (storage_) Object(std::forward<Args>(args)...)) {}
+  explicit DestroyedObject(Args&&... args)
+      : object_(new (storage_) Object(std::forward<Args>(args)...)) {}
 
   Object* operator->() { return object_; }
 
-  /// Destroys the object, and returns what is then where this member of it was.
+  /// Destroys the object, and returns the bytes that are then where this member was.
   template <class Value>
-  Value leftBehind(Value& member) {
+  Value destroyAndRead(Value& member) {
     const std::ptrdiff_t place = reinterpret_cast<unsigned char*>(&member) - storage_;
     object_->~Object();
     Value left;

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "support/fake_platform.h"
-#include "support/zorbe_test.h"
+#include "support/fixture.h"
 
 namespace Zorbe::Test {
 
 /// For tests of the library's classes, whose objects are declared as members of derived
-/// fixtures (or in the test) and so are gone before the platform is.
+/// fixtures (or in the test) and so are destroyed before the platform.
 class FakePlatformTest : public ZorbeTest {
  protected:
   FakePlatform platform;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/chaos/storm.h"
+#include "stress/chaos/stress_run.h"
 
 #include <brask/linux/stream_debug_handler.h>
 #include <sys/wait.h>
@@ -14,8 +14,8 @@
 #include <iostream>
 #include <utility>
 
-#include "stress/chaos/blows.h"
-#include "stress/chaos/rest.h"
+#include "stress/chaos/faults.h"
+#include "stress/chaos/idle_check.h"
 #include "support/test_root.h"
 
 namespace Zorbe::Test::Chaos {
@@ -23,45 +23,45 @@ namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 
-class Storm {
+class StressRun {
  public:
-  Storm(const Settings& settings, const TestRoot& root, Report& report)
+  StressRun(const Settings& settings, const TestRoot& root, Report& report)
       : settings_(settings),
         report_(report),
-        crew_(settings.readers, root / "witness", settings.flaw),
-        blows_(crew_, root / "quotes", settings.seed, report),
-        rest_(crew_, settings.patience, report) {}
+        processes_(settings.readers, root / "writers", settings.flaw),
+        faults_(processes_, root / "quotes", settings.seed, report),
+        idleCheck_(processes_, settings.timeout, report) {}
 
   void run() {
     begin();
     while (!isOver()) {
       if (interrupted) throw Failure("interrupted");
-      blows_.burst(spanNow());
+      faults_.burst(spanNow());
       converge();
-      rest_.survey(isWarm());
+      idleCheck_.check(isWarm());
     }
     end();
   }
 
-  std::string trace() { return blows_.history() + crew_.logs(); }
+  std::string trace() { return faults_.history() + processes_.logs(); }
   double elapsed() const { return std::chrono::duration<double>(Clock::now() - began_).count(); }
 
  private:
   void begin() {
-    crew_.candidate().start();
-    for (Member& reader : crew_.readers()) reader.start();
-    if (settings_.flaw == Flaw::ignoresTheLock) crew_.competitor().start();
+    processes_.candidate().start();
+    for (Member& reader : processes_.readers()) reader.start();
+    if (settings_.flaw == Flaw::kIgnoresTheLock) processes_.competitor().start();
     converge();
-    rest_.survey(false);
+    idleCheck_.check(false);
   }
 
   void end() {
-    crew_.forEach([](Member& member) {
-      if (member.isStopped()) member.goOn();
+    processes_.forEach([](Member& member) {
+      if (member.isStopped()) member.resume();
     });
     converge();
-    rest_.survey(isWarm());
-    crew_.forEach([](Member& member) {
+    idleCheck_.check(isWarm());
+    processes_.forEach([](Member& member) {
       if (member.isAlive()) member.leave();
     });
   }
@@ -78,65 +78,65 @@ class Storm {
 
   // The first tenth, as it is planned.
   bool isWarm() const {
-    constexpr unsigned fewestKills = 50;
-    if (report_.kills < fewestKills) return false;
+    constexpr unsigned kFewestKills = 50;
+    if (report_.kills < kFewestKills) return false;
     if (settings_.kills > 0) return report_.kills >= settings_.kills / 10;
     return elapsed() >= settings_.seconds / 10.0;
   }
 
-  // In every fourth span the writer is not killed, so that there are some that live long, and in
-  // another one everybody has to get over each single blow.
-  Blows::Span spanNow() const {
-    constexpr unsigned spans = 4;
-    const unsigned span = report_.kills / killsPerSpan() % spans;
-    return {span == 1, span == spans - 1};
+  // In every fourth span the writer is not killed, so that some writers live long. In another one
+  // the processes have to converge after each single fault.
+  Faults::Span spanNow() const {
+    constexpr unsigned kSpans = 4;
+    const unsigned span = report_.kills / killsPerSpan() % kSpans;
+    return {span == 1, span == kSpans - 1};
   }
 
   unsigned killsPerSpan() const {
-    constexpr unsigned fewest = 10;
-    constexpr unsigned most = 250;
-    return settings_.kills > 0 ? std::clamp(settings_.kills / 16, fewest, most) : most;
+    constexpr unsigned kFewest = 10;
+    constexpr unsigned kMost = 250;
+    return settings_.kills > 0 ? std::clamp(settings_.kills / 16, kFewest, kMost) : kMost;
   }
 
   void converge() {
-    crew_.publish(1);
+    processes_.publish(1);
     const auto start = Clock::now();
-    if (!crew_.await(start + settings_.patience, [&] { return isConverged(); }))
-      throw Failure("not converged: " + crew_.describe());
+    if (!processes_.await(start + settings_.timeout, [&] { return isConverged(); }))
+      throw Failure("not converged: " + processes_.describe());
     const std::chrono::duration<double, std::milli> took = Clock::now() - start;
-    const pid_t writer = crew_.writer()->pid();
+    const pid_t writer = processes_.writer()->pid();
     const bool same = std::exchange(writer_, writer) == writer;
     (same ? report_.underSame : report_.underAnother).push_back(took.count());
-    for (Member& reader : crew_.readers()) {
+    for (Member& reader : processes_.readers()) {
       if (!reader.isAwake()) continue;
-      reader.requireTold(writer);
-      reader.owe(writer);
+      reader.requireDepartureReported(writer);
+      reader.expectDeparture(writer);
     }
   }
 
-  // In the directory, too: after it was removed, the writer's table is another one.
+  // Checks the directory, too: after its removal, the writer's table is another one.
   bool isConverged() {
-    return crew_.isConverged() && blows_.isInPlace(crew_.writer()->place().fenix);
+    return processes_.isConverged() && faults_.isInPlace(processes_.writer()->place().fenix);
   }
 
   const Settings& settings_;
   Report& report_;
   Clock::time_point began_ = Clock::now();
   pid_t writer_ = 0;
-  Crew crew_;
-  Blows blows_;
-  Rest rest_;
+  Processes processes_;
+  Faults faults_;
+  IdleCheck idleCheck_;
 };
 
 void lead(const Settings& settings, const TestRoot& root, Report& report) {
-  Storm storm(settings, root, report);
+  StressRun stressRun(settings, root, report);
   try {
-    storm.run();
+    stressRun.run();
   } catch (const std::exception& failure) {
     report.failure = failure.what();
-    report.trace = storm.trace();
+    report.trace = stressRun.trace();
   }
-  report.seconds = storm.elapsed();
+  report.seconds = stressRun.elapsed();
 }
 
 std::string whatIsLeft() {
@@ -156,7 +156,7 @@ void interrupt() noexcept {
   interrupted = 1;
 }
 
-Report conduct(const Settings& settings) {
+Report runStress(const Settings& settings) {
   Report report;
   std::string path;
   {

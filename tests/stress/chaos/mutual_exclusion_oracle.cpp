@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stress/chaos/witness.h"
+#include "stress/chaos/mutual_exclusion_oracle.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -24,16 +24,16 @@ struct flock wholeFile(short type) {
 
 }  // namespace
 
-Witness::Witness(const std::string& path)
+MutualExclusionOracle::MutualExclusionOracle(const std::string& path)
     : fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)) {
   if (fd_ < 0) fail("open");
 }
 
-Witness::~Witness() {
+MutualExclusionOracle::~MutualExclusionOracle() {
   EXPECT_EQ(0, ::close(fd_));
 }
 
-pid_t Witness::take() {
+pid_t MutualExclusionOracle::take() {
   struct flock lock = wholeFile(F_WRLCK);
   while (::fcntl(fd_, F_SETLK, &lock) != 0) {
     if (errno != EAGAIN && errno != EACCES) fail("fcntl");
@@ -44,7 +44,7 @@ pid_t Witness::take() {
   return 0;
 }
 
-void Witness::giveBack() {
+void MutualExclusionOracle::release() {
   struct flock lock = wholeFile(F_UNLCK);
   if (::fcntl(fd_, F_SETLK, &lock) != 0) fail("fcntl");
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a process of a storm needs besides its client.
+// What a process of a stress run needs besides its client.
 #pragma once
 
 #include <brask/linux/event_loop.h>
@@ -14,9 +14,9 @@
 
 namespace Zorbe::Test::Chaos {
 
-inline constexpr const char* tableName = "quotes";
+inline constexpr const char* kTableName = "quotes";
 
-/// Keeps the latest failures alone: a process that is never killed has many to tell.
+/// Keeps only the latest failures: a process that is never killed logs many.
 class ShortLog final : public Brask::Platform::DebugHandler {
  public:
   ShortLog();
@@ -28,35 +28,35 @@ class ShortLog final : public Brask::Platform::DebugHandler {
   unsigned lines_ = 0;
 };
 
-/// Signs its process in at a place of the board, and turns its loop until SIGTERM comes.
-class ChaosStage {
+/// Registers its process at a place of the board, and turns its loop until SIGTERM.
+class ClientContext {
  public:
-  ChaosStage(Channel& parent, Place& place);
+  ClientContext(Channel& parent, Place& place);
 
-  /// Calls `tellState` after each turn, which says whether there was anything to tell.
+  /// Calls `updateState` after each turn; when it returns true, notifies the parent.
   template <class TellState>
-  void run(TellState tellState) {
-    while (!isAskedToLeave()) {
-      if (tellState()) ring();
+  void run(TellState updateState) {
+    while (!isStopRequested()) {
+      if (updateState()) notifyParent();
       loop.turn(-1);
     }
   }
 
   Brask::Linux::EventLoop loop;
   ShortLog log;
-  RootPath root{log, tableName, true};
+  RootPath root{log, kTableName, true};
 
  private:
-  static bool isAskedToLeave();
-  void ring();
+  static bool isStopRequested();
+  void notifyParent();
 
   Channel& parent_;
 };
 
-/// Opens a descriptor that nobody will close.
+/// Opens a descriptor that is never closed.
 void leakDescriptor();
 
-/// Stores, and says whether that is news.
+/// Stores the value. Returns whether it is another one.
 template <class Atomic, class Value>
 bool update(Atomic& where, Value value) {
   return where.exchange(value) != value;

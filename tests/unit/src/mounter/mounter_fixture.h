@@ -2,7 +2,7 @@
 #pragma once
 
 #include "fault/fault.h"
-#include "support/fake_platform_test_fixture.h"
+#include "support/fake_platform_fixture.h"
 
 #include <zorbe/exceptions.h>
 #include <zorbe/mounter.h>
@@ -12,7 +12,7 @@
 
 namespace Zorbe::Test {
 
-/// A client that notes what it is told.
+/// A client that records its callbacks.
 class Client : public MounterBase {
  public:
   explicit Client(FakePlatform& platform) : platform_(platform) {}
@@ -28,7 +28,7 @@ class Client : public MounterBase {
   FakePlatform& platform_;
 };
 
-/// A child of a ParentMounterSm that notes what it is told.
+/// A child of a ParentMounterSm that records its callbacks.
 class Child : public Brask::Platform::InotifyHandler {
  public:
   explicit Child(FakePlatform& platform) : platform_(platform) {}

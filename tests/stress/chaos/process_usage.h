@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What processes hold, as the kernel counts it: it has to stay what it was.
+// The resources of processes, as the kernel counts them.
 #pragma once
 
 #include <sys/types.h>
@@ -36,6 +36,6 @@ struct Course {
 
 /// Memory may grow by this much, after the warm-up, and never more: what the allocator
 /// keeps depends on the order in which things come and go.
-inline constexpr long pagesOfGrowth = 64;
+inline constexpr long kPagesOfGrowth = 64;
 
 }  // namespace Zorbe::Test::Chaos

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "support/census.h"
+#include "support/noncopyable.h"
 #include "support/recording_handler.h"
 #include "support/test_root.h"
 
@@ -18,12 +19,9 @@ namespace Zorbe::Test {
 ///   - logged at level 0 without `handler.expectFailures()` or `allowFailures()`,
 ///   - left a descriptor open, or closed one that was not its own,
 ///   - armed a fault that never struck.
-/// It looks from its destructor, when the members of derived fixtures are gone.
-class ZorbeTest : public testing::Test {
+/// It checks in its destructor, after the members of derived fixtures.
+class ZorbeTest : public testing::Test, private NonCopyable {
  public:
-  ZorbeTest(const ZorbeTest&) = delete;
-  ZorbeTest& operator=(const ZorbeTest&) = delete;
-
  protected:
   ZorbeTest();
   ~ZorbeTest() override;

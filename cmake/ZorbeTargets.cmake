@@ -15,6 +15,29 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 
+# Resolves an option that is AUTO: ON if all packages that `what` needs are installed. Otherwise
+# OFF, and the missing ones are printed.
+function(zorbe_resolve_auto option what)
+  if(NOT ${option} STREQUAL "AUTO")
+    return()
+  endif()
+  set(missing)
+  foreach(package IN LISTS ARGN)
+    find_package(${package} QUIET)
+    if(NOT ${package}_FOUND)
+      list(APPEND missing ${package})
+    endif()
+  endforeach()
+  if(missing)
+    list(JOIN missing ", " missing)
+    message(NOTICE "Zorbe: without ${what}, since these are not installed: ${missing} "
+      "(scripts/setup installs them)")
+    set(${option} OFF PARENT_SCOPE)
+  else()
+    set(${option} ON PARENT_SCOPE)
+  endif()
+endfunction()
+
 option(ZORBE_WERROR "Treat the project's own warnings as errors (our presets turn it on)" OFF)
 
 function(zorbe_warnings target)
@@ -33,6 +56,40 @@ function(zorbe_few_pages target)
   if(type STREQUAL "SHARED_LIBRARY")
     target_link_options(${target} PRIVATE "LINKER:-z,now")
   endif()
+endfunction()
+
+option(ZORBE_HARDENED "Harden the libraries and the command (preset release)" OFF)
+if(ZORBE_HARDENED)
+  include(CheckCXXCompilerFlag)
+  include(CheckCXXSourceCompiles)
+  check_cxx_compiler_flag(-fstack-protector-strong ZORBE_HAS_STACK_PROTECTOR)
+  # Of x86 only.
+  check_cxx_compiler_flag(-fcf-protection ZORBE_HAS_CF_PROTECTION)
+  # A C library or compiler that knows only level 2 warns of level 3.
+  set(CMAKE_REQUIRED_FLAGS "-O2 -Werror -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
+  check_cxx_source_compiles("#include <cstdlib>\nint main() {}" ZORBE_HAS_FORTIFY_3)
+  unset(CMAKE_REQUIRED_FLAGS)
+endif()
+
+# Stack protector, checked calls of the C library, control-flow protection and full RELRO.
+function(zorbe_hardened target)
+  if(NOT ZORBE_HARDENED)
+    return()
+  endif()
+  if(ZORBE_HAS_STACK_PROTECTOR)
+    target_compile_options(${target} PRIVATE -fstack-protector-strong)
+  endif()
+  if(ZORBE_HAS_CF_PROTECTION)
+    target_compile_options(${target} PRIVATE -fcf-protection)
+  endif()
+  set(level 2)
+  if(ZORBE_HAS_FORTIFY_3)
+    set(level 3)
+  endif()
+  # It needs a compiler that optimises.
+  target_compile_options(${target} PRIVATE
+    $<$<NOT:$<CONFIG:,Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=${level}>)
+  target_link_options(${target} PRIVATE "LINKER:-z,relro" "LINKER:-z,now")
 endfunction()
 
 # Exports from the shared library `target` only what the version script `map` names.

@@ -131,7 +131,7 @@ void reportHashes(Results& results, const Rates& rates, double gigahertz) {
                    spreadOf(cyclesPerByte),
                    "",
                    {},
-                   string ? "4" : "5"});
+                   string ? "<= 4" : "<= 5"});
     }
   }
 }

@@ -11,12 +11,14 @@ extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
+void __libc_free(void* memory);
 }
 #endif
 
 namespace {
 
 std::atomic<long> count{0};
+std::atomic<long> freed{0};
 
 }  // namespace
 
@@ -45,6 +47,11 @@ __attribute__((visibility("default"))) void* realloc(void* memory, std::size_t s
   note();
   return __libc_realloc(memory, size);
 }
+
+__attribute__((visibility("default"))) void free(void* memory) {
+  if (memory != nullptr) freed.fetch_add(1, std::memory_order_relaxed);
+  __libc_free(memory);
+}
 }
 #endif
 
@@ -52,6 +59,10 @@ namespace Bench {
 
 long allocations() {
   return count.load(std::memory_order_relaxed);
+}
+
+long releases() {
+  return freed.load(std::memory_order_relaxed);
 }
 
 bool countsAllocations() {

@@ -11,7 +11,7 @@
 
 namespace Bench {
 
-/// A median and the middle half around it.
+/// A median and the interquartile range around it.
 struct Spread {
   double median = 0;
   double low = 0;   // first quartile

@@ -95,7 +95,7 @@ void measureAllocations(Results& results) {
                  {perRound, perRound, perRound},
                  "",
                  {},
-                 "= 0"});
+                 "= " + std::to_string(readers)});
   }
 }
 

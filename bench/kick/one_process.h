@@ -30,15 +30,20 @@ class OneProcess {
   }
 
   void round() {
-    writer_->publish();
+    wake();
     settle();
   }
 
- private:
+  /// Publishes, which kicks every reader; none has run yet.
+  void wake() { writer_->publish(); }
+
+  /// Until every reader has reported and sleeps.
+
   void settle() {
     while (writer_->sleeping() < readers_.size()) loop_.turn(-1);
   }
 
+ private:
   ScratchDirectory directory_;
   SilentHandler handler_;
   Published published_{0};

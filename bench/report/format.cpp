@@ -76,7 +76,7 @@ Table tableOf(const std::vector<Row>& rows) {
     if (!row.baseline.empty()) baseline = row.baseline;
     goals = goals || !row.goal.empty();
   }
-  Table table{{"subject", "load", "median (middle half)"}};
+  Table table{{"subject", "load", "median (interquartile range)"}};
   if (!baseline.empty()) table.front().push_back("ratio to " + baseline);
   if (goals) table.front().push_back("goal");
   for (const Row& row : rows) {

@@ -8,7 +8,7 @@
 
 namespace Bench {
 
-/// A picture in SVG: one bar per row, its length the median, its whisker the middle half.
+/// A picture in SVG: one bar per row, its length the median, its whisker the interquartile range.
 std::string barPlot(const std::string& title, const std::vector<Row>& rows);
 
 }  // namespace Bench

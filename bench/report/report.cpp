@@ -4,12 +4,13 @@
 // its pictures.
 // usage: bench_report <results> [<template of the document> <folder of the documents>]
 //
-// In the template, a line "@table GROUP@" stands for the table of that group, "@machine@" for
-// the machine and the day.
+// In the template, a line "@table GROUP@" stands for the table of that group, "@summary@" for
+// every goal and whether it was met, "@machine@" for the machine and the day.
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -19,6 +20,7 @@
 #include <stdexcept>
 
 #include "report/format.h"
+#include "report/goal.h"
 #include "report/plot.h"
 
 namespace Bench {
@@ -78,7 +80,7 @@ std::string machine(const std::vector<Row>& rows) {
   text += ", " + std::to_string(::sysconf(_SC_NPROCESSORS_ONLN)) + " CPUs";
   if (processorSays("flags").find(" hypervisor") != std::string::npos) text += ", virtual machine";
   text += ", Linux " + release.substr(0, release.find('.', release.find('.') + 1));
-  return text + ", g++ " + std::to_string(__GNUC__) + ", preset `release`, " + date;
+  return text + ", g++ " + std::to_string(__GNUC__) + ", preset `bench`, " + date;
 }
 
 void writeFile(const std::filesystem::path& path, const std::string& content) {
@@ -87,15 +89,46 @@ void writeFile(const std::filesystem::path& path, const std::string& content) {
   if (!out.flush()) throw std::runtime_error("cannot write " + path.string());
 }
 
+// The group of a line "@table GROUP@"; nothing for any other line.
+std::string groupIn(const std::string& line) {
+  const std::string table = "@table ";
+  if (line.rfind(table, 0) != 0) return "";
+  return line.substr(table.size(), line.size() - table.size() - 1);
+}
+
+// "[Many readers](#many-readers)"
+std::string linkTo(const std::string& heading) {
+  std::string anchor;
+  for (const char c : heading) {
+    if (std::isalnum(static_cast<unsigned char>(c)) != 0)
+      anchor += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (c == ' ' || c == '-') anchor += '-';
+  }
+  return "[" + heading + "](#" + anchor + ")";
+}
+
+// Each group, and a link to the chapter of the template that shows it.
+std::vector<std::pair<std::string, std::string>> chaptersOf(const std::string& form) {
+  std::ifstream in(form);
+  std::vector<std::pair<std::string, std::string>> chapters;
+  std::string chapter;
+  for (std::string line; std::getline(in, line);) {
+    const std::string heading = "## ";
+    if (line.rfind(heading, 0) == 0) chapter = linkTo(line.substr(heading.size()));
+    if (!groupIn(line).empty()) chapters.emplace_back(groupIn(line), chapter);
+  }
+  return chapters;
+}
+
 std::string document(const std::string& form, const std::vector<Row>& rows) {
   std::ifstream in(form);
   if (!in) throw std::runtime_error("cannot read " + form);
   std::string text;
   for (std::string line; std::getline(in, line);) {
-    const std::string table = "@table ";
-    if (line.rfind(table, 0) == 0) {
-      const std::string group = line.substr(table.size(), line.size() - table.size() - 1);
+    if (const std::string group = groupIn(line); !group.empty()) {
       text += markdown(tableOf(rowsOf(rows, group)));
+    } else if (line == "@summary@") {
+      text += summaryText(rows) + "\n\n" + markdown(summaryOf(rows, chaptersOf(form)));
     } else if (line == "@machine@") {
       text += machine(rows) + "\n";
     } else {
@@ -137,6 +170,7 @@ void run(int argc, char** argv) {
     std::cout << "\n" << group << "\n";
     print(tableOf(rowsOf(rows, group)));
   }
+  std::cout << "\n" << summaryText(rows) << "\n";
   if (argc == 4) writeDocuments(argv[2], argv[3], rows);
 }
 

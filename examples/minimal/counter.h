@@ -17,15 +17,17 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/// Maps the table of `root`, making it when it is not there. Mapped for good.
+/// Maps the table of `root`, for good. Only the writer, whose root is one that is created, makes
+/// a table: a reader that did would read one that nobody writes.
 inline std::atomic<uint64_t>& mapCounter(Brask::Platform::DebugHandler& log,
                                          const Zorbe::RootPath& root) {
+  constexpr off_t kSize = sizeof(uint64_t);
   const std::string path = root.fullPath("slots");
-  Zorbe::Util::touch(log, path);
+  if (root.create) Zorbe::Util::touch(log, path);
   const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-  if (fd < 0) throw std::runtime_error("cannot open " + path);
-  const bool sized = ::ftruncate(fd, sizeof(uint64_t)) == 0;
-  void* memory = ::mmap(nullptr, sizeof(uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (fd < 0) throw std::runtime_error("no table: cannot open " + path);
+  const bool sized = root.create ? ::ftruncate(fd, kSize) == 0 : ::lseek(fd, 0, SEEK_END) == kSize;
+  void* memory = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   static_cast<void>(::close(fd));  // the mapping keeps the file
   if (!sized || memory == MAP_FAILED) throw std::runtime_error("cannot map " + path);
   return *static_cast<std::atomic<uint64_t>*>(memory);

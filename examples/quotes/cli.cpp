@@ -23,10 +23,10 @@ extern "C" void onSignal(int number) {
   if (Brask::Linux::EventLoop* loop = signalledLoop.load()) loop->stop();
 }
 
+// Without SA_RESTART: a signal ends a connect(2) that waits for a stopped writer.
 void handle(int number, void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
-  action.sa_flags = SA_RESTART;
   sigemptyset(&action.sa_mask);
   if (::sigaction(number, &action, nullptr) != 0) throw std::runtime_error("sigaction() failed");
 }
@@ -85,6 +85,17 @@ int runProgram(const std::string& program, const std::function<int()>& run) {
   }
 }
 
+void runLoop(Brask::Linux::EventLoop& loop, const std::function<void()>& recover) {
+  for (;;) {
+    try {
+      return loop.run();
+    } catch (const Brask::Exception& failure) {
+      std::cerr << failure.msg() << std::endl;
+      recover();
+    }
+  }
+}
+
 Signals::Signals(Brask::Linux::EventLoop& loop) {
   signalledLoop.store(&loop);
   for (const int number : {SIGINT, SIGTERM, SIGUSR1}) handle(number, onSignal);
@@ -92,7 +103,7 @@ Signals::Signals(Brask::Linux::EventLoop& loop) {
 
 Signals::~Signals() {
   for (const int number : {SIGINT, SIGTERM, SIGUSR1})
-    static_cast<void>(std::signal(number, SIG_DFL));
+    static_cast<void>(std::signal(number, SIG_IGN));
   signalledLoop.store(nullptr);
 }
 

@@ -40,8 +40,13 @@ std::optional<std::string> parseCommandLine(int argc, char** argv,
 /// Returns what `run` returns, or tells on standard error what it throws.
 int runProgram(const std::string& program, const std::function<int()>& run);
 
+/// Runs the loop until it is stopped. After each exception of the library that has left it, calls
+/// `recover` and goes on.
+void runLoop(Brask::Linux::EventLoop& loop, const std::function<void()>& recover);
+
 /// For its lifetime: SIGINT and SIGTERM end `loop.run()`, and so does SIGUSR1, which also
-/// asks for a printout. One at a time.
+/// asks for a printout. One at a time. Afterwards they are ignored: a program that ends
+/// already is not to end otherwise for a second signal.
 class Signals {
  public:
   explicit Signals(Brask::Linux::EventLoop& loop);

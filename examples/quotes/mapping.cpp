@@ -42,12 +42,15 @@ Mapping::Mapping(int fd, int protection, const std::string& path) {
 Mapping Mapping::create(const std::string& path, size_t bytes) {
   const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (file.get() < 0) fail("open()", path, errno);
-  if (::fchmod(file.get(), 0666) != 0) fail("fchmod()", path, errno);
-  // The length first and in one step: whoever opens the file sees none of it or all.
-  if (::ftruncate(file.get(), static_cast<off_t>(bytes)) != 0) fail("ftruncate()", path, errno);
-  const int error = ::posix_fallocate(file.get(), 0, static_cast<off_t>(bytes));
-  if (error != 0) fail("posix_fallocate()", path, error);
-  return Mapping(file.get(), PROT_READ | PROT_WRITE, path);
+  try {
+    if (::fchmod(file.get(), 0666) != 0) fail("fchmod()", path, errno);
+    const int error = ::posix_fallocate(file.get(), 0, static_cast<off_t>(bytes));
+    if (error != 0) fail("posix_fallocate()", path, error);
+    return Mapping(file.get(), PROT_READ | PROT_WRITE, path);
+  } catch (...) {
+    static_cast<void>(::unlink(path.c_str()));  // the first failure is the one to report
+    throw;
+  }
 }
 
 std::optional<Mapping> Mapping::open(const std::string& path) {

@@ -17,7 +17,7 @@ class Mapping {
  public:
   /// Makes a new file of `bytes` zero bytes, open to every user. There must be none
   /// of that name. Its room on the disk is taken at once: a full disk is an error
-  /// here and not a SIGBUS later.
+  /// here and not a SIGBUS later. After an error there is no file.
   static Mapping create(const std::string& path, size_t bytes);
 
   /// Maps an existing file for reading; nothing when there is none or it is empty.

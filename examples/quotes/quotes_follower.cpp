@@ -30,10 +30,16 @@ QuotesFollower::QuotesFollower(Brask::Platform::DebugHandler& debugHandler,
       options_(options),
       timer_(Brask::Platform::getTimerControl(this)),
       departure_(*this, debugHandler, root),
-      mounter_(debugHandler, root.name, this) {}
+      watch_(debugHandler, root.name, *this) {}
 
 void QuotesFollower::start() {
   look();
+}
+
+void QuotesFollower::recover() {
+  disconnect();
+  watch_.renew();
+  lookWithin(kRetrySeconds);
 }
 
 // What follows is called by objects that look() may replace: it only sees to it that the loop
@@ -135,6 +141,10 @@ void QuotesFollower::reportCorruption() {
 // is. Disconnected, though: what it would report means nothing to the new incarnation.
 void QuotesFollower::leaveTable() {
   usable_ = false;
+  disconnect();
+}
+
+void QuotesFollower::disconnect() {
   if (reader_ && reader_->isConnected()) reader_->doCloseWriterConnection(true);
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <zorbe/counters.h>
-#include <zorbe/mounter.h>
 #include <zorbe/root_path.h>
 #include <zorbe/unlock.h>
 
@@ -11,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "directory_watch.h"
 #include "quotes_reader.h"
 
 namespace Quotes {
@@ -26,7 +26,7 @@ namespace Quotes {
 /// Three things tell it that the world has changed: the end of the WriterUnlockSm's
 /// connection, the MounterSm's reports about the directory, and the reader itself. All of
 /// them come to one place, look(), which compares what is with what should be and does
-/// what is missing. It does not matter which of them came first, or that one was told twice.
+/// what is missing. It does not matter which of them came first, or that one was reported twice.
 class QuotesFollower : public QuotesReader::Owner,
                        public Zorbe::MounterBase,
                        public Brask::Platform::TimeoutHandler {
@@ -42,6 +42,12 @@ class QuotesFollower : public QuotesReader::Owner,
 
   /// The first look.
   void start();
+
+  /// To be called when an exception of the library has left the loop, as when the directory
+  /// was removed and cannot be made again. Watches it again as soon as that is possible, and
+  /// connects again: the exception may have come out of a pass, which has not reported then,
+  /// and the writer sends no kick before it has a report.
+  void recover();
 
   /// The present incarnation's reader, null before the first.
   const QuotesReader* reader() const { return reader_.get(); }
@@ -77,6 +83,7 @@ class QuotesFollower : public QuotesReader::Owner,
   bool findWriter();
   bool isCurrent();
   void leaveTable();
+  void disconnect();
   void reportCorruption();
   bool mapTable();
   void tell(const std::string& event);
@@ -88,12 +95,12 @@ class QuotesFollower : public QuotesReader::Owner,
   std::unique_ptr<QuotesReader> reader_;
   bool usable_ = false;        // the reader's table may be used
   std::string corruption_;     // what was found wrong with it, to be told
-  uint32_t corruptFenix_ = 0;  // the last incarnation of which that was told
+  uint32_t corruptFenix_ = 0;  // the last incarnation of which that was reported
   bool sawWriter_ = false;     // since the last departure
   uint64_t nextLook_ = 0;      // when, 0 for never
   std::unique_ptr<Brask::Platform::TimerControl> timer_;
   Departure departure_;
-  Zorbe::MounterSm mounter_;
+  DirectoryWatch watch_;
 };
 
 }  // namespace Quotes

@@ -15,6 +15,9 @@ namespace {
 // millisecond.
 constexpr uint32_t kChangesPerPass = 4096;
 
+// The rest of a reader that is woken for nothing.
+constexpr double kStallSeconds = 0.02;
+
 }  // namespace
 
 QuotesReader::QuotesReader(Brask::Platform::DebugHandler& debugHandler, const Zorbe::RootPath& root,
@@ -71,6 +74,8 @@ uint64_t QuotesReader::readerSequence() {
     throw;  // the base class logs it, and reports nothing
   }
   ++(conquerAgain ? counters.conquerYields : counters.conquerNotified);
+  const bool isIdle = !conquerAgain && follower_.sequence() == sentSequence;
+  idlePasses_ = isIdle ? idlePasses_ + 1 : 0;
   return follower_.sequence();
 }
 
@@ -78,22 +83,27 @@ uint64_t QuotesReader::readerSequence() {
 void QuotesReader::timeout() {
   const uint64_t before = passes_;
   ReaderKickSm::timeout();
-  restAfterPass(before);
+  restAfterPass(before, restSeconds_);
 }
 
+// One kick may bring nothing new: an earlier pass has read what it announces. Two in a row mean
+// that this is not the table that the writer publishes in, as when another writer has just taken
+// over. Each report then earns a kick and each kick a report, as fast as both can; a rest
+// gives the owner the time to find out.
 void QuotesReader::fdEvent(int fd) {
   const uint64_t before = passes_;
   ReaderKickSm::fdEvent(fd);
-  restAfterPass(before);
+  const bool isStalled = idlePasses_ > 1 && restSeconds_ <= 0;
+  restAfterPass(before, isStalled ? kStallSeconds : restSeconds_);
 }
 
 // Resting: kicks are still read, but answered by no pass and no report, so the writer
 // sends one kick at most however much it publishes. notifying(true) makes up for it all
 // with one pass. Not in the middle of a long pass: notifying(false) would cut it short.
-void QuotesReader::restAfterPass(uint64_t passesBefore) {
-  if (restSeconds_ <= 0 || passes_ == passesBefore || conquerAgain) return;
+void QuotesReader::restAfterPass(uint64_t passesBefore, double seconds) {
+  if (seconds <= 0 || passes_ == passesBefore || conquerAgain) return;
   notifying(false);
-  rest_.timer->start(restSeconds_);
+  rest_.timer->start(seconds);
 }
 
 std::string QuotesReader::readerName() const {

@@ -66,12 +66,13 @@ class QuotesReader : public Zorbe::ReaderKickSm {
     std::unique_ptr<Brask::Platform::TimerControl> timer;
   };
 
-  void restAfterPass(uint64_t passesBefore);
+  void restAfterPass(uint64_t passesBefore, double seconds);
 
   ChangeFollower follower_;
   double restSeconds_;
   Owner& client_;
   uint64_t passes_ = 0;
+  unsigned idlePasses_ = 0;  // in a row
   Rest rest_;
 };
 

@@ -43,9 +43,9 @@ void QuotesWriter::open() {
   createKickSocket();
   const Legacy legacy = takeOver();
   tookOver_ = legacy.fenix != 0;
-  auto mounter = std::make_unique<Zorbe::MounterSm>(*handler, rootPath.name, this);
+  auto watch = std::make_unique<DirectoryWatch>(*handler, rootPath.name, *this);
   makeTable(legacy);
-  mounter_ = std::move(mounter);
+  watch_ = std::move(watch);
   doEnableListen();
 }
 
@@ -78,9 +78,13 @@ std::unique_ptr<TableWriter> QuotesWriter::makeTable(const Legacy& legacy) {
   return table;
 }
 
+void QuotesWriter::recover() {
+  if (watch_) watch_->renew();
+}
+
 uint64_t QuotesWriter::publish(const Quote& quote) {
   const uint32_t usedBefore = table_->usedSlots();
-  // The memory first, then `writerSequence`, then the kick: whoever is woken finds it.
+  // The memory first, then `writerSequence`, then the kick: a reader that is woken finds it.
   writerSequence = table_->publish(quote);
   doKickSleepers();
   ++counters_.directWrite;
@@ -139,7 +143,7 @@ void QuotesWriter::readersChanged() {
   log(*handler, 5, "QuotesWriter::readersChanged() connections: ", readers.size());
 }
 
-// Also about what this writer did itself: whoever looks finds everything in place then.
+// Also about what this writer did itself: everything is found in place then.
 void QuotesWriter::rootChanged(const std::string& what) {
   log(*handler, 5, "QuotesWriter::rootChanged() ", rootPath, " ", what);
   ++counters_.inotifyTriggers;
@@ -152,10 +156,12 @@ void QuotesWriter::Caretaker::start(double seconds) {
   if (!std::exchange(due, true)) timer->start(seconds);
 }
 
+// A full disk leaves the incarnation's file empty and nobody says so: the event of each attempt
+// to write it leads back here.
 void QuotesWriter::restoreFiles() {
   caretaker_.due = false;
   try {
-    if (!table_->isInPlace(rootPath)) {
+    if (!table_->isInPlace()) {
       remakeTable();
     } else if (Zorbe::FenixFile::read(*handler, rootPath.path) != table_->fenix()) {
       Zorbe::FenixFile::write(*handler, rootPath.path, table_->fenix());

@@ -3,12 +3,12 @@
 
 #include <zorbe/counters.h>
 #include <zorbe/kick.h>
-#include <zorbe/mounter.h>
 
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "directory_watch.h"
 #include "quote.h"
 #include "table_writer.h"
 
@@ -21,9 +21,11 @@ namespace Quotes {
 ///     writer.open();
 ///     writer.publish({"ABC", 101250, 300});
 ///
-/// A writer never touches the files of an earlier one, which may have been killed in
+/// A writer never changes the files of an earlier one, which may have been killed in
 /// the middle of a store. It takes over what is whole in them, goes on with their
-/// sequence, and makes files of its own: a new incarnation. Readers of the old one map
+/// sequence, and makes files of its own: a new incarnation, which replaces the old one when
+/// it is complete. Until then, and when the new one cannot be made (the disk is full, or it
+/// would have too few slots), the table that was there stays. Readers of the old one map
 /// the new one before they report to this writer.
 ///
 /// When somebody removes the files or the whole directory, it makes them again with all that
@@ -39,8 +41,13 @@ class QuotesWriter : public Zorbe::WriterKickSm, public Zorbe::MounterBase {
 
   /// Becomes the writer, makes the table, and lets readers connect. Throws
   /// Zorbe::DuplicateWriterException when there is a writer, Brask::RuntimeException
-  /// when the files cannot be made.
+  /// when the files cannot be made or have too few slots for the table that is there.
   void open();
+
+  /// To be called when an exception of the library has left the loop, as when the directory
+  /// was removed and cannot be made again. The table stays in memory; its files are put back
+  /// when they can be.
+  void recover();
 
   /// Stores and announces one quote; returns its sequence. Throws what
   /// TableWriter::publish throws.
@@ -87,7 +94,7 @@ class QuotesWriter : public Zorbe::WriterKickSm, public Zorbe::MounterBase {
   bool tookOver_ = false;
   Zorbe::Writer::Counters counters_{};
   Caretaker caretaker_;
-  std::unique_ptr<Zorbe::MounterSm> mounter_;
+  std::unique_ptr<DirectoryWatch> watch_;
 };
 
 }  // namespace Quotes

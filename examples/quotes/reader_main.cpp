@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// quotes-reader: follows a table until it is told to end. See usage() below.
+// quotes-reader: follows a table until a signal ends it. See usage() below.
 #include <brask/linux/event_loop.h>
 #include <brask/linux/stream_debug_handler.h>
 
@@ -116,7 +116,7 @@ int follow(Brask::Platform::DebugHandler& log, const Options& options) {
   std::cout << "following " << options.name << std::endl;
   follower.start();
   do {
-    loop.run();
+    runLoop(loop, [&] { follower.recover(); });
     if (signals.takePrintRequest()) printState(follower, options.print);
   } while (!signals.ended());
   printState(follower, options.print);

@@ -11,9 +11,10 @@
 // std::atomic, so that there is no data race in the sense of the language, and all
 // of it is lock-free, which is what makes it work between processes.
 //
-// A file is complete when its magic is there: the writer stores it last. Files are
-// never truncated or used a second time: a new incarnation of the table gets new
-// files, so a reader that still maps the old ones reads old, but whole, memory.
+// Files are never truncated or used a second time: a new incarnation of the table
+// gets new files, so a reader that still maps the old ones reads old, but whole,
+// memory. They are made under other names and renamed when they are complete, so that
+// a writer that is killed meanwhile leaves the table as it was.
 #pragma once
 
 #include <atomic>
@@ -31,10 +32,14 @@ constexpr uint64_t magicOf(const char (&text)[9]) {
   return magic;
 }
 
-constexpr uint64_t kSlotsMagic = magicOf("QUOTES01");
+constexpr uint64_t kSlotsMagic = magicOf("QUOTES02");
 constexpr uint64_t kLogMagic = magicOf("QUOTLOG1");
 constexpr const char* kSlotsFile = "slots";
 constexpr const char* kLogFile = "conquer.1";
+
+// The names until they are complete. They belong to a table, too: `zorbe remove` knows them.
+constexpr const char* kUnfinishedSlotsFile = "buckets";
+constexpr const char* kUnfinishedLogFile = "conquer.2";
 
 constexpr size_t kSymbolBytes = 16;  // the last one is always zero
 
@@ -68,6 +73,12 @@ struct alignas(64) SlotsHeader {
   uint32_t fenix;                 // the incarnation, in both files
   uint32_t capacity;              // in slots
   std::atomic<uint32_t> retired;  // 1: the writer goes on in other files
+
+  /// The record that the latest store has replaced, and the slot, counted from 1. A writer
+  /// that was killed in the middle of a store has lost the new record; this is the one
+  /// before it.
+  std::atomic<uint32_t> replacedSlot;
+  Slot replaced;
 };
 
 /// The change log is a ring: the change with sequence n is entry n % capacity, until
@@ -92,7 +103,7 @@ constexpr uint64_t packChange(uint64_t sequence, uint32_t slot) {
 
 static_assert(std::atomic<uint64_t>::is_always_lock_free, "shared between processes");
 static_assert(std::atomic<uint32_t>::is_always_lock_free, "shared between processes");
-static_assert(sizeof(Slot) == 64 && sizeof(SlotsHeader) == 64 && sizeof(LogHeader) == 128 &&
+static_assert(sizeof(Slot) == 64 && sizeof(SlotsHeader) == 128 && sizeof(LogHeader) == 128 &&
                   sizeof(LogEntry) == 16,
               "the layout is shared between programs");
 

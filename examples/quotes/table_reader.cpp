@@ -25,7 +25,7 @@ template <class Header>
 bool isComplete(const Mapping& file, const std::string& path, uint64_t expected) {
   if (file.size() < sizeof(Header)) corrupt(path, "is too short for a table");
   const uint64_t magic = file.at<Header>(0)->magic.load(std::memory_order_acquire);
-  if (magic == 0) return false;  // being made at this moment
+  if (magic == 0) return false;  // not complete
   if (magic != expected) {
     corrupt(path, "has the magic '" + Zorbe::Util::decodeMagic(magic) + "' and not '" +
                       Zorbe::Util::decodeMagic(expected) + "'");
@@ -61,6 +61,13 @@ TableReader::TableReader(Mapping slots, Mapping log)
     : slots_(std::move(slots)), log_(std::move(log)) {}
 
 std::optional<TableReader> TableReader::open(const Zorbe::RootPath& root) {
+  std::optional<TableReader> table = openAny(root);
+  // The files of two incarnations: the writer is between making one and the other.
+  if (table && table->header().fenix != table->logHeader().fenix) return std::nullopt;
+  return table;
+}
+
+std::optional<TableReader> TableReader::openAny(const Zorbe::RootPath& root) {
   const std::string slotsPath = root.fullPath(kSlotsFile);
   const std::string logPath = root.fullPath(kLogFile);
   std::optional<Mapping> slots = Mapping::open(slotsPath);
@@ -71,14 +78,19 @@ std::optional<TableReader> TableReader::open(const Zorbe::RootPath& root) {
   }
   checkSize<SlotsHeader, Slot>(*slots, slotsPath);
   checkSize<LogHeader, LogEntry>(*log, logPath);
-  TableReader table(std::move(*slots), std::move(*log));
-  // The files of two incarnations: the writer is between making one and the other.
-  if (table.header().fenix != table.logHeader().fenix) return std::nullopt;
-  return table;
+  return TableReader(std::move(*slots), std::move(*log));
 }
 
 TableReader::Outcome TableReader::read(uint32_t index, Record& record, uint32_t* retries) const {
-  const Slot& slot = *slots_.at<Slot>(sizeof(SlotsHeader) + index * sizeof(Slot));
+  return readSlot(*slots_.at<Slot>(sizeof(SlotsHeader) + index * sizeof(Slot)), record, retries);
+}
+
+TableReader::Outcome TableReader::readReplaced(uint32_t index, Record& record) const {
+  const bool isOfSlot = header().replacedSlot.load(std::memory_order_acquire) == index + 1;
+  return isOfSlot ? readSlot(header().replaced, record, nullptr) : Outcome::kEmpty;
+}
+
+TableReader::Outcome TableReader::readSlot(const Slot& slot, Record& record, uint32_t* retries) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const uint32_t guard = slot.guard.load(std::memory_order_acquire);
     if (guard == 0) return Outcome::kEmpty;

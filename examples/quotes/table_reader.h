@@ -35,9 +35,18 @@ class TableReader {
   /// Brask::RuntimeException when the system refuses.
   static std::optional<TableReader> open(const Zorbe::RootPath& root);
 
+  /// For the next writer, when there is none: the files may be of two incarnations, of a
+  /// writer that was killed before it had put the second one in place. Records and sequence
+  /// are the same in both.
+  static std::optional<TableReader> openAny(const Zorbe::RootPath& root);
+
   /// One attempt, with a bounded number of repetitions; `retries`, when given, is
   /// increased by them. Does not look at the checksum.
   Outcome read(uint32_t slot, Record& record, uint32_t* retries = nullptr) const;
+
+  /// The record that was in this slot when a writer was killed that had begun to replace it;
+  /// kEmpty when there was none.
+  Outcome readReplaced(uint32_t slot, Record& record) const;
 
   /// The quote of one symbol, straight from shared memory; nothing when the table does
   /// not have it. Throws Zorbe::CorruptionDetectedException on a wrong checksum, and
@@ -62,6 +71,7 @@ class TableReader {
 
  private:
   TableReader(Mapping slots, Mapping log);
+  static Outcome readSlot(const Slot& slot, Record& record, uint32_t* retries);
   const SlotsHeader& header() const { return *slots_.at<SlotsHeader>(0); }
   const LogHeader& logHeader() const { return *log_.at<LogHeader>(0); }
 

@@ -2,13 +2,8 @@
 #include "table_writer.h"
 
 #include <zorbe/exceptions.h>
-#include <zorbe/util.h>
 
-#include <cerrno>
 #include <cstring>
-#include <ctime>
-
-#include <unistd.h>
 
 #include "clock.h"
 #include "table_reader.h"
@@ -16,14 +11,6 @@
 namespace Quotes {
 
 namespace {
-
-Mapping makeFile(const Zorbe::RootPath& root, const char* name, size_t bytes) {
-  const std::string path = root.fullPath(name);
-  if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
-    throw Brask::RuntimeException("unlink() " + path + ": " + std::strerror(errno));
-  }
-  return Mapping::create(path, bytes);
-}
 
 // Only this process writes, so it may look at its own words without the guard.
 Record recordIn(const Slot& slot) {
@@ -43,8 +30,10 @@ bool isUsed(const Slot& slot) {
 
 TableWriter::TableWriter(const Zorbe::RootPath& root, const Shape& shape, uint32_t fenix,
                          uint64_t sequence)
-    : slots_(makeFile(root, kSlotsFile, sizeof(SlotsHeader) + shape.slots * sizeof(Slot))),
-      log_(makeFile(root, kLogFile, sizeof(LogHeader) + shape.logEntries * sizeof(LogEntry))),
+    : slots_(root, kUnfinishedSlotsFile, kSlotsFile,
+             sizeof(SlotsHeader) + shape.slots * sizeof(Slot)),
+      log_(root, kUnfinishedLogFile, kLogFile,
+           sizeof(LogHeader) + shape.logEntries * sizeof(LogEntry)),
       sequence_(sequence) {
   header().fenix = fenix;
   header().capacity = shape.slots;
@@ -58,9 +47,12 @@ void TableWriter::restore(const Record& record) {
 }
 
 void TableWriter::complete() {
-  // Release: whoever sees a magic sees everything that was stored before it.
+  // Release: a reader that sees a magic sees everything that was stored before it.
   logHeader().magic.store(kLogMagic, std::memory_order_release);
   header().magic.store(kSlotsMagic, std::memory_order_release);
+  // A writer that is killed in between leaves the files of two incarnations, both complete.
+  log_.putInPlace();
+  slots_.putInPlace();
 }
 
 uint64_t TableWriter::publish(const Quote& quote) {
@@ -76,8 +68,8 @@ void TableWriter::retire() {
   header().retired.store(1, std::memory_order_release);
 }
 
-bool TableWriter::isInPlace(const Zorbe::RootPath& root) const {
-  return slots_.isFile(root.fullPath(kSlotsFile)) && log_.isFile(root.fullPath(kLogFile));
+bool TableWriter::isInPlace() const {
+  return slots_.isInPlace() && log_.isInPlace();
 }
 
 std::vector<Record> TableWriter::records() const {
@@ -106,15 +98,26 @@ uint32_t TableWriter::findSlot(const Record& record) const {
                                 " is left for symbol '" + record.symbol + "'");
 }
 
-// Release on every word: a reader that sees one of them also sees the odd guard when it
-// looks again. Release on the last guard: a reader that sees it sees every word.
+// The record that is replaced is kept until the new one is whole.
 void TableWriter::store(uint32_t index, const Record& record) {
+  Slot& target = slot(index);
+  if (isUsed(target)) {
+    put(header().replaced, recordIn(target));
+    header().replacedSlot.store(index + 1, std::memory_order_release);
+  } else {
+    ++usedSlots_;
+  }
+  put(target, record);
+}
+
+// Release on the first guard: what is replaced was kept before. Release on every word: a reader
+// that sees one of them also sees the odd guard when it looks again. Release on the last guard: a
+// reader that sees it sees every word.
+void TableWriter::put(Slot& target, const Record& record) {
   uint64_t words[kRecordWords];
   std::memcpy(words, &record, sizeof(record));
-  Slot& target = slot(index);
   const uint32_t guard = target.guard.load(std::memory_order_relaxed);
-  if (guard == 0) ++usedSlots_;
-  target.guard.store(guard + 1, std::memory_order_relaxed);
+  target.guard.store(guard + 1, std::memory_order_release);
   for (size_t i = 0; i < kRecordWords; ++i) {
     target.words[i].store(words[i], std::memory_order_release);
   }
@@ -134,14 +137,15 @@ void TableWriter::appendChange(uint64_t sequence, uint32_t index) {
 
 Legacy readLegacy(const Zorbe::RootPath& root) {
   Legacy legacy;
-  const std::optional<TableReader> table = TableReader::open(root);
+  const std::optional<TableReader> table = TableReader::openAny(root);
   if (!table) return legacy;
   legacy.sequence = table->published();
   legacy.fenix = table->fenix();
   for (uint32_t i = 0; i < table->slots(); ++i) {
     Record record;
-    const TableReader::Outcome outcome = table->read(i, record);
+    TableReader::Outcome outcome = table->read(i, record);
     if (outcome == TableReader::Outcome::kEmpty) continue;
+    if (outcome == TableReader::Outcome::kBusy) outcome = table->readReplaced(i, record);
     if (outcome == TableReader::Outcome::kWhole && checksumHolds(record)) {
       legacy.records.push_back(record);
     } else {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "mapping.h"
+#include "fresh_file.h"
 #include "quote.h"
 
 namespace Quotes {
@@ -28,25 +28,26 @@ struct Shape {
 /// Errors are thrown as Brask::RuntimeException and leave the table as it was.
 class TableWriter {
  public:
-  /// Makes both files anew, unlinking what was there. The first publish will have the
-  /// sequence after `sequence`.
+  /// Makes both files, beside those of an earlier incarnation. The first publish will have
+  /// the sequence after `sequence`.
   TableWriter(const Zorbe::RootPath& root, const Shape& shape, uint32_t fenix, uint64_t sequence);
 
   /// Puts a record of an earlier incarnation in, before `complete`. Not a publish.
   void restore(const Record& record);
 
-  /// Declares the files complete.
+  /// Puts the files, which are complete, in the place of the earlier ones. Before that, and
+  /// when it throws, the table that was there can be read and taken over.
   void complete();
 
   /// Stores the quote, notes the change in the log, and lets readers see it. Returns
   /// its sequence. Throws when the table is full or the symbol does not fit.
   uint64_t publish(const Quote& quote);
 
-  /// Tells whoever still maps these files that the writer goes on in others.
+  /// Tells the readers that still map these files that the writer goes on in others.
   void retire();
 
   /// True when the directory still holds these files.
-  bool isInPlace(const Zorbe::RootPath& root) const;
+  bool isInPlace() const;
 
   /// Every record of the table.
   std::vector<Record> records() const;
@@ -61,10 +62,11 @@ class TableWriter {
   Slot& slot(uint32_t index) const;
   uint32_t findSlot(const Record& record) const;
   void store(uint32_t index, const Record& record);
+  static void put(Slot& target, const Record& record);
   void appendChange(uint64_t sequence, uint32_t index);
 
-  Mapping slots_;
-  Mapping log_;
+  FreshFile slots_;
+  FreshFile log_;
   uint64_t sequence_;
   uint32_t usedSlots_ = 0;
 };
@@ -77,7 +79,8 @@ struct Legacy {
   std::vector<Record> records;
 };
 
-/// Reads it. A writer that was killed while it stored a record loses that one. Throws
+/// Reads it. A writer that was killed while it stored a record loses that one, which was not
+/// published yet, and not the one that it was to replace. Throws
 /// Zorbe::CorruptionDetectedException when the files are not a table.
 Legacy readLegacy(const Zorbe::RootPath& root);
 

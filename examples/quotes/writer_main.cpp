@@ -93,7 +93,7 @@ class Program : public Brask::Platform::TimeoutHandler {
               << std::endl;
     timer_->start(0.0);
     do {
-      loop_.run();
+      runLoop(loop_, [this] { writer_.recover(); });
       if (signals.takePrintRequest()) printState();
     } while (!signals.ended() && !done_);
     printState();
@@ -101,7 +101,7 @@ class Program : public Brask::Platform::TimeoutHandler {
   }
 
   // The library tells nobody that a reader has connected for good or fallen asleep, so
-  // whoever waits for that looks every now and then.
+  // this program looks every now and then.
   void timeout() override {
     constexpr double kLookSeconds = 0.01;
     if (!fed_ && writer_.reportingReaders() >= options_.awaitReaders) {

@@ -50,7 +50,7 @@ struct ZORBE_EXPORT Counters {
   uint32_t keyShadowMismatch;  ///< keys that differed from their shadow
   uint32_t invalidIterHints;   ///< hints of iterators that were of no use
   uint32_t shadowWrites;       ///< shadows written
-  uint32_t shadowResyncs;      ///< shadows made anew
+  uint32_t shadowResyncs;      ///< shadows made again
   uint32_t keyMoves;           ///< keys found in another slot
   uint32_t inotifyTriggers;    ///< changes of the root directory
   uint32_t remountTimeouts;    ///< waits for a new table that took too long

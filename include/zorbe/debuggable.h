@@ -12,6 +12,10 @@ class ZORBE_EXPORT Debuggable {
   /// Refers to the client's handler, which has to outlive this object.
   explicit Debuggable(Platform::DebugHandler& debugHandler);
 
+  /// Copies refer to the same handler; at most one of them may own it.
+  Debuggable(const Debuggable&) = default;
+  Debuggable& operator=(const Debuggable&) = default;  ///< as above
+
   /// Deletes the handler only when `ownsHandler` says so, then forgets it.
   virtual ~Debuggable();
 

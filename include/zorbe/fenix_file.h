@@ -23,7 +23,8 @@ class ZORBE_EXPORT FenixFile {
   static bool validate(Brask::Platform::DebugHandler& handler, const std::string& dir,
                        unsigned expectedId);
 
-  /// Stores `id`. Throws Brask::RuntimeException when the file cannot be written.
+  /// Stores `id`. Throws Brask::RuntimeException when the file cannot be opened. A full disk
+  /// is not noticed, and leaves a file without an id: call `validate` afterwards.
   static void write(Brask::Platform::DebugHandler& handler, const std::string& dir, unsigned id);
 };
 

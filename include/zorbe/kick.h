@@ -68,7 +68,9 @@ class ZORBE_EXPORT WriterKickSm : public Brask::Platform::TimeoutHandler,
   /// Called with the closed connection already destroyed. Must not destroy this object.
   virtual void readersChanged() = 0;
 
-  /// Takes the writer lock. What Util::acquireWriterLock throws passes through.
+  /// Takes the writer lock. What Util::acquireWriterLock throws passes through:
+  /// Zorbe::DuplicateWriterException, Brask::InvalidInitializeException,
+  /// Brask::RuntimeException.
   void createKickSocket();
 
   /// Listens for readers. Throws Brask::RuntimeException when there is no socket yet
@@ -132,7 +134,8 @@ class ZORBE_EXPORT ReaderKickClientSm : public Brask::Platform::FdEventHandler,
   void fdEvent(int fd) override;
 
   /// Reads all pending reports and answers the last. Any violation of the protocol
-  /// ends the connection, and with it this object.
+  /// ends the connection, and with it this object. Of more than 1,024 pending reports
+  /// it reads and answers the first 1,024; the rest brings the next event.
   void handleReaderData();
 
   /// Sends one kick. A failure is logged; the connection stays.
@@ -174,8 +177,14 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   void timeout() override;
 
   /// Reads the table and returns the writer's sequence up to which it was read.
-  /// Asked at the start of every pass. May throw CorruptionDetectedException, which
-  /// is logged and leaves the report out.
+  /// Called at the start of every pass. May throw CorruptionDetectedException, which
+  /// is logged; every other exception leaves the pass. In both cases nothing is
+  /// reported, and the writer, which waits for a report, sends no further kick:
+  /// call `doConquer` later, from a timer, or close the connection and connect again.
+  ///
+  /// A return value below the writer's sequence brings the next kick at once. A
+  /// reader that returns the same value again and again, since it reads another table
+  /// than the writer's, keeps itself and the writer busy for ever.
   virtual uint64_t readerSequence() = 0;
 
   /// The connection has come up, or was lost: `connected` says which.
@@ -187,7 +196,7 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   /// A label by which the client's diagnostics name this reader.
   virtual std::string readerName() const = 0;
 
-  /// Kicks have arrived or the writer has gone: calls `handleKickFromWriter`.
+  /// Kicks have arrived or the writer has ended: calls `handleKickFromWriter`.
   void fdEvent(int fd) override;
 
   /// One attempt to reach the writer. A refused connection is logged and leaves the
@@ -205,7 +214,8 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   /// One pass: asks `readerSequence` and reports the answer.
   void doConquer();
 
-  /// Reads all pending kicks; the first batch acknowledges, a later one runs a pass.
+  /// Reads all pending kicks, of more than 1,024 records the first 1,024; the first batch
+  /// acknowledges, a later one runs a pass.
   void handleKickFromWriter();
 
   /// Suspends reporting (false), or resumes it with a pass on the next turn (true).

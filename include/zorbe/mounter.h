@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Watching a table's root directory: what changes in it, and that it is there.
+// Watching a table's root directory: what changes in it, and that it exists.
 //
 // Everything runs on the thread of the loop that the controls come from; nothing here may
 // be shared between threads or carried over a fork(2).
@@ -24,8 +24,8 @@ class ZORBE_EXPORT MounterBase {
 
   /// Something has happened to the root directory. `what` is the name of the entry that
   /// changed, the text of an error (events may have been lost: look at everything again), or
-  /// "watch deleted" when the directory was gone and has been created again; one deletion may
-  /// be told twice. Must not delete the MounterSm that calls it.
+  /// "watch deleted" when the directory was removed and has been created again; one removal may
+  /// be reported twice. Must not delete the MounterSm that calls it.
   virtual void rootChanged(const std::string& what) = 0;
 };
 
@@ -66,11 +66,11 @@ class ZORBE_EXPORT ParentMounterSm : public MounterSmBase {
   /// The parent cannot be watched, or events were lost: passed on to the child.
   void inotifyError(const std::string& what) override;
 
-  /// The parent itself has gone. Not asked for; throws Brask::RuntimeException.
+  /// The parent itself was removed or moved. Throws Brask::RuntimeException, out of the loop.
   void inotifyDeleted() override;
 
-  /// An entry of the parent was deleted or moved. When it is the child, the child is told that
-  /// it is gone, and then the parent is watched anew.
+  /// An entry of the parent was deleted or moved. When it is the child: calls the child's
+  /// inotifyDeleted, and then watches the parent again.
   void inotifyChanged(const std::string& what) override;
 
  protected:
@@ -79,8 +79,14 @@ class ZORBE_EXPORT ParentMounterSm : public MounterSmBase {
   Brask::Platform::InotifyHandler* child;  ///< not owned
 };
 
-/// Watches the root directory of a table for its client, and creates it again when it has
-/// gone.
+/// Watches the root directory of a table for its client, and creates it again when it was
+/// removed.
+///
+/// When the directory cannot be created again (a file has its name, no permission, no inode),
+/// an exception leaves the loop: Brask::InvalidInitializeException of `inotifyDeleted`, or
+/// Brask::RuntimeException when the parent was removed, too. The root directory is not watched
+/// any more then. Catch them around the loop, destroy this object, and make a new one from a
+/// timer until that succeeds.
 ///
 ///     class Table : Zorbe::MounterBase {
 ///       void rootChanged(const std::string& what) override { ... }
@@ -102,7 +108,8 @@ class ZORBE_EXPORT MounterSm : public MounterSmBase {
   /// The watch cannot be set, or events were lost: passed on to the client.
   void inotifyError(const std::string& what) override;
 
-  /// The root directory has gone: creates it, watches it again, and tells the client.
+  /// The root directory was removed: resolves its name again from the environment, creates and
+  /// watches it, and calls the client. What RootPath throws passes through.
   void inotifyDeleted() override;
 
   /// An entry of the root directory has changed: passed on to the client.
@@ -111,7 +118,7 @@ class ZORBE_EXPORT MounterSm : public MounterSmBase {
  protected:
   std::string name;        ///< of the table
   MounterBase* client;     ///< not owned
-  RootPath rootPath;       ///< made anew with each deletion
+  RootPath rootPath;       ///< replaced with each deletion
   ParentMounterSm parent;  ///< watches the directory above
 };
 

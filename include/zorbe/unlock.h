@@ -11,7 +11,7 @@
 
 namespace Zorbe {
 
-/// Tells a reader that the table's writer has gone: holds a connection to the writer's
+/// Notifies a reader of the end of the table's writer: holds a connection to the writer's
 /// socket, over which nothing is ever sent, and reports its end.
 ///
 ///     idle -- doConnect() --> watching -- connection ends --> writerUnlocked(), idle
@@ -43,7 +43,7 @@ class ZORBE_EXPORT WriterUnlockSm : public Brask::Platform::TimeoutHandler,
   /// Something has happened to the connection: calls `handleFdEvent`.
   void fdEvent(int fd) override;
 
-  /// The writer has gone, or was not there. Called from the loop only, never from inside
+  /// The writer has ended, or was not there. Called from the loop only, never from inside
   /// `doConnect`, so that it may call `doConnect` again. Must not destroy this object.
   virtual void writerUnlocked() = 0;
 
@@ -62,7 +62,8 @@ class ZORBE_EXPORT WriterUnlockSm : public Brask::Platform::TimeoutHandler,
   /// Closes the connection and calls `writerUnlocked`.
   void notifyUnlocked();
 
-  /// Reads the connection to find out whether the writer has gone.
+  /// Reads the connection to find out whether the writer has ended. Reads at most 1,024
+  /// records; the rest brings the next event.
   void handleFdEvent();
 
  protected:

@@ -41,27 +41,32 @@ ZORBE_EXPORT void encodeFenix(uint16_t low, uint16_t high, uint32_t& fenix);
 /// Unpacks an incarnation id.
 ZORBE_EXPORT void decodeFenix(uint32_t fenix, uint16_t& low, uint16_t& high);
 
-/// The readable form of a mangled C++ name, or the name itself when it is not one.
+/// The readable form of a mangled C++ name, or the name itself when it is not one;
+/// empty for null.
 ZORBE_EXPORT std::string demangleName(const char* mangled);
 
 // ---- Files -------------------------------------------------------------------
 
 /// The whole content of a file, empty when it is missing or empty alike; what
-/// could be read when reading failed. `reportOpenFailure` logs a file that cannot
-/// be opened (level 5). Throws nothing.
+/// could be read when reading failed. Never blocks: only regular files of at most
+/// 16 MiB are read (those of /proc are regular); any other is logged as a failed
+/// read (`EINVAL`, `EFBIG`; level 1) and counts as empty. `reportOpenFailure` logs
+/// a file that cannot be opened (level 5). Throws nothing.
 ZORBE_EXPORT std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& path,
                                   bool reportOpenFailure);
 
-/// Replaces a file's content by `content` and a newline, and opens it to every
-/// user (mode 0666 whatever the umask). When it cannot be opened: logs, and
-/// throws Brask::RuntimeException with `errno` as open(2) left it, unless
-/// `noThrow`.
+/// Replaces a file's content by `content` and a newline, and makes it
+/// world-writable (mode 0666 whatever the umask). When it cannot be opened: logs,
+/// and throws Brask::RuntimeException with `errno` as open(2) left it, unless
+/// `noThrow`. A failing write is not noticed: on a full disk the file ends up empty
+/// or short, without a message. Read back what matters. Follows symbolic links, and
+/// waits for a reader where the path is a FIFO.
 ZORBE_EXPORT void fileWrite(Brask::Platform::DebugHandler& handler, const std::string& path,
                             const std::string& content, bool noThrow);
 
 /// Creates an empty file of mode 0666 when there is none. False, and a message,
 /// when it cannot be opened or closed. Changes the process's umask for the
-/// duration of the call.
+/// duration of the call. Follows symbolic links.
 ZORBE_EXPORT bool touch(Brask::Platform::DebugHandler& handler, const std::string& path);
 
 /// The bytes of storage that a file occupies, which for a sparse file is less than
@@ -69,8 +74,8 @@ ZORBE_EXPORT bool touch(Brask::Platform::DebugHandler& handler, const std::strin
 ZORBE_EXPORT uint32_t memSize(Brask::Platform::DebugHandler& handler, const std::string& path);
 
 /// Leaves the file "corruption-detected" in the directory `dir`, saying which
-/// process found what. A directory that is gone is no error; any other failure
-/// throws Brask::RuntimeException.
+/// process found what. A directory that does not exist is no error; any other file
+/// that cannot be opened throws Brask::RuntimeException. Otherwise as `fileWrite`.
 ZORBE_EXPORT void writeCorruptionFile(Brask::Platform::DebugHandler& handler,
                                       const std::string& dir, const std::string& reason);
 
@@ -80,12 +85,17 @@ ZORBE_EXPORT bool isZorbeFile(Brask::Platform::DebugHandler& handler, const std:
 // ---- Sockets -----------------------------------------------------------------
 
 /// socket(2) inside the network namespace named by DEFAULT_NS, where the abstract
-/// names of all tables live; the calling thread is back in its own afterwards.
-/// Where the namespace cannot be entered, the socket is opened in the caller's.
+/// names of all tables live. Afterwards the calling thread is in the namespace of the
+/// process's main thread (/proc/self/ns/net): a thread that has entered another one by
+/// itself does not get back there. Where the well-known namespace, or
+/// /proc/self/ns/net, cannot be entered or opened, the socket is opened in the
+/// caller's.
 ///
 /// Returns the descriptor, which the caller owns, or -1 with `errno` set. Throws
-/// Brask::RuntimeException, leaving descriptors open, when the thread cannot get
-/// back: no later socket of this thread would be where it is expected.
+/// Brask::RuntimeException, without a message and leaving the new socket open, when
+/// the thread cannot get back (no later socket of this thread would be where it is
+/// expected) and when the descriptor of the namespace cannot be closed. What
+/// the handler throws passes through, with the thread back and nothing left open.
 ZORBE_EXPORT int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol);
 
 /// Fills `addr`, a caller's `struct sockaddr_un`, with the abstract address of the
@@ -101,8 +111,16 @@ ZORBE_EXPORT unsigned int createSockaddr(Brask::Platform::DebugHandler& handler,
 /// a note of who did in "last-owner". Returns the bound socket: the caller owns it
 /// and is the writer for as long as it stays open in any process.
 ///
-/// Throws Zorbe::DuplicateWriterException, naming the holder, when there is a
-/// writer; Brask::RuntimeException on any other failure.
+/// The name follows from the spelling of `rootPath.path`, while "last-owner" is
+/// written through the file system: two spellings of one directory are two locks.
+/// When the directory does not exist any more, it is resolved again from
+/// `rootPath.name` and the environment of that moment, and created.
+///
+/// Throws Zorbe::DuplicateWriterException, naming the holder as far as /proc shows
+/// it, when there is a writer; Brask::InvalidInitializeException when the directory
+/// does not exist and cannot be created; Brask::RuntimeException on any other
+/// failure. After any of them there is no lock. A note that cannot be written is
+/// logged and nothing else.
 ZORBE_EXPORT int acquireWriterLock(Brask::Platform::DebugHandler& handler,
                                    const RootPath& rootPath);
 
@@ -115,7 +133,11 @@ ZORBE_EXPORT int releaseWriterLock(Brask::Platform::DebugHandler& handler, int f
 /// `socketName`, or 0 when none is found: it may live in another network namespace,
 /// or belong to a user whose descriptors the caller cannot see. `owner` receives its
 /// executable, and is left alone otherwise. Walks every descriptor of every process.
-/// Throws Brask::RuntimeException when /proc cannot be read.
+/// Throws Brask::RuntimeException when /proc cannot be read, and what `createSockaddr`
+/// throws for a name that is too long.
+///
+/// A hint for people, not evidence: any local user can bind a socket whose name
+/// contains the table's, and have a process of its choice named.
 ZORBE_EXPORT unsigned int readOwnerPid(Brask::Platform::DebugHandler& handler,
                                        const std::string& socketName, std::string& owner);
 

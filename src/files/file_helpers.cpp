@@ -7,28 +7,45 @@
 
 #include <cerrno>
 #include <fstream>
+#include <locale>
 
 #include "foundation/log.h"
+#include "foundation/unique_fd.h"
 
 namespace Zorbe::Util {
 
 namespace {
 
 constexpr mode_t openToAll = 0666;
+constexpr std::size_t kLargestRead = std::size_t{16} << 20;
 
 constexpr const char* tableFiles[] = {"slots", "conquer.1",  "conquer.2",          "buckets",
                                       "fenix", "last-owner", "corruption-detected"};
 
-// Appends what is left in `file`, and returns the errno of a read that failed, or 0. Takes
-// no more at a time than the stream holds, so that a failing read costs nothing of what was
-// read before it.
-int readAll(std::ifstream& file, std::string& content) {
-  char chunk[4096];
-  while (file.peek() != std::ifstream::traits_type::eof()) {
-    content.append(chunk, static_cast<std::size_t>(file.readsome(chunk, sizeof chunk)));
+// Why `fd` must not be read, as an errno, or 0: what is no file may block, or never end. A
+// directory's own refusal to be read says more.
+int whyUnreadable(int fd) {
+  struct stat status = {};
+  if (::fstat(fd, &status) != 0) return errno;
+  return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ? 0 : EINVAL;
+}
+
+// Appends what is left in `fd`. Returns the errno of a read that failed, which leaves what was
+// read before it, or 0.
+int readAll(int fd, std::string& content) {
+  char chunk[8192];
+  for (;;) {
+    const ssize_t size = ::read(fd, chunk, sizeof chunk);
+    if (size == 0) return 0;
+    if (size > 0) {
+      content.append(chunk, static_cast<std::size_t>(size));
+      if (content.size() <= kLargestRead) continue;
+      content.clear();
+      return EFBIG;
+    }
+    const int error = errno;
+    if (error != EINTR) return error;
   }
-  const int error = errno;
-  return file.fail() ? error : 0;
 }
 
 class UmaskGuard {
@@ -47,8 +64,8 @@ class UmaskGuard {
 std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& path,
                      bool reportOpenFailure) {
   std::string content;
-  std::ifstream file(path);
-  if (!file.is_open()) {
+  const UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (file.get() < 0) {
     const int error = errno;
     if (reportOpenFailure) {
       ZORBE_LOG(handler, step,
@@ -56,7 +73,8 @@ std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& 
     }
     return content;
   }
-  const int error = readAll(file, content);
+  const int unreadable = whyUnreadable(file.get());
+  const int error = unreadable != 0 ? unreadable : readAll(file.get(), content);
   if (error == 0) {
     ZORBE_LOG(handler, step, "Util::fileRead() read " << path << " '" << content << "'");
   } else {
@@ -68,7 +86,9 @@ std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& 
 
 void fileWrite(Brask::Platform::DebugHandler& handler, const std::string& path,
                const std::string& content, bool noThrow) {
-  std::ofstream file(path, std::ios_base::out | std::ios_base::trunc);
+  std::ofstream file;
+  file.imbue(std::locale::classic());  // the client's global one may convert characters
+  file.open(path, std::ios_base::out | std::ios_base::trunc);
   if (!file.is_open()) {
     const int error = errno;
     const auto words = [&](std::ostream& text) {

@@ -111,6 +111,7 @@ void decodeFenix(uint32_t fenix, uint16_t& low, uint16_t& high) {
 }
 
 std::string demangleName(const char* mangled) {
+  if (mangled == nullptr) return {};
   int status = 0;
   const std::unique_ptr<char, decltype(&std::free)> readable(
       abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);

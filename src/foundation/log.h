@@ -2,10 +2,10 @@
 //
 // The one way in which the library logs, builds the texts of its exceptions, and fails.
 //
-//     ZORBE_LOG(*handler, 5, "WriterKickSm::doKickSleepers() sleepingReaders: " << count);
+//     ZORBE_LOG(*handler, step, "WriterKickSm::doKickSleepers() sleepingReaders: " << count);
 //
-// What stands behind the level is evaluated only when the level is wanted. `errno` may
-// be changed by the handler: callers keep it in a variable, read right after the call
+// The level is one of those below; what follows it is evaluated only when it is wanted. `errno`
+// may be changed by the handler: callers keep it in a variable, read right after the call
 // that failed, and print it with `reason(error)`.
 #pragma once
 

@@ -5,8 +5,8 @@
 
 #include <cerrno>
 
+#include "foundation/drain.h"
 #include "foundation/log.h"
-#include "kick/sleeper_nodes.h"
 
 namespace Zorbe {
 
@@ -17,12 +17,14 @@ namespace {
 
 enum class Drained { reports, nothing, broken };
 
-// Reads every pending report; the last one stays in `report`. A record that is too long
-// arrives as its first 8 bytes: the socket drops the rest.
+// Reads the pending reports, as many as one event may; the last one stays in `report`. A
+// record that is too long arrives as its first 8 bytes: the socket drops the rest.
 Drained drainReports(Brask::Platform::DebugHandler* handler, int fd, uint64_t& report) {
   unsigned numSeqs = 0;
   ssize_t received;
-  while ((received = ::recv(fd, &report, sizeof report, 0)) == sizeof report) ++numSeqs;
+  while ((received = ::recv(fd, &report, sizeof report, 0)) == sizeof report) {
+    if (++numSeqs == kRecordsPerEvent) return Drained::reports;
+  }
   const int error = errno;
   if (received == 0) return Drained::broken;
   if (received > 0) {
@@ -88,7 +90,7 @@ ReaderKickClientSm::~ReaderKickClientSm() {
 
   if (report == published) {
     LOG_READER_DATA(step, " adding sleeping reader");
-    SleeperNodes::insert(owner->sleepingReaders, fd, this);
+    owner->sleepingReaders[fd] = this;
     if (acknowledged) return;
   } else {
     LOG_READER_DATA(step, " kicking");

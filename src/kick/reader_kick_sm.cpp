@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "foundation/drain.h"
 #include "foundation/log.h"
 #include "foundation/unique_fd.h"
 #include "sockets/writer_connection.h"
@@ -17,13 +18,16 @@ namespace {
 constexpr const char* connecting = "ReaderKickSm::doConnect()";
 constexpr std::size_t kicksAtOnce = 32;
 
-// Reads every pending kick and counts them. Returns what ended it: 0 when the writer has
-// closed the connection, else an errno, EAGAIN when there are no more.
+// Reads the pending kicks, as many records as one event may, and counts them. Returns what
+// ended it: 0 when the writer has closed the connection, else an errno, EAGAIN when there are
+// no more or the rest is left to the next event.
 int drainKicks(int fd, std::size_t& kicks) {
   char buffer[kicksAtOnce];
+  unsigned records = 0;
   ssize_t received;
   while ((received = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
     kicks += static_cast<std::size_t>(received);
+    if (++records == kRecordsPerEvent) return EAGAIN;
   }
   return received == 0 ? 0 : errno;
 }

@@ -12,7 +12,6 @@
 
 #include "foundation/log.h"
 #include "foundation/unique_fd.h"
-#include "kick/sleeper_nodes.h"
 
 namespace Zorbe {
 
@@ -108,7 +107,7 @@ void WriterKickSm::handleReaderConnectionTimeout() {
   ZORBE_LOG(*handler, step,
             "WriterKickSm::doKickSleepers() sleepingReaders: " << sleepingReaders.size());
   for (const auto& [fd, client] : sleepingReaders) client->kick();
-  SleeperNodes::clear(sleepingReaders);
+  sleepingReaders.clear();
 }
 
 uint64_t WriterKickSm::lowestSequence() const {
@@ -142,7 +141,6 @@ void WriterKickSm::deleteKickSocket() {
   for (const auto& [fd, client] : readers) delete client;
   readers.clear();
   sleepingReaders.clear();
-  SleeperNodes::release();
   kickSocketCreated = false;
 }
 

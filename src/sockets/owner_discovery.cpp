@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <locale>
 
 #include "foundation/log.h"
 #include "sockets/dir_node.h"
@@ -107,7 +108,9 @@ unsigned int readOwnerPid(DebugHandler& handler, const std::string& socketName,
   const std::string abstractName = TableAddress(handler, socketName).abstractName();
   unsigned int pid = 0;
   {
-    std::ifstream sockets("/proc/net/unix");
+    std::ifstream sockets;
+    sockets.imbue(std::locale::classic());  // the client's global one may convert characters
+    sockets.open("/proc/net/unix");
     std::string line;
     while (sockets.good() && pid == 0) {
       std::getline(sockets, line);  // the read that meets the end of the file leaves it empty

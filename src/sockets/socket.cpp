@@ -10,6 +10,7 @@
 #include <cerrno>
 
 #include "foundation/log.h"
+#include "foundation/unique_fd.h"
 
 namespace Zorbe::Util {
 
@@ -18,15 +19,17 @@ namespace {
 constexpr const char* ownNamespace = "/proc/self/ns/net";
 
 int openLocalSocket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol) {
-  const int sd = ::socket(domain, type, protocol);
-  if (sd >= 0) {
-    ZORBE_LOG_OR_LOSE(handler, milestone, "Util::socket() success opening local socket, sd:" << sd);
+  UniqueFd sd(::socket(domain, type, protocol));
+  if (sd.get() >= 0) {
+    ZORBE_LOG_OR_LOSE(handler, milestone,
+                      "Util::socket() success opening local socket, sd:" << sd.get());
   }
-  return sd;
+  return sd.release();
 }
 
-bool enterDefaultNamespace(Brask::Platform::DebugHandler& handler) {
-  const bool entered = setnsByName(DEFAULT_NS, CLONE_NEWNET) == 0;
+// Says in `entered` where the thread is before anything can be thrown.
+void enterDefaultNamespace(Brask::Platform::DebugHandler& handler, bool& entered) {
+  entered = setnsByName(DEFAULT_NS, CLONE_NEWNET) == 0;
   if (entered) {
     ZORBE_LOG_OR_LOSE(handler, milestone,
                       "Util::socket() setnsByName() to " << DEFAULT_NS << " success");
@@ -35,7 +38,20 @@ bool enterDefaultNamespace(Brask::Platform::DebugHandler& handler) {
                       "Util::socket() setnsByName() to "
                           << DEFAULT_NS << " failure: " << Log::CString{netnsGetTracebuffer()});
   }
-  return entered;
+}
+
+int openDefaultSocket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol,
+                      bool& entered) {
+  ZORBE_LOG_OR_LOSE(handler, milestone, "Util::socket() success opening " << ownNamespace);
+  enterDefaultNamespace(handler, entered);
+  UniqueFd sd(::socket(domain, type, protocol));
+  const int error = errno;  // told on success, too: whatever it holds then
+  ZORBE_LOG_OR_LOSE(handler, milestone,
+                    "Util::socket() " << (sd.get() < 0 ? "failed" : "success") << " opening "
+                                      << (entered ? DEFAULT_NS : "local")
+                                      << " socket: " << Log::reason(error));
+  errno = error;
+  return sd.release();
 }
 
 void returnTo(int localNsFd, bool entered) {
@@ -59,14 +75,15 @@ int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int pro
         "Util::socket() failed to open " << ownNamespace << " reason: " << Log::reason(error));
     return openLocalSocket(handler, domain, type, protocol);
   }
-  ZORBE_LOG_OR_LOSE(handler, milestone, "Util::socket() success opening " << ownNamespace);
-  const bool entered = enterDefaultNamespace(handler);
-  const int sd = ::socket(domain, type, protocol);
-  const int error = errno;  // told on success, too: whatever it holds then
-  ZORBE_LOG_OR_LOSE(handler, milestone,
-                    "Util::socket() " << (sd < 0 ? "failed" : "success") << " opening "
-                                      << (entered ? DEFAULT_NS : "local")
-                                      << " socket: " << Log::reason(error));
+  bool entered = false;
+  int sd = -1;
+  try {
+    sd = openDefaultSocket(handler, domain, type, protocol, entered);
+  } catch (...) {  // from the handler; that the thread cannot get back is worse and comes first
+    returnTo(localNsFd, entered);
+    throw;
+  }
+  const int error = errno;
   returnTo(localNsFd, entered);
   if (sd < 0) errno = error;
   return sd;

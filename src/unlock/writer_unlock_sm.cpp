@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "foundation/drain.h"
 #include "foundation/log.h"
 #include "foundation/unique_fd.h"
 #include "sockets/writer_connection.h"
@@ -90,6 +91,7 @@ void WriterUnlockSm::doConnect() {
 
 void WriterUnlockSm::handleFdEvent() {
   ZORBE_LOG(*handler, step, "WriterUnlockSm::handleFdEvent() for instanceName=" << instanceName);
+  unsigned records = 0;
   ssize_t received;
   int error;
   do {
@@ -99,8 +101,8 @@ void WriterUnlockSm::handleFdEvent() {
     ZORBE_LOG(*handler, item,
               "WriterUnlockSm::handleFdEvent() for instanceName="
                   << instanceName << ", recv() returned " << received);
-  } while (received > 0);
-  if (received < 0 && error == EAGAIN) return;
+  } while (received > 0 && ++records < kRecordsPerEvent);
+  if (received > 0 || (received < 0 && error == EAGAIN)) return;
   if (received == 0) {
     ZORBE_LOG(*handler, step,
               "WriterUnlockSm::handleFdEvent() for instanceName="

@@ -3,11 +3,13 @@
 // The example's writer and readers on one real loop, turned by hand.
 #include "fault/fault.h"
 #include "support/fixture.h"
+#include "support/table.h"
 
 #include <brask/linux/event_loop.h>
 #include <quotes_follower.h>
 #include <quotes_reader.h>
 #include <quotes_writer.h>
+#include <zorbe/exceptions.h>
 #include <zorbe/fenix_file.h>
 
 #include <fcntl.h>
@@ -166,6 +168,24 @@ TEST_F(QuotesKick, AReaderConnectsAgainToAWriterThatTookTheTableOver) {
   EXPECT_EQ(digest(reader->followed().copy()), digest(writer->copy()));
 }
 
+TEST_F(QuotesKick, AReaderOfAnotherTableThanTheWritersDoesNotSpin) {
+  handler.allowFailures();
+  openWriter();
+  TableReader old = TableReader::open(root).value();
+  writer.reset();
+  openWriter();  // in files of its own
+  QuotesReader reader(handler, root, std::move(old), 0, counters, owner);
+  reader.doConnect();
+  turnUntil([&] { return writer->sleepers() == 1; });
+  writer->publish({"A", 1, 1});
+  bool isOver = false;
+  Zorbe::Test::Pause pause([&] { isOver = true; });
+  pause.start(0.2);
+  turnUntil([&] { return isOver; });
+  EXPECT_GE(reader.passes(), 3u);
+  EXPECT_LE(reader.passes(), 30u) << "at most two in each rest";
+}
+
 TEST_F(QuotesKick, AReaderOfRemovedFilesIsWokenToLeaveThem) {
   openWriter();
   writer->publish({"A", 1, 1});
@@ -185,6 +205,33 @@ TEST_F(QuotesKick, AWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
   openWriter();
   turnUntil([&] { return Zorbe::FenixFile::read(handler, root.path) == writer->fenix(); });
   EXPECT_TRUE(TableReader::open(root));
+}
+
+TEST_F(QuotesKick, AWriterWithTooFewSlotsForTheTableIsRefusedAndTheTableStays) {
+  openWriter({2, 8});
+  writer->publish({"A", 1, 1});
+  writer->publish({"B", 2, 2});
+  writer.reset();
+  EXPECT_THAT(
+      [&] {
+        openWriter({1, 8});
+      },
+      testing::ThrowsMessage<Brask::RuntimeException>(
+          testing::HasSubstr("the table is full: no slot of 1 is left for symbol")));
+  writer.reset();
+  openWriter({2, 8});
+  EXPECT_EQ(writer->sequence(), 2u);
+  EXPECT_EQ(writer->copy().size(), 2u);
+}
+
+TEST_F(QuotesKick, AnIncarnationIdThatADiskHadNoRoomForIsWrittenLater) {
+  using namespace Zorbe::Test;
+  const auto full = Fault::arm("write", 1, ENOSPC, Fault::kForever).onPath(root.fullPath("fenix"));
+  openWriter();
+  EXPECT_GE(full.fired(), 1u);
+  EXPECT_EQ(Zorbe::FenixFile::read(handler, root.path), 0u);
+  Fault::reset();
+  turnUntil([&] { return Zorbe::FenixFile::read(handler, root.path) == writer->fenix(); });
 }
 
 TEST_F(QuotesKick, AConnectionThatNeverReportsKeepsNobodyWaiting) {

@@ -1,18 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
 // The memory of the example's table: what readers can and cannot see of it.
-#include "support/fixture.h"
+#include "process/quotes_table.h"
 
-#include <change_follower.h>
-#include <table_reader.h>
-#include <table_writer.h>
 #include <zorbe/exceptions.h>
 
 #include <sys/stat.h>
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 namespace {
@@ -21,42 +17,7 @@ using namespace Quotes;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-class QuotesTable : public Zorbe::Test::ZorbeTest {
- protected:
-  TableWriter& make(const Shape& shape, uint64_t sequence = 0) {
-    table = std::make_unique<TableWriter>(root, shape, ++fenix, sequence);
-    return *table;
-  }
-
-  TableWriter& makeComplete(const Shape& shape = {}) {
-    make(shape).complete();
-    return *table;
-  }
-
-  ChangeFollower follow() { return {TableReader::open(root).value(), counters}; }
-
-  static void advanceFully(ChangeFollower& follower) {
-    while (follower.advance(1000) == ChangeFollower::Progress::kMore) continue;
-  }
-
-  Copy written() const {
-    Copy copy;
-    for (const Record& record : table->records()) copy[quoteOf(record).symbol] = quoteOf(record);
-    return copy;
-  }
-
-  /// Overwrites bytes of a file of the table.
-  void damage(const char* file, std::streamoff offset, const std::string& bytes) const {
-    std::fstream stream(root.fullPath(file), std::ios::in | std::ios::out | std::ios::binary);
-    stream.seekp(offset);
-    ASSERT_TRUE(stream << bytes << std::flush);
-  }
-
-  Zorbe::RootPath root{handler, "table", true};
-  Zorbe::Reader::Counters counters{};
-  std::unique_ptr<TableWriter> table;
-  uint32_t fenix = 0;
-};
+using Zorbe::Test::QuotesTable;
 
 TEST_F(QuotesTable, IsNotThereBeforeTheWriterDeclaresItComplete) {
   make({});
@@ -181,7 +142,7 @@ TEST_F(QuotesTable, AForeignMagicIsCorruption) {
   damage(kSlotsFile, 0, "SPOTS001");
   EXPECT_THAT([&] { TableReader::open(root); },
               ThrowsMessage<Zorbe::CorruptionDetectedException>(
-                  HasSubstr("slots has the magic 'SPOTS001' and not 'QUOTES01'")));
+                  HasSubstr("slots has the magic 'SPOTS001' and not 'QUOTES02'")));
 }
 
 TEST_F(QuotesTable, AFileOfAnotherLengthIsCorruption) {
@@ -208,21 +169,6 @@ TEST_F(QuotesTable, ANewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
   advanceFully(follower);
   EXPECT_EQ(follower.copy().size(), 1u);
   EXPECT_FALSE(follower.table().isInPlace(root));
-}
-
-TEST_F(QuotesTable, TheNextWriterFindsWhatIsWholeAndTheSequence) {
-  makeComplete({2, 8});
-  table->publish({"A", 1, 1});
-  table->publish({"A", 2, 2});
-  table->publish({"B", 3, 3});
-  const bool aIsFirst = quoteOf(table->records().at(0)).symbol == "A";
-  damage(kSlotsFile, sizeof(SlotsHeader) + (aIsFirst ? sizeof(Slot) : 0), std::string(1, '\3'));
-  const Legacy legacy = readLegacy(root);
-  EXPECT_EQ(legacy.sequence, 3u);
-  EXPECT_EQ(legacy.fenix, fenix);
-  EXPECT_EQ(legacy.lost, 1u);
-  ASSERT_EQ(legacy.records.size(), 1u);
-  EXPECT_EQ(formatRow(quoteOf(legacy.records[0])), "A,0.0002,2");
 }
 
 TEST_F(QuotesTable, NeverShowsATornRecordToReadersThatHammerIt) {

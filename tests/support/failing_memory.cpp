@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/failing_memory.h"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -16,6 +17,7 @@ bool failing = false;
 bool lasts = false;
 unsigned long left = 0;
 unsigned long failed = 0;
+int errorLeft = 0;
 
 bool fails() {
   if (!failing || Fault::isBypassed()) return false;
@@ -39,6 +41,7 @@ void* allocate(std::size_t size) {
   if (whole == nullptr) throw std::bad_alloc();
   Head* const head = new (whole) Head{!Fault::isBypassed()};
   if (head->counted) ++alive;
+  if (errorLeft != 0 && head->counted) errno = errorLeft;
   return head + 1;
 }
 
@@ -61,6 +64,10 @@ void fail(unsigned long nth, Failing which) {
 unsigned long stopFailing() {
   failing = false;
   return failed;
+}
+
+void leaveErrno(int error) {
+  errorLeft = error;
 }
 
 long blocks() {

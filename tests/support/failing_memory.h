@@ -19,6 +19,9 @@ void fail(unsigned long nth, Failing which);
 /// No allocation fails from now on. Returns how many have.
 unsigned long stopFailing();
 
+/// From now on each allocation leaves `error` in errno, as malloc(3) may; 0: none does.
+void leaveErrno(int error);
+
 /// The blocks that are allocated and not freed.
 long blocks();
 

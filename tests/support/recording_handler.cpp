@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <new>
 #include <ostream>
+#include <stdexcept>
 #include <utility>
 
 namespace Zorbe::Test {
@@ -33,6 +34,7 @@ void RecordingHandler::emit(std::ostringstream& message, int level) {
     enabled_.erase(grant);
   }
   if (outOfMemory_) throw std::bad_alloc();
+  if (messagesToThrow_ != 0 && --messagesToThrow_ == 0) throw std::logic_error(message.str());
   precision_ = message.precision();
   messages_.push_back({level, message.str()});
   if (level == 0) failures_.push_back(message.str());

@@ -51,6 +51,10 @@ class RecordingHandler : public Brask::Platform::DebugHandler {
   /// From now on `emit` throws std::bad_alloc.
   void failWithBadAlloc() { outOfMemory_ = true; }
 
+  /// The message of that number from now on, 1 being the next, makes `emit` throw
+  /// std::logic_error.
+  void throwAt(unsigned message) { messagesToThrow_ = message; }
+
   const std::vector<Message>& messages() const { return messages_; }
   std::vector<std::string> texts(int level) const;
 
@@ -82,6 +86,7 @@ class RecordingHandler : public Brask::Platform::DebugHandler {
   int maxLevel_ = kEverything;
   std::optional<int> clobberedErrno_;
   bool outOfMemory_ = false;
+  unsigned messagesToThrow_ = 0;
   std::vector<Message> messages_;
   std::vector<std::string> failures_;
   std::vector<int> queries_;

@@ -6,10 +6,10 @@
 #include <functional>
 #include <iostream>
 
-#include "commands.h"
-#include "paint.h"
-#include "sockets.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "host/sockets.h"
+#include "output/columns.h"
+#include "output/text.h"
 
 namespace Zorbe::Tool {
 
@@ -26,12 +26,12 @@ struct Arguments {
   std::function<int(Context&)> run;
 };
 
-constexpr const char* exitStatus = "Exit status: 0 yes, 1 no, 2 wrong use or failure.";
+constexpr const char* kExitStatus = "Exit status: 0 yes, 1 no, 2 wrong use or failure.";
 
 CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, const char* about,
                      std::function<int(Context&)> run) {
   CLI::App* const command = app.add_subcommand(name, about);
-  command->footer(exitStatus);
+  command->footer(kExitStatus);
   command
       ->add_option_function<std::string>(
           "--root",
@@ -39,7 +39,7 @@ CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, cons
             arguments.root = root;
             arguments.rootGiven = true;
           },
-          "Base directory instead of what the environment says")
+          "Base directory, overrides the environment")
       ->type_name("DIR");
   command->add_option("--debug", arguments.debug, "Show the library's messages up to a level")
       ->type_name("LEVEL")
@@ -67,25 +67,25 @@ std::string checkTimeout(const std::string& text) {
   return usable ? "" : "wants seconds between 0.001 and 86400, not " + printable(text);
 }
 
-void addQuestions(CLI::App& app, Arguments& arguments) {
+void addQueries(CLI::App& app, Arguments& arguments) {
   withJson(addCommand(app, arguments, "list", "Show all tables below the base directory", list),
            arguments);
-  withTable(withJson(addCommand(app, arguments, "show", "Show all there is to tell of one table",
+  withTable(withJson(addCommand(app, arguments, "show", "Show everything about one table",
                                 [&](Context& context) { return show(context, arguments.table); }),
                      arguments),
             arguments);
-  withTable(withJson(addCommand(app, arguments, "owner", "Show who holds the writer lock",
-                                [&](Context& context) { return owner(context, arguments.table); }),
-                     arguments),
-            arguments);
-  withJson(addCommand(app, arguments, "doctor", "Look for what usually goes wrong", doctor),
-           arguments);
-  addCommand(app, arguments, "metrics", "Print the facts in the Prometheus text format", metrics);
+  withTable(
+      withJson(addCommand(app, arguments, "owner", "Show the process that holds the writer lock",
+                          [&](Context& context) { return owner(context, arguments.table); }),
+               arguments),
+      arguments);
+  withJson(addCommand(app, arguments, "doctor", "Check for common problems", doctor), arguments);
+  addCommand(app, arguments, "metrics", "Print metrics in the Prometheus text format", metrics);
 }
 
-void addActions(CLI::App& app, Arguments& arguments) {
+void addCommands(CLI::App& app, Arguments& arguments) {
   CLI::App* const watching = addCommand(
-      app, arguments, "watch", "Log what happens to a table, until Ctrl-C", [&](Context& context) {
+      app, arguments, "watch", "Log the events of a table until Ctrl-C", [&](Context& context) {
         return watch(context, {arguments.table, !arguments.filesOnly});
       });
   withTable(withJson(watching, arguments), arguments);
@@ -119,16 +119,16 @@ int run(const Arguments& arguments) {
 
 int parseAndRun(int argc, char** argv) {
   Arguments arguments;
-  CLI::App app("Looks at, watches and mends shared-memory tables on this host.", "zorbe");
-  app.footer(exitStatus);
+  CLI::App app("Inspect, watch and repair shared-memory tables of this host.", "zorbe");
+  app.footer(kExitStatus);
   app.require_subcommand(1);
   app.set_version_flag("--version", ZORBE_VERSION);
-  addQuestions(app, arguments);
-  addActions(app, arguments);
+  addQueries(app, arguments);
+  addCommands(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? yes : failure;
+    return app.exit(error) == 0 ? kYes : kFailure;
   }
   return run(arguments);
 }
@@ -142,6 +142,6 @@ int main(int argc, char** argv) {
     return Zorbe::Tool::parseAndRun(argc, argv);
   } catch (const std::exception& exception) {
     std::cerr << "zorbe: " << Zorbe::Tool::printable(exception.what()) << '\n';
-    return Zorbe::Tool::failure;
+    return Zorbe::Tool::kFailure;
   }
 }

@@ -9,9 +9,13 @@
 
 namespace Brask::Linux {
 
-/// Throws std::system_error for `error`, with `what` in front of its text.
-[[noreturn]] inline void throwSystemError(int error, const std::string& what) {
+/// Throws std::system_error for `error`, with `what` in front of its text. `error` may be errno
+/// itself only where `what` is a literal: what makes a string first may change errno.
+[[noreturn]] inline void throwSystemError(int error, const char* what) {
   throw std::system_error(error, std::generic_category(), what);
+}
+[[noreturn]] inline void throwSystemError(int error, const std::string& what) {
+  throwSystemError(error, what.c_str());
 }
 
 /// A descriptor of the loop's own, closed with its owner.

@@ -13,7 +13,6 @@ struct Handle {
   uint32_t slot = 0;
   uint32_t generation = 0;  // 0 names nothing
 
-  bool valid() const { return generation != 0; }
   bool operator==(const Handle& other) const {
     return slot == other.slot && generation == other.generation;
   }

@@ -32,9 +32,13 @@ struct Place {
   std::atomic<pid_t> otherWriter;     ///< met with the lock in its hands
 };
 
+/// Writers publish sequence n as the value n of key n % kKeys.
+constexpr unsigned kKeys = 16;
+
 struct Board {
   static constexpr unsigned kMostPlaces = 128;
   std::array<Place, kMostPlaces> places;
+  std::array<std::atomic<uint64_t>, kKeys> published;  ///< by key; written by each writer in turn
 };
 
 /// What a process does wrong, to show that it is noticed.
@@ -45,6 +49,7 @@ enum class Flaw {
   kStaysAway,         ///< a reader does nothing about the departure of its writer
   kMissesDepartures,  ///< departures are not reported to a reader
   kWriterLeaks,       ///< a writer leaves a descriptor open whenever it is asked to publish
+  kStartsEmpty,       ///< a writer removes the files of the writer before it
   kIgnoresTheLock,    ///< a competitor that was refused writes nevertheless
 };
 

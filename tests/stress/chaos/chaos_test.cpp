@@ -47,6 +47,11 @@ TEST_F(ChaosTest, AWriterThatLeaksDescriptorsIsNoticed) {
               MatchesRegex("candidate has [0-9]+ descriptors instead of [0-9]+"));
 }
 
+TEST_F(ChaosTest, AWriterThatLosesKeysIsNoticed) {
+  EXPECT_THAT(failureWith(Flaw::kStartsEmpty),
+              MatchesRegex("key S[0-9]+ was published as [0-9]+ and the table has (none|[0-9]+)"));
+}
+
 TEST_F(ChaosTest, AStressRunThatIsNotOverInTimeFails) {
   Settings settings;
   settings.kills = 1000000;

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "stress/chaos/faults.h"
 
-#include <brask/linux/stream_debug_handler.h>
-#include <zorbe/fenix_file.h>
-
 #include <filesystem>
-#include <iostream>
 #include <utility>
 
 namespace Zorbe::Test::Chaos {
@@ -187,13 +183,8 @@ Member* Faults::killCompetitor() {
 Member* Faults::removeDirectory() {
   std::error_code interrupted;
   std::filesystem::remove_all(directory_, interrupted);
+  removed_ = true;
   return &processes_.expectedWriter();
-}
-
-bool Faults::isInPlace(uint32_t fenix) const {
-  Brask::Linux::StreamDebugHandler log(std::cerr, -1);
-  return FenixFile::read(log, directory_) == fenix &&
-         std::filesystem::exists(directory_ + "/slots");
 }
 
 }  // namespace Zorbe::Test::Chaos

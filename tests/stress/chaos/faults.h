@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <string>
+#include <utility>
 
 #include "stress/chaos/processes.h"
 #include "stress/chaos/stress_run.h"
@@ -24,8 +25,8 @@ class Faults {
   /// A few faults, while the writer publishes. Afterwards no writer is stopped.
   void burst(Span span);
 
-  /// The directory holds the files of this incarnation.
-  bool isInPlace(uint32_t fenix) const;
+  /// Whether the directory was removed since the last call.
+  bool takeRemoval() { return std::exchange(removed_, false); }
 
   /// The latest, a line each.
   std::string history() const;
@@ -64,6 +65,7 @@ class Faults {
   Random random_;
   Report& report_;
   bool sparingWriter_ = false;
+  bool removed_ = false;
   std::deque<std::string> history_;
 };
 

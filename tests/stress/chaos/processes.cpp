@@ -28,7 +28,8 @@ Processes::Processes(unsigned readerCount, const std::string& oraclePath, Flaw f
   }
   for (const char* name : {"candidate", "competitor"}) {
     const bool isFirst = candidates_.empty();
-    const Flaw own = isFirst == (flaw == Flaw::kWriterLeaks) ? flaw : Flaw::kNone;
+    const bool isOfCandidate = flaw == Flaw::kWriterLeaks || flaw == Flaw::kStartsEmpty;
+    const Flaw own = isFirst == isOfCandidate ? flaw : Flaw::kNone;
     candidates_.emplace_back(name, board_->places.at(readerCount + candidates_.size()),
                              [this, own, oraclePath](Channel& parent, Place& place) {
                                runCandidate(parent, *board_, place, oraclePath, own);

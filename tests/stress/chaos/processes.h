@@ -103,6 +103,9 @@ class Processes {
   /// Why it is not.
   std::string describe();
 
+  /// What the writers have published so far.
+  Board& board() { return *board_; }
+
   /// All processes, with the ends of their logs.
   std::string logs();
 

@@ -4,7 +4,6 @@
 #include <brask/linux/stream_debug_handler.h>
 #include <sys/wait.h>
 #include <zorbe/exceptions.h>
-#include <zorbe/fenix_file.h>
 #include <zorbe/util.h>
 
 #include <algorithm>
@@ -14,8 +13,10 @@
 #include <iostream>
 #include <utility>
 
+#include "stress/chaos/client_context.h"
 #include "stress/chaos/faults.h"
 #include "stress/chaos/idle_check.h"
+#include "stress/chaos/keys.h"
 #include "support/test_root.h"
 
 namespace Zorbe::Test::Chaos {
@@ -29,7 +30,8 @@ class StressRun {
       : settings_(settings),
         report_(report),
         processes_(settings.readers, root / "writers", settings.flaw),
-        faults_(processes_, root / "quotes", settings.seed, report),
+        faults_(processes_, root / kTableName, settings.seed, report),
+        keys_(processes_.board(), kTableName),
         idleCheck_(processes_, settings.timeout, report) {}
 
   void run() {
@@ -107,6 +109,9 @@ class StressRun {
     const pid_t writer = processes_.writer()->pid();
     const bool same = std::exchange(writer_, writer) == writer;
     (same ? report_.underSame : report_.underAnother).push_back(took.count());
+    // A writer that lives restores a removed directory. One that is killed meanwhile may be the
+    // only process that had the table.
+    keys_.verify(faults_.takeRemoval() && !same);
     for (Member& reader : processes_.readers()) {
       if (!reader.isAwake()) continue;
       reader.requireDepartureReported(writer);
@@ -116,7 +121,7 @@ class StressRun {
 
   // Checks the directory, too: after its removal, the writer's table is another one.
   bool isConverged() {
-    return processes_.isConverged() && faults_.isInPlace(processes_.writer()->place().fenix);
+    return processes_.isConverged() && keys_.areInPlace(processes_.writer()->place().fenix);
   }
 
   const Settings& settings_;
@@ -125,6 +130,7 @@ class StressRun {
   pid_t writer_ = 0;
   Processes processes_;
   Faults faults_;
+  Keys keys_;
   IdleCheck idleCheck_;
 };
 

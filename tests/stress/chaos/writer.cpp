@@ -21,7 +21,6 @@ namespace {
 constexpr std::chrono::milliseconds kConnectTimeout{100};
 constexpr double kRetrySeconds = 0.02;
 constexpr Quotes::Shape kShape{64, 256};
-constexpr uint64_t kSymbols = 16;
 
 pid_t peerOf(int connection) {
   ucred peer{};
@@ -40,7 +39,9 @@ class Writer final : public Quotes::QuotesWriter {
   void publish(unsigned count) {
     for (; count > 0; --count) {
       const uint64_t next = sequence() + 1;
-      QuotesWriter::publish({"S" + std::to_string(next % kSymbols), static_cast<int64_t>(next), 1});
+      const size_t key = next % kKeys;
+      QuotesWriter::publish({"S" + std::to_string(key), static_cast<int64_t>(next), 1});
+      board_.published[key] = next;  // afterwards: a kill in between claims too little
     }
   }
 
@@ -74,6 +75,7 @@ class Candidate final : public WriterUnlockSm {
   Candidate(ClientContext& context, Board& board, Place& place, const std::string& oraclePath,
             Flaw flaw)
       : WriterUnlockSm(context.log, "candidate", context.root),
+        root_(context.root),
         place_(place),
         flaw_(flaw),
         oracle_(oraclePath),
@@ -82,6 +84,7 @@ class Candidate final : public WriterUnlockSm {
   ~Candidate() override { endWriting(); }
 
   void attempt() {
+    if (flaw_ == Flaw::kStartsEmpty) root_.removeFile("slots");
     writer_ = makeWriter_();
     try {
       writer_->open();
@@ -132,6 +135,7 @@ class Candidate final : public WriterUnlockSm {
     doConnect();
   }
 
+  RootPath root_;
   Place& place_;
   Flaw flaw_;
   bool newlyWriting_ = false;

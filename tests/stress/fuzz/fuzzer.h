@@ -10,8 +10,8 @@
 
 #include "fault/fault.h"
 #include "stress/fuzz/input.h"
-#include "support/recording_handler.h"
 #include "support/noncopyable.h"
+#include "support/recording_handler.h"
 
 #include <gtest/gtest.h>
 

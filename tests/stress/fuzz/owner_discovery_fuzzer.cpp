@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Any text as /proc/net/unix, and any processes with any descriptors: the
-// reported holder of the lock, and the messages, have to be those of a naive reading of both. A byte 1 of the text
-// stands for the name that is looked for.
+// reported holder of the lock, and the messages, have to be those of a naive reading of both. A
+// byte 1 of the text stands for the name that is looked for.
 #include "sockets/sockaddr.h"
 #include "stress/fuzz/fake_proc.h"
 #include "stress/fuzz/fuzzer.h"

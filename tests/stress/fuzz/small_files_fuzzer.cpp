@@ -24,6 +24,7 @@ const TestRoot directory;
 const std::string path = directory.path();
 const RawPeer lock = RawPeer::bind(path);
 std::vector<std::string> opened;
+bool refused = false;  // the name is taken: from here on files are read
 
 void put(const std::string& file, const std::string& content) {
   const Fault::Bypass bypass;
@@ -131,7 +132,11 @@ class Files {
   void lastOwner(const std::string& note) {
     put("last-owner", note);
     const RootPath taken(handler_, "", false);
-    Fault::divert("fopen", openNoted);
+    put("slots", "");
+    refused = false;
+    Fault::before("bind", 1, [] { refused = true; });
+    Fault::divert("fopen", openStreamNoted);
+    Fault::divert("open", openNoted);
     Fault::redirect("opendir", "/proc", path);
     opened.clear();
     try {
@@ -147,11 +152,18 @@ class Files {
     EXPECT_EQ(opened, (std::vector<std::string>{path + "/last-owner", stat, "/proc/net/unix"}));
   }
 
-  // Each file that a stream is opened on. Other processes are none of the input's.
-  static FILE* openNoted(const char* file, const char* mode) {
+  // Each file that a refused writer reads. Other processes are none of the input's.
+  static FILE* openStreamNoted(const char* file, const char* mode) {
     const Fault::Bypass bypass;
+    return ::fopen(noted(file).c_str(), mode);
+  }
+  static int openNoted(const char* file, int flags, mode_t mode) {
+    const Fault::Bypass bypass;
+    return ::open(refused ? noted(file).c_str() : file, flags, mode);
+  }
+  static std::string noted(const char* file) {
     opened.emplace_back(file);
-    return ::fopen(opened.back().rfind("/proc", 0) == 0 ? "/dev/null" : file, mode);
+    return opened.back().rfind("/proc", 0) == 0 ? path + "/slots" : file;
   }
 
   static std::string notedPid(const std::string& note) {

@@ -18,12 +18,6 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-// Opens the network namespace of the thread, which is the same for all.
-int openPath(const char* /*path*/, int /*flags*/, mode_t /*mode*/) {
-  Process* const process = Process::running();
-  return enter(*process) ? process->open(nullptr) : -1;
-}
-
 int enterNamespace(int /*fd*/, int /*type*/) {
   return 0;
 }
@@ -39,31 +33,48 @@ std::map<FILE*, Written>& writtenFiles() {
   return files;
 }
 
-FILE* anonymousFile(const std::string& content, const char* mode) {
+// A real descriptor of a file with that content.
+int anonymousFile(const std::string& content) {
   const Fault::Bypass bypass;
   const int fd = memfd_create("simulated", MFD_CLOEXEC);
-  if (fd < 0) return nullptr;
-  if (pwrite(fd, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
-    ::close(fd);
-    return nullptr;
+  if (fd < 0) return -1;
+  if (pwrite(fd, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size())) {
+    return fd;
   }
-  return fdopen(fd, mode);
+  ::close(fd);
+  return -1;
+}
+
+// Reads the file at the path. Returns 0 or an errno.
+int contentAt(const World& world, const char* path, std::string& content) {
+  const int error = world.files.read(path, content);
+  return world.describeProcess(path, content) ? 0 : error;
+}
+
+// A file that is read, or the descriptor of the thread's namespace, which is the same for all.
+int openPath(const char* path, int /*flags*/, mode_t /*mode*/) {
+  Process* const process = Process::running();
+  if (!enter(*process)) return -1;
+  if (std::strcmp(path, "/proc/self/ns/net") == 0) return process->open(nullptr);
+  std::string content;
+  const int error = contentAt(process->world(), path, content);
+  return error == 0 ? anonymousFile(content) : result(error);
 }
 
 FILE* openFile(const char* path, const char* mode) {
   Process* const process = Process::running();
   if (!enter(*process)) return nullptr;
   const bool writes = *mode == 'w';
-  Kernel::Files& files = process->world().files;
+  World& world = process->world();
   std::string content;
-  int error = writes ? files.create(path) : files.read(path, content);
-  if (!writes && process->world().describeProcess(path, content)) error = 0;
+  const int error = writes ? world.files.create(path) : contentAt(world, path, content);
   if (error != 0) {
     errno = error;
     return nullptr;
   }
-  FILE* const file = anonymousFile(content, mode);
-  if (writes && file != nullptr) writtenFiles()[file] = {path, files.inode(path)};
+  const int fd = anonymousFile(content);
+  FILE* const file = fd < 0 ? nullptr : fdopen(fd, mode);
+  if (writes && file != nullptr) writtenFiles()[file] = {path, world.files.inode(path)};
   return file;
 }
 

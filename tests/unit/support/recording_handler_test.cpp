@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <sstream>
+#include <stdexcept>
 
 namespace Zorbe::Test {
 namespace {
@@ -80,6 +81,14 @@ TEST_F(RecordingHandlerTest, TrashesErrnoInBothCalls) {
   std::ostringstream stream;
   handler.emit(stream, 1);
   EXPECT_EQ(errno, EXDEV);
+}
+
+TEST_F(RecordingHandlerTest, ThrowsAtOneMessageAndKeepsTheOthers) {
+  handler.throwAt(2);
+  log(1, "first");
+  EXPECT_THROW(log(1, "second"), std::logic_error);
+  log(1, "third");
+  EXPECT_THAT(handler.texts(1), ElementsAre("first", "third"));
 }
 
 TEST_F(RecordingHandlerTest, FailsATestThatEmitsUnasked) {

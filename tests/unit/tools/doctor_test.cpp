@@ -22,8 +22,8 @@ class ZorbeDoctor : public Command {
     for (const Json& finding : told["findings"]) {
       if (finding["severity"] != "problem") continue;
       EXPECT_EQ(finding["check"], check) << finding;
-      EXPECT_TRUE(finding["mend"].is_string()) << finding;
-      found += finding["what"].get<std::string>() + "\n-> " + finding["mend"].get<std::string>();
+      EXPECT_TRUE(finding["fix"].is_string()) << finding;
+      found += finding["what"].get<std::string>() + "\n-> " + finding["fix"].get<std::string>();
     }
     EXPECT_EQ(run.status, found.empty() ? 0 : 1) << run.err;
     EXPECT_EQ(run.json()["healthy"], found.empty());

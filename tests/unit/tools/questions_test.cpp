@@ -84,7 +84,7 @@ TEST_F(ZorbeQuestions, AnOrdinaryUserLearnsThatTheOwnerIsHidden) {
   const Descriptor held = lock("t");
   const Outcome run = zorbeAsOrdinaryUser({"owner", "t"});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(run.out, HasSubstr("that you may not look at, perhaps "));
+  EXPECT_THAT(run.out, HasSubstr("that you may not inspect, perhaps "));
   EXPECT_THAT(run.out, HasSubstr(":" + std::to_string(getpid()) + " cmdline"));
 }
 

@@ -39,12 +39,12 @@ TEST_F(ZorbeWatch, ReportsWhenAWriterArrivesAndLeaves) {
   await(watch, "no-writer");
   for (int round = 0; round < 3; ++round) {
     ChildProcess writer = startWriter("t");
-    const Json arrived = await(watch, "writer-arrived");
+    const Json arrived = await(watch, "writer-connected");
     EXPECT_THAT(arrived["detail"].get<std::string>(),
                 HasSubstr("pid " + std::to_string(writer.pid()) + " "));
     writer.signal(SIGKILL);
     EXPECT_EQ(writer.finish(), -SIGKILL);
-    await(watch, "writer-gone");
+    await(watch, "writer-disconnected");
   }
   expectCleanEnd(watch, SIGINT);
 }
@@ -52,7 +52,7 @@ TEST_F(ZorbeWatch, ReportsWhenAWriterArrivesAndLeaves) {
 TEST_F(ZorbeWatch, ReportsTheWriterThatIsThereAlready) {
   ChildProcess writer = startWriter("t");
   ChildProcess watch = startWatch();
-  await(watch, "writer-arrived");
+  await(watch, "writer-connected");
   expectCleanEnd(watch, SIGTERM);
 }
 
@@ -70,8 +70,8 @@ TEST_F(ZorbeWatch, ReportsThatTheDirectoryWasLostAndIsBack) {
   const std::string path = makeTable("t");
   ChildProcess watch = startWatch();
   fs::remove_all(path);
-  EXPECT_EQ(await(watch, "directory-lost")["detail"], path);
-  EXPECT_EQ(await(watch, "directory-back")["detail"], path);
+  EXPECT_EQ(await(watch, "directory-removed")["detail"], path);
+  EXPECT_EQ(await(watch, "directory-created")["detail"], path);
   EXPECT_TRUE(fs::is_directory(path));
   expectCleanEnd(watch, SIGINT);
 }

@@ -25,7 +25,7 @@ class FenixFileFaultTest : public FileTest {
 };
 
 TEST_F(FenixFileFaultTest, AFileThatCannotBeOpenedHoldsNone) {
-  Fault::arm("fopen", 1, EMFILE).onPath(file);
+  Fault::arm("open", 1, EMFILE).onPath(file);
   EXPECT_EQ(FenixFile::read(handler, rootPath()), 0u);
   EXPECT_THAT(handler.take(), ElementsAre(unopened("Too many open files"), unread()));
 }

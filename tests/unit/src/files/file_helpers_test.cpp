@@ -10,9 +10,6 @@
 #include <unistd.h>
 #include <zorbe/exceptions.h>
 
-#include <fstream>
-#include <sstream>
-
 namespace Zorbe::Test {
 namespace {
 
@@ -21,15 +18,10 @@ using testing::IsEmpty;
 
 class FileHelpersTest : public FileTest {
  protected:
-  FileHelpersTest() : FileTest("file") {}
-
   static mode_t permissionsOf(const std::string& path) {
     struct stat status = {};
     EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
     return status.st_mode & 07777u;
-  }
-  auto loggedRead(const std::string& content) {
-    return ElementsAre(Logged(5, "Util::fileRead() read " + file + " '" + content + "'"));
   }
 };
 
@@ -44,48 +36,6 @@ TEST_F(FileHelpersTest, TouchesWithDescriptorZero) {
   zero.free();
   EXPECT_TRUE(Util::touch(handler, file));
   EXPECT_FALSE(DescriptorZero::isOpen());
-}
-
-TEST_F(FileHelpersTest, ReadsAWholeFile) {
-  put("one\ntwo\n");
-  EXPECT_EQ(Util::fileRead(handler, file, false), "one\ntwo\n");
-  EXPECT_THAT(handler.take(), loggedRead("one\ntwo\n"));
-}
-
-TEST_F(FileHelpersTest, ReadsZeroBytesAndBytesFrom0x80) {
-  const std::string content("\0a\xff\r\n\x80", 6);
-  put(content);
-  EXPECT_EQ(Util::fileRead(handler, file, true), content);
-  EXPECT_THAT(handler.take(), loggedRead(content));
-}
-
-TEST_F(FileHelpersTest, ReadsFilesAboutAsLongAsItsBuffers) {
-  handler.setMaxLevel(RecordingHandler::kNothing);
-  for (const size_t size : {4095u, 4096u, 4097u, 8190u, 8191u, 8192u, 100000u}) {
-    std::string content(size, 'x');
-    content.back() = 'y';
-    put(content);
-    EXPECT_EQ(Util::fileRead(handler, file, true), content) << size;
-  }
-}
-
-TEST_F(FileHelpersTest, AnEmptyFileIsReadAsSuch) {
-  put("");
-  EXPECT_EQ(Util::fileRead(handler, file, true), "");
-  EXPECT_THAT(handler.take(), loggedRead(""));
-}
-
-TEST_F(FileHelpersTest, AMissingFileIsEmptyAndLoggedOnRequest) {
-  EXPECT_EQ(Util::fileRead(handler, file, false), "");
-  EXPECT_THAT(handler.take(), IsEmpty());
-  EXPECT_EQ(Util::fileRead(handler, file, true), "");
-  EXPECT_THAT(handler.take(), ElementsAre(unopened("No such file or directory")));
-}
-
-TEST_F(FileHelpersTest, ADirectoryCannotBeRead) {
-  EXPECT_EQ(Util::fileRead(handler, rootPath(), true), "");
-  EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "Util::fileRead() failed to read from " +
-                                                        rootPath() + " error: Is a directory")));
 }
 
 TEST_F(FileHelpersTest, WritesContentAndANewline) {

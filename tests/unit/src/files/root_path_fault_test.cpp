@@ -21,6 +21,17 @@ using testing::IsEmpty;
 
 class RootPathFaultTest : public FakePlatformTest {
  protected:
+  /// removeFile("slots") or cleanup() logs this when the call on the path fails.
+  void expectLogged(const std::string& call, int error, const std::string& path,
+                    const std::string& text) {
+    RootPath root = existing();
+    handler.expectFailures();
+    handler.clobberErrno(ENOENT);
+    Fault::arm(call, 1, error).onPath(path);
+    call == "unlink" ? root.removeFile("slots") : root.cleanup();
+    EXPECT_THAT(handler.take(), ElementsAre(Logged(0, text)));
+  }
+
   /// A failing unlink, rmdir and chmod.
   void failEachOperation(RootPath& root) {
     Fault::arm("unlink", 1, EACCES);
@@ -194,25 +205,15 @@ TEST_F(RootPathFaultTest, WhatCannotBeExaminedDoesNotExist) {
 }
 
 TEST_F(RootPathFaultTest, AFailingUnlinkIsLogged) {
-  RootPath root = existing();
-  handler.expectFailures();
-  handler.clobberErrno(ENOENT);
-  Fault::arm("unlink", 1, EACCES).onPath(inRoot("t/slots"));
-  root.removeFile("slots");
-  EXPECT_THAT(handler.take(),
-              ElementsAre(Logged(0, "RootPath::removeFile() unlink() error " + inRoot("t/slots") +
-                                        ": Permission denied")));
+  const std::string file = inRoot("t/slots");
+  expectLogged("unlink", EACCES, file,
+               "RootPath::removeFile() unlink() error " + file + ": Permission denied");
 }
 
 TEST_F(RootPathFaultTest, AFailingRmdirIsLogged) {
-  RootPath root = existing();
-  handler.expectFailures();
-  handler.clobberErrno(ENOENT);
-  Fault::arm("rmdir", 1, EBUSY).onPath(inRoot("t"));
-  root.cleanup();
-  EXPECT_THAT(handler.take(),
-              ElementsAre(Logged(0, "RootPath::cleanup() rmdir() error " + inRoot("t") +
-                                        " reason: Device or resource busy")));
+  expectLogged(
+      "rmdir", EBUSY, inRoot("t"),
+      "RootPath::cleanup() rmdir() error " + inRoot("t") + " reason: Device or resource busy");
 }
 
 TEST_F(RootPathFaultTest, ReasonsThatAreMissingAreLeftOut) {

@@ -248,5 +248,9 @@ TEST(DemangleTest, ReturnsWhatIsNotMangledUnchanged) {
   EXPECT_EQ(Util::demangleName(""), "");
 }
 
+TEST(DemangleTest, NullHasAnEmptyName) {
+  EXPECT_EQ(Util::demangleName(nullptr), "");
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

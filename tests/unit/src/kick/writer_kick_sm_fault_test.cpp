@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <system_error>
 #include <typeinfo>
+#include <utility>
 
 namespace Zorbe::Test {
 namespace {
@@ -15,6 +16,17 @@ using testing::IsEmpty;
 class WriterKickSmFaultTest : public WriterTest {
  protected:
   WriterKickSmFaultTest() { handler.clobberErrno(EXDEV); }
+
+  /// Two readers that wait for a kick, which is going to fail.
+  std::pair<RawPeer, RawPeer> twoSleepers() {
+    listen();
+    RawPeer first = connectReader();
+    RawPeer second = connectReader();
+    report(first, 0, 0);
+    report(second, 0, 1);
+    handler.expectFailures();
+    return {std::move(first), std::move(second)};
+  }
 };
 
 TEST_F(WriterKickSmFaultTest, AFailingListenIsReportedInFullAndThrownInShort) {
@@ -110,12 +122,7 @@ TEST_F(WriterKickSmFaultTest, ALockSocketThatFailsToCloseIsForgotten) {
 }
 
 TEST_F(WriterKickSmFaultTest, ASleeperThatCannotBeKickedDoesNotKeepOthersAsleep) {
-  listen();
-  RawPeer first = connectReader();
-  RawPeer second = connectReader();
-  report(first, 0, 0);
-  report(second, 0, 1);
-  handler.expectFailures();
+  auto [first, second] = twoSleepers();
   const uint64_t before = writer->kickCount;
   Fault::arm("send", 1, EPIPE);
   writer->doKickSleepers();
@@ -123,6 +130,16 @@ TEST_F(WriterKickSmFaultTest, ASleeperThatCannotBeKickedDoesNotKeepOthersAsleep)
   EXPECT_THAT(writer->sleepingReaders, IsEmpty());
   EXPECT_EQ(first.received().size() + second.received().size(), 3u);
   EXPECT_EQ(writer->readers.size(), 2u);
+}
+
+TEST_F(WriterKickSmFaultTest, SleepersOfWhomNoneCanBeKickedAreNotKickedAgain) {
+  const auto sleepers = twoSleepers();
+  const auto refused = Fault::arm("send", 1, EPIPE, Fault::kForever);
+  writer->doKickSleepers();
+  EXPECT_EQ(refused.fired(), 2u);
+  EXPECT_THAT(writer->sleepingReaders, IsEmpty());
+  writer->doKickSleepers();
+  EXPECT_EQ(refused.fired(), 2u);
 }
 
 }  // namespace

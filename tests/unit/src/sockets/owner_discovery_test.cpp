@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "support/converting_locale.h"
 #include "unit/src/sockets/sockets_fixture.h"
 
 #include <sys/stat.h>
@@ -241,16 +242,22 @@ TEST_F(OwnerDiscoveryTest, AnExecutablesPathMayBe4095BytesLong) {
   EXPECT_EQ(Util::readOwner(handler, 4294967295u), target);
 }
 
+TEST_F(OwnerDiscoveryTest, AConvertingGlobalLocaleHidesNoSocket) {
+  listSockets(line(inodeOf(hold())) + "\n");
+  const ConvertingLocale converting;
+  EXPECT_EQ(find(), static_cast<unsigned int>(getpid()));
+}
+
 TEST_F(OwnerDiscoveryTest, ReadsTheCommandLineWithBlanksForZeroBytes) {
   const std::string bytes("a\0b\0", 4);
-  Fault::redirect("fopen", "/proc/4711/cmdline", makeFile("cmdline", bytes));
+  Fault::redirect("open", "/proc/4711/cmdline", makeFile("cmdline", bytes));
   EXPECT_EQ(Util::readCmdline(handler, 4711), "a b ");
   EXPECT_THAT(handler.take(),
               ElementsAre(Logged(5, "Util::fileRead() read /proc/4711/cmdline '" + bytes + "'")));
 }
 
 TEST_F(OwnerDiscoveryTest, LeavesBlanksOfTheCommandLineAsTheyAre) {
-  Fault::redirect("fopen", "/proc/4711/cmdline", makeFile("cmdline", std::string("a b\0\0c\n", 7)));
+  Fault::redirect("open", "/proc/4711/cmdline", makeFile("cmdline", std::string("a b\0\0c\n", 7)));
   EXPECT_EQ(Util::readCmdline(handler, 4711), "a b  c\n");
 }
 

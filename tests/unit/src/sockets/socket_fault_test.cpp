@@ -6,6 +6,7 @@
 #include <zorbe/util.h>
 
 #include <cerrno>
+#include <stdexcept>
 
 namespace Zorbe::Test {
 namespace {
@@ -106,6 +107,42 @@ TEST_F(SocketFaultTest, ANamespaceThatCannotBeClosedIsReportedWithTheSocketLeftO
   Fault::arm("close", 1, EIO);
   expectLeaks(1, "Util::socket() failed to close( localNsFd )");
   EXPECT_EQ(Fault::calls("close"), 1u);
+}
+
+TEST_F(SocketFaultTest, AnExceptionInTheOtherNamespaceReturnsTheThreadAndClosesBoth) {
+  for (const unsigned message : {2u, 3u}) {
+    Fault::reset();
+    letThreadSwitch();
+    handler.throwAt(message);
+    Fault::startJournal();
+    EXPECT_THROW(open(), std::logic_error);
+    EXPECT_EQ(Fault::calls("setns"), 1u);
+    EXPECT_EQ(Fault::calls("close"), Fault::calls("open") + Fault::calls("socket"));
+    EXPECT_EQ(Fault::journal().back(), "close");
+  }
+}
+
+TEST_F(SocketFaultTest, AnExceptionBeforeTheSwitchClosesTheNamespaceOnly) {
+  handler.throwAt(1);
+  EXPECT_THROW(open(), std::logic_error);
+  EXPECT_EQ(Fault::calls("setns"), 0u);
+  EXPECT_EQ(Fault::calls("close"), 1u);
+}
+
+TEST_F(SocketFaultTest, AnExceptionAboutALocalSocketClosesIt) {
+  hideNamespace(ENOENT);
+  handler.throwAt(2);
+  EXPECT_THROW(open(), std::logic_error);
+  EXPECT_EQ(Fault::calls("close"), 1u);
+}
+
+TEST_F(SocketFaultTest, AThreadThatCannotGetBackIsReportedInPlaceOfTheException) {
+  platform.letSetnsSucceed();
+  Fault::arm("setns", 1, EPERM);
+  handler.throwAt(3);
+  expectLeakedDescriptors(1);
+  EXPECT_EQ(thrownBy<Brask::RuntimeException>([&] { open(); }),
+            "Util::socket() failed to switch back to caller's namespace");
 }
 
 TEST_F(SocketFaultTest, AnUnknownReasonLeavesTheMessageWithoutOne) {

@@ -22,7 +22,7 @@ class WriterLockFaultTest : public SocketsTest {
   int acquire() { return Util::acquireWriterLock(handler, root); }
 
   /// What is read for want of a pid.
-  void hideMachineStatistics() { Fault::redirect("fopen", "/proc//stat", makeFile("stat", "")); }
+  void hideMachineStatistics() { Fault::redirect("open", "/proc//stat", makeFile("stat", "")); }
 
   /// `text` is both what is thrown and what is logged, at level 0 and alone.
   void expectFailure(const std::string& text) {
@@ -127,7 +127,7 @@ TEST_F(WriterLockFaultTest, ASearchThatFailsTakesTheReportsPlace) {
 TEST_F(WriterLockFaultTest, ANoteThatCannotBeReadIsAnEmptyOne) {
   keep(RawPeer::bind(root.path).release());
   makeFile("quotes/last-owner", "x:4711 cmdline: ''");
-  Fault::arm("fopen", 1, EACCES).onPath(root.fullPath("last-owner"));
+  Fault::arm("open", 1, EACCES).onPath(root.fullPath("last-owner"));
   hideMachineStatistics();
   handler.expectFailures();
   EXPECT_THAT(thrownBy<DuplicateWriterException>([&] { acquire(); }),

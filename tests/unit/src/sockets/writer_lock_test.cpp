@@ -59,7 +59,7 @@ class WriterLockTest : public SocketsTest {
     leaveNote(noted);
     const std::string path = "/proc/" + pid + "/stat";
     const std::string stat = "4711 (x) S 1\n";
-    Fault::redirect("fopen", path, makeFile("stat", stat));
+    Fault::redirect("open", path, makeFile("stat", stat));
     const auto refused = refusal();
     const std::string holder = executable() + ":" + std::to_string(getpid());
     EXPECT_EQ(refused->what(), reportAbout(holder, path, stat));
@@ -183,7 +183,7 @@ TEST_F(WriterLockTest, ANoteWithoutABlankIsThePidAsAWhole) {
 TEST_F(WriterLockTest, AMissingNoteIsAnEmptyOne) {
   acquire();
   root.removeFile("last-owner");
-  Fault::redirect("fopen", "/proc//stat", makeFile("stat", "the machine's own"));
+  Fault::redirect("open", "/proc//stat", makeFile("stat", "the machine's own"));
   const auto refused = refusal();
   const std::string holder = executable() + ":" + std::to_string(getpid());
   EXPECT_EQ(refused->what(), reportAbout(holder, "/proc//stat", "the machine's own"));

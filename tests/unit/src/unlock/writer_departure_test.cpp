@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "fault/flood.h"
 #include "unit/src/unlock/unlock_fixture.h"
 
 #include <cerrno>
@@ -76,6 +77,19 @@ TEST_F(WriterDepartureTest, DropsWhatTheWriterSends) {
                                             label("handleFdEvent") + ", recv() returned 32",
                                             label("handleFdEvent") + ", recv() returned -1"));
   EXPECT_TRUE(platform.fd(0).watching());
+}
+
+TEST_F(WriterDepartureTest, AnEventReadsSoManyRecordsAndTheNextEventTheRest) {
+  connect();
+  sendBeforeEachRecv(1024, [this] { writersEnd.send("x"); });
+  Fault::before("recv", 1025, [this] { stopWriter(); });
+  platform.fd(0).fire();
+  EXPECT_EQ(Fault::calls("recv"), 1024u);
+  EXPECT_THAT(platform.calls(), IsEmpty());
+  EXPECT_TRUE(platform.fd(0).watching());
+  platform.fd(0).fire();
+  EXPECT_EQ(Fault::calls("recv"), 1025u);
+  EXPECT_EQ(platform.calls().back(), "writerUnlocked");
 }
 
 TEST_F(WriterDepartureTest, ASpuriousEventKeepsTheConnection) {

@@ -56,7 +56,8 @@ TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
   EXPECT_EQ((Told{"deleted", "changed one"}), inner.told);
 }
 
-TEST_F(InotifyTreeTest, APathThatWasRemovedBeforeItIsWatchedAgainIsReportedToTheWatcherOfItsParent) {
+TEST_F(InotifyTreeTest,
+       APathThatWasRemovedBeforeItIsWatchedAgainIsReportedToTheWatcherOfItsParent) {
   remove(leaf);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();

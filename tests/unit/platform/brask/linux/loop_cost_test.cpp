@@ -8,6 +8,7 @@
 #include <atomic>
 #include <memory>
 #include <new>
+#include <vector>
 
 #include "unit/platform/brask/linux/busy_handlers.h"
 
@@ -95,6 +96,81 @@ TEST_F(LoopCostTest, AnInotifyEventAllocatesNothing) {
   ::chmod(directory.path.c_str(), 0750);
   EXPECT_EQ(0, allocationsOf([this] { settle(); }));
   EXPECT_GE(watchers[1].events, 3);
+}
+
+TEST_F(LoopCostTest, WatchingMoreAndMoreDescriptorsAllocatesSeldom) {
+  constexpr int many = 800;
+  std::vector<Reader> readers(many);
+  std::vector<int> fds;
+  for (int each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
+  EXPECT_LT(allocationsOf([&] {
+              for (int each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
+            }),
+            50);
+  readers.clear();
+  for (const int fd : fds) ::close(fd);
+}
+
+TEST_F(LoopCostTest, EndingRegistrationsAndBeginningAgainAllocatesNothing) {
+  constexpr int many = 100;
+  std::vector<Reader> readers(many);
+  std::vector<int> fds;
+  for (int each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
+  for (int each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
+  EXPECT_EQ(0, allocationsOf([&] {
+              for (Reader& reader : readers) reader.control->unwatch();
+              for (int each = 0; each < TURNS; ++each) {
+                readers[each % many].control->watch(fds[each % many]);
+              }
+            }));
+  readers.clear();
+  for (const int fd : fds) ::close(fd);
+}
+
+TEST_F(LoopCostTest, MakingMoreAndMoreTimersAllocatesSeldom) {
+  constexpr int many = 800;
+  std::vector<std::unique_ptr<Ticker>> timers(many);
+  EXPECT_LT(allocationsOf([&] {
+              for (auto& timer : timers) {
+                timer = std::make_unique<Ticker>();
+                timer->control->start(1000.0);
+              }
+            }),
+            2 * many + 20);
+}
+
+TEST_F(LoopCostTest, StartingATimerNeverAllocates) {
+  std::vector<std::unique_ptr<Ticker>> timers;
+  for (int count = 1; count <= 100; ++count) {
+    timers.push_back(std::make_unique<Ticker>());
+    EXPECT_EQ(0, allocationsOf([&] {
+                for (auto& timer : timers) timer->control->start(1000.0);
+              }));
+    for (auto& timer : timers) timer->control->cancel();
+  }
+}
+
+TEST_F(LoopCostTest, TimersThatComeAndGoLeaveNoRoomBehindThatGrows) {
+  EXPECT_GE(2 * TURNS, allocationsOf([] {
+              for (int each = 0; each < TURNS; ++each) std::make_unique<Ticker>();
+            }));
+}
+
+TEST_F(LoopCostTest, PathsThatComeAndGoLeaveNoRoomBehindThatGrows) {
+  const Directory directory;
+  Watcher watcher;
+  const auto cycles = [&](int count) {
+    return allocationsOf([&] {
+      for (int each = 0; each < count; ++each) {
+        watcher.control->addWatch(directory.path, IN_CREATE);
+        watcher.control->removeWatch();
+        loop->turn(0);
+      }
+    });
+  };
+  cycles(10);
+  const long first = cycles(TURNS);
+  EXPECT_EQ(first, cycles(TURNS));
 }
 
 TEST_F(LoopCostTest, TenThousandWatchedDescriptorsCostNoMoreThanTen) {

@@ -22,12 +22,7 @@ class WithFaults : public Fixture {
 
   /// The text of the std::system_error that comes out of `action`, "" when none does.
   static std::string refusalOf(const std::function<void()>& action) {
-    try {
-      action();
-    } catch (const std::system_error& error) {
-      return error.what();
-    }
-    return "";
+    return textOf<std::system_error>(action);
   }
 };
 

@@ -153,6 +153,17 @@ inline size_t openDescriptors() {
   return static_cast<size_t>(std::distance(begin(all), end(all)));
 }
 
+/// The text of the `Error` that comes out of `action`, "" when none does.
+template <class Error>
+std::string textOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  return "";
+}
+
 /// A test with a loop. No test may leave a descriptor open.
 class LoopTest : public ::testing::Test {
  protected:

@@ -13,7 +13,16 @@ using namespace LoopTesting;
 
 namespace {
 
-class LoopNestingTest : public LoopTest {};
+class LoopNestingTest : public LoopTest {
+ protected:
+  /// fd() is readable until the timer has expired.
+  void expectShownOnce(int fd, const TimerProbe& timer) {
+    EXPECT_TRUE(readable(fd));
+    EXPECT_TRUE(loop->turn(0));
+    EXPECT_EQ(1, timer.timeouts);
+    EXPECT_FALSE(readable(fd));
+  }
+};
 
 }  // namespace
 
@@ -67,10 +76,7 @@ TEST_F(LoopNestingTest, FdShowsATimerThatARunningTurnHasMoved) {
   later.control->start(1000.0);
   mover.control->start(0.0);
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_TRUE(readable(fd));
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1, later.timeouts);
-  EXPECT_FALSE(readable(fd));
+  expectShownOnce(fd, later);
 }
 
 TEST_F(LoopNestingTest, FdFallsSilentWhenTheEarliestTimerIsDeletedOrMovedAway) {
@@ -150,10 +156,7 @@ TEST_F(LoopNestingTest, FdThatACallbackAskedForShowsWhatThatCallbackLeft) {
   });
   asking.control->start(0.0);
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_TRUE(readable(fd));
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1, later.timeouts);
-  EXPECT_FALSE(readable(fd));
+  expectShownOnce(fd, later);
 }
 
 TEST_F(LoopNestingTest, FdShowsAZeroTimerThatAnExpiredOneHasStarted) {

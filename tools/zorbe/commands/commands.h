@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+//
+// One function per subcommand. Each writes to standard output and returns the exit status;
+// an exception is a failure.
+#pragma once
+
+#include <string>
+
+#include "host/handler.h"
+
+namespace Zorbe::Tool {
+
+enum Exit { kYes = 0, kNo = 1, kFailure = 2 };
+
+struct Context {
+  Handler& handler;
+  bool json;
+  bool coloured;
+  std::string namespaceError;  ///< why the network namespace of the tables could not be entered;
+                               ///< empty: it was
+};
+
+struct WatchOptions {
+  std::string table;
+  bool connect;  ///< connect to the writer, to notice when it comes and goes
+};
+
+int list(Context& context);
+int show(Context& context, const std::string& table);
+int owner(Context& context, const std::string& table);
+int watch(Context& context, const WatchOptions& options);
+int probe(Context& context, const std::string& table, double timeoutSeconds);
+int remove(Context& context, const std::string& table);
+int doctor(Context& context);
+int metrics(Context& context);
+
+}  // namespace Zorbe::Tool

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "host/sockets.h"
+
+#include <nsutil/nsutil.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <zorbe/exceptions.h>
+#include <zorbe/util.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+namespace Zorbe::Tool {
+
+namespace {
+
+constexpr unsigned long kAcceptsConnections = 0x10000;  // __SO_ACCEPTCON of the kernel
+constexpr unsigned long kSequencedPackets = SOCK_SEQPACKET;
+
+// The values of the "St" column: see SS_UNCONNECTED and following of <linux/net.h>.
+enum State : unsigned long { kUnconnected = 1, kConnecting = 2, kConnected = 3 };
+
+struct Line {
+  unsigned long flags;
+  unsigned long type;
+  unsigned long state;
+  ino_t inode;
+  std::string name;  // without the '@' that represents the leading zero byte
+};
+
+// Names may contain line breaks, which /proc/net/unix prints as they are: a line begins only
+// where its columns match.
+std::optional<Line> parseLine(const std::string& text) {
+  Line line{};
+  unsigned long long inode = 0;  // of 64 bits wherever files may be large
+  int end = 0;
+  const int fields = std::sscanf(text.c_str(), "%*[0-9a-fA-F]: %*8x %*8x %8lx %4lx %2lx %llu%n",
+                                 &line.flags, &line.type, &line.state, &inode, &end);
+  if (fields != 4) return std::nullopt;
+  line.inode = inode;
+  const std::string rest = text.substr(static_cast<std::size_t>(end));
+  if (rest.rfind(" @", 0) == 0) line.name = rest.substr(2);
+  return line;
+}
+
+void count(std::map<std::string, TableSockets>& sockets, const Line& line) {
+  if (line.type != kSequencedPackets || line.name.empty()) return;
+  TableSockets& table = sockets[line.name];
+  if (line.state == kConnected) ++table.connections;
+  if (line.state == kConnecting) ++table.pending;
+  if (line.state != kUnconnected) return;
+  table.bound.push_back(line.inode);
+  if ((line.flags & kAcceptsConnections) != 0) table.listening = true;
+}
+
+}  // namespace
+
+std::map<std::string, TableSockets> parseSockets(const std::string& content) {
+  std::map<std::string, TableSockets> sockets;
+  std::optional<Line> current;
+  const auto finish = [&] {
+    if (current) count(sockets, *current);
+  };
+  for (std::size_t begin = content.find('\n') + 1; begin != 0 && begin < content.size();) {
+    const std::size_t end = std::min(content.find('\n', begin), content.size());
+    const std::string text = content.substr(begin, end - begin);
+    if (auto line = parseLine(text)) {
+      finish();
+      current = std::move(line);
+    } else if (current) {
+      current->name += '\n' + text;
+    }
+    begin = end + 1;
+  }
+  finish();
+  return sockets;
+}
+
+std::map<std::string, TableSockets> readSockets() {
+  const char* const path = "/proc/net/unix";
+  std::ifstream file(path);
+  if (!file.is_open()) throw std::system_error(errno, std::generic_category(), path);
+  const std::string content{std::istreambuf_iterator<char>(file), {}};
+  return parseSockets(content);
+}
+
+std::optional<std::string> abstractName(Brask::Platform::DebugHandler& handler,
+                                        const std::string& path) {
+  try {
+    sockaddr_un address;
+    const unsigned length = Util::createSockaddr(handler, &address, path);
+    return std::string(address.sun_path + 1, length - offsetof(sockaddr_un, sun_path) - 1);
+  } catch (const Brask::RuntimeException&) {
+    return std::nullopt;
+  }
+}
+
+std::string enterNamespaceOfTables() {
+  if (setnsByName(DEFAULT_NS, CLONE_NEWNET) == 0) return {};
+  const char* const why = netnsGetTracebuffer();
+  return why != nullptr && *why != '\0' ? why : "no reason given";
+}
+
+}  // namespace Zorbe::Tool

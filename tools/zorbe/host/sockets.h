@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+//
+// The sockets of all tables, read from the kernel's list at once.
+#pragma once
+
+#include <brask/platform.h>
+#include <sys/types.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Zorbe::Tool {
+
+/// The sockets with the abstract name of one table.
+struct TableSockets {
+  std::vector<ino_t> bound;  ///< the writer lock: one, or none
+  bool listening = false;    ///< the writer accepts readers
+  unsigned connections = 0;  ///< accepted by the writer
+  unsigned pending = 0;      ///< waiting to be accepted
+};
+
+/// Sequenced-packet sockets of the network namespace of this process, by abstract name. Throws
+/// std::system_error when /proc/net/unix cannot be read.
+std::map<std::string, TableSockets> readSockets();
+
+/// The same for the content of a /proc/net/unix.
+std::map<std::string, TableSockets> parseSockets(const std::string& content);
+
+/// The abstract name of the table whose root directory is `path`; none when its last component
+/// is too long for one.
+std::optional<std::string> abstractName(Brask::Platform::DebugHandler& handler,
+                                        const std::string& path);
+
+/// Moves the process into the network namespace of all tables' sockets, so that
+/// /proc/net shows them. Where that is not allowed the process stays in its own, as the
+/// library's sockets do; returns the reason, or an empty text.
+std::string enterNamespaceOfTables();
+
+}  // namespace Zorbe::Tool

@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: MIT
+#include "host/table.h"
+
+#include <zorbe/fenix_file.h>
+#include <zorbe/root_path.h>
+#include <zorbe/util.h>
+
+#include <algorithm>
+#include <set>
+
+#include "host/processes.h"
+
+namespace Zorbe::Tool {
+
+namespace {
+
+using Brask::Platform::DebugHandler;
+using SocketsByName = std::map<std::string, TableSockets>;
+
+// A fifo would block whoever opens it, and these files are a line each.
+constexpr uint64_t kMaxNoteSize = 65536;
+
+bool isReadable(const Entry* entry) {
+  return entry != nullptr && entry->isFile() && entry->size() <= kMaxNoteSize;
+}
+
+// The content of a small file without the final line break.
+std::string note(DebugHandler& handler, const Table& table, const char* file) {
+  if (!isReadable(table.directory.find(file))) return {};
+  std::string text = Util::fileRead(handler, table.path + "/" + file, true);
+  if (!text.empty() && text.back() == '\n') text.pop_back();
+  return text;
+}
+
+Table readTable(DebugHandler& handler, const std::string& name) {
+  Table table;
+  table.name = name;
+  table.path = RootPath(handler, name, false).path;
+  table.socket = abstractName(handler, table.path);
+  table.directory = readListing(handler, table.path);
+  table.corrupt = table.directory.find("corruption-detected") != nullptr;
+  table.corruption = note(handler, table, "corruption-detected");
+  table.lastOwner = note(handler, table, "last-owner");
+  if (isReadable(table.directory.find("fenix"))) {
+    table.fenix = FenixFile::read(handler, table.path);
+  }
+  return table;
+}
+
+void addSockets(Table& table, const SocketsByName& sockets) {
+  if (!table.socket) return;
+  const auto found = sockets.find(*table.socket);
+  if (found != sockets.end()) table.sockets = found->second;
+}
+
+Writer describe(DebugHandler& handler, const std::vector<pid_t>& pids) {
+  Writer writer;
+  writer.pids = pids;
+  if (pids.empty()) return writer;
+  writer.executable = Util::readOwner(handler, static_cast<unsigned int>(pids.front()));
+  writer.cmdline = Util::readCmdline(handler, pids.front());
+  writer.stopped = isStopped(pids.front());
+  return writer;
+}
+
+// One pass over the processes for all tables.
+void addWriters(DebugHandler& handler, const std::vector<Table*>& tables) {
+  std::set<ino_t> wanted;
+  for (const Table* table : tables) {
+    wanted.insert(table->sockets.bound.begin(), table->sockets.bound.end());
+  }
+  const auto holders = findHolders(wanted);
+  for (Table* table : tables) {
+    if (table->sockets.bound.empty()) continue;
+    const auto found = holders.find(table->sockets.bound.front());
+    table->writer =
+        describe(handler, found == holders.end() ? std::vector<pid_t>{} : found->second);
+  }
+}
+
+void walk(DebugHandler& handler, const Table& from, int depth, std::vector<Table>& found) {
+  for (const Entry& entry : from.directory.entries) {
+    const bool link = S_ISLNK(entry.status.st_mode);
+    if (!entry.isDirectory() && !link) continue;
+    const std::string name = from.name.empty() ? entry.name : from.name + "/" + entry.name;
+    Table table = readTable(handler, name);
+    if (!table.directory.present) continue;
+    if (!link && depth > 1) walk(handler, table, depth - 1, found);
+    found.push_back(std::move(table));
+  }
+}
+
+// "zorbe_", a last component, "_" and eight digits: the component, or nothing.
+std::optional<std::string> lastComponent(const std::string& socket) {
+  constexpr std::size_t prefix = 6;
+  constexpr std::size_t suffix = 9;
+  if (socket.size() < prefix + suffix || socket.rfind("zorbe_", 0) != 0) return std::nullopt;
+  return socket.substr(prefix, socket.size() - prefix - suffix);
+}
+
+// Tables directly below the base directory whose directory was removed while their writer runs.
+void addSocketsWithoutDirectory(DebugHandler& handler, const SocketsByName& sockets,
+                                Survey& survey) {
+  std::set<std::string> known{survey.base.socket.value_or("")};
+  for (const Table& table : survey.directories) known.insert(table.socket.value_or(""));
+  for (const auto& [socket, ignored] : sockets) {
+    const auto name = lastComponent(socket);
+    if (known.count(socket) != 0 || !name || name->empty()) continue;
+    if (abstractName(handler, RootPath(handler, *name, false).path) != socket) continue;
+    survey.directories.push_back(readTable(handler, *name));
+  }
+}
+
+}  // namespace
+
+const char* Writer::state() const {
+  if (pids.empty()) return "hidden";
+  return stopped ? "stopped" : "alive";
+}
+
+bool Table::exists() const {
+  if (!sockets.bound.empty() || sockets.connections != 0 || sockets.pending != 0) return true;
+  return std::any_of(directory.entries.begin(), directory.entries.end(),
+                     [](const Entry& entry) { return entry.ours; });
+}
+
+uint64_t Table::storage() const {
+  uint64_t sum = 0;
+  for (const Entry& entry : directory.entries) {
+    if (entry.ours) sum += entry.storage();
+  }
+  return sum;
+}
+
+Table inspect(DebugHandler& handler, const std::string& name) {
+  Table table = readTable(handler, name);
+  addSockets(table, readSockets());
+  addWriters(handler, {&table});
+  return table;
+}
+
+std::vector<const Table*> Survey::tables() const {
+  std::vector<const Table*> found;
+  if (base.exists()) found.push_back(&base);
+  for (const Table& table : directories) {
+    if (table.exists()) found.push_back(&table);
+  }
+  return found;
+}
+
+Survey survey(DebugHandler& handler) {
+  Survey survey{readTable(handler, ""), {}};
+  walk(handler, survey.base, Survey::kMaxDepth, survey.directories);
+  const SocketsByName sockets = readSockets();
+  addSocketsWithoutDirectory(handler, sockets, survey);
+  std::vector<Table*> all{&survey.base};
+  for (Table& table : survey.directories) all.push_back(&table);
+  for (Table* table : all) addSockets(*table, sockets);
+  addWriters(handler, all);
+  std::sort(survey.directories.begin(), survey.directories.end(),
+            [](const Table& a, const Table& b) { return a.name < b.name; });
+  return survey;
+}
+
+}  // namespace Zorbe::Tool

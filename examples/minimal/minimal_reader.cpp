@@ -41,7 +41,7 @@ class Reader : public Zorbe::ReaderKickSm {
 
 int main() try {
   Brask::Linux::EventLoop loop;
-  Brask::Linux::StreamDebugHandler log(std::cerr, 0);
+  Brask::Linux::StreamDebugHandler log(std::cerr, 0, {200, 50});
   Zorbe::Reader::Counters counters{};
   Reader reader(log, Zorbe::RootPath(log, "minimal", false), counters);
   if (!reader.connect()) return 1;

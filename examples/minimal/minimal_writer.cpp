@@ -30,7 +30,7 @@ class Writer : public Zorbe::WriterKickSm {
 
 int main() try {
   Brask::Linux::EventLoop loop;
-  Brask::Linux::StreamDebugHandler log(std::cerr, 0);
+  Brask::Linux::StreamDebugHandler log(std::cerr, 0, {200, 50});
   Writer writer(log, Zorbe::RootPath(log, "minimal", true));
   Every second(1.0, [&] { writer.publish(); });
   loop.run();

@@ -131,7 +131,7 @@ int runReader(int argc, char** argv) {
     return kOk;
   }
   options.name = *name;
-  Brask::Linux::StreamDebugHandler log(std::cerr, options.level);
+  Brask::Linux::StreamDebugHandler log(std::cerr, options.level, {200, 50});
   return options.symbol.empty() ? follow(log, options) : printOne(log, options);
 }
 

@@ -170,7 +170,7 @@ int runWriter(int argc, char** argv) {
   }
   options.name = *name;
   Brask::Linux::EventLoop loop;
-  Brask::Linux::StreamDebugHandler log(std::cerr, options.level);
+  Brask::Linux::StreamDebugHandler log(std::cerr, options.level, {200, 50});
   Signals signals(loop);
   return Program(log, loop, options).run(signals);
 }

@@ -19,6 +19,12 @@ namespace Brask::Platform {
 
 /// Where log messages go. Owned by the client; outlives every object that was
 /// given a reference to it.
+///
+/// Either operation may throw. What it throws comes out of the library's operation that
+/// logs, with the calling thread in the network namespace that it was in before. That
+/// operation is not finished then: its object can be destroyed and is good for nothing
+/// else. A destructor drops std::bad_alloc together with the message; any other exception
+/// from the message of a destructor ends the process (std::terminate).
 class DebugHandler {
  public:
   virtual ~DebugHandler() = default;
@@ -58,10 +64,11 @@ class InotifyHandler {
  public:
   virtual ~InotifyHandler() = default;
 
-  /// The watch could not be set or has lost events; `what` says why.
+  /// The watch could not be set, or the kernel's queue was full and events were lost
+  /// (reported to every control that has a watch); `what` says why.
   virtual void inotifyError(const std::string& what) = 0;
 
-  /// The watched path is gone, and with it the watch.
+  /// The watched path is gone, and with it the watch. Reported once.
   virtual void inotifyDeleted() = 0;
 
   /// Something that the mask asked for happened; `what` is the name of the
@@ -99,7 +106,16 @@ class TimerControl {
   virtual void cancel() = 0;
 };
 
-/// Watches one path with inotify(7). Deleting the control ends the watch.
+/// Watches one path with inotify(7). Deleting the control ends the watch. A control is
+/// given the events of its own mask that happen while it has the watch: none from before,
+/// whoever else watches the same directory.
+///
+/// The library has a control for a directory and one for an entry in it, and makes both
+/// again when they are removed. So the loop may spare a control the end of its directory, but
+/// only where the control's own mask reported the removal (IN_DELETE) of an entry that
+/// another control watches, and only if its path leads to a directory again, to which its
+/// watch then moves. In every other case the end is one `inotifyDeleted()`, also when moving
+/// fails; what the kernel refuses then is an `inotifyError` as well.
 class InotifyControl {
  public:
   virtual ~InotifyControl() = default;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
 #include <mem/mkpath.h>
 #include <poll.h>
 #include <sched.h>
@@ -53,19 +54,64 @@ Step afterFailedMkdir(const std::string& path, int error) {
   return error == ENOENT ? Step::beginAgain : Step::failed;
 }
 
-// Ours may have been removed, and made again by another user, since we made it.
-Step afterFailedChmod(const std::string& path, int error) {
-  struct stat status {};
-  const bool replaced =
-      error == EPERM && lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid();
+// Closes what it is given and leaves errno alone.
+class Directory {
+ public:
+  explicit Directory(int fd) : fd_(fd) {}
+  Directory(const Directory&) = delete;
+  Directory& operator=(const Directory&) = delete;
+  ~Directory() {
+    const int error = errno;
+    if (fd_ >= 0) static_cast<void>(close(fd_));
+    errno = error;
+  }
+
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// Ours may have been removed since we made it. What is there instead is not for us to change,
+// be it a link, a file, or another user's directory: the next attempt looks at it.
+Step afterFailedOpen(int error) {
+  const bool replaced = error == ENOENT || error == ENOTDIR || error == ELOOP;
   errno = error;
-  return error == ENOENT || replaced ? Step::beginAgain : Step::failed;
+  return replaced ? Step::beginAgain : Step::failed;
 }
 
-Step make(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) != 0) return afterFailedMkdir(path, errno);
-  if (chmod(path.c_str(), mode) != 0) return afterFailedChmod(path, errno);
+Step afterFailedChmod(int fd, int error) {
+  struct stat status {};
+  const bool replaced = error == EPERM && fstat(fd, &status) == 0 && status.st_uid != geteuid();
+  errno = error;
+  return replaced ? Step::beginAgain : Step::failed;
+}
+
+// Where the umask has taken away the right to open it, the C library changes it by its name,
+// which it does not follow either, but for which it needs /proc.
+Step changeClosed(int parent, const char* name, mode_t mode) {
+  if (fchmodat(parent, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return Step::done;
+  const bool replaced = errno == ENOENT || errno == EPERM;
+  return replaced ? Step::beginAgain : Step::failed;
+}
+
+Step changeMode(int parent, const char* name, mode_t mode) {
+  const Directory made(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (made.fd() < 0 && errno == EACCES) return changeClosed(parent, name, mode);
+  if (made.fd() < 0) return afterFailedOpen(errno);
+  if (fchmod(made.fd(), mode) != 0) return afterFailedChmod(made.fd(), errno);
   return Step::done;
+}
+
+// The parent stays the same directory, whatever its path comes to lead to.
+Step make(const std::string& path, mode_t mode) {
+  const size_t slash = path.rfind('/');
+  const std::string parentPath = slash == path.npos ? "." : path.substr(0, slash + 1);
+  const std::string name = path.substr(slash + 1);
+  const Directory parent(open(parentPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (parent.fd() < 0) return afterFailedMkdir(path, errno);
+  if (mkdirat(parent.fd(), name.c_str(), mode) != 0) return afterFailedMkdir(path, errno);
+  return changeMode(parent.fd(), name.c_str(), mode);
 }
 
 // The path up to the end of each of its components, from the first to the whole.

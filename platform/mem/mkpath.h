@@ -15,6 +15,9 @@ namespace Mem {
 /// at the same moment: it begins again, a bounded number of times. Waits, for a second
 /// or two at most, for a directory that has just been made and is still closed to it.
 ///
+/// Links in the path are followed as ever, but between making a directory and changing its
+/// mode none is: what somebody else puts into its place keeps its mode.
+///
 /// Returns 0, or -1 with `errno` set: ENOTDIR when a component exists and is not
 /// a directory, otherwise what mkdir(2) or chmod(2) said.
 int mkpath(const std::string& path, unsigned mode);

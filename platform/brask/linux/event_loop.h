@@ -29,6 +29,19 @@ class Loop;
 /// for what a callback before it has deleted or ended, whatever the kernel had
 /// reported by then. An exception leaves turn() or run() as it is; the callbacks
 /// that were due behind it come in the next turn.
+///
+/// Watched paths, beyond what <brask/platform.h> promises. A control whose directory is
+/// removed and made again together with an entry that another control watches (or that it
+/// was just refused) is spared the end under the conditions named there:
+/// - A removal that happened before the control's own watch began, and that only the
+///   entry's control was told, is reported by `inotifyChanged` instead of the end.
+/// - A path that leads nowhere is tried once more in a later turn.
+/// - A path that cannot be watched again because it is gone is reported, with its name, to
+///   the controls of its parent directory that ask for IN_DELETE.
+/// - A control that asks for IN_DELETE and could not watch its path again because that was
+///   gone watches it as soon as another control watches an entry of it.
+/// The end of a control that asks for IN_DELETE_SELF or IN_MOVE_SELF, and of a file system
+/// that is unmounted, is always reported.
 class EventLoop {
  public:
   /// Becomes the loop of the calling thread. Throws std::logic_error when the
@@ -47,7 +60,10 @@ class EventLoop {
 
   /// Makes run() return after the turn it is in, and the turn end its wait. A
   /// stop() stays in force until a run() has returned for it; until then turn()
-  /// does not wait. From any thread and from a signal handler.
+  /// does not wait. From any thread and from a signal handler, as long as the loop lives:
+  /// run() may return, and its thread go on, before a stop() on another thread has returned.
+  /// So that thread has to be done (joined, say), and the handler removed, before the loop is
+  /// destroyed.
   void stop() noexcept;
 
   /// One turn. Waits until a callback ran, `maxWaitSeconds` have passed, or

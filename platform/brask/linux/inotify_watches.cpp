@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <functional>
 #include <new>
 #include <set>
 
@@ -41,6 +42,7 @@ InotifyWatches::Refusal InotifyWatches::add(InotifyWatcher& watcher, uint32_t ma
   // Adding to the mask takes no event from anyone who watches the same directory,
   // and shows which one it is. Mask 0 is left for the kernel to refuse.
   const uint32_t asked = mask == 0 ? 0 : (mask & ~(OWN_BITS | IN_EXCL_UNLINK)) | IN_MASK_ADD;
+  queue_.drain(fd_.get());  // what has happened by now is not the new registration's
   const int wd = request(watcher.path, asked);
   if (wd < 0) {
     const int error = errno;
@@ -66,7 +68,7 @@ void InotifyWatches::join(InotifyWatcher& watcher, int wd, uint32_t mask) {
     old->mask = (mask & IN_MASK_ADD) != 0 ? old->mask | mask : mask;
     return;
   }
-  const Handle handle = registrations_.insert({&watcher, wd, mask});
+  const Handle handle = registrations_.insert({&watcher, wd, mask, queue_.end(), ++order_, false});
   try {
     watches_[wd].users.push_back(handle);
   } catch (const std::bad_alloc&) {
@@ -156,6 +158,12 @@ void InotifyWatches::collect(int wd, std::vector<Handle>& handles) {
   handles.insert(handles.end(), found->second.users.begin(), found->second.users.end());
 }
 
+void InotifyWatches::noteEnd(int wd) {
+  const auto found = watches_.find(wd);
+  if (found == watches_.end()) return;
+  for (const Handle user : found->second.users) find(user)->watcher->lastEnd = ++order_;
+}
+
 std::vector<int> InotifyWatches::findLost() const {
   std::ifstream info("/proc/self/fdinfo/" + std::to_string(fd_.get()));
   if (!info) return {};
@@ -169,6 +177,7 @@ std::vector<int> InotifyWatches::findLost() const {
   for (const auto& watch : watches_) {
     if (known.count(watch.first) == 0) lost.push_back(watch.first);
   }
+  std::sort(lost.begin(), lost.end(), std::greater<>());
   return lost;
 }
 

@@ -6,24 +6,12 @@
 #include <unordered_map>
 #include <vector>
 
+#include "brask/linux/inotify_queue.h"
+#include "brask/linux/inotify_watcher.h"
 #include "brask/linux/owned_fd.h"
 #include "brask/linux/slot_table.h"
 
-namespace Brask::Platform {
-class InotifyHandler;
-}
-
 namespace Brask::Linux {
-
-/// The watching side of a path: what one InotifyControl keeps of it.
-struct InotifyWatcher {
-  explicit InotifyWatcher(Platform::InotifyHandler* eventHandler) : handler(eventHandler) {}
-
-  Platform::InotifyHandler* handler;
-  std::string path;     // the last one asked for
-  uint32_t mask = 0;    // and the mask
-  Handle registration;  // invalid while nothing is watched
-};
 
 /// The one inotify descriptor and who watches what with it. The kernel knows one
 /// watch and one mask for a directory however many watchers there are, so its
@@ -33,7 +21,10 @@ class InotifyWatches {
   struct Registration {
     InotifyWatcher* watcher = nullptr;
     int wd = -1;
-    uint32_t mask = 0;  // what this watcher asked for
+    uint32_t mask = 0;             // what this watcher asked for
+    uint64_t begin = 0;            // in the stream of events: those before it are not its own
+    uint64_t since = 0;            // when it began, in the order of beginnings and ends
+    bool removalReported = false;  // of an entry that another watcher watches
   };
 
   /// What a system call refused, and why; `error` 0 when nothing was refused.
@@ -44,6 +35,8 @@ class InotifyWatches {
     int limitError = 0;
     const char* setting = "";
   };
+
+  explicit InotifyWatches(InotifyQueue& queue) : queue_(queue) {}
 
   /// Opens the descriptor, when it is not open yet.
   Refusal open();
@@ -56,21 +49,16 @@ class InotifyWatches {
 
   Registration* find(Handle handle) { return registrations_.find(handle); }
 
-  /// Calls `visit(watcher)` for each that watches something.
-  template <typename Visit>
-  void forEach(Visit visit) {
-    registrations_.forEach([&](Handle, Registration& entry) { visit(*entry.watcher); });
-  }
-
   /// Appends the registrations of the kernel's watch `wd`, or all for -1.
   void collect(int wd, std::vector<Handle>& handles);
   uint32_t size() const { return registrations_.size(); }
 
-  /// The kernel has ended its watch `wd`; the registrations are still there.
+  /// The kernel has ended its watch `wd`. The registrations are still there.
+  void noteEnd(int wd);
   void forget(int wd) { watches_.erase(wd); }
 
   /// The kernel's watches, of those in use, that ended without our having been
-  /// told: what an overflow of the queue may have swallowed.
+  /// told: what an overflow of the queue may have swallowed. The first watched comes last.
   std::vector<int> findLost() const;
 
  private:
@@ -86,6 +74,8 @@ class InotifyWatches {
   void narrow(int wd, Watch& watch, const std::string& path, uint32_t how);
   void undo(int wd, const std::string& path);
 
+  InotifyQueue& queue_;
+  uint64_t order_ = 0;
   OwnedFd fd_;
   SlotTable<Registration> registrations_;
   std::unordered_map<int, Watch> watches_;

@@ -86,6 +86,7 @@ int Loop::fd() noexcept {
 [[gnu::hot]] void Loop::collect(int milliseconds) {
   retryLater();
   const bool work = hasWork();
+  waited_ = !work;
   // With work the loop does not wait; but an alarm left ringing is an event a turn.
   if (!work || (alarm_.hasRung() && !shown_)) alarm_.ringBy(timers_.earliestLater());
   ++turns_;
@@ -97,11 +98,13 @@ int Loop::fd() noexcept {
 
 [[gnu::hot]] bool Loop::deliver(bool late) {
   interrupted_ = true;
-  timers_.beginTurn(alarm_.hasRung());
-  inotify_.beginTurn();
-  bool ran = late && inotify_.deliver();
+  // The alarm need not be set where the loop did not wait for it.
+  timers_.beginTurn(alarm_.hasRung() || !waited_);
+  // What comes out of a callback that throws each time shall not be all that ever runs.
+  if (!late) inotify_.beginTurn();
+  bool ran = inotify_.hasUndelivered() && inotify_.deliver();
   for (uint64_t data = 0; poller_.take(data);) ran |= dispatch(data, late);
-  if (inotify_.hasFailures()) ran |= inotify_.deliverFailures();
+  if (inotify_.hasNotices()) ran |= inotify_.deliverNotices();
   ran |= runTimers();
   interrupted_ = false;
   shedStrays();
@@ -135,7 +138,7 @@ void Loop::retryLater() {
 }
 
 bool Loop::hasWork() const {
-  return timers_.hasImmediate() || inotify_.hasFailures();
+  return timers_.hasImmediate() || inotify_.hasNotices() || inotify_.hasUndelivered();
 }
 
 // The kernel goes on reporting a descriptor that was closed while a duplicate of
@@ -158,7 +161,7 @@ void Loop::showWork() noexcept {
   try {
     retryLater();
     if (stop_.raised()) stop_.quiet();
-    if (hasWork() || inotify_.hasRest()) {
+    if (hasWork()) {
       alarm_.ringNow();
     } else {
       alarm_.ringAt(timers_.earliestLater());

@@ -16,7 +16,7 @@ namespace Brask::Linux {
 
 /// What stands behind EventLoop. One turn is
 ///
-///   wait -> descriptors and inotify, in the kernel's order -> failed watches -> timers
+///   wait -> descriptors and inotify, in the kernel's order -> notices of inotify -> timers
 ///
 /// An exception out of a callback interrupts the turn; the next one goes on
 /// behind that callback before it asks the kernel again. So a callback that
@@ -68,6 +68,7 @@ class Loop {
   uint64_t endedBefore_ = 0;   // registrations that had ended when the batch was taken
   uint64_t straysBefore_ = 0;  // reports for ended registrations, likewise
   bool turning_ = false;
+  bool waited_ = true;        // for the kernel, in this turn
   bool interrupted_ = false;  // by an exception: the turn is not over
   bool shown_ = false;        // somebody polls fd()
 };

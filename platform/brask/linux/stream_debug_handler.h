@@ -3,28 +3,55 @@
 
 #include <brask/platform.h>
 
+#include <cstdint>
+#include <memory>
 #include <ostream>
 
 #pragma GCC visibility push(default)
 
 namespace Brask::Linux {
 
+class RateLimit;
+
 /// Writes each message as one line: the monotonic time in seconds with six
-/// decimals, the level, the text. A line break within the text is written as the
-/// two characters \n, so that a line is always a message. Flushes after each.
+/// decimals, the level, the text. Control characters within the text, also those of
+/// UTF-8, and bytes that are not UTF-8 are written as \n, \r, \t or \xNN: a line is
+/// always a message, and no text reaches a terminal as a command. Flushes after each.
+///
+/// Throws nothing but std::bad_alloc, and what the client's stream is set to throw.
 class StreamDebugHandler : public Platform::DebugHandler {
  public:
+  /// How many messages of the levels 0 and 1 are written: `burst` at once, then
+  /// `perSecond` each second. Other processes can cause such messages as fast as they
+  /// like (a record of a wrong size is one): a program that runs for long limits them.
+  struct Limit {
+    unsigned burst = 200;
+    unsigned perSecond = 50;
+  };
+
   /// Writes messages up to `maxLevel`, none with -1. The stream is the client's
   /// and outlives the handler.
   StreamDebugHandler(std::ostream& stream, int maxLevel);
+
+  /// The same, with a limit. Before the next message that is written after others were left
+  /// out, and at the latest from the destructor, one line says how many those were. It has the
+  /// lowest level among them.
+  StreamDebugHandler(std::ostream& stream, int maxLevel, Limit limit);
   ~StreamDebugHandler() override;
 
   bool isEnabled(int level) override;
   void emit(std::ostringstream& message, int level) override;
 
  private:
+  bool admit(int level, int64_t now);
+  void tellLeftOut(int64_t now);
+  void write(int64_t now, int level, const std::string& text);
+
   std::ostream& stream_;
   int maxLevel_;
+  int leftOutLevel_ = 0;
+  uint64_t leftOut_ = 0;
+  std::unique_ptr<RateLimit> limit_;  // null without one
 };
 
 }  // namespace Brask::Linux

@@ -62,11 +62,11 @@ void TimerQueue::startLater(TimerNode& node, int64_t delay) {
   node.state = TimerNode::State::Idle;
 }
 
-[[gnu::hot]] void TimerQueue::beginTurn(bool alarmRang) {
+[[gnu::hot]] void TimerQueue::beginTurn(bool mayBeDue) {
   turnStarts_ = starts_;
-  // Without an alarm no delay has passed, save where immediate timers have kept
-  // the loop from asking.
-  const bool ask = !heap_.empty() && (alarmRang || hasImmediate());
+  // Where the kernel has not reported it no delay has passed, save where immediate timers
+  // have kept the loop from asking.
+  const bool ask = !heap_.empty() && (mayBeDue || hasImmediate());
   turnNow_ = ask ? readClock() : knownNow_;
 }
 

@@ -44,8 +44,9 @@ class TimerQueue {
   int64_t earliestLater() const { return heap_.empty() ? 0 : heap_.front().expiry; }
 
   /// Fixes what is due in this turn: timers started from here on wait for the
-  /// next. `alarmRang` says that the kernel has reported a passed expiry.
-  void beginTurn(bool alarmRang);
+  /// next. `mayBeDue` says that a delay may have passed: the kernel has reported one, or was
+  /// not asked to.
+  void beginTurn(bool mayBeDue);
 
   /// Takes the next timer due in this turn out of the queue; null when none is left.
   TimerNode* takeDue();

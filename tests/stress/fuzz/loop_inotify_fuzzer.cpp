@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
 // Any events in any portions from an inotify descriptor, directories that go, come back and
-// are replaced, queues that overflow, limits, and clients that add and remove watches from
-// inside callbacks: each control gets exactly what a naive model expects.
+// are replaced, alone or with the one above, queues that overflow, limits, and clients that add and
+// remove watches from inside callbacks: each control gets exactly what a naive model expects.
 #include "stress/fuzz/fuzzer.h"
 #include "stress/fuzz/inotify_model.h"
 
 #include <brask/linux/event_loop.h>
 #include <brask/platform.h>
+#include <sys/inotify.h>
 
 #include <algorithm>
 #include <functional>
@@ -58,7 +59,7 @@ class InotifyCase {
       what < 4 ? static_cast<void>(turn()) : act(what);
       model_.checkKernel();
     }
-    // What is on its way arrives, in one more turn after each that throws.
+    // What is on its way arrives, in one more turn behind each that throws.
     while (turn()) {
     }
   }
@@ -105,14 +106,16 @@ class InotifyCase {
     }
   }
 
-  // An event that no mask asks for, of a watch that need not exist.
+  // An event that nobody asked for, of a watch that need not be there.
   void invent(unsigned wd) {
     const uint32_t mask = bits() & IN_ALL_EVENTS;
-    kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, name()});
+    kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, name(), 0, 0});
   }
 
   void limit() {
-    kernel_.isFull = input_.flag();
+    const unsigned flags = input_.byte();
+    kernel_.isFull = (flags & 1) != 0;
+    kernel_.reportParentFirst((flags & 2) != 0);
     kernel_.mostAtOnce = 1 + input_.below(100);
   }
 
@@ -138,7 +141,7 @@ class InotifyCase {
     const uint32_t mask = bits();
     const std::string path = Kernel::FakeInotify::pathOf(directory);
     probes_[control]->control->addWatch(path, mask);
-    model_.add(control, path, mask, kernel_.look(directory, mask));
+    model_.add(control, directory, mask);
     EXPECT_EQ(probes_[control]->control->path(), path);
   }
 

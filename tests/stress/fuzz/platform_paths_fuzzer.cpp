@@ -6,8 +6,10 @@
 #include "stress/fuzz/fuzzer.h"
 #include "support/kernel/files.h"
 
+#include <fcntl.h>
 #include <mem/mkpath.h>
 #include <nsutil/nsutil.h>
+#include <sys/eventfd.h>
 
 #include <cerrno>
 #include <climits>
@@ -33,7 +35,8 @@ class FakeFiles : public Files {
 
   void install() {
     current = this;
-    Fault::divert("stat", callStat, "lstat", callLstat, "mkdir", callMkdir, "chmod", callChmod);
+    Fault::divert("stat", callStat, "lstat", callLstat, "open", callOpen, "openat", callOpenat,
+                  "mkdirat", callMkdirat, "fchmod", callFchmod);
   }
 
  private:
@@ -48,15 +51,31 @@ class FakeFiles : public Files {
   static int callLstat(const char* path, struct stat* status) {
     return result(current->examine(path, Links::kNotFollowed, status->st_mode));
   }
-  // The umask leaves the owner's bits alone, for chmod to add the others.
-  static int callMkdir(const char* path, mode_t mode) {
-    return result(current->makeDirectory(path, mode & 0700));
+  // A descriptor of something else stands for the one of the path.
+  static int callOpen(const char* path, int flags, mode_t /*mode*/) {
+    mode_t there = 0;
+    const Links links = (flags & O_NOFOLLOW) != 0 ? Links::kNotFollowed : Links::kFollowed;
+    const int error = current->examine(path, links, there);
+    if (error != 0) return result(error);
+    if ((flags & O_DIRECTORY) != 0 && !S_ISDIR(there)) return result(ENOTDIR);
+    const Fault::Bypass bypass;
+    const int fd = ::eventfd(0, EFD_CLOEXEC);
+    current->opened_[fd] = path;
+    return fd;
   }
-  static int callChmod(const char* path, mode_t mode) {
-    return result(current->changeMode(path, mode));
+  static int callOpenat(int fd, const char* name, int flags, mode_t mode) {
+    return callOpen((current->opened_.at(fd) + "/" + name).c_str(), flags, mode);
+  }
+  // The umask leaves the owner's bits alone, for fchmod to add the others.
+  static int callMkdirat(int fd, const char* name, mode_t mode) {
+    return result(current->makeDirectory(current->opened_.at(fd) + "/" + name, mode & 0700));
+  }
+  static int callFchmod(int fd, mode_t mode) {
+    return result(current->changeMode(current->opened_.at(fd), mode));
   }
 
   static FakeFiles* current;
+  std::map<int, std::string> opened_;  // the latest of each number
 };
 
 FakeFiles* FakeFiles::current = nullptr;

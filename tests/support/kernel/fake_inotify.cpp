@@ -40,20 +40,6 @@ void FakeInotify::change(size_t directory, uint32_t event, const std::string& na
   inotify_.report(inodeOf(directory), event, name);
 }
 
-void FakeInotify::remove(size_t directory) {
-  files_.remove(pathOf(directory));
-}
-
-void FakeInotify::unmount(size_t directory) {
-  inotify_.end(inodeOf(directory), IN_UNMOUNT);
-  remove(directory);
-}
-
-void FakeInotify::replace(size_t directory) {
-  change(directory, IN_MOVE_SELF, "");
-  inotify_.forget(inodeOf(directory));
-}
-
 int FakeInotify::look(size_t directory, uint32_t mask) const {
   if (mask == 0) return -EINVAL;
   if (!files_.exists(pathOf(directory))) return -ENOENT;
@@ -66,8 +52,18 @@ int FakeInotify::watch(size_t directory, uint32_t mask) {
   return found < 0 ? failing(-found) : inotify_.add(inodeOf(directory), mask);
 }
 
-std::deque<InotifyEvent> FakeInotify::takeRead() {
-  return std::exchange(read_, {});
+std::optional<std::vector<InotifyEvent>> FakeInotify::takeRead() {
+  if (reads_.empty()) return std::nullopt;
+  std::vector<InotifyEvent> read = std::move(reads_.front());
+  reads_.pop_front();
+  return read;
+}
+
+std::set<int> FakeInotify::takeList() {
+  EXPECT_FALSE(lists_.empty()) << "the watches were not listed";
+  const std::set<int> list = lists_.front();
+  lists_.pop_front();
+  return list;
 }
 
 // Readable at any time: there may be nothing to read.
@@ -93,18 +89,21 @@ ssize_t FakeInotify::read(int fd, void* buffer, size_t size) {
     const Fault::Bypass bypass;
     return ::read(fd, buffer, size);
   }
+  std::vector<InotifyEvent>& events = current->reads_.emplace_back();
   if (current->inotify_.isEmpty()) return failing(EAGAIN);
-  return static_cast<ssize_t>(current->inotify_.read(static_cast<char*>(buffer), size,
-                                                     current->mostAtOnce, current->read_));
+  return static_cast<ssize_t>(
+      current->inotify_.read(static_cast<char*>(buffer), size, current->mostAtOnce, events));
 }
 
 // /proc/self/fdinfo of the descriptor, whose numbers have base 16.
 FILE* FakeInotify::openWatchList(const char* path, const char* mode) {
   const Fault::Bypass bypass;
   if (path != "/proc/self/fdinfo/" + std::to_string(current->fd_)) return ::fopen(path, mode);
+  std::set<int>& list = current->lists_.emplace_back();
   std::ostringstream text;
   text << "pos:\t0\nflags:\t02004000\n" << std::hex;
   for (const auto& watch : current->watches()) {
+    list.insert(watch.first);
     text << "inotify wd:" << watch.first << " ino:2 sdev:1 mask:" << watch.second << "\n";
   }
   const std::string all = text.str();

@@ -3,30 +3,39 @@
 
 #include "support/kernel/files.h"
 
-#include <array>
 #include <cstdio>
+#include <optional>
+#include <set>
 
 namespace Zorbe::Test::Kernel {
 
-/// The one inotify(7) instance of a loop, with a few directories, "/0" to "/3". The calls of
-/// inotify, read(2) of its descriptor and its file in /proc/self/fdinfo work on it from its
-/// construction until the faults are reset. One at a time.
+/// The one inotify(7) instance of a loop, with a few directories: "/0" and "/2", each with one in
+/// it. The calls of inotify, read(2) of its descriptor and its file in /proc/self/fdinfo work on it
+/// from its construction until the faults are reset. One at a time.
 class FakeInotify {
  public:
   static constexpr size_t kDirectories = 4;
 
   FakeInotify();
 
-  static std::string pathOf(size_t directory) { return "/" + std::to_string(directory); }
+  static bool isInner(size_t directory) { return directory % 2 != 0; }
+  static std::string nameOf(size_t directory) { return std::to_string(directory); }
+  static std::string pathOf(size_t directory) {
+    return (isInner(directory) ? pathOf(directory - 1) : "") + "/" + nameOf(directory);
+  }
 
   // What happens to the directories.
   void change(size_t directory, uint32_t event, const std::string& name);
-  void remove(size_t directory);  // which is reported to its watchers
-  void unmount(size_t directory);
+  void remove(size_t directory) { files_.removeTree(pathOf(directory)); }
+  void unmount(size_t directory) { files_.unmount(pathOf(directory)); }
   void make(size_t directory) { files_.makeDirectories(pathOf(directory)); }
-  void replace(size_t directory);  // from now on the path leads to another directory
+  void replace(size_t directory) { files_.replace(pathOf(directory)); }
   void overflow() { inotify_.overflow(); }
   void queue(const InotifyEvent& event) { inotify_.queue(event); }
+  void reportParentFirst(bool first) { files_.reportsParentFirst = first; }
+
+  /// The time, which is later with each call and each event.
+  uint64_t tick() { return inotify_.tick(); }
 
   /// There is no room for further watches.
   bool isFull = false;
@@ -38,8 +47,11 @@ class FakeInotify {
   /// number.
   int look(size_t directory, uint32_t mask) const;
 
-  /// The events that were read since the last call.
-  std::deque<InotifyEvent> takeRead();
+  /// The events of the earliest read that was not taken yet; nothing when there was none.
+  std::optional<std::vector<InotifyEvent>> takeRead();
+
+  /// The watches of the earliest list of them that was not taken yet.
+  std::set<int> takeList();
 
   /// The watches, each with the events that it asks for.
   const std::map<int, uint32_t>& watches() const { return inotify_.watches(); }
@@ -57,7 +69,8 @@ class FakeInotify {
   int fd_ = -1;
   Files files_;
   Inotify inotify_;
-  std::deque<InotifyEvent> read_;
+  std::deque<std::vector<InotifyEvent>> reads_;
+  std::deque<std::set<int>> lists_;
 };
 
 }  // namespace Zorbe::Test::Kernel

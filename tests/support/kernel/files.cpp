@@ -86,7 +86,7 @@ int Files::makeDirectory(const std::string& path, mode_t mode) {
   if (error == 0) return EEXIST;
   if (error != ENOENT || path.empty()) return error;
   const int above = examine(path.substr(0, path.rfind('/') + 1), Links::kFollowed, there);
-  if (above == 0) make(plain(path), S_IFDIR | mode);
+  if (above == 0) makeDirectories(plain(path), mode);
   return above;
 }
 
@@ -111,6 +111,7 @@ void Files::makeDirectories(const std::string& path, mode_t mode) {
   if (exists(path)) return;
   if (path != "/") makeDirectories(parentOf(path), mode);
   make(path, S_IFDIR | mode);
+  report(parentOf(path), IN_CREATE | IN_ISDIR, nameOf(path));
 }
 
 void Files::makeLink(const std::string& path) {
@@ -158,26 +159,49 @@ int Files::remove(const std::string& path) {
   return 0;
 }
 
+// All paths of a tree, the deeper ones first.
+std::vector<std::string> Files::treeOf(const std::string& path) const {
+  std::vector<std::string> tree = {path};
+  for (auto next = nodes_.upper_bound(path + "/");
+       next != nodes_.end() && next->first.rfind(path + "/", 0) == 0; ++next) {
+    tree.push_back(next->first);
+  }
+  std::reverse(tree.begin(), tree.end());
+  return tree;
+}
+
 int Files::removeTree(const std::string& path) {
   if (!exists(path)) return ENOENT;
-  for (;;) {
-    const auto next = nodes_.upper_bound(path + "/");
-    if (next == nodes_.end() || next->first.rfind(path + "/", 0) != 0) break;
-    erase(std::string(next->first));
-  }
-  erase(path);
+  for (const std::string& each : treeOf(path)) erase(each);
   return 0;
+}
+
+void Files::unmount(const std::string& path) {
+  for (const std::string& each : treeOf(path)) {
+    for (Inotify* watches : watchers_) watches->end(inode(each), IN_UNMOUNT);
+    nodes_.erase(each);
+  }
+}
+
+// What was there is still watched, by its inode.
+void Files::replace(const std::string& path) {
+  if (!exists(path)) return;
+  report(parentOf(path), IN_MOVED_FROM, nameOf(path));
+  report(path, IN_MOVE_SELF, "");
+  for (const std::string& each : treeOf(path)) nodes_.erase(each);
+  makeDirectories(path);
 }
 
 void Files::erase(const std::string& path) {
   const uint64_t erased = inode(path);
-  const uint32_t directory = isDirectory(path) ? IN_ISDIR : 0;
+  const uint32_t event = IN_DELETE | (isDirectory(path) ? IN_ISDIR : 0);
   nodes_.erase(path);
+  if (reportsParentFirst) report(parentOf(path), event, nameOf(path));
   for (Inotify* watches : watchers_) {
     watches->report(erased, IN_DELETE_SELF, "");
     watches->end(erased, 0);
   }
-  report(parentOf(path), IN_DELETE | directory, nameOf(path));
+  if (!reportsParentFirst) report(parentOf(path), event, nameOf(path));
 }
 
 void Files::report(const std::string& directory, uint32_t event, const std::string& name) {

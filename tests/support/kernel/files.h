@@ -43,8 +43,13 @@ class Files {
   int read(const std::string& path, std::string& content) const;
   int remove(const std::string& path);      ///< a file or an empty directory
   int removeTree(const std::string& path);  ///< all of it at once
+  void unmount(const std::string& path);    ///< a tree, whose watches end
+  void replace(const std::string& path);    ///< a directory is moved away, an empty one made
   int place(const std::string& path, Mapping mapping);
   Mapping map(const std::string& path) const;
+
+  /// The removal of a directory is reported to its parent before it is to itself. Kernels differ.
+  bool reportsParentFirst = false;
 
   /// The mode of each path.
   std::map<std::string, mode_t> modes() const;
@@ -64,6 +69,7 @@ class Files {
   const Node* find(const std::string& path) const;
   Node& make(const std::string& path, mode_t mode);
   void erase(const std::string& path);
+  std::vector<std::string> treeOf(const std::string& path) const;
   void report(const std::string& directory, uint32_t event, const std::string& name);
 
   std::map<std::string, Node> nodes_;

@@ -26,32 +26,37 @@ bool Inotify::remove(int wd) {
   for (auto each = watchOf_.begin(); each != watchOf_.end();) {
     each = each->second == wd ? watchOf_.erase(each) : std::next(each);
   }
-  queue({wd, IN_IGNORED, ""});
+  queue({wd, IN_IGNORED, "", 0, 0});
   return true;
 }
 
 void Inotify::report(uint64_t inode, uint32_t event, const std::string& name) {
   const auto found = watches_.find(find(inode));
-  if (found != watches_.end() && (found->second & event) != 0) queue({found->first, event, name});
+  if (found != watches_.end() && (found->second & event & IN_ALL_EVENTS) != 0)
+    queue({found->first, event, name, 0, 0});
 }
 
 void Inotify::end(uint64_t inode, uint32_t why) {
   const int wd = find(inode);
   if (wd == 0) return;
-  if (why != 0) queue({wd, why, ""});
+  if (why != 0) queue({wd, why, "", 0, 0});
   remove(wd);
 }
 
 void Inotify::queue(InotifyEvent event) {
-  if (!queue_.empty() && queue_.back() == event) return;
+  event.first = event.last = tick();
+  if (!queue_.empty() && queue_.back() == event) {
+    queue_.back().last = event.last;
+    return;
+  }
   if (queue_.size() > limit_) return;
-  if (queue_.size() == limit_) event = {-1, IN_Q_OVERFLOW, ""};
+  if (queue_.size() == limit_) event = {-1, IN_Q_OVERFLOW, "", event.first, event.last};
   queue_.push_back(std::move(event));
 }
 
 void Inotify::overflow() {
   queue_.clear();
-  queue({-1, IN_Q_OVERFLOW, ""});
+  queue({-1, IN_Q_OVERFLOW, "", 0, 0});
 }
 
 InotifyEvent Inotify::take() {
@@ -61,7 +66,7 @@ InotifyEvent Inotify::take() {
 }
 
 std::size_t Inotify::read(char* buffer, std::size_t size, std::size_t most,
-                          std::deque<InotifyEvent>& taken) {
+                          std::vector<InotifyEvent>& taken) {
   std::size_t used = 0;
   for (std::size_t count = 0; count < most && !queue_.empty(); ++count) {
     const InotifyEvent& event = queue_.front();

@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace Zorbe::Test::Kernel {
 
@@ -14,6 +15,8 @@ struct InotifyEvent {
   int wd;
   uint32_t mask;
   std::string name;
+  uint64_t first = 0;  ///< when it happened
+  uint64_t last = 0;   ///< when an equal one happened that was merged with it
 
   bool operator==(const InotifyEvent& other) const {
     return wd == other.wd && mask == other.mask && name == other.name;
@@ -38,8 +41,8 @@ class Inotify {
   /// An inode is no more: its watch ends, after an event `why` unless that is 0.
   void end(uint64_t inode, uint32_t why);
 
-  /// The path of an inode leads to another one; the inode is still watched.
-  void forget(uint64_t inode) { watchOf_.erase(inode); }
+  /// The time, which is later with each call and each event.
+  uint64_t tick() { return ++time_; }
 
   /// The watch of an inode, 0: none.
   int find(uint64_t inode) const;
@@ -47,7 +50,8 @@ class Inotify {
   /// The watches, each with the events that it asks for.
   const std::map<int, uint32_t>& watches() const { return watches_; }
 
-  /// Adds an event to the queue, as the kernel does: not twice in a row, not beyond the limit.
+  /// Adds an event to the queue, as the kernel does: merges it with an equal last one, and adds
+  /// none beyond the limit.
   void queue(InotifyEvent event);
 
   /// Events are lost: all that are queued.
@@ -60,11 +64,12 @@ class Inotify {
   /// Takes as many events, at most `most`, as read(2) fits into the buffer; appends them to
   /// `taken`. Returns the number of bytes.
   std::size_t read(char* buffer, std::size_t size, std::size_t most,
-                   std::deque<InotifyEvent>& taken);
+                   std::vector<InotifyEvent>& taken);
 
  private:
   std::size_t limit_;
   int lastWatch_ = 0;
+  uint64_t time_ = 0;
   std::map<uint64_t, int> watchOf_;  // by inode
   std::map<int, uint32_t> watches_;
   std::deque<InotifyEvent> queue_;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <brask/linux/event_loop.h>
+#include <brask/linux/stream_debug_handler.h>
 #include <zorbe/mounter.h>
 #include <zorbe/root_path.h>
 #include <zorbe/unlock.h>
@@ -62,7 +63,7 @@ class EventLog {
 // rootChanged() alone cannot.
 class WatchedRoot : private MounterBase, public MounterSm {
  public:
-  WatchedRoot(Handler& messages, const std::string& table, EventLog& log)
+  WatchedRoot(Brask::Platform::DebugHandler& messages, const std::string& table, EventLog& log)
       : MounterSm(messages, table, this), log_(log) {}
 
   void inotifyError(const std::string& what) override { log_.write("watch-error", what); }
@@ -84,7 +85,7 @@ volatile std::sig_atomic_t stopping = 0;
 
 class WatchedWriter : public WriterUnlockSm {
  public:
-  WatchedWriter(Handler& messages, const RootPath& root, EventLog& log)
+  WatchedWriter(Brask::Platform::DebugHandler& messages, const RootPath& root, EventLog& log)
       : WriterUnlockSm(messages, "zorbe watch", root), log_(log) {}
 
   /// Connects now, or ten times a second until a writer listens.
@@ -169,9 +170,11 @@ int watch(Context& context, const WatchOptions& options) {
   Brask::Linux::EventLoop loop;
   const StopOnSignals guard(loop);
   EventLog log(context.json);
-  WatchedRoot root(context.handler, options.table, log);
+  // Runs for long, among peers that may make it log: keeps no failures, and limits what it shows.
+  Brask::Linux::StreamDebugHandler messages(std::cerr, context.handler.maxLevel(), {200, 50});
+  WatchedRoot root(messages, options.table, log);
   log.write("watching", table.path);
-  WatchedWriter writer(context.handler, RootPath(context.handler, options.table, false), log);
+  WatchedWriter writer(messages, RootPath(messages, options.table, false), log);
   if (options.connect) writer.follow();
   loop.run();
   return kYes;

@@ -18,6 +18,8 @@ class Handler : public Brask::Platform::DebugHandler {
   bool isEnabled(int level) override { return level == 0 || level <= maxLevel_; }
   void emit(std::ostringstream& message, int level) override;
 
+  int maxLevel() const { return maxLevel_; }
+
   /// The failures since the last call.
   std::vector<std::string> takeFailures();
 

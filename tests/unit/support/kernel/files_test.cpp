@@ -52,7 +52,7 @@ class System {
   virtual std::size_t readEvents(char* buffer, std::size_t size) = 0;
 };
 
-class Model final : public System {
+class Model : public System {
  public:
   Model() { files_.attach(&inotify_); }
   void makeDirectories(const std::string& path) override { files_.makeDirectories(path); }
@@ -81,13 +81,20 @@ class Model final : public System {
   }
   bool unwatch(int wd) override { return inotify_.remove(wd); }
   std::size_t readEvents(char* buffer, std::size_t size) override {
-    std::deque<InotifyEvent> taken;
+    std::vector<InotifyEvent> taken;
     return inotify_.read(buffer, size, SIZE_MAX, taken);
   }
 
- private:
+ protected:
   Files files_;
+
+ private:
   Inotify inotify_{systemsQueueLimit()};
+};
+
+class ModelWithParentFirst final : public Model {
+ public:
+  ModelWithParentFirst() { files_.reportsParentFirst = true; }
 };
 
 class Linux final : public System {
@@ -304,13 +311,16 @@ TEST(FilesTest, TheRemovalOfADirectoryIsReportedToTheWatchOfItsParent) {
   });
 }
 
-TEST(FilesTest, TheEndOfADirectoryIsReportedToItsWatchBeforeThatOfItsParent) {
-  compare([](Steps& steps) {
+// Kernels differ in the order.
+TEST(FilesTest, TheEndOfADirectoryIsReportedToItsWatchAndToThatOfItsParent) {
+  const auto script = [](Steps& steps) {
     steps.makeDirectories("/a/b");
     steps.watch("/a");
     steps.watch("/a/b");
     steps.remove("/a/b");
-  });
+  };
+  EXPECT_THAT(outcome<Linux>(script),
+              testing::AnyOf(outcome<Model>(script), outcome<ModelWithParentFirst>(script)));
 }
 
 TEST(FilesTest, AWatchThatIsRemovedIsIgnoredOnceAndItsNumberIsNotUsedAgain) {

@@ -31,12 +31,40 @@ ssize_t readOverflow(int fd, void* buffer, size_t size) {
   return sizeof event;
 }
 
+// The kernel's queue was full: all that it had is lost.
+ssize_t readOverflowAlone(int fd, void* buffer, size_t size) {
+  if (!overflowing) return readOverflow(fd, buffer, size);
+  const Fault::Bypass bypass;
+  while (::read(fd, buffer, size) > 0) {
+  }
+  return readOverflow(fd, buffer, size);
+}
+
+// What read(2) finds when a file system is unmounted: that, before the end of each watch.
+ssize_t readAsUnmounted(int fd, void* buffer, size_t size) {
+  const Fault::Bypass bypass;
+  const ssize_t got = ::read(fd, buffer, size);
+  for (ssize_t next = 0; next < got;) {
+    inotify_event event;
+    char* const place = static_cast<char*>(buffer) + next;
+    std::memcpy(&event, place, sizeof event);
+    if (event.mask == IN_IGNORED) event.mask = IN_UNMOUNT;
+    std::memcpy(place, &event, sizeof event);
+    next += static_cast<ssize_t>(sizeof event + event.len);
+  }
+  return got;
+}
+
 class InotifyFaultTest : public WithFaults<InotifyTest> {
  protected:
   // The kernel reports an overflow, and then what it has.
   static void overflow() {
     overflowing = true;
     Fault::divert("read", readOverflow);
+  }
+  static void overflowAlone() {
+    overflowing = true;
+    Fault::divert("read", readOverflowAlone);
   }
 
   // A refused watch is reported as `error`; added again, it works.
@@ -70,6 +98,20 @@ class InotifyTreeFaultTest : public InotifyFaultTest {
   InotifyTreeFaultTest() {
     outer.control->addWatch(top, IN_DELETE);
     inner.control->addWatch(leaf, IN_CREATE);
+  }
+
+  // The inner control's client makes the tree again.
+  void makeItAgain() {
+    inner.onEvent = [&] {
+      if (inner.told.back() != "deleted") return;
+      directory.make("top");
+      directory.make("top/leaf");
+      inner.control->addWatch(leaf, IN_CREATE);
+    };
+  }
+  void removeTree() {
+    remove(leaf);
+    remove(top);
   }
 
   const std::string top = directory.make("top");
@@ -192,4 +234,74 @@ TEST_F(InotifyTreeFaultTest, AWatcherThatCannotBeResumedIsResumedLater) {
   EXPECT_EQ(1u, kernelWatches().size());
   inner.control->addWatch(leaf, IN_CREATE);
   EXPECT_EQ(2u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeFaultTest, AnEndIsReportedWhenTheWatchCannotMoveAndSoIsTheRefusal) {
+  makeItAgain();
+  removeTree();
+  Fault::arm("inotify_add_watch", 2, ENOSPC);
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted",
+                  "error inotify_add_watch() " + top +
+                      ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            outer.told);
+  EXPECT_EQ(1u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeFaultTest, TheEndOfAMountIsReportedThoughItsPathIsADirectoryAgain) {
+  makeItAgain();
+  removeTree();
+  Fault::divert("read", readAsUnmounted);
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+}
+
+TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedHearsWhy) {
+  removeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  outer.control->addWatch(top, IN_DELETE);
+  settle();
+  outer.told.clear();
+  directory.make("top");
+  directory.make("top/leaf");
+  Fault::arm("inotify_add_watch", 2, ENOSPC);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ((Told{"error inotify_add_watch() " + top +
+                  ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            outer.told);
+}
+
+TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverTheirOrder) {
+  outer.control->removeWatch();
+  outer.control->addWatch(top, IN_DELETE);  // the later watch of the two
+  makeItAgain();
+  removeTree();
+  overflowAlone();
+  settle();
+  EXPECT_EQ((Told{OVERFLOW_ERROR, "changed leaf"}), outer.told);
+  EXPECT_EQ((Told{OVERFLOW_ERROR, "deleted"}), inner.told);
+  EXPECT_EQ(2u, kernelWatches().size());
+}
+
+TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchIsNotReportedToIt) {
+  InotifyProbe before, later;
+  before.control->addWatch(directory.path, IN_CREATE);
+  overflow();
+  later.control->addWatch(directory.path, IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{OVERFLOW_ERROR}, before.told);
+  EXPECT_EQ(Told{}, later.told);
+}
+
+TEST_F(InotifyFaultTest, AWatchIsAddedWhenTheEventsFromBeforeCannotBeRead) {
+  InotifyProbe first, second;
+  first.control->addWatch(directory.path, IN_CREATE);
+  directory.make("one");
+  Fault::arm("read", 1, EIO);
+  second.control->addWatch(directory.path, IN_CREATE);
+  directory.make("two");
+  settle();
+  EXPECT_EQ((Told{"changed one", "changed two"}), first.told);
+  EXPECT_EQ("changed two", second.told.back());
 }

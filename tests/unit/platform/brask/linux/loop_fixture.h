@@ -119,8 +119,8 @@ class Pair {
 /// A directory of the test's own, removed with everything in it.
 class Directory {
  public:
-  Directory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "brask-loop-XXXXXX").string();
+  explicit Directory(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
+    std::string pattern = (base / "brask-loop-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
     path = pattern;
   }

@@ -124,6 +124,9 @@ TEST_F(LoopWaitsTest, TheTimerfdIsSetToTheEarliestExpiryInNanoseconds) {
   earlier.control->start(0.123456789);
   loop->turn(0);
   expectTimerfd(1, 123456789);
+  earlier.control->start(1.5e-9);
+  loop->turn(0);
+  expectTimerfd(1, 2);
 }
 
 TEST_F(LoopWaitsTest, TheTimerfdOfALoopThatIsPolledFromOutsideFollowsTheEarliestTimerAtOnce) {

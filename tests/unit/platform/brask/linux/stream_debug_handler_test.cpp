@@ -19,6 +19,13 @@ std::string written(int maxLevel, const std::string& text, int level) {
   return stream.str();
 }
 
+// What a line shows of `text`.
+std::string textOf(const std::string& text) {
+  const std::string line = written(0, text, 0);
+  const size_t start = line.find(' ') + 3;
+  return line.substr(start, line.size() - start - 1);
+}
+
 double monotonicSeconds() {
   timespec now{};
   EXPECT_EQ(0, ::clock_gettime(CLOCK_MONOTONIC, &now));
@@ -42,6 +49,35 @@ TEST(StreamDebugHandlerTest, TheTimeIsTheMonotonicClock) {
 TEST(StreamDebugHandlerTest, LineBreaksWithinTheTextAreEscaped) {
   const std::string line = written(0, "one\ntwo\n", 0);
   EXPECT_EQ(" 0 one\\ntwo\\n\n", line.substr(line.find(' ')));
+}
+
+TEST(StreamDebugHandlerTest, ControlCharactersAreEscaped) {
+  EXPECT_EQ("\\x1b[2J\\r\\t\\x07\\x08\\x7f", textOf("\x1b[2J\r\t\a\b\x7f"));
+  EXPECT_EQ("a\\x00b", textOf(std::string("a\0b", 3)));
+  for (int code = 0; code < 0x20; ++code) {
+    EXPECT_EQ('\\', textOf(std::string(1, static_cast<char>(code))).front()) << code;
+  }
+  EXPECT_EQ(" ~", textOf(" ~"));
+}
+
+TEST(StreamDebugHandlerTest, TheControlCharactersOfUtf8AreEscapedAndItsLettersAreNot) {
+  EXPECT_EQ("\\xc2\\x80 \\xc2\\x9b31m \\xc2\\x9f", textOf("\u0080 \u009b31m \u009f"));
+  const std::string letters =
+      "\u00a0\u00e9\u07ff\u0800\u65e5\ud7ff\uffff\U00010000\U0001f642\U0010ffff";
+  EXPECT_EQ(letters, textOf(letters));
+}
+
+TEST(StreamDebugHandlerTest, BytesThatAreNotUtf8AreEscaped) {
+  EXPECT_EQ("\\x9b", textOf("\x9b")) << "a control character of eight-bit terminals";
+  EXPECT_EQ("\\xe6\\x97", textOf("\xe6\x97")) << "cut off";
+  EXPECT_EQ("\\xe6x", textOf("\xe6x"));
+  EXPECT_EQ("\\xc1\\xbf", textOf("\xc1\xbf")) << "longer than needed";
+  EXPECT_EQ("\\xe0\\x82\\x9b", textOf("\xe0\x82\x9b")) << "likewise";
+  EXPECT_EQ("\\xf0\\x8f\\xbf\\xbf", textOf("\xf0\x8f\xbf\xbf")) << "likewise";
+  EXPECT_EQ("\\xed\\xa0\\x80", textOf("\xed\xa0\x80")) << "a surrogate";
+  EXPECT_EQ("\\xf4\\x90\\x80\\x80", textOf("\xf4\x90\x80\x80")) << "above the last character";
+  EXPECT_EQ("\\xf8\\x88\\x80\\x80\\x80", textOf("\xf8\x88\x80\x80\x80"));
+  EXPECT_EQ("\\xff\u00e9", textOf("\xff\u00e9"));
 }
 
 TEST(StreamDebugHandlerTest, WritesLevelsUpToTheLimitOnly) {

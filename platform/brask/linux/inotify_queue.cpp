@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#include "brask/linux/inotify_queue.h"
+
+#include <limits.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "brask/linux/owned_fd.h"
+
+namespace Brask::Linux {
+
+namespace {
+
+constexpr size_t kChunk = size_t{64} * 1024;
+constexpr size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
+
+// Who is slower than what happens shall meet the kernel's own limit, not fill the memory.
+constexpr size_t kMostDrained = size_t{1024} * 1024;
+
+}  // namespace
+
+InotifyQueue::InotifyQueue() = default;
+
+// What was taken makes room, once it is more than what would have to be moved.
+void InotifyQueue::shift() {
+  const size_t rest = end_ - next_;
+  if (next_ == 0 || rest > next_) return;
+  std::memmove(buffer_.data(), buffer_.data() + next_, rest);
+  base_ += next_;
+  admitted_ -= next_;
+  end_ = rest;
+  next_ = 0;
+}
+
+// Returns 0 or the reason why nothing came.
+int InotifyQueue::readSome(int fd) {
+  if (buffer_.size() - end_ < kLargestEvent) shift();
+  if (buffer_.size() - end_ < kLargestEvent) buffer_.resize(buffer_.size() + kChunk);
+  const ssize_t got = ::read(fd, buffer_.data() + end_, buffer_.size() - end_);
+  if (got < 0) return errno;
+  end_ += static_cast<size_t>(got);
+  return got != 0 ? 0 : EAGAIN;
+}
+
+void InotifyQueue::read(int fd) {
+  const int error = readSome(fd);
+  if (error != 0 && error != EAGAIN && error != EINTR)
+    throwSystemError(error, "EventLoop read(inotify)");
+  beginTurn();
+}
+
+void InotifyQueue::drain(int fd) {
+  try {
+    while (end_ - next_ < kMostDrained && readSome(fd) == 0) {
+    }
+  } catch (const std::bad_alloc&) {  // as with a read that fails: the loop reads the rest
+  }
+}
+
+bool InotifyQueue::take(InotifyEvent& event) {
+  if (next_ == admitted_) return false;
+  inotify_event header;
+  std::memcpy(&header, buffer_.data() + next_, sizeof header);
+  event.wd = header.wd;
+  event.mask = header.mask;
+  event.position = base_ + next_;
+  event.name = header.len != 0 ? buffer_.data() + next_ + sizeof header : "";
+  next_ += sizeof header + header.len;
+  return true;
+}
+
+}  // namespace Brask::Linux

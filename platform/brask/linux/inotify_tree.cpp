@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+#include "brask/linux/inotify_tree.h"
+
+#include <sys/inotify.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace Brask::Linux {
+
+namespace {
+
+using Kind = InotifyNotices::Kind;
+using Refusal = InotifyWatches::Refusal;
+
+bool isGone(const Refusal& refusal) {
+  return refusal.error == ENOENT || refusal.error == ENOTDIR;
+}
+
+std::string textOf(const Refusal& refusal, const std::string& path) {
+  std::string text = std::string(refusal.call) + " " + path + ": " + std::strerror(refusal.error);
+  if (refusal.error == refusal.limitError) {
+    text += std::string(" (raise ") + refusal.setting + ")";
+  }
+  return text;
+}
+
+}  // namespace
+
+void InotifyTree::refused(InotifyWatcher& watcher, const Refusal& refusal, bool again) {
+  notices_.add(watcher, Kind::Refusal, textOf(refusal, watcher.path));
+  if (!again || !isGone(refusal)) return;
+  const PathEntry entry = entryOf(watcher.path);
+  if (!entry.name.empty()) {
+    paths_.findAt(entryOf(entry.directory), [&](InotifyWatcher& parent) {
+      InotifyWatches::Registration* registration = watches_.find(parent.registration);
+      const bool concerned = registration != nullptr || parent.orphaned || parent.ends != 0;
+      if (concerned && (parent.mask & IN_DELETE) != 0) {
+        notices_.add(parent, Kind::Removal, std::string(entry.name));
+        if (registration != nullptr) registration->removalReported = true;
+      }
+      return false;
+    });
+  }
+  if ((watcher.mask & IN_DELETE) != 0) {
+    watcher.orphaned = true;
+    ++orphans_;
+  }
+}
+
+void InotifyTree::forget(InotifyWatcher& watcher) {
+  if (std::exchange(watcher.orphaned, false)) --orphans_;
+}
+
+// An entry of the directory is watched, so that it is there.
+void InotifyTree::watched(const InotifyWatcher& watcher) {
+  if (orphans_ == 0) return;
+  const PathEntry entry = entryOf(watcher.path);
+  if (entry.name.empty()) return;
+  paths_.findAt(entryOf(entry.directory), [&](InotifyWatcher& parent) {
+    if (!parent.orphaned) return false;
+    const Refusal refusal = watchAgain(parent);
+    if (refusal.error == 0) {
+      forget(parent);
+    } else if (!isGone(refusal)) {
+      notices_.add(parent, Kind::Refusal, textOf(refusal, parent.path));
+    }
+    return false;
+  });
+}
+
+Refusal InotifyTree::watchAgain(InotifyWatcher& watcher) {
+  return watches_.add(watcher, watcher.mask | IN_ONLYDIR);
+}
+
+void InotifyTree::reported(InotifyWatches::Registration& registration, std::string_view name) {
+  if (registration.removalReported) return;
+  const InotifyWatcher* watcher = registration.watcher;
+  const auto isOther = [&](const InotifyWatcher& other) { return &other != watcher; };
+  const PathEntry entry{directoryOf(watcher->path), name};
+  registration.removalReported = paths_.findAt(entry, isOther) != nullptr;
+}
+
+bool InotifyTree::awaits(const InotifyWatcher& watcher) {
+  return watches_.find(watcher.registration) != nullptr || watcher.refusals + watcher.ends != 0;
+}
+
+bool InotifyTree::isSpared(InotifyWatcher& watcher, std::string& removal) {
+  const InotifyWatches::Registration& registration = *watches_.find(watcher.registration);
+  if ((registration.mask & IN_DELETE) == 0) return false;
+  const bool reported = registration.removalReported;
+  const InotifyWatcher* entry =
+      paths_.findIn(directoryOf(watcher.path), [&](const InotifyWatcher& other) {
+        const bool removed = reported || other.lastEnd > registration.since;
+        return &other != &watcher && removed && awaits(other);
+      });
+  if (entry == nullptr) return false;
+  if (!reported) removal = entryOf(entry->path).name;
+  return true;
+}
+
+InotifyTree::End InotifyTree::endOf(InotifyWatcher& watcher, bool mayMove, std::string& removal) {
+  const bool spared = mayMove && isSpared(watcher, removal);
+  watches_.leave(watcher);
+  if (!spared) return End::Reported;
+  const End end = move(watcher);
+  if (end == End::Later) notices_.add(watcher, Kind::End, removal);
+  return end;
+}
+
+InotifyTree::End InotifyTree::move(InotifyWatcher& watcher) {
+  const Refusal refusal = watchAgain(watcher);
+  if (refusal.error == 0) return End::Moved;
+  if (isGone(refusal)) return End::Later;
+  notices_.add(watcher, Kind::Refusal, textOf(refusal, watcher.path));
+  return End::Reported;
+}
+
+}  // namespace Brask::Linux

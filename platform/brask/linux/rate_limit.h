@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+namespace Brask::Linux {
+
+/// Admits a burst at once, and after it a number each second. What is left of a second's
+/// number stays, up to the size of the burst.
+class RateLimit {
+ public:
+  RateLimit(uint64_t burst, uint64_t perSecond, int64_t now)
+      : burst_(burst), perSecond_(perSecond), left_(burst), countedUpTo_(now) {}
+
+  /// Whether there is room at the time `now`, in nanoseconds.
+  bool hasRoom(int64_t now);
+
+  /// Takes one, of which hasRoom() has said that it is there.
+  void take() { --left_; }
+
+ private:
+  uint64_t burst_;
+  uint64_t perSecond_;
+  uint64_t left_;
+  int64_t countedUpTo_;  // whole seconds after the start
+};
+
+}  // namespace Brask::Linux

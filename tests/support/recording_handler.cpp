@@ -29,7 +29,7 @@ bool RecordingHandler::isEnabled(int level) {
 void RecordingHandler::emit(std::ostringstream& message, int level) {
   const auto grant = enabled_.find(level);
   if (grant == enabled_.end()) {
-    ADD_FAILURE() << "emitted at level " << level << " without being queries: " << message.str();
+    ADD_FAILURE() << "emitted at level " << level << " without being asked: " << message.str();
   } else {
     enabled_.erase(grant);
   }

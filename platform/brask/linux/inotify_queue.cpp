@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "brask/linux/owned_fd.h"
 
@@ -20,6 +21,12 @@ constexpr size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
 
 // Who is slower than what happens shall meet the kernel's own limit, not fill the memory.
 constexpr size_t kMostDrained = size_t{1024} * 1024;
+
+constexpr const char* kReading = "EventLoop read(inotify)";
+
+bool isFailure(int error) {
+  return error != 0 && error != EAGAIN && error != EINTR;
+}
 
 }  // namespace
 
@@ -48,20 +55,21 @@ int InotifyQueue::readSome(int fd) {
 
 void InotifyQueue::read(int fd) {
   const int error = readSome(fd);
-  if (error != 0 && error != EAGAIN && error != EINTR)
-    throwSystemError(error, "EventLoop read(inotify)");
+  if (isFailure(error)) throwSystemError(error, kReading);
   beginTurn();
 }
 
 void InotifyQueue::drain(int fd) {
+  int error = 0;
   try {
-    while (end_ - next_ < kMostDrained && readSome(fd) == 0) {
-    }
-  } catch (const std::bad_alloc&) {  // as with a read that fails: the loop reads the rest
+    while (error == 0 && end_ - next_ < kMostDrained) error = readSome(fd);
+  } catch (const std::bad_alloc&) {  // the loop reads the rest
   }
+  if (isFailure(error)) failure_ = error;
 }
 
 bool InotifyQueue::take(InotifyEvent& event) {
+  if (failure_ != 0) throwSystemError(std::exchange(failure_, 0), kReading);
   if (next_ == admitted_) return false;
   inotify_event header;
   std::memcpy(&header, buffer_.data() + next_, sizeof header);

@@ -27,7 +27,8 @@ class InotifyQueue {
 
   /// Takes over what the kernel has, so that end() lies behind all that has happened by now:
   /// the kernel merges an event with an equal one that it still has. Can be taken in the next
-  /// turn. With a lot here already, or no memory, the rest stays with the kernel.
+  /// turn. With a lot here already, or no memory, the rest stays with the kernel. A read
+  /// that fails is thrown by take().
   void drain(int fd);
 
   /// What was read so far can be taken.
@@ -36,7 +37,7 @@ class InotifyQueue {
   /// The next event; false when there is none for this turn.
   bool take(InotifyEvent& event);
 
-  bool empty() const { return next_ == end_; }
+  bool empty() const { return next_ == end_ && failure_ == 0; }
 
   /// The position behind all events that were read.
   uint64_t end() const { return base_ + end_; }
@@ -50,6 +51,7 @@ class InotifyQueue {
   size_t next_ = 0;
   size_t admitted_ = 0;
   size_t end_ = 0;
+  int failure_ = 0;  // of a drain, not thrown yet
 };
 
 }  // namespace Brask::Linux

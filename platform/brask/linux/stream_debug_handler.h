@@ -14,9 +14,9 @@ namespace Brask::Linux {
 class RateLimit;
 
 /// Writes each message as one line: the monotonic time in seconds with six
-/// decimals, the level, the text. Control characters within the text, also those of
-/// UTF-8, and bytes that are not UTF-8 are written as \n, \r, \t or \xNN: a line is
-/// always a message, and no text reaches a terminal as a command. Flushes after each.
+/// decimals, the level, the text. Control characters in the text, those of UTF-8
+/// included, and bytes that are not UTF-8 are escaped as in a C string: a line is
+/// always one message, and no text reaches a terminal as a command. Flushes each line.
 ///
 /// Throws nothing but std::bad_alloc, and what the client's stream is set to throw.
 class StreamDebugHandler : public Platform::DebugHandler {
@@ -25,8 +25,8 @@ class StreamDebugHandler : public Platform::DebugHandler {
   /// `perSecond` each second. Other processes can cause such messages as fast as they
   /// like (a record of a wrong size is one): a program that runs for long limits them.
   struct Limit {
-    unsigned burst = 200;
-    unsigned perSecond = 50;
+    unsigned burst = 200;     ///< messages at once
+    unsigned perSecond = 50;  ///< further messages each second
   };
 
   /// Writes messages up to `maxLevel`, none with -1. The stream is the client's

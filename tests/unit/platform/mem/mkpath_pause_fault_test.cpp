@@ -26,7 +26,7 @@ class MkpathPauseTest : public MkpathTest {
   bool waitsAfter(time_t seconds) const {
     now_ = kChanged + seconds;
     pauses_.clear();
-    Fault::arm("mkdir", 1, EACCES);
+    Fault::arm("mkdirat", 1, EACCES);
     Fault::alterStat("stat", 2, [](struct stat& status) {
       status.st_ctim.tv_sec = kChanged;
     }).onPath(rootPath());

@@ -300,6 +300,7 @@ TEST_F(InotifyFaultTest, AWatchIsAddedWhenTheEventsFromBeforeCannotBeRead) {
   directory.make("one");
   Fault::arm("read", 1, EIO);
   second.control->addWatch(directory.path, IN_CREATE);
+  EXPECT_EQ("EventLoop read(inotify): Input/output error", refusalOf([this] { loop->turn(0); }));
   directory.make("two");
   settle();
   EXPECT_EQ((Told{"changed one", "changed two"}), first.told);

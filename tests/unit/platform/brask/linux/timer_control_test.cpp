@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // Timers: never early, in order, and never at the cost of anybody else.
-#include <sys/inotify.h>
-
 #include <ctime>
 #include <limits>
 #include <memory>
 #include <random>
-#include <stdexcept>
 
 #include "fault/fault.h"
 #include "unit/platform/brask/linux/loop_fixture.h"
@@ -320,47 +317,4 @@ TEST_F(TimerControlTest, AZeroTimerThatAnExpiredOneStartedRunsOnceOnTheNextTurn)
   EXPECT_TRUE(loop->turn(0));
   EXPECT_FALSE(loop->turn(0));
   EXPECT_EQ(1, immediate.timeouts);
-}
-
-// Asks again for a watch that is refused, for as long as it lives.
-struct Insistent : Brask::Platform::InotifyHandler {
-  void inotifyError(const std::string&) override {
-    ++refusals;
-    control->addWatch("/nonexistent/directory", IN_CREATE);
-    if (throws) throw std::runtime_error("refused");
-  }
-  void inotifyDeleted() override {}
-  void inotifyChanged(const std::string&) override {}
-
-  int refusals = 0;
-  bool throws = false;
-  std::unique_ptr<Brask::Platform::InotifyControl> control{
-      Brask::Platform::getInotifyControl(this)};
-};
-
-TEST_F(TimerControlTest, ARefusedWatchThatIsAskedForAgainHoldsUpNoTimer) {
-  Insistent insistent;
-  insistent.control->addWatch("/nonexistent/directory", IN_CREATE);
-  TimerProbe timer;
-  timer.control->start(0.01);
-  EXPECT_TRUE(turnUntil([&] { return timer.timeouts == 1; }));
-  EXPECT_GT(insistent.refusals, 0);
-  timer.control->start(0.01);
-  EXPECT_TRUE(turnUntil([&] { return timer.timeouts == 2; })) << "the alarm was set before";
-}
-
-TEST_F(TimerControlTest, AHandlerThatThrowsWheneverItsWatchIsRefusedHoldsUpNoTimer) {
-  Insistent insistent;
-  insistent.throws = true;
-  insistent.control->addWatch("/nonexistent/directory", IN_CREATE);
-  TimerProbe timer;
-  timer.control->start(0.0);
-  for (int turns = 0; turns < 4; ++turns) {
-    try {
-      loop->turn(0);
-    } catch (const std::runtime_error&) {
-    }
-  }
-  EXPECT_EQ(1, timer.timeouts);
-  EXPECT_GT(insistent.refusals, 0);
 }

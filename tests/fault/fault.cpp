@@ -2,6 +2,7 @@
 #include "fault/fault.h"
 
 #include "fault/intercept.h"
+#include "support/noncopyable.h"
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -36,6 +37,7 @@ std::mutex rulesMutex;
 std::array<std::atomic<unsigned char>, 65536> journalEntries;
 std::atomic<size_t> journalSize{0};
 std::atomic<bool> journalOn{false};
+std::atomic<bool (*)()> diversionApplies{nullptr};
 thread_local int bypassed = 0;
 
 Site& siteOf(Call call) {
@@ -55,12 +57,10 @@ Call callNamed(const std::string& name) {
   throw std::invalid_argument("no such intercepted call: " + name);
 }
 
-class ErrnoKeeper {
+class ErrnoKeeper : private NonCopyable {
  public:
   ErrnoKeeper() : value_(errno) {}
   ~ErrnoKeeper() { errno = value_; }
-  ErrnoKeeper(const ErrnoKeeper&) = delete;
-  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
 
  private:
   int value_;
@@ -91,7 +91,7 @@ bool isDue(Rule& rule) {
   return rule.seen >= rule.occurrence && rule.seen - rule.occurrence < rule.count;
 }
 
-// Makes a rule for any call one for this call. False when the call is to be spared.
+// Makes a rule for any call one for this call. False when the call is not to fail.
 bool choose(Rule& rule, Call call, const Target& target) {
   const auto failure = rule.choose({siteOf(call).name, pathOf(target)});
   rule.choose = nullptr;
@@ -106,24 +106,24 @@ bool choose(Rule& rule, Call call, const Target& target) {
   return true;
 }
 
-// Every matching rule counts the call; the first that is due strikes, actions apart.
-std::shared_ptr<Rule> strike(Call call, const Target& target,
+// Every matching rule counts the call; the first that is due is selected, and every action.
+std::shared_ptr<Rule> select(Call call, const Target& target,
                              std::vector<std::shared_ptr<Rule>>& actions) {
   const std::lock_guard<std::mutex> lock(rulesMutex);
-  std::shared_ptr<Rule> struck;
+  std::shared_ptr<Rule> selected;
   for (const auto& rule : rules()) {
     if (!matches(*rule, call, target) || !isDue(*rule)) continue;
     if (rule->choose && !choose(*rule, call, target)) continue;
     if (rule->action) {
       actions.push_back(rule);
-    } else if (!struck) {
-      struck = rule;
+    } else if (!selected) {
+      selected = rule;
     } else {
       continue;
     }
     ++rule->fired;
   }
-  return struck;
+  return selected;
 }
 
 Armed add(Rule rule) {
@@ -174,8 +174,8 @@ Armed armResult(const std::string& call, unsigned occurrence, long result, unsig
   return add(std::move(rule));
 }
 
-Armed armAny(unsigned occurrence, std::function<std::optional<Failure>(const Victim&)> choose,
-             unsigned count) {
+Armed armAny(unsigned occurrence,
+             std::function<std::optional<Failure>(const InterceptedCall&)> choose, unsigned count) {
   Rule rule;
   rule.occurrence = occurrence;
   rule.count = count;
@@ -199,7 +199,7 @@ Armed alterStat(const std::string& call, unsigned occurrence,
 }
 
 Armed redirect(const std::string& call, const std::string& path, const std::string& instead) {
-  Rule rule = ruleFor(call, 1, forever);
+  Rule rule = ruleFor(call, 1, kForever);
   rule.replaces = false;
   rule.path = path;
   rule.instead = instead;
@@ -208,6 +208,10 @@ Armed redirect(const std::string& call, const std::string& path, const std::stri
 
 void divertTo(const std::string& call, void* function) {
   siteOf(callNamed(call)).standIn = function;
+}
+
+void divertOnlyWhile(bool (*applies)()) {
+  diversionApplies = applies;
 }
 
 unsigned calls(const std::string& call) {
@@ -245,6 +249,7 @@ void reset() {
     site.standIn = nullptr;
   }
   rules().clear();
+  diversionApplies = nullptr;
   journalOn = false;
   journalSize = 0;
 }
@@ -267,16 +272,17 @@ std::shared_ptr<Rule> consult(Call call, Target target) {
   const ErrnoKeeper keeper;
   const Bypass bypass;
   std::vector<std::shared_ptr<Rule>> actions;
-  auto struck = strike(call, target, actions);
+  auto selected = select(call, target, actions);
   for (const auto& rule : actions) rule->action();
-  return struck;
+  return selected;
 }
 
 void* nextDefinition(Call call) {
   Site& site = siteOf(call);
   if (bypassed == 0) {
     void* const standIn = site.standIn.load(std::memory_order_acquire);
-    if (standIn != nullptr) return standIn;
+    const auto applies = diversionApplies.load(std::memory_order_acquire);
+    if (standIn != nullptr && (applies == nullptr || applies())) return standIn;
   }
   void* next = site.next.load(std::memory_order_acquire);
   if (next != nullptr) return next;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Makes system calls fail, or be seen, without touching the code that makes them:
-// the test program defines the C library's functions itself, so that the library,
-// the platform and the C++ library all call here first, and passes each call on.
+// Makes system calls fail, or records them, without changes to the code that makes them: the
+// test program defines the C library's functions itself, so that the library, the platform and
+// the C++ library all call here first, and forwards each call.
 //
 //     Fault::arm("recv", 2, ECONNRESET);                        // the second from now
 //     Fault::arm("open", 1, EACCES).onPath("/proc/net/unix");
@@ -16,6 +16,8 @@
 //
 // Threads: any thread may make calls; arming belongs to the test's own thread.
 #pragma once
+
+#include "support/noncopyable.h"
 
 #include <sys/stat.h>
 
@@ -31,9 +33,9 @@ namespace Zorbe::Test::Fault {
 struct Rule;
 
 /// A count that never runs out.
-inline constexpr unsigned forever = UINT_MAX;
+inline constexpr unsigned kForever = UINT_MAX;
 
-/// What was armed; narrows it down, and tells what became of it.
+/// What was armed: restricts it, and counts how often it fired.
 class Armed {
  public:
   explicit Armed(std::shared_ptr<Rule> rule) : rule_(std::move(rule)) {}
@@ -44,7 +46,7 @@ class Armed {
   /// Only calls on this path count, or on a descriptor that /proc/self/fd shows as it.
   Armed& onPath(const std::string& path);
 
-  /// How often it has struck.
+  /// How often it has fired.
   unsigned fired() const;
 
  private:
@@ -56,7 +58,7 @@ class Armed {
 /// errno is left alone. A failing close, fclose or closedir does close, as on Linux.
 ///
 /// A name that is not intercepted throws std::invalid_argument. Where several are due,
-/// the first armed strikes.
+/// the first armed fires.
 Armed arm(const std::string& call, unsigned occurrence, int error, unsigned count = 1);
 
 /// The same, but the calls return `result`. A read, recv, write or send really moves as
@@ -71,22 +73,23 @@ struct Failure {
 
 /// A call about to be made: its name, and the path that it is made on or that its
 /// descriptor stands for ("" where there is none).
-struct Victim {
+struct InterceptedCall {
   std::string call;
   std::string target;
 };
 
 /// The `occurrence`th call from now on, of whatever name, fails as `choose` says, or is
 /// made as it is when `choose` says nothing; and so do all later ones of the same name
-/// when `count` is `forever`.
-Armed armAny(unsigned occurrence, std::function<std::optional<Failure>(const Victim&)> choose,
+/// when `count` is `kForever`.
+Armed armAny(unsigned occurrence,
+             std::function<std::optional<Failure>(const InterceptedCall&)> choose,
              unsigned count = 1);
 
 /// Runs `action` right before the call is made for real. Calls made by `action` itself
 /// are neither counted nor made to fail.
 Armed before(const std::string& call, unsigned occurrence, std::function<void()> action);
 
-/// Changes what a successful stat, lstat or fstat tells.
+/// Changes what a successful stat, lstat or fstat returns.
 Armed alterStat(const std::string& call, unsigned occurrence,
                 std::function<void(struct stat&)> change);
 
@@ -94,15 +97,20 @@ Armed alterStat(const std::string& call, unsigned occurrence,
 /// what only the system can write, as /proc/net/unix.
 Armed redirect(const std::string& call, const std::string& path, const std::string& instead);
 
-/// From now on calls of this name, unless something armed strikes them, are made on
+/// From now on calls of this name, unless something armed makes them fail, are made on
 /// `function`, which has the call's own type, instead of the C library's. What the function
 /// calls under Bypass is the C library's. "clock_gettime" can be diverted and nothing else.
 void divertTo(const std::string& call, void* function);
 
-template <class R, class... Args>
-void divert(const std::string& call, R (*function)(Args...)) {
+/// divert("open", myOpen, "close", myClose)
+template <class Function, class... More>
+void divert(const std::string& call, Function* function, More... more) {
   divertTo(call, reinterpret_cast<void*>(function));
+  if constexpr (sizeof...(more) != 0) divert(more...);
 }
+
+/// Until `reset`, diversions apply only while `applies` returns true.
+void divertOnlyWhile(bool (*applies)());
 
 /// Calls of this name since `reset`, made to fail or not.
 unsigned calls(const std::string& call);
@@ -111,23 +119,21 @@ unsigned calls(const std::string& call);
 void startJournal();
 std::vector<std::string> journal();
 
-/// What was armed and has never struck, as "recv, occurrence 2".
+/// What was armed and has never fired, as "recv, occurrence 2".
 std::vector<std::string> unfired();
 
 /// Disarms everything, ends diversions, forgets the counts and stops the journal.
 void reset();
 
-/// While one lives, this thread's calls are neither counted nor made to fail: for what
+/// While one exists, this thread's calls are neither counted nor made to fail: for what
 /// the test does itself.
-class Bypass {
+class Bypass : private NonCopyable {
  public:
   Bypass();
   ~Bypass();
-  Bypass(const Bypass&) = delete;
-  Bypass& operator=(const Bypass&) = delete;
 };
 
-/// Whether one lives in this thread; so it is while an armed call is being judged.
+/// Whether one exists in this thread; there is one while an armed call is being checked.
 bool isBypassed();
 
 }  // namespace Zorbe::Test::Fault

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Descriptors and what an event loop is made of, defined ahead of the C library's.
+// The calls on descriptors and those of event loops, defined ahead of the C library's.
 #pragma GCC visibility push(default)
 
 #include "fault/intercept.h"
@@ -18,35 +18,36 @@
 #include <ctime>
 
 using Zorbe::Test::Fault::Call;
+using Zorbe::Test::Fault::intercept;
 using Zorbe::Test::Fault::Intercept;
 using Zorbe::Test::Fault::transfer;
-using Zorbe::Test::Fault::WhenStruck;
+using Zorbe::Test::Fault::WhenFailing;
 
 extern "C" {
 
 int close(int fd) {
-  return Intercept<int(int)>::run(WhenStruck::makeAnyway, Call::closeCall, {fd}, fd);
+  return intercept<int>(WhenFailing::kMakeAnyway, Call::closeCall, {fd}, fd);
 }
 
 pid_t getpid() noexcept {
-  return Intercept<pid_t()>::run(Call::getpidCall, {});
+  return intercept<pid_t>(Call::getpidCall, {});
 }
 
-// Looking at the clock is no system call: not counted and never struck, but it can be diverted.
+// Reading the clock is no system call: not counted and never made to fail, but it can be diverted.
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
   return Intercept<int(clockid_t, timespec*)>::next(Call::clock_gettimeCall)(clock, now);
 }
 
 int dup(int fd) noexcept {
-  return Intercept<int(int)>::run(Call::dupCall, {fd}, fd);
+  return intercept<int>(Call::dupCall, {fd}, fd);
 }
 
 int dup2(int from, int to) noexcept {
-  return Intercept<int(int, int)>::run(Call::dup2Call, {from}, from, to);
+  return intercept<int>(Call::dup2Call, {from}, from, to);
 }
 
 int dup3(int from, int to, int flags) noexcept {
-  return Intercept<int(int, int, int)>::run(Call::dup3Call, {from}, from, to, flags);
+  return intercept<int>(Call::dup3Call, {from}, from, to, flags);
 }
 
 ssize_t read(int fd, void* data, size_t size) {
@@ -62,16 +63,16 @@ ssize_t write(int fd, const void* data, size_t size) {
 }
 
 ssize_t writev(int fd, const iovec* parts, int count) {
-  return Intercept<ssize_t(int, const iovec*, int)>::run(Call::writevCall, {fd}, fd, parts, count);
+  return intercept<ssize_t>(Call::writevCall, {fd}, fd, parts, count);
 }
 
-// Whatever the third argument is, it travels as one register wide word.
+// A third argument of any type is passed as one word.
 int fcntl(int fd, int command, ...) {
   va_list arguments;
   va_start(arguments, command);
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
-  return Intercept<int(int, int, void*)>::run(Call::fcntlCall, {fd}, fd, command, argument);
+  return intercept<int>(Call::fcntlCall, {fd}, fd, command, argument);
 }
 
 #ifndef _FILE_OFFSET_BITS
@@ -85,47 +86,43 @@ int fcntl64(int fd, int command, ...) {
 #endif
 
 int poll(pollfd* entries, nfds_t count, int timeout) {
-  return Intercept<int(pollfd*, nfds_t, int)>::run(Call::pollCall, {}, entries, count, timeout);
+  return intercept<int>(Call::pollCall, {}, entries, count, timeout);
 }
 
 int epoll_create1(int flags) noexcept {
-  return Intercept<int(int)>::run(Call::epoll_create1Call, {}, flags);
+  return intercept<int>(Call::epoll_create1Call, {}, flags);
 }
 
 int epoll_ctl(int epollFd, int operation, int fd, epoll_event* event) noexcept {
-  return Intercept<int(int, int, int, epoll_event*)>::run(Call::epoll_ctlCall, {fd}, epollFd,
-                                                          operation, fd, event);
+  return intercept<int>(Call::epoll_ctlCall, {fd}, epollFd, operation, fd, event);
 }
 
 int epoll_wait(int fd, epoll_event* events, int capacity, int timeout) {
-  return Intercept<int(int, epoll_event*, int, int)>::run(Call::epoll_waitCall, {fd}, fd, events,
-                                                          capacity, timeout);
+  return intercept<int>(Call::epoll_waitCall, {fd}, fd, events, capacity, timeout);
 }
 
 int timerfd_create(clockid_t clock, int flags) noexcept {
-  return Intercept<int(clockid_t, int)>::run(Call::timerfd_createCall, {}, clock, flags);
+  return intercept<int>(Call::timerfd_createCall, {}, clock, flags);
 }
 
 int timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old) noexcept {
-  return Intercept<int(int, int, const itimerspec*, itimerspec*)>::run(Call::timerfd_settimeCall,
-                                                                       {fd}, fd, flags, value, old);
+  return intercept<int>(Call::timerfd_settimeCall, {fd}, fd, flags, value, old);
 }
 
 int eventfd(unsigned count, int flags) noexcept {
-  return Intercept<int(unsigned, int)>::run(Call::eventfdCall, {}, count, flags);
+  return intercept<int>(Call::eventfdCall, {}, count, flags);
 }
 
 int inotify_init1(int flags) noexcept {
-  return Intercept<int(int)>::run(Call::inotify_init1Call, {}, flags);
+  return intercept<int>(Call::inotify_init1Call, {}, flags);
 }
 
 int inotify_add_watch(int fd, const char* path, uint32_t mask) noexcept {
-  return Intercept<int(int, const char*, uint32_t)>::run(Call::inotify_add_watchCall, {fd, path},
-                                                         fd, path, mask);
+  return intercept<int>(Call::inotify_add_watchCall, {fd, path}, fd, path, mask);
 }
 
 int inotify_rm_watch(int fd, int watch) noexcept {
-  return Intercept<int(int, int)>::run(Call::inotify_rm_watchCall, {fd}, fd, watch);
+  return intercept<int>(Call::inotify_rm_watchCall, {fd}, fd, watch);
 }
 
 }  // extern "C"

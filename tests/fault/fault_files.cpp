@@ -21,8 +21,9 @@ using Zorbe::Test::Fault::consult;
 using Zorbe::Test::Fault::examine;
 using Zorbe::Test::Fault::Intercept;
 using Zorbe::Test::Fault::outcome;
+using Zorbe::Test::Fault::intercept;
 using Zorbe::Test::Fault::runOnPath;
-using Zorbe::Test::Fault::WhenStruck;
+using Zorbe::Test::Fault::WhenFailing;
 
 // The ...64 functions and types are the plain ones under another name; the functions, too,
 // where off_t has to be asked for its 64 bits (intercept.h).
@@ -40,8 +41,7 @@ int openAny(const char* path, int flags, mode_t mode) {
 }
 
 int openatAny(int fd, const char* path, int flags, mode_t mode) {
-  return Intercept<int(int, const char*, int, mode_t)>::run(Call::openatCall, {fd, path}, fd, path,
-                                                            flags, mode);
+  return intercept<int>(Call::openatCall, {fd, path}, fd, path, flags, mode);
 }
 
 }  // namespace
@@ -72,7 +72,7 @@ FILE* fopen(const char* __restrict path, const char* __restrict mode) {
 }
 
 int fclose(FILE* file) {
-  return Intercept<int(FILE*)>::run(WhenStruck::makeAnyway, Call::fcloseCall, {fileno(file)}, file);
+  return intercept<int>(WhenFailing::kMakeAnyway, Call::fcloseCall, {fileno(file)}, file);
 }
 
 int stat(const char* __restrict path, struct stat* __restrict status) noexcept {
@@ -88,24 +88,23 @@ int fstat(int fd, struct stat* status) noexcept {
 }
 
 int chmod(const char* path, mode_t mode) noexcept {
-  return Intercept<int(const char*, mode_t)>::run(Call::chmodCall, {-1, path}, path, mode);
+  return intercept<int>(Call::chmodCall, {-1, path}, path, mode);
 }
 
 int fchmod(int fd, mode_t mode) noexcept {
-  return Intercept<int(int, mode_t)>::run(Call::fchmodCall, {fd}, fd, mode);
+  return intercept<int>(Call::fchmodCall, {fd}, fd, mode);
 }
 
 mode_t umask(mode_t mask) noexcept {
-  return Intercept<mode_t(mode_t)>::run(Call::umaskCall, {}, mask);
+  return intercept<mode_t>(Call::umaskCall, {}, mask);
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
-  return Intercept<int(const char*, mode_t)>::run(Call::mkdirCall, {-1, path}, path, mode);
+  return intercept<int>(Call::mkdirCall, {-1, path}, path, mode);
 }
 
 int mkdirat(int fd, const char* path, mode_t mode) noexcept {
-  return Intercept<int(int, const char*, mode_t)>::run(Call::mkdiratCall, {fd, path}, fd, path,
-                                                       mode);
+  return intercept<int>(Call::mkdiratCall, {fd, path}, fd, path, mode);
 }
 
 int rename(const char* from, const char* to) noexcept {
@@ -150,15 +149,15 @@ int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept {
 }
 
 int rmdir(const char* path) noexcept {
-  return Intercept<int(const char*)>::run(Call::rmdirCall, {-1, path}, path);
+  return intercept<int>(Call::rmdirCall, {-1, path}, path);
 }
 
 int unlink(const char* path) noexcept {
-  return Intercept<int(const char*)>::run(Call::unlinkCall, {-1, path}, path);
+  return intercept<int>(Call::unlinkCall, {-1, path}, path);
 }
 
 char* getcwd(char* buffer, size_t size) noexcept {
-  return Intercept<char*(char*, size_t)>::run(Call::getcwdCall, {}, buffer, size);
+  return intercept<char*>(Call::getcwdCall, {}, buffer, size);
 }
 
 ssize_t readlink(const char* __restrict path, char* __restrict buffer, size_t size) noexcept {
@@ -170,16 +169,16 @@ DIR* opendir(const char* path) {
 }
 
 dirent* readdir(DIR* directory) {
-  return Intercept<dirent*(DIR*)>::run(Call::readdirCall, {dirfd(directory)}, directory);
+  return intercept<dirent*>(Call::readdirCall, {dirfd(directory)}, directory);
 }
 
 int closedir(DIR* directory) {
-  return Intercept<int(DIR*)>::run(WhenStruck::makeAnyway, Call::closedirCall, {dirfd(directory)},
-                                   directory);
+  return intercept<int>(WhenFailing::kMakeAnyway, Call::closedirCall, {dirfd(directory)},
+                        directory);
 }
 
 char* strerror(int error) noexcept {
-  return Intercept<char*(int)>::run(Call::strerrorCall, {}, error);
+  return intercept<char*>(Call::strerrorCall, {}, error);
 }
 
 #ifndef _FILE_OFFSET_BITS

@@ -9,54 +9,47 @@
 #include <sys/socket.h>
 
 using Zorbe::Test::Fault::Call;
+using Zorbe::Test::Fault::intercept;
 using Zorbe::Test::Fault::Intercept;
-using Zorbe::Test::Fault::Target;
 using Zorbe::Test::Fault::transfer;
 
 extern "C" {
 
 int socket(int domain, int type, int protocol) noexcept {
-  return Intercept<int(int, int, int)>::run(Call::socketCall, {}, domain, type, protocol);
+  return intercept<int>(Call::socketCall, {}, domain, type, protocol);
 }
 
 int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
-  return Intercept<int(int, const sockaddr*, socklen_t)>::run(Call::bindCall, {fd}, fd, address,
-                                                              length);
+  return intercept<int>(Call::bindCall, {fd}, fd, address, length);
 }
 
 int listen(int fd, int backlog) noexcept {
-  return Intercept<int(int, int)>::run(Call::listenCall, {fd}, fd, backlog);
+  return intercept<int>(Call::listenCall, {fd}, fd, backlog);
 }
 
 int accept(int fd, sockaddr* __restrict address, socklen_t* __restrict length) {
-  return Intercept<int(int, sockaddr*, socklen_t*)>::run(Call::acceptCall, {fd}, fd, address,
-                                                         length);
+  return intercept<int>(Call::acceptCall, {fd}, fd, address, length);
 }
 
 int accept4(int fd, sockaddr* __restrict address, socklen_t* __restrict length, int flags) {
-  return Intercept<int(int, sockaddr*, socklen_t*, int)>::run(Call::accept4Call, {fd}, fd, address,
-                                                              length, flags);
+  return intercept<int>(Call::accept4Call, {fd}, fd, address, length, flags);
 }
 
 int connect(int fd, const sockaddr* address, socklen_t length) {
-  return Intercept<int(int, const sockaddr*, socklen_t)>::run(Call::connectCall, {fd}, fd, address,
-                                                              length);
+  return intercept<int>(Call::connectCall, {fd}, fd, address, length);
 }
 
 int getsockname(int fd, sockaddr* __restrict address, socklen_t* __restrict length) noexcept {
-  return Intercept<int(int, sockaddr*, socklen_t*)>::run(Call::getsocknameCall, {fd}, fd, address,
-                                                         length);
+  return intercept<int>(Call::getsocknameCall, {fd}, fd, address, length);
 }
 
 int setsockopt(int fd, int level, int name, const void* value, socklen_t length) noexcept {
-  return Intercept<int(int, int, int, const void*, socklen_t)>::run(Call::setsockoptCall, {fd}, fd,
-                                                                    level, name, value, length);
+  return intercept<int>(Call::setsockoptCall, {fd}, fd, level, name, value, length);
 }
 
 int getsockopt(int fd, int level, int name, void* __restrict value,
                socklen_t* __restrict length) noexcept {
-  return Intercept<int(int, int, int, void*, socklen_t*)>::run(Call::getsockoptCall, {fd}, fd,
-                                                               level, name, value, length);
+  return intercept<int>(Call::getsockoptCall, {fd}, fd, level, name, value, length);
 }
 
 ssize_t send(int fd, const void* data, size_t size, int flags) {
@@ -74,16 +67,15 @@ ssize_t recv(int fd, void* data, size_t size, int flags) {
 }
 
 ssize_t sendmsg(int fd, const msghdr* message, int flags) {
-  return Intercept<ssize_t(int, const msghdr*, int)>::run(Call::sendmsgCall, {fd}, fd, message,
-                                                          flags);
+  return intercept<ssize_t>(Call::sendmsgCall, {fd}, fd, message, flags);
 }
 
 ssize_t recvmsg(int fd, msghdr* message, int flags) {
-  return Intercept<ssize_t(int, msghdr*, int)>::run(Call::recvmsgCall, {fd}, fd, message, flags);
+  return intercept<ssize_t>(Call::recvmsgCall, {fd}, fd, message, flags);
 }
 
 int setns(int fd, int type) noexcept {
-  return Intercept<int(int, int)>::run(Call::setnsCall, {fd}, fd, type);
+  return intercept<int>(Call::setnsCall, {fd}, fd, type);
 }
 
 }  // extern "C"

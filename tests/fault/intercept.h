@@ -72,7 +72,7 @@ struct Rule {
   bool hasResult = false;
   long result = 0;
   std::function<void()> action;
-  std::function<std::optional<Failure>(const Victim&)> choose;  // until then for any call
+  std::function<std::optional<Failure>(const InterceptedCall&)> choose;  // until then for any call
   std::function<void(struct stat&)> change;
   std::string instead;  // the path that the call is made on
   int fd = -1;
@@ -87,14 +87,14 @@ struct Target {
   const char* path = nullptr;
 };
 
-/// Counts the call and says what strikes it: null when it is to be made as it is.
+/// Counts the call and returns the rule that applies: null when the call is made as it is.
 /// Leaves errno alone. Allocates and locks nothing unless the call is armed.
 std::shared_ptr<Rule> consult(Call call, Target target);
 
 /// The definition that comes after this program's, or what the call is diverted to.
 void* nextDefinition(Call call);
 
-enum class WhenStruck { skip, makeAnyway };
+enum class WhenFailing { kSkip, kMakeAnyway };
 
 template <class R>
 R outcome(const Rule& rule) {
@@ -116,16 +116,28 @@ struct Intercept<R(Args...)> {
   static Function next(Call call) { return reinterpret_cast<Function>(nextDefinition(call)); }
 
   static R run(Call call, Target target, Args... args) {
-    return run(WhenStruck::skip, call, target, args...);
+    return run(WhenFailing::kSkip, call, target, args...);
   }
 
-  static R run(WhenStruck then, Call call, Target target, Args... args) {
+  static R run(WhenFailing then, Call call, Target target, Args... args) {
     const auto rule = consult(call, target);
     if (!rule || !rule->replaces) return next(call)(args...);
-    if (then == WhenStruck::makeAnyway) next(call)(args...);
+    if (then == WhenFailing::kMakeAnyway) next(call)(args...);
     return outcome<R>(*rule);
   }
 };
+
+/// Makes the call, or has it fail.
+template <class R, class... Args>
+R intercept(Call call, Target target, Args... args) {
+  return Intercept<R(Args...)>::run(call, target, args...);
+}
+
+/// The same for a call that has its effect even when it fails.
+template <class R, class... Args>
+R intercept(WhenFailing then, Call call, Target target, Args... args) {
+  return Intercept<R(Args...)>::run(then, call, target, args...);
+}
 
 /// For calls on a path, which is their first argument, that may be redirected.
 template <class R, class... Args>

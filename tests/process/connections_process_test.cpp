@@ -6,122 +6,123 @@
 
 #include <csignal>
 
-#include "process/process_test.h"
-#include "process/raw_peer.h"
+#include "process/process_fixture.h"
+#include "support/raw_peer.h"
 
 namespace Zorbe::Test {
 namespace {
 
 using testing::HasSubstr;
 
-constexpr unsigned manyConnections = 1000;
-constexpr unsigned spareDescriptors = 50;
+constexpr unsigned kManyConnections = 1000;
+constexpr unsigned kSpareDescriptors = 50;
 
 // All in one process, whose loop connects them one by one: the queue of pending connections
 // is short.
-void playCrowd(Channel& parent, SharedTable& table) {
-  Stage stage;
+void runCrowd(Channel& parent, SharedTable& table) {
+  ProcessContext context;
   std::vector<std::unique_ptr<TableReader>> readers;
-  for (unsigned i = 0; i < manyConnections; ++i) {
-    readers.push_back(std::make_unique<TableReader>(stage.handler, stage.root, table));
+  for (unsigned i = 0; i < kManyConnections; ++i) {
+    readers.push_back(std::make_unique<TableReader>(context.handler, context.root, table));
     readers.back()->doConnect();
     EXPECT_TRUE(readers.back()->isConnected());
-    stage.loop.turn(0);
+    context.loop.turn(0);
   }
-  parent.tell("connected");
-  const auto goal = std::stoull(parent.awaitBehind("reach "));
+  parent.send("connected");
+  const auto goal = std::stoull(parent.awaitLine("reach ").substr(6));
   for (const auto& reader : readers) {
-    EXPECT_TRUE(turnUntil(stage.loop, [&] { return reader->at() == goal; }));
+    EXPECT_TRUE(turnUntil(context.loop, [&] { return reader->at() == goal; }));
   }
-  while (stage.loop.turn(0)) continue;
-  parent.tell("at the goal");
+  while (context.loop.turn(0)) continue;
+  parent.send("at the goal");
   parent.await("leave");
 }
 
 class Connections : public ProcessTest {};
 
 TEST_F(Connections, OneWriterServesAThousandReaders) {
-  if (!allowDescriptors(manyConnections + spareDescriptors)) {
+  if (!allowDescriptors(kManyConnections + kSpareDescriptors)) {
     GTEST_SKIP() << "the hard limit of open descriptors is below "
-                 << manyConnections + spareDescriptors;
+                 << kManyConnections + kSpareDescriptors;
   }
-  const std::string everybody = " " + std::to_string(manyConnections);
+  const std::string everybody = " " + std::to_string(kManyConnections);
   const Child writer = startWriter();
-  const Child crowd = start("crowd", [this](Channel& parent) { playCrowd(parent, table); });
+  const Child crowd = start("crowd", [this](Channel& parent) { runCrowd(parent, table); });
   crowd->await("connected");
-  writer->tell("caught up" + everybody);
+  writer->send("caught up" + everybody);
   writer->await("caught up" + everybody);
-  writer->tell("publish 3");
-  crowd->tell("reach 3");
+  writer->send("publish 3");
+  crowd->send("reach 3");
   crowd->await("at the goal");
-  writer->tell("caught up" + everybody);
+  writer->send("caught up" + everybody);
   writer->await("caught up" + everybody);
   leave(crowd);
-  writer->tell("readers 0");
+  writer->send("readers 0");
   writer->await("readers 0");
   leave(writer);
 }
 
 TEST_F(Connections, TenThousandConnectionsLeaveNoDescriptorOpen) {
-  Stage stage(-1);  // each end may leave the other's last message unread, which is logged
-  TableWriter writer(stage.handler, stage.root, table);
-  TableReader reader(stage.handler, stage.root, table);
+  ProcessContext context(
+      -1);  // each end may leave the other's last message unread, which is logged
+  TableWriter writer(context.handler, context.root, table);
+  TableReader reader(context.handler, context.root, table);
   writer.open();
   writer.publish();
   const Census before = Census::take();
   for (int i = 0; i < 10000; ++i) {
     reader.doConnect();
-    ASSERT_TRUE(turnUntil(stage.loop, [&] { return reader.at() == 1 && writer.allCaughtUp(); }));
+    ASSERT_TRUE(turnUntil(context.loop, [&] { return reader.at() == 1 && writer.allCaughtUp(); }));
     reader.doCloseWriterConnection(true);
-    ASSERT_TRUE(turnUntil(stage.loop, [&] { return writer.readers.empty(); }));
+    ASSERT_TRUE(turnUntil(context.loop, [&] { return writer.readers.empty(); }));
   }
   EXPECT_EQ(before.difference(Census::take()), "");
   EXPECT_EQ(writer.changes, 20000u);
 }
 
-void playKickerOfAVanishedReader(Channel&, SharedTable& table) {
+void runKickerOfAVanishedReader(Channel&, SharedTable& table) {
   ASSERT_NE(std::signal(SIGPIPE, SIG_DFL), SIG_ERR);
-  Stage stage;
-  TableWriter writer(stage.handler, stage.root, table);
+  ProcessContext context;
+  TableWriter writer(context.handler, context.root, table);
   writer.open();
   {
-    RawPeer peer(stage.handler, stage.root);
-    EXPECT_TRUE(peer.report(0));
-    EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.sleepingReaders.size() == 1; }));
-    EXPECT_TRUE(peer.isKicked());
+    const RawPeer peer = RawPeer::connect(context.root.path);
+    peer.report(0);
+    EXPECT_TRUE(turnUntil(context.loop, [&] { return writer.sleepingReaders.size() == 1; }));
+    EXPECT_TRUE(peer.awaitKick());
   }
   writer.publish();
   EXPECT_EQ(writer.readers.size(), 1u);
-  EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.readers.empty(); }));
+  EXPECT_TRUE(turnUntil(context.loop, [&] { return writer.readers.empty(); }));
 }
 
 TEST_F(Connections, AKickToAVanishedReaderIsLoggedAndRaisesNoSignal) {
   const Child writer =
-      start("writer", [this](Channel& parent) { playKickerOfAVanishedReader(parent, table); });
+      start("writer", [this](Channel& parent) { runKickerOfAVanishedReader(parent, table); });
   EXPECT_EQ(writer->finish(), 0);
   EXPECT_THAT(writer->log(), HasSubstr(" send() Broken pipe"));
 }
 
-void playReporterToAVanishedWriter(Channel& parent, SharedTable& table) {
+void runReporterToAVanishedWriter(Channel& parent, SharedTable& table) {
   ASSERT_NE(std::signal(SIGPIPE, SIG_DFL), SIG_ERR);
-  Stage stage;
-  TableReader reader(stage.handler, stage.root, table);
+  ProcessContext context;
+  TableReader reader(context.handler, context.root, table);
   reader.doConnect();
   pollfd kicked = {reader.fdControl->fd(), POLLIN, 0};
   EXPECT_EQ(::poll(&kicked, 1, -1), 1);  // the writer has read the first report
-  parent.tell("connected");
+  parent.send("connected");
   parent.await("the writer has gone");
   reader.sendSequence(0);
-  EXPECT_TRUE(turnUntil(stage.loop, [&] { return !reader.isConnected(); }));
+  EXPECT_TRUE(turnUntil(context.loop, [&] { return !reader.isConnected(); }));
 }
 
 TEST_F(Connections, AReportToAVanishedWriterIsLoggedAndRaisesNoSignal) {
   const Child writer = startWriter();
   const Child reporter =
-      start("reporter", [this](Channel& parent) { playReporterToAVanishedWriter(parent, table); });
+      start("reporter", [this](Channel& parent) { runReporterToAVanishedWriter(parent, table); });
   reporter->await("connected");
   writer->kill();
-  reporter->tell("the writer has gone");
+  reporter->send("the writer has gone");
   EXPECT_EQ(reporter->finish(), 0);
   EXPECT_THAT(reporter->log(), HasSubstr(" failed: Broken pipe"));
 }
@@ -149,7 +150,7 @@ TEST_F(Connections, AReaderIsAcceptedWhenDescriptorsAreFreeAgain) {
   const RootPath root(handler, "quotes", true);
   TableWriter writer(handler, root, table);
   writer.open();
-  RawPeer peer(handler, root);
+  const RawPeer peer = RawPeer::connect(root.path);
   {
     const NoDescriptorsLeft exhausted;
     EXPECT_TRUE(turnUntil(loop, [&] { return !handler.texts(0).empty(); }));
@@ -158,9 +159,9 @@ TEST_F(Connections, AReaderIsAcceptedWhenDescriptorsAreFreeAgain) {
     EXPECT_TRUE(writer.readers.empty());
   }
   EXPECT_TRUE(turnUntil(loop, [&] { return writer.readers.size() == 1; }));
-  EXPECT_TRUE(peer.report(0));
+  peer.report(0);
   EXPECT_TRUE(turnUntil(loop, [&] { return writer.sleepingReaders.size() == 1; }));
-  EXPECT_TRUE(peer.isKicked());
+  EXPECT_TRUE(peer.awaitKick());
 }
 
 }  // namespace

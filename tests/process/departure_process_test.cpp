@@ -3,13 +3,13 @@
 
 #include <sstream>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 
 namespace Zorbe::Test {
 namespace {
 
-constexpr unsigned manyKills = 50;
-constexpr unsigned manyReaders = 20;
+constexpr unsigned kManyKills = 50;
+constexpr unsigned kManyReaders = 20;
 
 class WriterDepartures : public ProcessTest {
  protected:
@@ -18,12 +18,13 @@ class WriterDepartures : public ProcessTest {
     unsigned departures;
   };
 
-  // To how many writers it was connected, and how often it heard of a departure.
+  // To how many writers it was connected, and how many departures were reported to it.
   static Counts counts(const Child& follower) {
-    follower->tell("count");
+    follower->send("count");
     Counts counted = {};
+    std::string connections;
     std::string departures;
-    std::istringstream(follower->awaitBehind("connections ")) >> counted.connections >>
+    std::istringstream(follower->awaitLine("connections ")) >> connections >> counted.connections >>
         departures >> counted.departures;
     EXPECT_EQ(departures, "departures");
     return counted;
@@ -37,19 +38,19 @@ class WriterDepartures : public ProcessTest {
 };
 
 // A writer that is being killed may end connections before its socket stops to listen: a
-// reader that is quick gets one more, which ends at once, and is told that, too.
-TEST_F(WriterDepartures, EachReaderHearsEachOfManyKillsOnceForEachConnection) {
-  const auto followers = startFollowers(manyReaders);
-  for (unsigned kill = 1; kill <= manyKills; ++kill) {
+// reader that is quick gets one more, which ends at once, and this is reported, too.
+TEST_F(WriterDepartures, EachReaderIsNotifiedOfEachKillOncePerConnection) {
+  const auto followers = startFollowers(kManyReaders);
+  for (unsigned kill = 1; kill <= kManyKills; ++kill) {
     const Child writer = startWriter();
     publishTo(writer, followers, kill);
     writer->kill();
-    // Every other time the next writer is there before the departure is heard.
+    // Every other time the next writer is there before the departure is reported.
     if (kill % 2 == 0) awaitDeparture(followers);
   }
   for (const Child& follower : followers) {
     const Counts counted = counts(follower);
-    EXPECT_GE(counted.connections, manyKills);
+    EXPECT_GE(counted.connections, kManyKills);
     EXPECT_EQ(counted.departures, counted.connections);
   }
   leave(followers);
@@ -65,7 +66,7 @@ TEST_F(WriterDepartures, AReaderThatWasThereFirstFollowsTheWriter) {
   leave(writer);
 }
 
-TEST_F(WriterDepartures, AWriterThatExitsInOrderIsHeardToGoOnce) {
+TEST_F(WriterDepartures, AWriterThatExitsInOrderIsReportedOnce) {
   const auto followers = startFollowers(3);
   const Child writer = startWriter();
   publishTo(writer, followers);
@@ -78,12 +79,12 @@ TEST_F(WriterDepartures, AWriterThatExitsInOrderIsHeardToGoOnce) {
   leave(next);
 }
 
-TEST_F(WriterDepartures, WithoutAWriterAReaderHearsSoFromTheLoopOnly) {
-  Stage stage;
-  Departures departures(stage.handler, stage.root);
+TEST_F(WriterDepartures, WithoutAWriterAReaderIsNotifiedFromTheLoopOnly) {
+  ProcessContext context;
+  Departures departures(context.handler, context.root);
   departures.watch();
   EXPECT_EQ(departures.misses, 1u);
-  EXPECT_TRUE(turnUntil(stage.loop, [&] { return departures.misses == 3; }));
+  EXPECT_TRUE(turnUntil(context.loop, [&] { return departures.misses == 3; }));
   EXPECT_EQ(departures.departures, 0u);
 }
 

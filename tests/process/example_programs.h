@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <child.h>
-
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "fakes/zorbe_test.h"
+#include "support/child_process.h"
+#include "support/fixture.h"
 
 namespace Zorbe::Test {
 
@@ -20,10 +19,10 @@ class ExamplePrograms : public ZorbeTest {
     return std::string(ZORBE_EXAMPLE_PROGRAMS) + "/" + name;
   }
 
-  static Quotes::Child start(std::vector<std::string> words,
-                             const std::string& input = "/dev/null") {
+  static ChildProcess start(std::vector<std::string> words,
+                            const std::string& input = "/dev/null") {
     words[0] = program(words[0]);
-    return Quotes::Child(words, input);
+    return ChildProcess(words, input);
   }
 
   static std::string contentOf(const std::string& path) {

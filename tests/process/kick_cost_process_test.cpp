@@ -5,51 +5,51 @@
 #include <cerrno>
 #include <cstring>
 
-#include "process/process_test.h"
-#include "process/system_call_trace.h"
+#include "process/process_fixture.h"
+#include "support/system_call_trace.h"
 
 namespace Zorbe::Test {
 namespace {
 
-constexpr uint64_t warmUp = 10;
-constexpr uint64_t rounds = 1000;
+constexpr uint64_t kWarmUp = 10;
+constexpr uint64_t kRounds = 1000;
 using Calls = std::vector<std::string>;
 
 // One round: publish, wake the reader, take its report.
-void playRounds(Channel& parent, SharedTable& table) {
-  Stage stage;
-  TableWriter writer(stage.handler, stage.root, table);
+void runRounds(Channel& parent, SharedTable& table) {
+  ProcessContext context;
+  TableWriter writer(context.handler, context.root, table);
   writer.open();
-  parent.tell("listening");
-  EXPECT_TRUE(turnUntil(stage.loop, [&] { return writer.sleepingReaders.size() == 1; }));
+  parent.send("listening");
+  EXPECT_TRUE(turnUntil(context.loop, [&] { return writer.sleepingReaders.size() == 1; }));
   parent.await("begin");
-  while (stage.loop.turn(0)) continue;
+  while (context.loop.turn(0)) continue;
   const auto turn = [&](uint64_t count) {
     for (; count > 0; --count) {
       writer.publish();
-      stage.loop.turn(-1);
+      context.loop.turn(-1);
     }
   };
-  turn(warmUp);
+  turn(kWarmUp);
   SystemCallTrace::mark();
-  turn(rounds);
+  turn(kRounds);
   SystemCallTrace::mark();
-  EXPECT_EQ(writer.kickCount, 1 + warmUp + rounds);
+  EXPECT_EQ(writer.kickCount, 1 + kWarmUp + kRounds);
   EXPECT_TRUE(writer.allCaughtUp());
 }
 
-void playRoundsReader(Channel& parent, SharedTable& table) {
-  Stage stage;
-  TableReader reader(stage.handler, stage.root, table);
+void runRoundsReader(Channel& parent, SharedTable& table) {
+  ProcessContext context;
+  TableReader reader(context.handler, context.root, table);
   reader.doConnect();
-  EXPECT_TRUE(stage.loop.turn(-1));  // the kick that acknowledges the connection
-  parent.tell("connected");
+  EXPECT_TRUE(context.loop.turn(-1));  // the kick that acknowledges the connection
+  parent.send("connected");
   parent.await("begin");
-  for (uint64_t i = 0; i < warmUp; ++i) stage.loop.turn(-1);
+  for (uint64_t i = 0; i < kWarmUp; ++i) context.loop.turn(-1);
   SystemCallTrace::mark();
-  for (uint64_t i = 0; i < rounds; ++i) stage.loop.turn(-1);
+  for (uint64_t i = 0; i < kRounds; ++i) context.loop.turn(-1);
   SystemCallTrace::mark();
-  EXPECT_EQ(reader.at(), warmUp + rounds);
+  EXPECT_EQ(reader.at(), kWarmUp + kRounds);
 }
 
 bool isOfTheSanitizers(const std::string& call) {
@@ -71,7 +71,7 @@ Calls measured(const SystemCallTrace& trace, pid_t child) {
 }
 
 void expectEachRound(const Calls& calls, const Calls& round) {
-  EXPECT_EQ(calls.size(), rounds * round.size());
+  EXPECT_EQ(calls.size(), kRounds * round.size());
   for (size_t i = 0; i + round.size() <= calls.size(); i += round.size()) {
     const auto first = calls.begin() + static_cast<Calls::difference_type>(i);
     const Calls made(first, first + static_cast<Calls::difference_type>(round.size()));
@@ -82,16 +82,15 @@ void expectEachRound(const Calls& calls, const Calls& round) {
 class KickCost : public ProcessTest {};
 
 TEST_F(KickCost, AKickRoundMakesFourSystemCallsOnEachSide) {
-  const Child writer = start("writer", [this](Channel& parent) { playRounds(parent, table); });
+  const Child writer = start("writer", [this](Channel& parent) { runRounds(parent, table); });
   writer->await("listening");
-  const Child reader =
-      start("reader", [this](Channel& parent) { playRoundsReader(parent, table); });
+  const Child reader = start("reader", [this](Channel& parent) { runRoundsReader(parent, table); });
   reader->await("connected");
   SystemCallTrace trace;
   if (!trace.watch(writer->pid())) GTEST_SKIP() << "may not trace: " << std::strerror(errno);
   ASSERT_TRUE(trace.watch(reader->pid()));
-  reader->tell("begin");
-  writer->tell("begin");
+  reader->send("begin");
+  writer->send("begin");
   trace.run();
   expectEachRound(measured(trace, writer->pid()), {"send", "epoll_wait", "recv", "recv"});
   expectEachRound(measured(trace, reader->pid()), {"epoll_wait", "recv", "recv", "send"});

@@ -4,13 +4,13 @@
 #include <algorithm>
 #include <random>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 
 namespace Zorbe::Test {
 namespace {
 
-constexpr uint64_t manyPublishes = 100000;
-constexpr unsigned manyReaders = 20;
+constexpr uint64_t kManyPublishes = 100000;
+constexpr unsigned kManyReaders = 20;
 
 double upToSeconds(std::mt19937& random, double longest) {
   return std::uniform_real_distribution<double>(0, longest)(random);
@@ -20,31 +20,31 @@ bool oneIn(unsigned n, std::mt19937& random) {
   return random() % n == 0;
 }
 
-// Publishes in bursts with a pause of random length behind each.
-void playHastyWriter(Channel& parent, SharedTable& table) {
-  Stage stage;
-  TableWriter writer(stage.handler, stage.root, table);
+// Publishes in bursts with a pause of random length after each.
+void runHastyWriter(Channel& parent, SharedTable& table) {
+  ProcessContext context;
+  TableWriter writer(context.handler, context.root, table);
   std::mt19937 random(1);
   Pause pause([&] {
-    writer.publish(std::min<uint64_t>(1 + random() % 100, manyPublishes - writer.published()));
-    if (writer.published() < manyPublishes) pause.start(upToSeconds(random, 0.002));
+    writer.publish(std::min<uint64_t>(1 + random() % 100, kManyPublishes - writer.published()));
+    if (writer.published() < kManyPublishes) pause.start(upToSeconds(random, 0.002));
   });
   writer.open();
-  parent.tell("listening");
+  parent.send("listening");
   pause.start(0.0);
-  EXPECT_TRUE(turnUntil(stage.loop, [&] {
-    return writer.published() == manyPublishes && writer.readers.size() == manyReaders &&
+  EXPECT_TRUE(turnUntil(context.loop, [&] {
+    return writer.published() == kManyPublishes && writer.readers.size() == kManyReaders &&
            writer.allCaughtUp();
   }));
-  EXPECT_EQ(writer.sleepingReaders.size(), manyReaders);
-  parent.tell("all caught up");
+  EXPECT_EQ(writer.sleepingReaders.size(), kManyReaders);
+  parent.send("all caught up");
   parent.await("leave");
 }
 
 // Now and then a pass takes several turns, or passes are suspended for a while.
-void playMoodyReader(Channel& parent, SharedTable& table, unsigned seed) {
-  Stage stage;
-  TableReader reader(stage.handler, stage.root, table);
+void runMoodyReader(Channel& parent, SharedTable& table, unsigned seed) {
+  ProcessContext context;
+  TableReader reader(context.handler, context.root, table);
   std::mt19937 random(seed);
   Pause pause([&] { reader.notifying(true); });
   reader.passed = [&] {
@@ -54,20 +54,20 @@ void playMoodyReader(Channel& parent, SharedTable& table, unsigned seed) {
     pause.start(upToSeconds(random, 0.005));
   };
   reader.doConnect();
-  Commands commands(parent, [&](const std::string&) { stage.loop.stop(); });
-  stage.loop.run();
-  EXPECT_EQ(reader.at(), manyPublishes);
+  Commands commands(parent, [&](const std::string&) { context.loop.stop(); });
+  context.loop.run();
+  EXPECT_EQ(reader.at(), kManyPublishes);
 }
 
 class KickProcesses : public ProcessTest {};
 
 TEST_F(KickProcesses, EachOfManyReadersReachesTheLastOfManyPublishes) {
-  const Child writer = start("writer", [this](Channel& parent) { playHastyWriter(parent, table); });
+  const Child writer = start("writer", [this](Channel& parent) { runHastyWriter(parent, table); });
   writer->await("listening");
   std::vector<Child> readers;
-  for (unsigned seed = 1; seed <= manyReaders; ++seed) {
+  for (unsigned seed = 1; seed <= kManyReaders; ++seed) {
     readers.push_back(start("reader " + std::to_string(seed), [this, seed](Channel& parent) {
-      playMoodyReader(parent, table, seed);
+      runMoodyReader(parent, table, seed);
     }));
   }
   writer->await("all caught up");

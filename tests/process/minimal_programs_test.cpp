@@ -7,25 +7,26 @@
 
 namespace {
 
-using Quotes::Child;
+using namespace std::chrono_literals;
 using testing::EndsWith;
 using testing::HasSubstr;
+using Zorbe::Test::ChildProcess;
 
 class MinimalPrograms : public Zorbe::Test::ExamplePrograms {
  protected:
   /// A reader that is connected to the writer. One that finds none ends; the writer may need a
   /// moment to become one.
-  static Child meet(Child& writer) {
+  static ChildProcess meet(ChildProcess& writer) {
     for (;;) {
-      Child reader = start({"minimal-reader"});
-      if (reader.endsWithin(0.5)) continue;
+      ChildProcess reader = start({"minimal-reader"});
+      if (reader.endsWithin(500ms)) continue;
       EXPECT_EQ(writer.awaitLine("1 readers"), "1 readers");
       return reader;
     }
   }
 
   /// The number that a reader finds in the table when something was published.
-  static int awaitPublished(Child& reader) {
+  static int awaitPublished(ChildProcess& reader) {
     const std::string words = "the table is at ";
     for (;;) {
       const int number = std::stoi(reader.awaitLine(words).substr(words.size()));
@@ -36,18 +37,18 @@ class MinimalPrograms : public Zorbe::Test::ExamplePrograms {
   /// Awaits the end of a reader; returns its number of passes.
   long passesOfFailingReader(std::string& errors) {
     const std::string output = inRoot("passes");
-    Child reader({"/bin/sh", "-c", "exec " + program("minimal-reader") + " > " + output});
-    EXPECT_EQ(reader.awaitEnd(), 1);
-    errors = reader.errors();
+    ChildProcess reader({"/bin/sh", "-c", "exec " + program("minimal-reader") + " > " + output});
+    EXPECT_EQ(reader.finish(), 1);
+    errors = reader.log();
     const std::string passes = contentOf(output);
     return std::count(passes.begin(), passes.end(), '\n');
   }
 };
 
 TEST_F(MinimalPrograms, MeetAndFollow) {
-  Child writer = start({"minimal-writer"});
+  ChildProcess writer = start({"minimal-writer"});
   {
-    Child reader = meet(writer);
+    ChildProcess reader = meet(writer);
     const int number = awaitPublished(reader);
     EXPECT_EQ(awaitPublished(reader), number + 1);
     EXPECT_EQ(awaitPublished(reader), number + 2);
@@ -56,30 +57,30 @@ TEST_F(MinimalPrograms, MeetAndFollow) {
 }
 
 TEST_F(MinimalPrograms, OneOfTwoWritersEndsAndNamesTheOther) {
-  Child one = start({"minimal-writer"});
-  Child two = start({"minimal-writer"});
-  for (int i = 0; !one.endsWithin(0.01) && !two.endsWithin(0.01); ++i) ASSERT_LT(i, 1000);
-  Child& refused = one.endsWithin(0) ? one : two;
+  ChildProcess one = start({"minimal-writer"});
+  ChildProcess two = start({"minimal-writer"});
+  for (int i = 0; !one.endsWithin(10ms) && !two.endsWithin(10ms); ++i) ASSERT_LT(i, 1000);
+  ChildProcess& refused = one.endsWithin(0ms) ? one : two;
   const pid_t holder = (&refused == &one ? two : one).pid();
-  EXPECT_EQ(refused.awaitEnd(), 1);
-  EXPECT_THAT(refused.errors(), EndsWith("\nminimal-writer: the table has a writer, process " +
-                                         std::to_string(holder) + "\n"));
+  EXPECT_EQ(refused.finish(), 1);
+  EXPECT_THAT(refused.log(), EndsWith("\nminimal-writer: the table has a writer, process " +
+                                      std::to_string(holder) + "\n"));
 }
 
 TEST_F(MinimalPrograms, AReaderFindsNoTableInADirectoryThatWasRemoved) {
-  Child writer = start({"minimal-writer"});
-  Child reader = meet(writer);
+  ChildProcess writer = start({"minimal-writer"});
+  ChildProcess reader = meet(writer);
   awaitPublished(reader);
   std::filesystem::remove_all(inRoot("minimal"));
   std::string errors;
   EXPECT_EQ(passesOfFailingReader(errors), 0);
   EXPECT_EQ(errors, "minimal-reader: no table: cannot open " + inRoot("minimal/slots") + "\n");
-  EXPECT_FALSE(reader.endsWithin(0)) << "it has the writer's table mapped";
+  EXPECT_FALSE(reader.endsWithin(0ms)) << "it has the writer's table mapped";
 }
 
 TEST_F(MinimalPrograms, AReaderOfAnotherTableThanTheWritersDoesNotSpin) {
-  Child writer = start({"minimal-writer"});
-  Child reader = meet(writer);
+  ChildProcess writer = start({"minimal-writer"});
+  ChildProcess reader = meet(writer);
   awaitPublished(reader);
   std::filesystem::remove(inRoot("minimal/slots"));
   std::ofstream(inRoot("minimal/slots")) << std::string(sizeof(uint64_t), '\0');

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 
 namespace Zorbe::Test {
 namespace {
@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using testing::Contains;
 using testing::HasSubstr;
 
-/// Keeps what it is told.
+/// Records its callbacks.
 class Client : public MounterBase {
  public:
   void rootChanged(const std::string& what) override { told.push_back(what); }
@@ -46,7 +46,7 @@ class Mounting : public ProcessTest {
  protected:
   bool until(const std::function<bool()>& done) { return turnUntil(loop, done); }
 
-  // A file written from now on in the root directory is told: watching goes on.
+  // A file written from now on in the root directory is reported: the watch works.
   void expectWatched(const Client& client, const std::string& root) {
     const std::string name = "probe" + std::to_string(++probes_);
     put(root + "/" + name);
@@ -72,7 +72,7 @@ TEST_F(Mounting, TwoHundredTablesShareOneInotifyDescriptor) {
   }
 }
 
-TEST_F(Mounting, AnOverflowIsToldAndARescanRecovers) {
+TEST_F(Mounting, AnOverflowIsReportedAndARescanRecovers) {
   handler.expectFailures();
   uint64_t limit = 0;
   std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
@@ -126,16 +126,16 @@ TEST_F(Mounting, ATreeThatIsRemovedAgainAndAgainComesBackAndIsWatched) {
   ASSERT_EQ(::setenv("SHMEM_ROOT", tree.c_str(), 1), 0);
   const Child remover = start("remover", [&](Channel& parent) {
     for (;;) {
-      if (parent.hear() == "leave") return;
+      if (parent.receive() == "leave") return;
       std::error_code ignored;
       fs::remove_all(tree, ignored);
-      parent.tell("removed");
+      parent.send("removed");
     }
   });
   Client client;
   const MounterSm mounter(handler, "quotes", &client);
   for (int i = 0; i < 200; ++i) {
-    remover->tell("remove");
+    remover->send("remove");
     ASSERT_TRUE(until([&] {
       return fs::exists(tree + "/quotes") && client.wasTold("watch deleted");
     })) << i;
@@ -160,14 +160,14 @@ TEST_F(Mounting, ATreeThatIsRemovedWhileItIsBeingMadeComesBackAndIsWatched) {
       std::error_code failed;
       if (fs::remove_all(tree, failed) > 1 && !failed) ++removals;
     }
-    parent.tell("removed");
+    parent.send("removed");
     parent.await("leave");
   });
   Client client;
   const MounterSm mounter(handler, "quotes", &client);
   bool removed = false;
   const Commands hear(remover->channel(), [&](const std::string&) { removed = true; });
-  remover->tell("begin");
+  remover->send("begin");
   ASSERT_TRUE(until([&] { return removed; }));
   ASSERT_TRUE(until([&] { return fs::exists(tree + "/quotes"); }));
   while (loop.turn(0)) continue;

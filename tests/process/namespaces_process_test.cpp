@@ -7,15 +7,16 @@
 
 #include <cstdlib>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
+#include "support/noncopyable.h"
 
 namespace Zorbe::Test {
 namespace {
 
 using testing::HasSubstr;
 
-/// The namespace in which all tables of the test live, whatever namespace a process is in.
-class WellKnownNamespace {
+/// The namespace of all tables of the test, for processes in any namespace.
+class WellKnownNamespace : private NonCopyable {
  public:
   WellKnownNamespace() {
     made_ = ip("netns add " + name_);
@@ -25,8 +26,6 @@ class WellKnownNamespace {
     DEFAULT_NS = before_;
     EXPECT_TRUE(!made_ || ip("netns del " + name_)) << name_;
   }
-  WellKnownNamespace(const WellKnownNamespace&) = delete;
-  WellKnownNamespace& operator=(const WellKnownNamespace&) = delete;
 
   bool made() const { return made_; }
 
@@ -57,24 +56,24 @@ class NetworkNamespaces : public ProcessTest {
   }
 
   Child startWriterElsewhere() {
-    Child writer = startElsewhere("writer", [this](Channel& parent) { playWriter(parent, table); });
+    Child writer = startElsewhere("writer", [this](Channel& parent) { runWriter(parent, table); });
     writer->await("listening");
     return writer;
   }
 
-  // Tries to become the writer and tells how it was refused.
-  static void playSecondWriter(Channel& parent) {
-    Stage stage;
+  // Tries to become the writer and sends how it was refused.
+  static void runSecondWriter(Channel& parent) {
+    ProcessContext context;
     try {
-      EXPECT_EQ(Util::releaseWriterLock(stage.handler,
-                                        Util::acquireWriterLock(stage.handler, stage.root)),
+      EXPECT_EQ(Util::releaseWriterLock(context.handler,
+                                        Util::acquireWriterLock(context.handler, context.root)),
                 0);
-      parent.tell("two writers");
+      parent.send("two writers");
     } catch (const DuplicateWriterException& refusal) {
       EXPECT_THAT(refusal.what(), HasSubstr("duplicate writer detected " + refusal.owner + ":" +
-                                            std::to_string(refusal.pid) + " " + stage.root.path));
+                                            std::to_string(refusal.pid) + " " + context.root.path));
       EXPECT_THAT(refusal.lastOwner, HasSubstr(" cmdline: '"));
-      parent.tell("refused by " + std::to_string(refusal.pid) + ":" + refusal.owner);
+      parent.send("refused by " + std::to_string(refusal.pid) + ":" + refusal.owner);
     }
   }
 
@@ -83,7 +82,7 @@ class NetworkNamespaces : public ProcessTest {
 
 TEST_F(NetworkNamespaces, AWriterOfAnotherNamespaceIsRefusedWithoutAName) {
   const Child writer = startWriter();
-  const Child second = startElsewhere("second writer", playSecondWriter);
+  const Child second = startElsewhere("second writer", runSecondWriter);
   second->await("refused by 0:");
   EXPECT_EQ(second->finish(), 0);
   leave(writer);
@@ -92,7 +91,7 @@ TEST_F(NetworkNamespaces, AWriterOfAnotherNamespaceIsRefusedWithoutAName) {
 TEST_F(NetworkNamespaces, ReadersFollowWritersOfOtherNamespaces) {
   auto followers = startFollowers(2);
   followers.push_back(startElsewhere("follower elsewhere",
-                                     [this](Channel& parent) { playFollower(parent, table); }));
+                                     [this](Channel& parent) { runFollower(parent, table); }));
   for (int round = 1; round <= 3; ++round) {
     const Child writer = startWriterElsewhere();
     publishTo(writer, followers, 3);

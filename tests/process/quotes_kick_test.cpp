@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // The example's writer and readers on one real loop, turned by hand.
-#include "fakes/zorbe_test.h"
 #include "fault/fault.h"
-#include "process/table.h"
+#include "support/fixture.h"
+#include "support/table.h"
 
 #include <brask/linux/event_loop.h>
 #include <quotes_follower.h>
@@ -91,7 +91,7 @@ class QuotesKick : public Zorbe::Test::ZorbeTest {
   std::unique_ptr<Writer> writer;
 };
 
-TEST_F(QuotesKick, aReaderFollowsEveryPublish) {
+TEST_F(QuotesKick, AReaderFollowsEveryPublish) {
   openWriter();
   const auto reader = connect();
   for (int i = 0; i < 100; ++i) {
@@ -104,7 +104,7 @@ TEST_F(QuotesKick, aReaderFollowsEveryPublish) {
   EXPECT_TRUE(writer->readersHaveRead());
 }
 
-TEST_F(QuotesKick, aReaderThatDoesNothingWhenAcknowledgedSleepsBehindTheWriterForEver) {
+TEST_F(QuotesKick, AReaderThatDoesNothingWhenAcknowledgedSleepsBehindTheWriterForEver) {
   openWriter();
   const auto reader = connect<IdleReader>();
   publishRightAfterTheAcknowledgement();
@@ -116,7 +116,7 @@ TEST_F(QuotesKick, aReaderThatDoesNothingWhenAcknowledgedSleepsBehindTheWriterFo
   EXPECT_FALSE(writer->readersHaveRead());
 }
 
-TEST_F(QuotesKick, aReaderThatRunsAPassWhenAcknowledgedMissesNothing) {
+TEST_F(QuotesKick, AReaderThatRunsAPassWhenAcknowledgedMissesNothing) {
   openWriter();
   const auto reader = connect();
   publishRightAfterTheAcknowledgement();
@@ -125,7 +125,7 @@ TEST_F(QuotesKick, aReaderThatRunsAPassWhenAcknowledgedMissesNothing) {
   EXPECT_TRUE(writer->readersHaveRead());
 }
 
-TEST_F(QuotesKick, aLongPassGivesTheLoopItsTurnInBetween) {
+TEST_F(QuotesKick, ALongPassGivesTheLoopItsTurnInBetween) {
   openWriter({20000, 64});
   const auto reader = connect();
   turnUntil([&] { return writer->sleepers() == 1; });
@@ -134,7 +134,7 @@ TEST_F(QuotesKick, aLongPassGivesTheLoopItsTurnInBetween) {
   EXPECT_EQ(counters.conquerKicks, 1u);
 }
 
-TEST_F(QuotesKick, aRestingReaderIsWokenByOneKickForManyPublishes) {
+TEST_F(QuotesKick, ARestingReaderIsWokenByOneKickForManyPublishes) {
   openWriter();
   const auto reader = connect(0.05);
   turnUntil([&] { return counters.conquerKicks == 1; });
@@ -147,7 +147,7 @@ TEST_F(QuotesKick, aRestingReaderIsWokenByOneKickForManyPublishes) {
   EXPECT_LT(reader->passes() - passesBefore, 100u);
 }
 
-TEST_F(QuotesKick, theOwnerHearsThatTheConnectionIsLost) {
+TEST_F(QuotesKick, TheOwnerIsNotifiedThatTheConnectionIsLost) {
   openWriter();
   const auto reader = connect();
   turnUntil([&] { return writer->sleepers() == 1; });
@@ -156,7 +156,7 @@ TEST_F(QuotesKick, theOwnerHearsThatTheConnectionIsLost) {
   EXPECT_FALSE(reader->isConnected());
 }
 
-TEST_F(QuotesKick, aReaderConnectsAgainToAWriterThatTookTheTableOver) {
+TEST_F(QuotesKick, AReaderConnectsAgainToAWriterThatTookTheTableOver) {
   openWriter();
   writer->publish({"A", 1, 1});
   writer.reset();
@@ -168,7 +168,7 @@ TEST_F(QuotesKick, aReaderConnectsAgainToAWriterThatTookTheTableOver) {
   EXPECT_EQ(digest(reader->followed().copy()), digest(writer->copy()));
 }
 
-TEST_F(QuotesKick, aReaderOfAnotherTableThanTheWritersDoesNotSpin) {
+TEST_F(QuotesKick, AReaderOfAnotherTableThanTheWritersDoesNotSpin) {
   handler.allowFailures();
   openWriter();
   TableReader old = TableReader::open(root).value();
@@ -186,7 +186,7 @@ TEST_F(QuotesKick, aReaderOfAnotherTableThanTheWritersDoesNotSpin) {
   EXPECT_LE(reader.passes(), 30u) << "at most two in each rest";
 }
 
-TEST_F(QuotesKick, aReaderOfRemovedFilesIsWokenToLeaveThem) {
+TEST_F(QuotesKick, AReaderOfRemovedFilesIsWokenToLeaveThem) {
   openWriter();
   writer->publish({"A", 1, 1});
   const auto reader = connect();
@@ -199,7 +199,7 @@ TEST_F(QuotesKick, aReaderOfRemovedFilesIsWokenToLeaveThem) {
   EXPECT_EQ(writer->copy().size(), 1u);
 }
 
-TEST_F(QuotesKick, aWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
+TEST_F(QuotesKick, AWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
   const auto remove = [&] { std::filesystem::remove_all(root.path); };
   Zorbe::Test::Fault::before("chmod", 1, remove).onPath(root.fullPath("fenix"));
   openWriter();
@@ -207,7 +207,7 @@ TEST_F(QuotesKick, aWriterMakesFilesAgainThatWereRemovedWhileItOpened) {
   EXPECT_TRUE(TableReader::open(root));
 }
 
-TEST_F(QuotesKick, aWriterWithTooFewSlotsForTheTableIsRefusedAndTheTableStays) {
+TEST_F(QuotesKick, AWriterWithTooFewSlotsForTheTableIsRefusedAndTheTableStays) {
   openWriter({2, 8});
   writer->publish({"A", 1, 1});
   writer->publish({"B", 2, 2});
@@ -224,9 +224,9 @@ TEST_F(QuotesKick, aWriterWithTooFewSlotsForTheTableIsRefusedAndTheTableStays) {
   EXPECT_EQ(writer->copy().size(), 2u);
 }
 
-TEST_F(QuotesKick, anIncarnationIdThatADiskHadNoRoomForIsWrittenLater) {
+TEST_F(QuotesKick, AnIncarnationIdThatADiskHadNoRoomForIsWrittenLater) {
   using namespace Zorbe::Test;
-  const auto full = Fault::arm("write", 1, ENOSPC, Fault::forever).onPath(root.fullPath("fenix"));
+  const auto full = Fault::arm("write", 1, ENOSPC, Fault::kForever).onPath(root.fullPath("fenix"));
   openWriter();
   EXPECT_GE(full.fired(), 1u);
   EXPECT_EQ(Zorbe::FenixFile::read(handler, root.path), 0u);
@@ -234,7 +234,7 @@ TEST_F(QuotesKick, anIncarnationIdThatADiskHadNoRoomForIsWrittenLater) {
   turnUntil([&] { return Zorbe::FenixFile::read(handler, root.path) == writer->fenix(); });
 }
 
-TEST_F(QuotesKick, aConnectionThatNeverReportsKeepsNobodyWaiting) {
+TEST_F(QuotesKick, AConnectionThatNeverReportsKeepsNobodyWaiting) {
   openWriter();
   QuotesFollower follower(handler, root, {});
   follower.start();
@@ -244,7 +244,7 @@ TEST_F(QuotesKick, aConnectionThatNeverReportsKeepsNobodyWaiting) {
   EXPECT_EQ(writer->lowestSequence(), 0u) << "the one that listens for the writer's end";
 }
 
-TEST_F(QuotesKick, aFollowerFindsTheTableOfAWriterThatComesLater) {
+TEST_F(QuotesKick, AFollowerFindsTheTableOfAWriterThatComesLater) {
   QuotesFollower follower(handler, root, {});
   follower.start();
   openWriter();
@@ -252,7 +252,7 @@ TEST_F(QuotesKick, aFollowerFindsTheTableOfAWriterThatComesLater) {
   turnUntil([&] { return follower.reader() && follower.reader()->followed().sequence() == 1; });
 }
 
-TEST_F(QuotesKick, aFollowerConvergesAfterEachRemovalOfTheDirectory) {
+TEST_F(QuotesKick, AFollowerConvergesAfterEachRemovalOfTheDirectory) {
   handler.allowFailures();  // the library tells of incarnations that have changed
   openWriter();
   QuotesFollower follower(handler, root, {});
@@ -268,7 +268,7 @@ TEST_F(QuotesKick, aFollowerConvergesAfterEachRemovalOfTheDirectory) {
   }
 }
 
-TEST_F(QuotesKick, aFollowerOfACorruptTableDoesNotSpin) {
+TEST_F(QuotesKick, AFollowerOfACorruptTableDoesNotSpin) {
   handler.allowFailures();
   openWriter({1, 8});
   writer->publish({"A", 1, 1});

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "fakes/zorbe_test.h"
+#include "support/fixture.h"
 
 namespace Zorbe::Test {
 

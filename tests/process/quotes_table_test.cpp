@@ -19,14 +19,14 @@ using testing::ThrowsMessage;
 
 using Zorbe::Test::QuotesTable;
 
-TEST_F(QuotesTable, isNotThereBeforeTheWriterDeclaresItComplete) {
+TEST_F(QuotesTable, IsNotThereBeforeTheWriterDeclaresItComplete) {
   make({});
   EXPECT_FALSE(TableReader::open(root));
   table->complete();
   EXPECT_TRUE(TableReader::open(root));
 }
 
-TEST_F(QuotesTable, isOpenToEveryUserWhateverTheUmask) {
+TEST_F(QuotesTable, IsOpenToEveryUserForAnyUmask) {
   ::umask(077);
   makeComplete();
   for (const char* file : {kSlotsFile, kLogFile}) {
@@ -36,7 +36,7 @@ TEST_F(QuotesTable, isOpenToEveryUserWhateverTheUmask) {
   }
 }
 
-TEST_F(QuotesTable, findsEverySymbolThatWasPublishedAndNoOther) {
+TEST_F(QuotesTable, FindsEverySymbolThatWasPublishedAndNoOther) {
   makeComplete({64, 16});
   for (int i = 0; i < 64; ++i) table->publish({"S" + std::to_string(i), i, 1});
   const TableReader reader = TableReader::open(root).value();
@@ -48,7 +48,7 @@ TEST_F(QuotesTable, findsEverySymbolThatWasPublishedAndNoOther) {
   EXPECT_FALSE(reader.find("S64"));
 }
 
-TEST_F(QuotesTable, tellsThatItIsFullAndStaysAsItWas) {
+TEST_F(QuotesTable, ReportsThatItIsFullAndStaysAsItWas) {
   makeComplete({2, 16});
   table->publish({"A", 1, 1});
   table->publish({"B", 2, 2});
@@ -62,7 +62,7 @@ TEST_F(QuotesTable, tellsThatItIsFullAndStaysAsItWas) {
   EXPECT_EQ(table->publish({"A", 4, 4}), 3u);
 }
 
-TEST_F(QuotesTable, takesSymbolsOfFifteenBytesAndRefusesLongerOnes) {
+TEST_F(QuotesTable, TakesSymbolsOfFifteenBytesAndRefusesLongerOnes) {
   makeComplete();
   const std::string longest(15, 'x');
   table->publish({longest, 1, 1});
@@ -72,7 +72,7 @@ TEST_F(QuotesTable, takesSymbolsOfFifteenBytesAndRefusesLongerOnes) {
   EXPECT_EQ(table->sequence(), 1u);
 }
 
-TEST_F(QuotesTable, aFollowerAppliesWhatWasPublishedSinceItLooked) {
+TEST_F(QuotesTable, AFollowerAppliesWhatWasPublishedSinceItLooked) {
   makeComplete();
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -85,7 +85,7 @@ TEST_F(QuotesTable, aFollowerAppliesWhatWasPublishedSinceItLooked) {
   EXPECT_EQ(digest(follower.copy()), digest(written()));
 }
 
-TEST_F(QuotesTable, aFollowerThatWasOverrunScansTheTable) {
+TEST_F(QuotesTable, AFollowerThatWasOverrunScansTheTable) {
   makeComplete({64, 8});
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -97,7 +97,7 @@ TEST_F(QuotesTable, aFollowerThatWasOverrunScansTheTable) {
   EXPECT_EQ(follower.copy().size(), 40u);
 }
 
-TEST_F(QuotesTable, aFollowerExactlyAsFarBehindAsTheLogIsLongNeedsNoScan) {
+TEST_F(QuotesTable, AFollowerExactlyAsFarBehindAsTheLogIsLongNeedsNoScan) {
   makeComplete({64, 8});
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -108,7 +108,7 @@ TEST_F(QuotesTable, aFollowerExactlyAsFarBehindAsTheLogIsLongNeedsNoScan) {
   EXPECT_EQ(follower.applied(), 8u);
 }
 
-TEST_F(QuotesTable, aFollowerStopsWhenItsBudgetIsUsedUp) {
+TEST_F(QuotesTable, AFollowerStopsWhenItsBudgetIsUsedUp) {
   makeComplete();
   ChangeFollower follower = follow();
   advanceFully(follower);
@@ -118,7 +118,7 @@ TEST_F(QuotesTable, aFollowerStopsWhenItsBudgetIsUsedUp) {
   EXPECT_EQ(follower.advance(6), ChangeFollower::Progress::kCaughtUp);
 }
 
-TEST_F(QuotesTable, aFollowerDoesNotWaitForARecordThatWasLeftHalfWritten) {
+TEST_F(QuotesTable, AFollowerDoesNotWaitForARecordThatWasLeftHalfWritten) {
   makeComplete({1, 8});
   table->publish({"A", 1, 1});
   damage(kSlotsFile, sizeof(SlotsHeader), std::string(1, '\3'));  // an odd guard
@@ -127,7 +127,7 @@ TEST_F(QuotesTable, aFollowerDoesNotWaitForARecordThatWasLeftHalfWritten) {
   EXPECT_EQ(follower.sequence(), 0u);
 }
 
-TEST_F(QuotesTable, aWrongChecksumIsCorruption) {
+TEST_F(QuotesTable, AWrongChecksumIsCorruption) {
   makeComplete({1, 8});
   table->publish({"A", 1, 1});
   damage(kSlotsFile, sizeof(SlotsHeader) + sizeof(uint64_t), "Z");
@@ -137,7 +137,7 @@ TEST_F(QuotesTable, aWrongChecksumIsCorruption) {
                   "slot 0 has a wrong checksum, symbol 'Z' sequence 1"));
 }
 
-TEST_F(QuotesTable, aForeignMagicIsCorruption) {
+TEST_F(QuotesTable, AForeignMagicIsCorruption) {
   makeComplete();
   damage(kSlotsFile, 0, "SPOTS001");
   EXPECT_THAT([&] { TableReader::open(root); },
@@ -145,7 +145,7 @@ TEST_F(QuotesTable, aForeignMagicIsCorruption) {
                   HasSubstr("slots has the magic 'SPOTS001' and not 'QUOTES02'")));
 }
 
-TEST_F(QuotesTable, aFileOfAnotherLengthIsCorruption) {
+TEST_F(QuotesTable, AFileOfAnotherLengthIsCorruption) {
   makeComplete({4, 8});
   std::filesystem::resize_file(root.fullPath(kSlotsFile), 200);
   EXPECT_THAT([&] { TableReader::open(root); },
@@ -153,7 +153,7 @@ TEST_F(QuotesTable, aFileOfAnotherLengthIsCorruption) {
                   HasSubstr("slots has 200 bytes, which its capacity of 4 contradicts")));
 }
 
-TEST_F(QuotesTable, filesOfTwoIncarnationsAreNoTable) {
+TEST_F(QuotesTable, FilesOfTwoIncarnationsAreNoTable) {
   makeComplete();
   std::filesystem::rename(root.fullPath(kLogFile), root.fullPath("kept"));
   makeComplete();
@@ -161,7 +161,7 @@ TEST_F(QuotesTable, filesOfTwoIncarnationsAreNoTable) {
   EXPECT_FALSE(TableReader::open(root));
 }
 
-TEST_F(QuotesTable, aNewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
+TEST_F(QuotesTable, ANewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
   makeComplete();
   table->publish({"A", 1, 1});
   ChangeFollower follower = follow();
@@ -171,7 +171,7 @@ TEST_F(QuotesTable, aNewIncarnationLeavesThoseWhoMapTheOldOneAlone) {
   EXPECT_FALSE(follower.table().isInPlace(root));
 }
 
-TEST_F(QuotesTable, neverShowsATornRecordToReadersThatHammerIt) {
+TEST_F(QuotesTable, NeverShowsATornRecordToReadersThatHammerIt) {
   makeComplete({4, 8});
   std::atomic<bool> ended{false};
   std::atomic<uint64_t> torn{0};
@@ -199,7 +199,7 @@ TEST_F(QuotesTable, neverShowsATornRecordToReadersThatHammerIt) {
   EXPECT_EQ(torn, 0u);
 }
 
-TEST_F(QuotesTable, aFollowerInAnotherThreadConvergesWithAWriterThatOverrunsIt) {
+TEST_F(QuotesTable, AFollowerInAnotherThreadConvergesWithAWriterThatOverrunsIt) {
   makeComplete({64, 16});
   ChangeFollower follower = follow();
   constexpr uint64_t kPublishes = 200000;
@@ -213,7 +213,7 @@ TEST_F(QuotesTable, aFollowerInAnotherThreadConvergesWithAWriterThatOverrunsIt) 
   EXPECT_EQ(digest(follower.copy()), digest(written()));
 }
 
-TEST(QuotesRows, areReadAndWrittenAlike) {
+TEST(QuotesRows, AreReadAndWrittenAlike) {
   for (const char* row : {"ABC,10.1250,300", "X,0.0000,0", "S,123456789012.9999,4294967295"}) {
     EXPECT_EQ(formatRow(parseRow(row)), row);
   }
@@ -221,7 +221,7 @@ TEST(QuotesRows, areReadAndWrittenAlike) {
   EXPECT_EQ(formatRow(parseRow("A,7.5,1")), "A,7.5000,1");
 }
 
-TEST(QuotesRows, sayWhatIsWrongWithThem) {
+TEST(QuotesRows, SayWhatIsWrongWithThem) {
   const std::pair<const char*, const char*> cases[] = {
       {"A,1", "row 'A,1' does not have the three fields symbol,price,size"},
       {"A,1,2,3", "row 'A,1,2,3' does not have the three fields symbol,price,size"},

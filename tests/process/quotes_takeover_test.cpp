@@ -35,7 +35,7 @@ class QuotesTakeOver : public Zorbe::Test::QuotesTable {
   }
 };
 
-TEST_F(QuotesTakeOver, theNextWriterFindsWhatIsWholeAndTheSequence) {
+TEST_F(QuotesTakeOver, TheNextWriterFindsWhatIsWholeAndTheSequence) {
   makeComplete({2, 8});
   table->publish({"A", 1, 1});
   table->publish({"A", 2, 2});
@@ -49,7 +49,7 @@ TEST_F(QuotesTakeOver, theNextWriterFindsWhatIsWholeAndTheSequence) {
   EXPECT_EQ(formatRow(quoteOf(legacy.records[0])), "A,0.0002,2");
 }
 
-TEST_F(QuotesTakeOver, aRecordThatWasBeingReplacedWhenTheWriterWasKilledIsNotLost) {
+TEST_F(QuotesTakeOver, ARecordThatWasBeingReplacedWhenTheWriterWasKilledIsNotLost) {
   makeComplete({2, 8});
   table->publish({"B", 1, 1});
   table->publish({"A", 2, 2});
@@ -62,7 +62,7 @@ TEST_F(QuotesTakeOver, aRecordThatWasBeingReplacedWhenTheWriterWasKilledIsNotLos
   EXPECT_THAT(rows, testing::UnorderedElementsAre("B,0.0001,1", "A,0.0002,2"));
 }
 
-TEST_F(QuotesTakeOver, aTableThatIsNotCompletedLeavesTheOneThatWasThere) {
+TEST_F(QuotesTakeOver, ATableThatIsNotCompletedLeavesTheOneThatWasThere) {
   makeComplete();
   table->publish({"A", 1, 1});
   make({}, 1);
@@ -72,7 +72,7 @@ TEST_F(QuotesTakeOver, aTableThatIsNotCompletedLeavesTheOneThatWasThere) {
   EXPECT_THAT(filesOfTheTable(), testing::UnorderedElementsAre(kSlotsFile, kLogFile));
 }
 
-TEST_F(QuotesTakeOver, aWriterKilledBetweenThePlacingOfItsTwoFilesLosesNothing) {
+TEST_F(QuotesTakeOver, AWriterKilledBetweenThePlacingOfItsTwoFilesLosesNothing) {
   makeComplete();
   table->publish({"A", 1, 1});
   std::filesystem::copy(root.fullPath(kSlotsFile), root.fullPath("kept"));
@@ -85,7 +85,7 @@ TEST_F(QuotesTakeOver, aWriterKilledBetweenThePlacingOfItsTwoFilesLosesNothing) 
   EXPECT_EQ(legacy.records.size(), 1u);
 }
 
-TEST_F(QuotesTakeOver, whatAKilledWriterHadBegunIsReplaced) {
+TEST_F(QuotesTakeOver, WhatAKilledWriterHadBegunIsReplaced) {
   std::ofstream(root.fullPath(kUnfinishedSlotsFile)) << "begun";
   makeComplete();
   EXPECT_TRUE(TableReader::open(root));
@@ -94,7 +94,7 @@ TEST_F(QuotesTakeOver, whatAKilledWriterHadBegunIsReplaced) {
 
 // Before anything is written: a file that cannot be as long as it has to be stands for a full
 // disk.
-TEST_F(QuotesTakeOver, aTableThatFindsNoRoomLeavesTheOneThatWasThere) {
+TEST_F(QuotesTakeOver, ATableThatFindsNoRoomLeavesTheOneThatWasThere) {
   makeComplete({4, 4});
   table->publish({"A", 1, 1});
   const rlimit small{4096, RLIM_INFINITY};

@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <zorbe/exceptions.h>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 
 namespace Zorbe::Test {
 namespace {

@@ -4,7 +4,7 @@
 #include <zorbe/exceptions.h>
 #include <zorbe/util.h>
 
-#include "process/process_test.h"
+#include "process/process_fixture.h"
 
 namespace Zorbe::Test {
 namespace {
@@ -17,12 +17,12 @@ class WriterLockProcesses : public ProcessTest {
  protected:
   Child startHolder() {
     Child holder = start("holder", [](Channel& parent) {
-      Stage stage;
-      const int lock = Util::acquireWriterLock(stage.handler, stage.root);
-      parent.tell("locked");
+      ProcessContext context;
+      const int lock = Util::acquireWriterLock(context.handler, context.root);
+      parent.send("locked");
       parent.await("release");
-      EXPECT_EQ(Util::releaseWriterLock(stage.handler, lock), 0);
-      parent.tell("released");
+      EXPECT_EQ(Util::releaseWriterLock(context.handler, lock), 0);
+      parent.send("released");
       parent.await("leave");
     });
     holder->await("locked");
@@ -46,16 +46,16 @@ TEST_F(WriterLockProcesses, TheNextWriterGetsTheLockOfAKilledOneAtOnce) {
   }
 }
 
-TEST_F(WriterLockProcesses, TheNextWriterGetsAReleasedLockWhileTheLastOneGoesOn) {
+TEST_F(WriterLockProcesses, TheNextWriterGetsAReleasedLockWhileTheLastOneContinues) {
   const RootPath root(handler, "quotes", true);
   const Child holder = startHolder();
-  holder->tell("release");
+  holder->send("release");
   holder->await("released");
   EXPECT_NO_THROW(takeLock(handler, root));
   leave(holder);
 }
 
-TEST_F(WriterLockProcesses, ARefusedWriterIsToldWhoHoldsTheLock) {
+TEST_F(WriterLockProcesses, ARefusedWriterLearnsWhoHoldsTheLock) {
   handler.expectFailures();
   const RootPath root(handler, "quotes", true);
   const Child holder = startHolder();

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+//
+// What a process of a stress run needs besides its client.
+#pragma once
+
+#include <brask/linux/event_loop.h>
+#include <brask/linux/stream_debug_handler.h>
+#include <zorbe/root_path.h>
+
+#include <string>
+
+#include "stress/chaos/board.h"
+#include "support/child_process.h"
+
+namespace Zorbe::Test::Chaos {
+
+inline constexpr const char* kTableName = "quotes";
+
+/// Keeps only the latest failures: a process that is never killed logs many.
+class ShortLog final : public Brask::Platform::DebugHandler {
+ public:
+  ShortLog();
+  bool isEnabled(int level) override { return out_.isEnabled(level); }
+  void emit(std::ostringstream& message, int level) override;
+
+ private:
+  Brask::Linux::StreamDebugHandler out_;
+  unsigned lines_ = 0;
+};
+
+/// Registers its process at a place of the board, and turns its loop until SIGTERM.
+class ClientContext {
+ public:
+  ClientContext(Channel& parent, Place& place);
+
+  /// Calls `updateState` after each turn; when it returns true, notifies the parent.
+  template <class TellState>
+  void run(TellState updateState) {
+    while (!isStopRequested()) {
+      if (updateState()) notifyParent();
+      loop.turn(-1);
+    }
+  }
+
+  Brask::Linux::EventLoop loop;
+  ShortLog log;
+  RootPath root{log, kTableName, true};
+
+ private:
+  static bool isStopRequested();
+  void notifyParent();
+
+  Channel& parent_;
+};
+
+/// Opens a descriptor that is never closed.
+void leakDescriptor();
+
+/// Stores the value. Returns whether it is another one.
+template <class Atomic, class Value>
+bool update(Atomic& where, Value value) {
+  return where.exchange(value) != value;
+}
+
+}  // namespace Zorbe::Test::Chaos

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+//
+// The processes of a stress run, as their parent sees them.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "stress/chaos/board.h"
+#include "support/child_process.h"
+#include "support/shared.h"
+
+namespace Zorbe::Test::Chaos {
+
+using Clock = std::chrono::steady_clock;
+
+/// The failure of a stress run.
+class Failure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A place of the board, and the process that has it now.
+class Member {
+ public:
+  using Role = std::function<void(Channel& parent, Place& place)>;
+
+  Member(std::string name, Place& place, Role role);
+
+  const std::string& name() const { return name_; }
+  Place& place() { return place_; }
+  bool isAlive() const { return process_ != nullptr; }
+  bool isStopped() const { return stopped_; }
+  bool isAwake() const { return isAlive() && !stopped_; }
+  pid_t pid() const { return process_->pid(); }
+  Channel& channel() { return process_->channel(); }
+  std::string log() const { return process_ ? process_->log() : ""; }
+
+  void start();
+  void kill();
+  void stop();
+  void resume();
+
+  /// SIGTERM, after which it has to end by itself and without an error.
+  void leave();
+
+  /// Throws Failure for a state that must never occur.
+  void requireSanity();
+
+  /// This reader is attached to the writer `pid`, whose departure must be reported to it.
+  void expectDeparture(pid_t writer);
+
+  /// Throws Failure when `writer` is another one, and the departure was not reported.
+  void requireDepartureReported(pid_t writer);
+
+ private:
+  void clearPlace();
+  void signal(int number);
+
+  std::string name_;
+  Place& place_;
+  Role role_;
+  std::unique_ptr<ChildProcess> process_;
+  bool stopped_ = false;
+  pid_t expectedWriter_ = 0;
+  uint32_t departuresBefore_ = 0;
+};
+
+/// All of them: readers, of which some are never killed, the candidate that is always there,
+/// and a competitor.
+class Processes {
+ public:
+  Processes(unsigned readerCount, const std::string& oraclePath, Flaw flaw);
+
+  std::vector<Member>& readers() { return readers_; }
+  Member& candidate() { return candidates_[0]; }
+  Member& competitor() { return candidates_[1]; }
+
+  /// Readers before this one are never killed.
+  unsigned longLivedReaders() const { return longLived_; }
+
+  /// The process that has the lock, or null.
+  Member* writer();
+
+  /// The process that has the lock, or is expected to get it.
+  Member& expectedWriter();
+
+  /// Asks the writer, now or later, to publish. A stopped one receives it later.
+  void publish(unsigned count);
+
+  /// Waits until the condition holds, woken by messages of the processes: false when it does not
+  /// in time. Throws Failure when a process has ended by itself.
+  bool await(Clock::time_point deadline, const std::function<bool()>& condition);
+
+  /// All running readers are attached to the writer, and have read and reported its last
+  /// publication.
+  bool isConverged();
+
+  /// Why it is not.
+  std::string describe();
+
+  /// What the writers have published so far.
+  Board& board() { return *board_; }
+
+  /// All processes, with the ends of their logs.
+  std::string logs();
+
+  void forEach(const std::function<void(Member&)>& action);
+
+ private:
+  bool isBehind(Member& reader, Place& writer) const;
+  void wait(Clock::time_point deadline);
+
+  Shared<Board> board_;
+  unsigned longLived_;
+  uint32_t request_ = 0;
+  std::vector<Member> readers_;
+  std::vector<Member> candidates_;
+};
+
+}  // namespace Zorbe::Test::Chaos

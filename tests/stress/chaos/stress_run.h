@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+//
+// Processes of a table that are killed, stopped, continued and restarted at random, while
+// its directory is removed, and what has to hold all the time: see docs/reliability.md.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "stress/chaos/board.h"
+#include "stress/chaos/process_usage.h"
+
+namespace Zorbe::Test::Chaos {
+
+/// Some are never killed and at least one is; there are places for all of them and the candidates.
+constexpr unsigned kFewestReaders = 2;
+constexpr unsigned kMostReaders = Board::kMostPlaces - 2;
+
+struct Settings {
+  unsigned kills = 0;    ///< how many, 0: until the time is over
+  unsigned seconds = 0;  ///< how long, or, with `kills`, how long these may take
+  uint64_t seed = 1;
+  unsigned readers = 20;
+  Flaw flaw = Flaw::kNone;
+  std::chrono::seconds timeout{20};  ///< how long anything may take
+};
+
+struct Report {
+  std::string failure;  ///< empty when everything held
+  std::string trace;    ///< with a failure: the last faults, and the logs of the processes
+  unsigned kills = 0;
+  unsigned faults = 0;
+  double seconds = 0;
+  std::map<std::string, unsigned> faultsByKind;
+  std::vector<double> underSame;     ///< milliseconds of each convergence, in ascending order,
+  std::vector<double> underAnother;  ///< on the writer that was there before, or another one
+  Course descriptors;                ///< of the readers that are never killed, together
+  Course pages;                      ///< likewise, from the end of the warm-up
+  long writerGrowth = 0;             ///< pages, at most, of any writer between its kills
+  unsigned longestWriter = 0;        ///< checks that a writer has lived through, at most
+};
+
+/// Runs the stress test, and leaves nothing behind.
+Report runStress(const Settings& settings);
+
+/// Makes `runStress` end all processes and report a failure. For signal handlers.
+void interrupt() noexcept;
+
+}  // namespace Zorbe::Test::Chaos

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+//
+// What the bundled loop promises to those who watch paths: each gets exactly the events of
+// its own mask that happened while it had its watch, in order, and the end of its directory
+// unless it may be spared that.
+#pragma once
+
+#include "support/kernel/fake_inotify.h"
+
+#include <array>
+#include <deque>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Zorbe::Test::Fuzz {
+
+class InotifyModel {
+ public:
+  static constexpr size_t controls = 4;
+
+  explicit InotifyModel(Kernel::FakeInotify& kernel) : kernel_(kernel) {}
+
+  /// Right after the loop was asked.
+  void add(size_t control, size_t directory, uint32_t mask);
+  void remove(size_t control);
+
+  // A turn, and what comes in it.
+  void beginTurn();
+  void changed(size_t control, const std::string& what);
+  void deleted(size_t control);
+  void error(size_t control, const std::string& what);
+  void endTurn(bool thrown);
+
+  /// No event is lost by a mask that is too narrow, and no watch is kept for nobody.
+  void checkKernel() const;
+
+ private:
+  struct Control {
+    size_t directory = 0;
+    uint32_t mask = 0;
+    bool asked = false;
+    uint64_t number = 0;    // counts those that asked
+    bool orphaned = false;  // refused because its path was gone
+    uint64_t lastEnd = 0;   // when its directory ended
+    // The registration.
+    int wd = 0;  // 0: nothing is watched
+    uint64_t since = 0;
+    bool removalReported = false;  // of an entry that another one watches
+  };
+  /// What a control has to be told of an event, or of a notice.
+  struct Told {
+    size_t control;
+    uint64_t since;  // of the registration
+  };
+  enum class Kind { refusal, removal, end };
+  struct Notice {
+    size_t control;
+    Kind kind;
+    std::string what;
+    uint64_t turn;
+  };
+  struct Spared {
+    bool spared;
+    std::string removal;  // to be reported instead, if any
+  };
+  enum class Moved { yes, gone, refused };
+
+  void startTurn();
+  bool takeRead();
+  void leave(size_t control);
+  void enter(size_t control, int wd);
+  void refuse(size_t control, int error);
+  void tellParents(size_t control);
+  void resumeParents(size_t control);
+  void drop(size_t control, bool removalsToo);
+  bool awaits(size_t control, Kind kind) const;
+  std::vector<size_t> othersOf(size_t directory, size_t control) const;
+
+  bool isEnd() const;
+  bool isOverflow() const;
+  bool concerns(const Told& told) const;
+  void take();
+  void takeEnd(int wd);
+  Spared sparedEnd(size_t control) const;
+  Moved move(size_t control);
+  bool settle(const Told& told);
+  bool settleNotices();
+  bool settleEvents();
+  bool settleBehindRead();
+  bool settleAll();
+  bool next();
+
+  Kernel::FakeInotify& kernel_;
+  std::array<Control, controls> controls_;
+  std::map<int, std::vector<size_t>> users_;  // of each watch, in the order of their coming
+  std::deque<Notice> notices_;
+  uint64_t asked_ = 0;
+  uint64_t turn_ = 1;
+  bool interrupted_ = false;
+  unsigned callbacks_ = 0;  // in this turn
+
+  // What was read and has not been told.
+  std::deque<Kernel::InotifyEvent> events_;
+  size_t admitted_ = 0;    // of them, to this turn
+  bool readDone_ = false;  // in this turn, by the loop itself
+  Kernel::InotifyEvent event_ = {};
+  std::deque<Told> toTell_;
+  bool expectEnd_ = false;     // the first of those is to be told an end
+  std::string expectRemoval_;  // or this
+  bool settled_ = false;       // which of the two is known
+  std::set<int> lost_;         // watches whose end an overflow has swallowed
+};
+
+}  // namespace Zorbe::Test::Fuzz

@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+//
+// Any sequence of calls to the bundled loop and to its controls, many of them from inside
+// callbacks: every callback has to be one that a naive model expects, in its order, and none
+// that it expects may be missing.
+#include "stress/fuzz/fuzzer.h"
+#include "stress/fuzz/loop_model.h"
+#include "support/kernel/fake_clock.h"
+
+#include <brask/linux/event_loop.h>
+#include <brask/platform.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+
+namespace Zorbe::Test::Fuzz {
+namespace {
+
+using Brask::Linux::EventLoop;
+
+/// What a client's callback throws.
+struct Thrown {};
+
+struct FdProbe : Brask::Platform::FdEventHandler {
+  explicit FdProbe(std::function<void(int)> then)
+      : action(std::move(then)), control(Brask::Platform::getFdControl(this)) {}
+  void fdEvent(int fd) override {
+    const auto own = action;  // it may delete this probe
+    own(fd);
+  }
+  std::function<void(int)> action;
+  std::unique_ptr<Brask::Platform::FdControl> control;
+};
+
+struct TimerProbe : Brask::Platform::TimeoutHandler {
+  explicit TimerProbe(std::function<void()> then)
+      : action(std::move(then)), control(Brask::Platform::getTimerControl(this)) {}
+  void timeout() override {
+    const auto own = action;
+    own();
+  }
+  std::function<void()> action;
+  std::unique_ptr<Brask::Platform::TimerControl> control;
+};
+
+class LoopCase {
+ public:
+  explicit LoopCase(Input& input) : input_(input) {
+    for (int& file : files_) file = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    for (size_t i = 0; i < fds_.size(); ++i) renewFd(i);
+    for (size_t i = 0; i < timers_.size(); ++i) renewTimer(i);
+  }
+
+  // Controls may go before the loop or after it.
+  ~LoopCase() {
+    if (input_.flag()) loop_.reset();
+    for (auto& probe : fds_) probe.reset();
+    for (auto& probe : timers_) probe.reset();
+    for (const int file : files_) EXPECT_EQ(::close(file), 0);
+  }
+
+  void run() {
+    while (!input_.atEnd()) {
+      const unsigned what = input_.below(20);
+      what < 7 ? turn(what) : act(what);
+      compare();
+    }
+  }
+
+ private:
+  static constexpr size_t stopper = LoopModel::timers - 1;
+
+  void turn(unsigned what) {
+    if (what == 0) return look();
+    if (what == 1) return runUntilStopped();
+    model_.beginTurn(Kernel::FakeClock::now());
+    bool thrown = false;
+    try {
+      EXPECT_EQ(loop_->turn(0), model_.callbacks() != 0);
+    } catch (const Thrown&) {
+      thrown = true;
+    }
+    model_.endTurn(thrown);
+  }
+
+  void runUntilStopped() {
+    if (std::exchange(stopped_, false)) {
+      model_.beginTurn(Kernel::FakeClock::now());
+      loop_->run();
+      EXPECT_EQ(model_.callbacks(), 0u);
+      return;
+    }
+    start(stopper, 0);
+    model_.beginTurn(Kernel::FakeClock::now());
+    bool thrown = false;
+    try {
+      loop_->run();
+      stopped_ = false;
+    } catch (const Thrown&) {
+      thrown = true;
+    }
+    model_.endTurn(thrown);
+    cancel(stopper);
+  }
+
+  // Somebody else polls the loop.
+  void look() {
+    pollfd entry = {loop_->fd(), POLLIN, 0};
+    EXPECT_GE(::poll(&entry, 1, 0), 0);
+    if (model_.hasWork(Kernel::FakeClock::now())) EXPECT_NE(entry.revents & POLLIN, 0);
+  }
+
+  // What may be done from inside a callback, too.
+  void act(unsigned what) {
+    const size_t which = input_.below(LoopModel::controls);
+    switch (what) {
+      case 7:
+      case 8:
+        return watch(which, files_[input_.below(files_.size())]);
+      case 9:
+        return unwatch(which);
+      case 10:
+        return input_.flag() ? renewFd(which) : renewTimer(input_.below(stopper));
+      case 11:
+      case 12:
+        return makeReady(files_[which]);
+      case 13:
+        return drain(files_[which]);
+      case 14:
+      case 15:
+        return start(input_.below(stopper), delay());
+      case 16:
+        return cancel(input_.below(stopper));
+      case 17:
+        return Kernel::FakeClock::advance(static_cast<int64_t>(delay() * 1e9));
+      case 18:
+        return reuse(files_[which]);
+      default:
+        return stop();
+    }
+  }
+
+  double delay() {
+    constexpr std::array<double, 4> some = {0.0, 1e-9, 0.5, 1e6};
+    const unsigned chosen = input_.byte();
+    return chosen < some.size() ? some[chosen] : chosen;
+  }
+
+  void watch(size_t control, int fd) {
+    fds_[control]->control->watch(fd);
+    model_.watch(control, fd);
+  }
+
+  void unwatch(size_t control) {
+    fds_[control]->control->unwatch();
+    model_.unwatch(control);
+  }
+
+  void renewFd(size_t control) {
+    model_.unwatch(control);
+    fds_[control].reset();
+    fds_[control] = std::make_unique<FdProbe>([this, control](int fd) {
+      model_.fdEvent(control, fd);
+      callback();
+    });
+  }
+
+  void renewTimer(size_t timer) {
+    model_.cancel(timer);
+    timers_[timer].reset();
+    timers_[timer] = std::make_unique<TimerProbe>([this, timer] {
+      model_.timeout(timer);
+      timer == stopper ? stop() : callback();
+    });
+  }
+
+  void start(size_t timer, double seconds) {
+    const double odd = input_.flag() ? -1.0 : std::numeric_limits<double>::quiet_NaN();
+    timers_[timer]->control->start(seconds > 0 ? seconds : input_.flag() ? 0.0 : odd);
+    model_.start(timer, seconds, Kernel::FakeClock::now());
+  }
+
+  void cancel(size_t timer) {
+    timers_[timer]->control->cancel();
+    model_.cancel(timer);
+  }
+
+  void makeReady(int fd) {
+    const uint64_t one = 1;
+    EXPECT_EQ(::write(fd, &one, sizeof one), 8);
+    model_.ready(fd);
+  }
+
+  void drain(int fd) {
+    uint64_t count = 0;
+    if (::read(fd, &count, sizeof count) < 0) EXPECT_EQ(errno, EAGAIN);
+    model_.notReady(fd);
+  }
+
+  // A descriptor is closed and its number taken by another file, which another control
+  // watches, before the old one is called.
+  void reuse(int& file) {
+    const int old = file;
+    size_t former = LoopModel::controls;
+    for (size_t i = 0; i < fds_.size(); ++i) former = model_.watched(i) == old ? i : former;
+    EXPECT_EQ(::close(old), 0);
+    model_.notReady(old);
+    if (former != LoopModel::controls && input_.flag()) unwatch(former);
+    file = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    EXPECT_EQ(file, old);
+    watch(input_.below(fds_.size()), file);
+    if (former != LoopModel::controls && model_.watched(former) != file) unwatch(former);
+  }
+
+  void stop() {
+    loop_->stop();
+    stopped_ = true;
+  }
+
+  // The client's callback: continues with the input, may throw, may not turn the loop.
+  void callback() {
+    for (unsigned count = input_.below(4); count > 0 && !input_.atEnd(); --count) {
+      const unsigned what = input_.below(22);
+      if (what == 20) throw Thrown();
+      if (what == 21) EXPECT_THROW(loop_->turn(0), std::logic_error);
+      if (what >= 7 && what < 20) act(what);
+    }
+  }
+
+  void compare() {
+    for (size_t i = 0; i < fds_.size(); ++i) {
+      EXPECT_EQ(fds_[i]->control->fd(), model_.watched(i));
+    }
+  }
+
+  Input& input_;
+  Kernel::FakeClock clock_;
+  std::unique_ptr<EventLoop> loop_ = std::make_unique<EventLoop>();
+  LoopModel model_;
+  bool stopped_ = false;
+  std::array<int, 4> files_;
+  std::array<std::unique_ptr<FdProbe>, LoopModel::controls> fds_;
+  std::array<std::unique_ptr<TimerProbe>, LoopModel::timers> timers_;
+};
+
+}  // namespace
+}  // namespace Zorbe::Test::Fuzz
+
+ZORBE_FUZZER_OF(LoopCase)

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "unit/platform/brask/linux/loop_fixture.h"
+
+namespace LoopTesting {
+
+using Told = std::vector<std::string>;
+
+/// A test with a directory to watch.
+class InotifyTest : public LoopTest {
+ protected:
+  static void remove(const std::string& path) { ASSERT_EQ(0, ::rmdir(path.c_str())) << path; }
+  static void erase(const std::string& path) { ASSERT_EQ(0, ::unlink(path.c_str())) << path; }
+  static void move(const std::string& from, const std::string& to) {
+    ASSERT_EQ(0, ::rename(from.c_str(), to.c_str())) << from;
+  }
+
+  // The kernel's own list of what is watched: one line a watch.
+  static std::vector<std::string> kernelWatches() {
+    std::vector<std::string> watches;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+      std::ifstream info(entry.path());
+      for (std::string line; std::getline(info, line);) {
+        if (line.rfind("inotify wd:", 0) == 0) watches.push_back(line);
+      }
+    }
+    return watches;
+  }
+
+  static size_t inotifyDescriptors() {
+    size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+      std::error_code gone;
+      if (std::filesystem::read_symlink(entry.path(), gone) == "anon_inode:inotify") ++count;
+    }
+    return count;
+  }
+
+  Directory directory;
+};
+
+}  // namespace LoopTesting

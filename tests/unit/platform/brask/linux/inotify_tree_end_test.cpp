@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+//
+// The end of a directory of which another control watches an entry: who is spared it.
+#include "unit/platform/brask/linux/inotify_fixture.h"
+
+using namespace LoopTesting;
+
+namespace {
+
+class InotifyTreeEndTest : public InotifyTest {
+ protected:
+  void watch(uint32_t outerMask) {
+    outer.control->addWatch(top, outerMask);
+    inner.control->addWatch(leaf, IN_CREATE);
+  }
+
+  // The inner control's client makes the tree again, or only asks for its watch again.
+  void whenInnerEnds(const std::function<void()>& action) {
+    inner.onEvent = [this, action] {
+      if (inner.told.back() != "deleted") return;
+      action();
+      inner.control->addWatch(leaf, IN_CREATE);
+    };
+  }
+  std::function<void()> makingItAgain() {
+    return [this] { makeTree(); };
+  }
+
+  void removeTree() {
+    remove(leaf);
+    remove(top);
+  }
+  void makeTree() {
+    directory.make("top");
+    directory.make("top/leaf");
+  }
+
+  // Whether the outer control is told what happens in the directory that is there now.
+  bool hears(const std::string& name) {
+    const size_t before = outer.told.size();
+    touch(top + "/" + name);
+    erase(top + "/" + name);
+    settle();
+    return outer.told.size() > before && outer.told.back() == "changed " + name;
+  }
+
+  const std::string top = directory.make("top");
+  const std::string leaf = directory.make("top/leaf");
+  InotifyProbe outer, inner;
+};
+
+constexpr uint32_t kMasksWithoutRemovals[] = {IN_CREATE, IN_MOVED_FROM | IN_MOVED_TO,
+                                              IN_CLOSE_WRITE};
+constexpr uint32_t kMasksWithRemovals[] = {IN_DELETE, IN_DELETE | IN_CREATE,
+                                           IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO};
+
+}  // namespace
+
+TEST_F(InotifyTreeEndTest, IsReportedOnceToThoseWhoseMaskDoesNotReportRemovals) {
+  for (const uint32_t mask : kMasksWithoutRemovals) {
+    outer.told.clear();
+    watch(mask);
+    whenInnerEnds(makingItAgain());
+    removeTree();
+    settle();
+    EXPECT_EQ(Told{"deleted"}, outer.told) << "mask " << mask;
+    EXPECT_EQ(1u, kernelWatches().size());
+  }
+}
+
+TEST_F(InotifyTreeEndTest, IsReportedWhenTheInnerOneAsksAgainForWhatIsGone) {
+  for (const uint32_t mask : kMasksWithoutRemovals) {
+    outer.told.clear();
+    watch(mask);
+    whenInnerEnds([] {});
+    removeTree();
+    settle();
+    EXPECT_EQ(Told{"deleted"}, outer.told) << "mask " << mask;
+    makeTree();
+    inner.control->addWatch(leaf, IN_CREATE);
+    outer.control->addWatch(top, IN_DELETE);
+    EXPECT_TRUE(hears("one")) << "it can be watched again";
+  }
+}
+
+TEST_F(InotifyTreeEndTest, IsSparedThoseWhoseMaskReportedTheRemovalAndWhosePathIsADirectoryAgain) {
+  for (const uint32_t mask : kMasksWithRemovals) {
+    outer.told.clear();
+    watch(mask);
+    whenInnerEnds(makingItAgain());
+    removeTree();
+    settle();
+    EXPECT_EQ(Told{"changed leaf"}, outer.told) << "mask " << mask;
+    EXPECT_EQ(2u, kernelWatches().size());
+    EXPECT_TRUE(hears("one")) << "mask " << mask;
+  }
+}
+
+TEST_F(InotifyTreeEndTest, IsReportedWhenTheRemovalWasReportedAndThePathLeadsNowhere) {
+  for (const uint32_t mask : kMasksWithRemovals) {
+    outer.told.clear();
+    watch(mask);
+    whenInnerEnds([] {});
+    removeTree();
+    settle();
+    EXPECT_EQ((Told{"changed leaf", "changed leaf", "deleted"}), outer.told) << "mask " << mask;
+    EXPECT_TRUE(kernelWatches().empty());
+    makeTree();
+  }
+}
+
+TEST_F(InotifyTreeEndTest, IsReportedWhenAFileTookThePath) {
+  watch(IN_DELETE);
+  whenInnerEnds([&] { touch(top); });
+  removeTree();
+  settle();
+  EXPECT_EQ("deleted", outer.told.back());
+  EXPECT_TRUE(kernelWatches().empty());
+}
+
+TEST_F(InotifyTreeEndTest, IsReportedWhenTheWatchedEntryWasMovedOutAndNotRemoved) {
+  watch(IN_DELETE);
+  move(leaf, directory.path + "/elsewhere");
+  remove(top);
+  makeTree();
+  settle();
+  EXPECT_EQ(Told{"deleted"}, outer.told);
+  EXPECT_EQ(Told{}, inner.told);
+}
+
+TEST_F(InotifyTreeEndTest, IsReportedWhenOnlyOtherEntriesWereRemoved) {
+  touch(top + "/other");
+  watch(IN_DELETE);
+  erase(top + "/other");
+  move(leaf, directory.path + "/elsewhere");
+  remove(top);
+  makeTree();
+  settle();
+  EXPECT_EQ((Told{"changed other", "deleted"}), outer.told);
+}
+
+TEST_F(InotifyTreeEndTest, IsReportedWhenNobodyWatchesTheEntryAnyMore) {
+  watch(IN_DELETE);
+  remove(leaf);
+  settle();
+  inner.control->removeWatch();
+  remove(top);
+  makeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+}
+
+TEST_F(InotifyTreeEndTest, IsReportedToThoseWhoAskedForItInAnyCase) {
+  watch(IN_DELETE | IN_DELETE_SELF);
+  whenInnerEnds(makingItAgain());
+  removeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+}
+
+TEST_F(InotifyTreeEndTest, ADirectoryIsNoEntryOfItself) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(top);
+  InotifyProbe other;
+  outer.control->addWatch(".", IN_DELETE);
+  other.control->addWatch(".", IN_DELETE);
+  removeTree();
+  std::filesystem::current_path(before);  // it ends when nobody is in it any more
+  makeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), other.told);
+}
+
+// The entry was removed before the outer control came, which nobody has told it.
+TEST_F(InotifyTreeEndTest, IsReplacedByTheRemovalThatOnlyTheInnerOneWasReported) {
+  inner.control->addWatch(leaf, IN_CREATE);
+  whenInnerEnds(makingItAgain());
+  remove(leaf);
+  outer.control->addWatch(top, IN_DELETE);
+  remove(top);
+  settle();
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_TRUE(hears("one"));
+}
+
+TEST_F(InotifyTreeEndTest, AnOldRemovalIsNotReportedAgain) {
+  inner.control->addWatch(leaf, IN_CREATE);
+  whenInnerEnds(makingItAgain());
+  removeTree();
+  settle();
+  outer.control->addWatch(top, IN_DELETE);
+  move(leaf, directory.path + "/elsewhere");
+  remove(top);
+  makeTree();
+  settle();
+  EXPECT_EQ(Told{"deleted"}, outer.told);
+}
+
+TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsDroppedByAnotherWatch) {
+  watch(IN_DELETE);
+  whenInnerEnds([] {});
+  outer.onEvent = [&] {
+    if (outer.told.size() != 2) return;
+    makeTree();
+    outer.control->addWatch(top, IN_DELETE);
+  };
+  removeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_TRUE(hears("one"));
+}
+
+TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsSparedOnceItIsThere) {
+  watch(IN_DELETE);
+  whenInnerEnds([] {});
+  outer.onEvent = [&] {
+    if (outer.told.size() == 2) makeTree();
+  };
+  removeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_TRUE(hears("one"));
+}
+
+TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsNotReportedToADeletedControl) {
+  watch(IN_DELETE);
+  whenInnerEnds([&] { outer.control->removeWatch(); });
+  removeTree();
+  settle();
+  EXPECT_LE(outer.told.size(), 1u);
+  EXPECT_TRUE(kernelWatches().empty());
+}

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: MIT
+//
+// A directory and the one above it, each with its watcher, that are removed together.
+#include <memory>
+
+#include "unit/platform/brask/linux/inotify_fixture.h"
+
+using namespace LoopTesting;
+
+namespace {
+
+class InotifyTreeTest : public InotifyTest {
+ protected:
+  InotifyTreeTest() {
+    outer.control->addWatch(top, IN_DELETE);
+    inner.control->addWatch(leaf, IN_CREATE);
+  }
+
+  void removeTree() {
+    remove(leaf);
+    remove(top);
+  }
+
+  void makeTree() {
+    directory.make("top");
+    directory.make("top/leaf");
+  }
+
+  const std::string top = directory.make("top");
+  const std::string leaf = directory.make("top/leaf");
+  InotifyProbe outer, inner;
+};
+
+}  // namespace
+
+TEST_F(InotifyTreeTest, TheEndOfBothIsReportedToBoth) {
+  removeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ(Told{"deleted"}, inner.told);
+}
+
+TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
+  inner.onEvent = [&] {
+    if (inner.told.back() != "deleted") return;
+    makeTree();
+    inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  settle();
+  touch(leaf + "/one");
+  touch(top + "/two");
+  erase(top + "/two");
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "changed two"}), outer.told);
+  EXPECT_EQ((Told{"deleted", "changed one"}), inner.told);
+}
+
+TEST_F(InotifyTreeTest,
+       APathThatWasRemovedBeforeItIsWatchedAgainIsReportedToTheWatcherOfItsParent) {
+  remove(leaf);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf + ": No such file or directory"}),
+            inner.told);
+}
+
+TEST_F(InotifyTreeTest, WatchersWhoseTreeVanishedTwiceWatchItOnceItIsThere) {
+  removeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  outer.control->addWatch(top, IN_DELETE);
+  settle();
+  EXPECT_EQ("changed leaf", outer.told.front());
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  touch(top + "/two");
+  erase(top + "/two");
+  settle();
+  EXPECT_EQ("changed two", outer.told.back());
+  EXPECT_EQ(2u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeTest, ALapsedWatcherThatWasDeletedOrEndedIsNotTouched) {
+  auto deleted = std::make_unique<InotifyProbe>();
+  deleted->control->addWatch(top, IN_DELETE);
+  removeTree();
+  deleted->control->addWatch(top, IN_DELETE);
+  outer.control->addWatch(top, IN_DELETE);
+  inner.control->addWatch(leaf, IN_CREATE);
+  deleted.reset();
+  outer.control->removeWatch();
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ(1u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeTest, TheEmptyPathIsTheRootDirectory) {
+  InotifyProbe probe;
+  probe.control->addWatch("", IN_DELETE);
+  settle();
+  EXPECT_EQ(Told{}, probe.told);
+  EXPECT_EQ("", probe.control->path());
+  EXPECT_EQ(3u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeTest, AFileInTheWayOfAPathIsReportedAsItsEnd) {
+  removeTree();
+  touch(top);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf + ": Not a directory"}), inner.told);
+  EXPECT_EQ((Told{"changed leaf", "changed leaf", "deleted"}), outer.told);
+  erase(top);
+}
+
+TEST_F(InotifyTreeTest, APathThatWasRemovedIsNotReportedToAWatcherThatDoesNotAskForDeletions) {
+  InotifyProbe creations;
+  creations.control->addWatch(top, IN_CREATE);
+  remove(leaf);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{}, creations.told);
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+}
+
+TEST_F(InotifyTreeTest, ARelativePathHasTheWorkingDirectoryAsItsParent) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(top);
+  outer.control->addWatch(".", IN_DELETE);
+  inner.control->addWatch("leaf", IN_CREATE);
+  remove(leaf);
+  inner.control->addWatch("leaf", IN_CREATE);
+  settle();
+  std::filesystem::current_path(before);
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+}
+
+TEST_F(InotifyTreeTest, AWatcherWhoseTreeIsNotThereWhenItEndsIsReportedTheEndOnce) {
+  inner.onEvent = [&] {
+    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  settle();
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  touch(top + "/two");
+  erase(top + "/two");
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ(1u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeTest, OnlyTheWatcherOfTheTreeThatIsThereAgainIsResumed) {
+  const std::string other = directory.make("other");
+  InotifyProbe elsewhere;
+  elsewhere.control->addWatch(other, IN_DELETE);
+  remove(other);
+  removeTree();
+  elsewhere.control->addWatch(other, IN_DELETE);
+  outer.control->addWatch(top, IN_DELETE);
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ(2u, kernelWatches().size());
+}

@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+//
+// What a turn costs: allocations, and the descriptors that are watched but silent.
+#include <sys/inotify.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "unit/platform/brask/linux/busy_handlers.h"
+
+using namespace LoopTesting;
+
+namespace {
+
+std::atomic<long> allocations{0};
+
+void* allocate(size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
+  throw std::bad_alloc();
+}
+
+}  // namespace
+
+void* operator new(size_t size) {
+  return allocate(size);
+}
+void* operator new[](size_t size) {
+  return allocate(size);
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, size_t) noexcept {
+  std::free(memory);
+}
+
+namespace {
+
+class LoopCostTest : public LoopTest {
+ protected:
+  void turnOften(int turns = TURNS) {
+    for (int each = 0; each < turns; ++each) loop->turn(0);
+  }
+
+  long allocationsOf(const std::function<void()>& work) {
+    const long before = allocations.load();
+    work();
+    return allocations.load() - before;
+  }
+};
+
+}  // namespace
+
+TEST_F(LoopCostTest, ADescriptorEventAllocatesNothing) {
+  Pair pair;
+  Reader reader;
+  reader.control->watch(pair.here);
+  pair.makeReady();
+  EXPECT_EQ(0, allocationsOf([this] { turnOften(); }));
+  EXPECT_EQ(TURNS, reader.events);
+}
+
+TEST_F(LoopCostTest, ATimerEventAllocatesNothing) {
+  Ticker immediate;
+  Ticker moved;
+  immediate.control->start(0.0);
+  EXPECT_EQ(0, allocationsOf([&] {
+              for (int each = 0; each < TURNS; ++each) {
+                moved.control->start(100.0 + each);
+                loop->turn(0);
+              }
+            }));
+  EXPECT_EQ(TURNS, immediate.events);
+}
+
+TEST_F(LoopCostTest, AnInotifyEventAllocatesNothing) {
+  Directory directory;
+  Watcher watchers[2];
+  for (Watcher& watcher : watchers)
+    watcher.control->addWatch(directory.path, IN_CREATE | IN_ATTRIB);
+  const std::string file = directory.path + "/" + std::string(200, 'x');
+  touch(file);
+  settle();
+  for (int each = 0; each < 10; ++each) ::chmod(file.c_str(), each % 2 != 0 ? 0600 : 0640);
+  ::chmod(directory.path.c_str(), 0750);
+  EXPECT_EQ(0, allocationsOf([this] { settle(); }));
+  EXPECT_GE(watchers[1].events, 3);
+}
+
+TEST_F(LoopCostTest, WatchingMoreAndMoreDescriptorsAllocatesSeldom) {
+  constexpr int many = 800;
+  std::vector<Reader> readers(many);
+  std::vector<int> fds;
+  for (int each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
+  EXPECT_LT(allocationsOf([&] {
+              for (int each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
+            }),
+            50);
+  readers.clear();
+  for (const int fd : fds) ::close(fd);
+}
+
+TEST_F(LoopCostTest, EndingRegistrationsAndBeginningAgainAllocatesNothing) {
+  constexpr int many = 100;
+  std::vector<Reader> readers(many);
+  std::vector<int> fds;
+  for (int each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
+  for (int each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
+  EXPECT_EQ(0, allocationsOf([&] {
+              for (Reader& reader : readers) reader.control->unwatch();
+              for (int each = 0; each < TURNS; ++each) {
+                readers[each % many].control->watch(fds[each % many]);
+              }
+            }));
+  readers.clear();
+  for (const int fd : fds) ::close(fd);
+}
+
+TEST_F(LoopCostTest, MakingMoreAndMoreTimersAllocatesSeldom) {
+  constexpr int many = 800;
+  std::vector<std::unique_ptr<Ticker>> timers(many);
+  EXPECT_LT(allocationsOf([&] {
+              for (auto& timer : timers) {
+                timer = std::make_unique<Ticker>();
+                timer->control->start(1000.0);
+              }
+            }),
+            2 * many + 20);
+}
+
+TEST_F(LoopCostTest, StartingATimerNeverAllocates) {
+  std::vector<std::unique_ptr<Ticker>> timers;
+  for (int count = 1; count <= 100; ++count) {
+    timers.push_back(std::make_unique<Ticker>());
+    EXPECT_EQ(0, allocationsOf([&] {
+                for (auto& timer : timers) timer->control->start(1000.0);
+              }));
+    for (auto& timer : timers) timer->control->cancel();
+  }
+}
+
+TEST_F(LoopCostTest, TimersThatComeAndGoLeaveNoRoomBehindThatGrows) {
+  EXPECT_GE(2 * TURNS, allocationsOf([] {
+              for (int each = 0; each < TURNS; ++each) std::make_unique<Ticker>();
+            }));
+}
+
+TEST_F(LoopCostTest, PathsThatComeAndGoLeaveNoRoomBehindThatGrows) {
+  const Directory directory;
+  Watcher watcher;
+  const auto cycles = [&](int count) {
+    return allocationsOf([&] {
+      for (int each = 0; each < count; ++each) {
+        watcher.control->addWatch(directory.path, IN_CREATE);
+        watcher.control->removeWatch();
+        loop->turn(0);
+      }
+    });
+  };
+  cycles(10);
+  const long first = cycles(TURNS);
+  EXPECT_EQ(first, cycles(TURNS));
+}
+
+TEST_F(LoopCostTest, TenThousandWatchedDescriptorsCostNoMoreThanTen) {
+  rlimit before{};
+  ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before));
+  rlimit raised = before;
+  raised.rlim_cur = raised.rlim_max;
+  if (raised.rlim_max < 10200) GTEST_SKIP() << "may not open 10,000 descriptors";
+  ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &raised));
+  const auto bestOf = [this](size_t silent) {
+    const Crowd crowd(silent);
+    double best = 1e9;
+    for (int round = 0; round < 20; ++round) {
+      const auto start = Clock::now();
+      turnOften(500);
+      best = std::min(best, secondsSince(start));
+    }
+    EXPECT_EQ(20 * 500, crowd.events());
+    return best;
+  };
+  const double few = bestOf(10);
+  const double many = bestOf(10000);
+  EXPECT_LT(many, 3 * few);
+  ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before));
+}

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <zorbe/root_path.h>
+
+#include <filesystem>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/child_process.h"
+#include "support/fixture.h"
+#include "support/raw_peer.h"
+
+namespace Zorbe::Test {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+/// What a run of the command came to.
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+
+  Json json() const { return Json::parse(out); }
+  Words lines() const;
+};
+
+/// The built command, with real writers and readers around it.
+class Command : public ZorbeTest {
+ protected:
+  /// Runs the command to its end.
+  static Outcome zorbe(const Words& arguments);
+
+  /// The same as a user who is not root: "nobody" when root runs the test.
+  Outcome zorbeAsOrdinaryUser(const Words& arguments);
+
+  /// Any program to its end. Its path comes first.
+  static Outcome runProgram(const Words& words);
+
+  /// Starts the command.
+  static ChildProcess start(Words arguments);
+
+  static ChildProcess startWriter(const std::string& table);
+  static ChildProcess startReader(const std::string& table);
+
+  /// The entry of the table in `zorbe list --json`; null when it is not listed.
+  static Json listed(const std::string& table);
+
+  /// Asks again until the table is as wanted; fails the test when that takes too long.
+  static Json listedOnce(const std::string& table, const std::function<bool(const Json&)>& wanted);
+
+  /// A root directory with one file of a table in it.
+  std::string makeTable(const std::string& name);
+  void writeFile(const std::string& path, const std::string& content, unsigned mode = 0666);
+
+  /// This test becomes the writer of the table, listening or not.
+  Descriptor lock(const std::string& table);
+  Descriptor lockAndListen(const std::string& table);
+
+  /// Connects until the writer's queue takes no more.
+  std::vector<RawPeer> fillQueue(const std::string& table);
+
+  static bool isRoot();
+};
+
+}  // namespace Zorbe::Test

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+#include <csignal>
+#include <filesystem>
+
+#include "unit/tools/command_fixture.h"
+
+namespace Zorbe::Test {
+namespace {
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+
+class ZorbeWatch : public Command {
+ protected:
+  /// The next event of that name; those before are skipped.
+  static Json await(ChildProcess& watch, const std::string& event) {
+    for (;;) {
+      Json line = Json::parse(watch.awaitLine("{"));
+      if (line["event"] == event) return line;
+    }
+  }
+
+  ChildProcess startWatch() {
+    ChildProcess watch = start({"watch", "t", "--json"});
+    await(watch, "watching");
+    return watch;
+  }
+
+  static void expectCleanEnd(ChildProcess& watch, int signal) {
+    watch.signal(signal);
+    EXPECT_EQ(watch.finish(), 0);
+    EXPECT_EQ(watch.log(), "");
+  }
+};
+
+TEST_F(ZorbeWatch, ReportsWhenAWriterArrivesAndLeaves) {
+  makeTable("t");
+  ChildProcess watch = startWatch();
+  await(watch, "no-writer");
+  for (int round = 0; round < 3; ++round) {
+    ChildProcess writer = startWriter("t");
+    const Json arrived = await(watch, "writer-connected");
+    EXPECT_THAT(arrived["detail"].get<std::string>(),
+                HasSubstr("pid " + std::to_string(writer.pid()) + " "));
+    writer.signal(SIGKILL);
+    EXPECT_EQ(writer.finish(), -SIGKILL);
+    await(watch, "writer-disconnected");
+  }
+  expectCleanEnd(watch, SIGINT);
+}
+
+TEST_F(ZorbeWatch, ReportsTheWriterThatIsThereAlready) {
+  ChildProcess writer = startWriter("t");
+  ChildProcess watch = startWatch();
+  await(watch, "writer-connected");
+  expectCleanEnd(watch, SIGTERM);
+}
+
+TEST_F(ZorbeWatch, NamesTheFilesThatChange) {
+  const std::string path = makeTable("t");
+  ChildProcess watch = startWatch();
+  writeFile(path + "/fenix", "2\n");
+  EXPECT_EQ(await(watch, "changed")["detail"], "fenix");
+  fs::remove(path + "/fenix");
+  EXPECT_EQ(await(watch, "changed")["detail"], "fenix");
+  expectCleanEnd(watch, SIGINT);
+}
+
+TEST_F(ZorbeWatch, ReportsThatTheDirectoryWasLostAndIsBack) {
+  const std::string path = makeTable("t");
+  ChildProcess watch = startWatch();
+  fs::remove_all(path);
+  EXPECT_EQ(await(watch, "directory-removed")["detail"], path);
+  EXPECT_EQ(await(watch, "directory-created")["detail"], path);
+  EXPECT_TRUE(fs::is_directory(path));
+  expectCleanEnd(watch, SIGINT);
+}
+
+TEST_F(ZorbeWatch, LinesForPeopleBeginWithTheTime) {
+  makeTable("t");
+  ChildProcess watch = start({"watch", "t"});
+  EXPECT_THAT(watch.awaitLine(""),
+              ContainsRegex("^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}\\.[0-9]{3}Z  watching  /"));
+  expectCleanEnd(watch, SIGINT);
+}
+
+TEST_F(ZorbeWatch, AnOddFileNameStaysOnItsLine) {
+  const std::string path = makeTable("t");
+  ChildProcess watch = start({"watch", "t", "--files-only"});
+  watch.awaitLine("");
+  writeFile(path + "/a\n\033[2Jb", "");
+  EXPECT_THAT(watch.awaitLine(""), HasSubstr("  changed  a\\n\\x1b[2Jb"));
+  expectCleanEnd(watch, SIGINT);
+}
+
+TEST_F(ZorbeWatch, WithFilesOnlyTheWriterHasNoConnection) {
+  ChildProcess writer = startWriter("t");
+  ChildProcess watch = start({"watch", "t", "--json", "--files-only"});
+  await(watch, "watching");
+  writeFile(inRoot("t") + "/mark", "");  // told from the loop: whatever it connects, it has
+  await(watch, "changed");
+  EXPECT_EQ(listed("t")["connections"], 0);
+  EXPECT_EQ(listed("t")["pending"], 0);
+  expectCleanEnd(watch, SIGINT);
+}
+
+TEST_F(ZorbeWatch, ATableThatIsNotThereIsNotMade) {
+  const Outcome run = zorbe({"watch", "none"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_FALSE(fs::exists(inRoot("none")));
+}
+
+TEST_F(ZorbeWatch, EndsOnASignalWhileAStoppedWriterKeepsItWaiting) {
+  ChildProcess writer = startWriter("t");
+  writer.stop();
+  const auto connections = fillQueue("t");
+  ChildProcess watch = startWatch();  // has said so, and connects next
+  watch.signal(SIGINT);
+  if (!watch.endsWithin(std::chrono::milliseconds(500)))
+    watch.signal(SIGINT);  // came before the wait: see the manual
+  const int status = watch.finish();
+  EXPECT_TRUE(status == 0 || status == -SIGINT) << status;
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fakes/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <zorbe/table/codec.h>
 #include <zorbe/table/error.h>

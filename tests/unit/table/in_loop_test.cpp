@@ -3,7 +3,7 @@
 // Writer and reader on the bundled loop, in one process.
 #include "unit/table/record.h"
 
-#include "fakes/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <brask/linux/event_loop.h>
 #include <zorbe/exceptions.h>

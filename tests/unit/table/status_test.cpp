@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "memory/status.h"
 
-#include "fakes/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <memory>
 #include <thread>

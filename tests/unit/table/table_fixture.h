@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "fakes/zorbe_test.h"
+#include "support/fixture.h"
 
 #include "memory/follower.h"
 #include "memory/table_reader.h"

@@ -45,11 +45,12 @@ class TableMemoryFaults : public TableTest {
       SCOPED_TRACE("call " + std::to_string(occurrence));
       reached = false;
       makeTable();
-      Fault::armAny(occurrence, [&](const Fault::Victim& victim) -> std::optional<Fault::Failure> {
-        reached = true;
-        if (victim.call == "close" || victim.call == "getpid") return std::nullopt;
-        return Fault::Failure{error};
-      });
+      Fault::armAny(occurrence,
+                    [&](const Fault::InterceptedCall& victim) -> std::optional<Fault::Failure> {
+                      reached = true;
+                      if (victim.call == "close" || victim.call == "getpid") return std::nullopt;
+                      return Fault::Failure{error};
+                    });
       if (!succeeds(act)) ++failures;
       Fault::reset();
       checkTable();

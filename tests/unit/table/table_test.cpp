@@ -5,7 +5,7 @@
 
 #include "unit/table/record.h"
 
-#include "fakes/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <zorbe/exceptions.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fakes/zorbe_test.h"
+#include "support/fixture.h"
 
 #include <brask/linux/event_loop.h>
 #include <brask/platform.h>

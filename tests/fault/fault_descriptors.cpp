@@ -76,13 +76,7 @@ int fcntl(int fd, int command, ...) {
 }
 
 #ifndef _FILE_OFFSET_BITS
-int fcntl64(int fd, int command, ...) {
-  va_list arguments;
-  va_start(arguments, command);
-  void* const argument = va_arg(arguments, void*);
-  va_end(arguments);
-  return fcntl(fd, command, argument);
-}
+int fcntl64(int fd, int command, ...) __attribute__((alias("fcntl")));
 #endif
 
 int poll(pollfd* entries, nfds_t count, int timeout) {

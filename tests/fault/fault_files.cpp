@@ -183,15 +183,8 @@ char* strerror(int error) noexcept {
 
 #ifndef _FILE_OFFSET_BITS
 
-int open64(const char* path, int flags, ...) {
-  ZORBE_FAULT_MODE(flags, mode)
-  return openAny(path, flags, mode);
-}
-
-int openat64(int fd, const char* path, int flags, ...) {
-  ZORBE_FAULT_MODE(flags, mode)
-  return openatAny(fd, path, flags, mode);
-}
+int open64(const char* path, int flags, ...) __attribute__((alias("open")));
+int openat64(int fd, const char* path, int flags, ...) __attribute__((alias("openat")));
 
 FILE* fopen64(const char* __restrict path, const char* __restrict mode) {
   return fopen(path, mode);

@@ -45,4 +45,22 @@ class InotifyTest : public LoopTest {
   Directory directory;
 };
 
+/// A directory in another one, and a control for each.
+class InotifyTreeFixture : public InotifyTest {
+ protected:
+  void removeTree() {
+    remove(leaf);
+    remove(top);
+  }
+
+  void makeTree() {
+    directory.make("top");
+    directory.make("top/leaf");
+  }
+
+  const std::string top = directory.make("top");
+  const std::string leaf = directory.make("top/leaf");
+  InotifyProbe outer, inner;
+};
+
 }  // namespace LoopTesting

@@ -7,7 +7,7 @@ using namespace LoopTesting;
 
 namespace {
 
-class InotifyTreeEndTest : public InotifyTest {
+class InotifyTreeEndTest : public InotifyTreeFixture {
  protected:
   void watch(uint32_t outerMask) {
     outer.control->addWatch(top, outerMask);
@@ -26,15 +26,6 @@ class InotifyTreeEndTest : public InotifyTest {
     return [this] { makeTree(); };
   }
 
-  void removeTree() {
-    remove(leaf);
-    remove(top);
-  }
-  void makeTree() {
-    directory.make("top");
-    directory.make("top/leaf");
-  }
-
   // Whether the outer control is told what happens in the directory that is there now.
   bool hears(const std::string& name) {
     const size_t before = outer.told.size();
@@ -43,10 +34,6 @@ class InotifyTreeEndTest : public InotifyTest {
     settle();
     return outer.told.size() > before && outer.told.back() == "changed " + name;
   }
-
-  const std::string top = directory.make("top");
-  const std::string leaf = directory.make("top/leaf");
-  InotifyProbe outer, inner;
 };
 
 constexpr uint32_t kMasksWithoutRemovals[] = {IN_CREATE, IN_MOVED_FROM | IN_MOVED_TO,

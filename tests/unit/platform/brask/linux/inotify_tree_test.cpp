@@ -9,26 +9,12 @@ using namespace LoopTesting;
 
 namespace {
 
-class InotifyTreeTest : public InotifyTest {
+class InotifyTreeTest : public InotifyTreeFixture {
  protected:
   InotifyTreeTest() {
     outer.control->addWatch(top, IN_DELETE);
     inner.control->addWatch(leaf, IN_CREATE);
   }
-
-  void removeTree() {
-    remove(leaf);
-    remove(top);
-  }
-
-  void makeTree() {
-    directory.make("top");
-    directory.make("top/leaf");
-  }
-
-  const std::string top = directory.make("top");
-  const std::string leaf = directory.make("top/leaf");
-  InotifyProbe outer, inner;
 };
 
 }  // namespace

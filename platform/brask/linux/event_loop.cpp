@@ -11,7 +11,21 @@ namespace Brask::Linux {
 
 namespace {
 
-thread_local EventLoop* current_ = nullptr;
+// Each turn looks at it: as an offset from the thread pointer it costs no call, also in a shared
+// library, and a pointer fits into what the C library keeps for libraries that are loaded late.
+[[gnu::tls_model("initial-exec")]] thread_local EventLoop* current_ = nullptr;
+
+// Inline, unlike EventLoop::Use, which other libraries may call.
+class Current {
+ public:
+  explicit Current(EventLoop* loop) noexcept : former_(std::exchange(current_, loop)) {}
+  Current(const Current&) = delete;
+  Current& operator=(const Current&) = delete;
+  ~Current() { current_ = former_; }
+
+ private:
+  EventLoop* former_;
+};
 
 }  // namespace
 
@@ -39,7 +53,7 @@ EventLoop::Use::~Use() {
 }
 
 void EventLoop::run() {
-  const Use use(*this);
+  const Current current(this);
   loop_->run();
 }
 
@@ -48,7 +62,7 @@ void EventLoop::stop() noexcept {
 }
 
 [[gnu::hot]] bool EventLoop::turn(double maxWaitSeconds) {
-  const Use use(*this);
+  const Current current(this);
   return loop_->turn(maxWaitSeconds);
 }
 

@@ -211,9 +211,10 @@ TEST_F(QuotesPrograms, ReadersOfAStoppedWriterEndWhenAskedTo) {
 
 // A file in the directory's place: the library throws out of the loop, since it cannot make the
 // directory again.
-TEST_F(QuotesPrograms, TheyGoOnWhenTheDirectoryCannotBeMadeForATime) {
+TEST_F(QuotesPrograms, TheyContinueWhenTheDirectoryCannotBeMadeForATime) {
   ChildProcess writer = startWriter(rows("A,1,1\n"));
   ChildProcess reader = start({"quotes-reader", "t", "--events", "--level", "0"});
+  reader.awaitLine("following t");  // from here on it handles signals
   writer.awaitLine("fed ");
   awaitEqual(reader, writer);
   std::ofstream(inRoot("file")) << "in the way";

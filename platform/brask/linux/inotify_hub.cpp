@@ -60,11 +60,6 @@ void InotifyHub::remove(InotifyWatcher& watcher) {
   tree_.paths().remove(watcher);
 }
 
-void InotifyHub::beginTurn() {
-  queue_.beginTurn();
-  notices_.beginTurn();
-}
-
 bool InotifyHub::deliver() {
   bool ran = false;
   for (;;) {

@@ -26,13 +26,19 @@ class InotifyHub {
   void remove(InotifyWatcher& watcher);
 
   /// What comes up from here on, other than by read(), waits for the next turn.
-  void beginTurn();
+  void beginTurn() {
+    queue_.beginTurn();
+    notices_.beginTurn();
+  }
 
   bool hasNotices() const { return !notices_.empty(); }
 
-  /// Whether something that was read has not been delivered.
+  /// Whether events that were read wait for a turn of their own.
+  bool hasQueued() const { return !queue_.empty(); }
+
+  /// The same, or a delivery that an exception has interrupted.
   bool hasUndelivered() const {
-    return !queue_.empty() || nextTarget_ != targets_.size() || !lost_.empty();
+    return hasQueued() || nextTarget_ != targets_.size() || !lost_.empty();
   }
 
   /// Adds the descriptor to a poller that is being renewed; false when it cannot.

@@ -85,7 +85,8 @@ int Loop::fd() noexcept {
 
 [[gnu::hot]] void Loop::collect(int milliseconds) {
   retryLater();
-  const bool work = hasWork();
+  // Interrupted deliveries, which hasWork() counts, too, have been completed by pass().
+  const bool work = timers_.hasImmediate() || inotify_.hasNotices() || inotify_.hasQueued();
   waited_ = !work;
   // With work the loop does not wait; but an alarm left ringing is an event a turn.
   if (!work || (alarm_.hasRung() && !shown_)) alarm_.ringBy(timers_.earliestLater());
@@ -102,7 +103,7 @@ int Loop::fd() noexcept {
   timers_.beginTurn(alarm_.hasRung() || !waited_);
   // What comes out of a callback that throws each time shall not be all that ever runs.
   if (!late) inotify_.beginTurn();
-  bool ran = inotify_.hasUndelivered() && inotify_.deliver();
+  bool ran = (late || !waited_) && inotify_.hasUndelivered() && inotify_.deliver();
   for (uint64_t data = 0; poller_.take(data);) ran |= dispatch(data, late);
   if (inotify_.hasNotices()) ran |= inotify_.deliverNotices();
   ran |= runTimers();

@@ -3,7 +3,7 @@
 
 #include "stress/step/stepped_process.h"
 #include "stress/step/watched_files.h"
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include <atomic>
 #include <map>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // A follower that was stopped in a pass for so long that the tags of the log came round.
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include <zorbe/exceptions.h>
 

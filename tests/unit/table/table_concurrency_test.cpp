@@ -2,7 +2,7 @@
 //
 // A writer that never rests, and readers on its own mapping: what a checker of data races (preset
 // tsan) looks at, and without one whether any record that is read is a mixture.
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include <atomic>
 #include <random>

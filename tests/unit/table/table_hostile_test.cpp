@@ -3,7 +3,7 @@
 // Files that hold anything at all: a reader and a writer that takes over neither crash nor hang
 // nor leave what they have mapped. Whatever they throw is one of the two kinds that the table
 // promises.
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include <zorbe/exceptions.h>
 

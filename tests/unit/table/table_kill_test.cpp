@@ -2,7 +2,7 @@
 //
 // Writers that are killed at an instruction of the scheduler's choice. The next one finds every
 // put that was finished, and nothing torn.
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include <sys/mman.h>
 #include <sys/wait.h>

@@ -3,7 +3,7 @@
 // Every system call that the memory of a table makes is made to fail, one after another. The
 // operation either succeeds all the same or throws, no descriptor stays open, and the table holds
 // what it held before.
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include "fault/fault.h"
 

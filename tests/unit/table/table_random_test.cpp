@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Random operations, against a map that has the same done to it.
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include <random>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/table/table_fixture.h"
+#include "support/table_fixture.h"
 
 #include <zorbe/exceptions.h>
 

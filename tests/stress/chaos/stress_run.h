@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Processes of a table that are killed, stopped, continued and restarted at random, while
-// its directory is removed, and what has to hold all the time: see docs/reliability.md.
+// its directory is removed, and what has to hold all the time: see docs/verification/chaos.md.
 #pragma once
 
 #include <chrono>

@@ -32,7 +32,7 @@ class ZORBE_EXPORT RootPath : public Brask::Debuggable {
  public:
   /// Resolves the directory of the table `tableName`, which may be empty and may
   /// contain "/". With `createDirectory` it is created, missing parents too, and
-  /// made world-writable (mode 0777 whatever the umask, through a symbolic link as
+  /// made world-writable (mode 0777 regardless of the umask, through a symbolic link as
   /// well); without, the disk is not touched.
   ///
   /// Throws Brask::InvalidInitializeException when the working directory is

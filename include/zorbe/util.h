@@ -56,7 +56,7 @@ ZORBE_EXPORT std::string fileRead(Brask::Platform::DebugHandler& handler, const 
                                   bool reportOpenFailure);
 
 /// Replaces a file's content by `content` and a newline, and makes it
-/// world-writable (mode 0666 whatever the umask). When it cannot be opened: logs,
+/// world-writable (mode 0666 regardless of the umask). When it cannot be opened: logs,
 /// and throws Brask::RuntimeException with `errno` as open(2) left it, unless
 /// `noThrow`. A failing write is not noticed: on a full disk the file ends up empty
 /// or short, without a message. Read back what matters. Follows symbolic links, and

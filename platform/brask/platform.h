@@ -108,7 +108,7 @@ class TimerControl {
 
 /// Watches one path with inotify(7). Deleting the control ends the watch. A control is
 /// given the events of its own mask that happen while it has the watch: none from before,
-/// whoever else watches the same directory.
+/// regardless of other watchers of the same directory.
 ///
 /// The library has a control for a directory and one for an entry in it, and makes both
 /// again when they are removed. So the loop may spare a control the end of its directory, but

@@ -103,7 +103,7 @@ Step changeMode(int parent, const char* name, mode_t mode) {
   return Step::done;
 }
 
-// The parent stays the same directory, whatever its path comes to lead to.
+// The parent stays the same directory, even if its path leads elsewhere later.
 Step make(const std::string& path, mode_t mode) {
   const size_t slash = path.rfind('/');
   const std::string parentPath = slash == path.npos ? "." : path.substr(0, slash + 1);

@@ -45,7 +45,7 @@ int openDefaultSocket(Brask::Platform::DebugHandler& handler, int domain, int ty
   ZORBE_LOG_OR_LOSE(handler, milestone, "Util::socket() success opening " << ownNamespace);
   enterDefaultNamespace(handler, entered);
   UniqueFd sd(::socket(domain, type, protocol));
-  const int error = errno;  // told on success, too: whatever it holds then
+  const int error = errno;  // logged on success, too: the value at that time
   ZORBE_LOG_OR_LOSE(handler, milestone,
                     "Util::socket() " << (sd.get() < 0 ? "failed" : "success") << " opening "
                                       << (entered ? DEFAULT_NS : "local")

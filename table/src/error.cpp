@@ -15,7 +15,11 @@ std::string compose(const std::string& table, const std::string& key, const std:
 
 Error::Error(ErrorCode code, const std::string& table, const std::string& key,
              const std::string& text)
-    : Exception(compose(table, key, text), true), code_(code), table_(table), key_(key), detail_(text) {}
+    : Exception(compose(table, key, text), true),
+      code_(code),
+      table_(table),
+      key_(key),
+      detail_(text) {}
 
 Error::~Error() = default;
 

@@ -20,8 +20,8 @@ using Zorbe::Test::Fault::Call;
 using Zorbe::Test::Fault::consult;
 using Zorbe::Test::Fault::examine;
 using Zorbe::Test::Fault::Intercept;
-using Zorbe::Test::Fault::outcome;
 using Zorbe::Test::Fault::intercept;
+using Zorbe::Test::Fault::outcome;
 using Zorbe::Test::Fault::runOnPath;
 using Zorbe::Test::Fault::WhenFailing;
 

@@ -111,7 +111,7 @@ void runReporterToAVanishedWriter(Channel& parent, SharedTable& table) {
   pollfd kicked = {reader.fdControl->fd(), POLLIN, 0};
   EXPECT_EQ(::poll(&kicked, 1, -1), 1);  // the writer has read the first report
   parent.send("connected");
-  parent.await("the writer has gone");
+  parent.await("the writer has ended");
   reader.sendSequence(0);
   EXPECT_TRUE(turnUntil(context.loop, [&] { return !reader.isConnected(); }));
 }
@@ -122,7 +122,7 @@ TEST_F(Connections, AReportToAVanishedWriterIsLoggedAndRaisesNoSignal) {
       start("reporter", [this](Channel& parent) { runReporterToAVanishedWriter(parent, table); });
   reporter->await("connected");
   writer->kill();
-  reporter->send("the writer has gone");
+  reporter->send("the writer has ended");
   EXPECT_EQ(reporter->finish(), 0);
   EXPECT_THAT(reporter->log(), HasSubstr(" failed: Broken pipe"));
 }

@@ -35,7 +35,7 @@ Loop& currentLoop();
 /// removed and made again together with an entry that another control watches (or that it
 /// was just refused) is spared the end under the conditions named there:
 /// - A removal that happened before the control's own watch began, and that only the
-///   entry's control was told, is reported by `inotifyChanged` instead of the end.
+///   entry's control received, is reported by `inotifyChanged` instead of the end.
 /// - A path that leads nowhere is tried once more in a later turn.
 /// - A path that cannot be watched again because it is gone is reported, with its name, to
 ///   the controls of its parent directory that ask for IN_DELETE.

@@ -83,8 +83,8 @@ namespace Zorbe::Table {
 /// was put a millisecond ago; any thread may call anything. The log handler is called by that
 /// thread, too.
 ///
-/// The constructor creates the table, or continues the one that is there, whatever its writer
-/// was doing when it ended. It throws Zorbe::DuplicateWriterException when there is another
+/// The constructor creates the table, or continues the one that is there, at whichever
+/// instruction its writer ended. It throws Zorbe::DuplicateWriterException when there is another
 /// writer, and still is after Options::waitForLock; Error for anything else.
 ///
 /// After fork(2) the object is the parent's: in the child every call throws Error (closed), and

@@ -11,7 +11,7 @@ namespace Zorbe::Table {
 int connectToWriter(Brask::Platform::DebugHandler& handler, const RootPath& root);
 
 /// In a child process after fork(2): gives up what the descriptor stands for, and keeps the
-/// number taken, so that whoever closes it later closes nothing else. -1 is ignored.
+/// number taken, so that a later close closes nothing else. -1 is ignored.
 void releaseInChild(int fd) noexcept;
 
 }  // namespace Zorbe::Table

@@ -22,7 +22,7 @@ class File {
   /// followed.
   static std::optional<File> open(const Place& place, const std::string& name, Access access);
 
-  /// Makes a new, empty file, with `mode` whatever the umask. Nothing when the name is taken.
+  /// Makes a new, empty file, with `mode` regardless of the umask. Nothing when the name is taken.
   static std::optional<File> create(const Place& place, const std::string& name, mode_t mode);
 
   /// The same without a name. Nothing where the file system has no such files.

@@ -62,7 +62,7 @@ bool Follower::isPassDue() const {
   return reader_.published() != position_;
 }
 
-// One slot; between slices whatever has changed in those that were visited comes from the log.
+// One slot; between slices the changes of visited slots come from the log.
 std::optional<Follower::Change> Follower::scanSlots(uint64_t* key, void* value) {
   RecordOut out{key, value, reader_.valueBytes()};
   do {

@@ -10,8 +10,8 @@
 namespace Zorbe::Table {
 
 /// Delivers what changes in a table, one change at a call. It begins with all records, and does
-/// so again whenever more has changed than the log holds. Whoever applies every change to a copy
-/// has the table, as it was at position(), after each call that returns nothing.
+/// so again whenever more has changed than the log holds. A copy to which every change is applied
+/// equals the table at position() after each call that returns nothing.
 class Follower {
  public:
   enum class Kind {

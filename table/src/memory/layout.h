@@ -35,7 +35,7 @@ inline void release(Word& word, uint64_t value) {
   word.store(value, std::memory_order_release);
 }
 
-/// Eight characters as they lie in memory, whatever the byte order.
+/// Eight characters as they lie in memory, in any byte order.
 uint64_t magicOf(const char (&text)[9]);
 
 inline constexpr char kSlotsMagic[] = "ZTSLOTS1";

@@ -140,9 +140,9 @@ std::string TableWriter::openSlots() {
 }
 
 std::string TableWriter::refuseSchema(const Schema& found) const {
-  std::string text = "its records have another description, in " +
-                           options_.place.path(kSlotsFile) + ":\n" + found.description +
-                           "instead of this program's\n" + options_.schema.description;
+  std::string text = "its records have another description, in " + options_.place.path(kSlotsFile) +
+                     ":\n" + found.description + "instead of this program's\n" +
+                     options_.schema.description;
   if (options_.replaceOtherSchema) return text;
   throw Error(ErrorCode::schema, options_.place.table, "",
               text + "set Options::replaceOtherSchema to replace the table");

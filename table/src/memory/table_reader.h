@@ -22,7 +22,7 @@ struct ReaderOptions {
   MappingHints hints{};
 };
 
-/// One thread at a time. Whatever the files hold, it stays inside of what it has mapped, and
+/// One thread at a time. For any content of the files it stays inside of what it has mapped, and
 /// every call ends: what contradicts itself is a Zorbe::CorruptionDetectedException.
 class TableReader {
  public:
@@ -74,7 +74,7 @@ class TableReader {
   uint64_t publishedAt() const { return acquire(header().publishedAt); }
   uint64_t logGeneration() const { return acquire(header().logGeneration); }
 
-  /// The writer may have gone on in other files: look at isInPlace().
+  /// The writer may continue in other files: check isInPlace().
   bool isRetired() const { return acquire(header().retired) != 0; }
 
   /// Whether the directory still holds these files.

@@ -142,8 +142,8 @@ void TableWriter::startNewLog() {
   removeFile(options_.place, logFileOf(generation + 1));
 }
 
-// Whoever may write the files may have overwritten what must not change. What follows from it
-// for readers is over when it is stored again.
+// A process that may write the files may have overwritten what must not change. What follows
+// from that for readers ends when it is stored again.
 void TableWriter::repairHeaders() {
   const auto repair = [](Word& word, uint64_t value) {
     if (relaxed(word) != value) release(word, value);

@@ -110,7 +110,7 @@ class ServedWriter::Impl : public ForkMember {
     }
   }
 
-  // Whatever a callback throws concerns one reader or one attempt: the next turn goes on.
+  // An exception of a callback concerns one reader or one attempt: the next turn continues.
   void turn() {
     try {
       loop_->turn(0);

@@ -24,7 +24,7 @@ struct Options {
   size_t records = 1024;   ///< writer: room from the start, in records
   size_t maxRecords = 0;   ///< writer: never more records than these; 0: as far as memory goes
   size_t logEntries = 0;   ///< writer: changes that a follower may be behind; 0: by `records`
-  mode_t mode = 0644;      ///< writer: of the files, whatever the umask
+  mode_t mode = 0644;      ///< writer: of the files, regardless of the umask
   double waitForLock = 0;  ///< writer: seconds to wait for another writer to end
 
   /// Writer: replaces a table of another description; otherwise that throws Error.

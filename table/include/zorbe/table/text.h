@@ -33,8 +33,8 @@ class Text {
 
   static constexpr bool fits(std::string_view text) { return text.size() <= N; }
 
-  /// The text, valid for as long as this object is. Never longer than N, whatever the memory
-  /// that the object was read from holds.
+  /// The text, valid for as long as this object is. Never longer than N, also when
+  /// the object was read from corrupted memory.
   std::string_view view() const { return {bytes_, length_ < N ? length_ : N}; }
 
   friend bool operator==(const Text& a, const Text& b) { return a.view() == b.view(); }

@@ -4,6 +4,7 @@
 #pragma GCC visibility push(default)
 
 #include "fault/intercept.h"
+#include "support/sanitized.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -123,6 +124,14 @@ int posix_fallocate(int fd, off_t offset, off_t length) {
   return Intercept<int(int, off_t, off_t)>::next(Call::posix_fallocateCall)(fd, offset, length);
 }
 
+ssize_t getrandom(void* data, size_t size, unsigned flags) {
+  return Intercept<ssize_t(void*, size_t, unsigned)>::run(Call::getrandomCall, {}, data, size,
+                                                          flags);
+}
+
+// The address sanitizer has an mmap() of its own, and calls these before it is ready for code
+// that it instruments.
+#if !defined(ZORBE_TEST_SANITIZED) && !defined(__SANITIZE_ADDRESS__)
 // Those that fail return MAP_FAILED and not null.
 void* mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset) noexcept {
   const auto rule = consult(Call::mmapCall, {fd});
@@ -138,15 +147,11 @@ void* mremap(void* address, size_t oldLength, size_t length, int flags, ...) noe
                                                                               length, flags);
 }
 
-ssize_t getrandom(void* data, size_t size, unsigned flags) {
-  return Intercept<ssize_t(void*, size_t, unsigned)>::run(Call::getrandomCall, {}, data, size,
-                                                          flags);
-}
-
 int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept {
   return Intercept<int(__rlimit_resource_t, rlimit*)>::run(Call::getrlimitCall, {}, resource,
                                                            limit);
 }
+#endif
 
 int rmdir(const char* path) noexcept {
   return intercept<int>(Call::rmdirCall, {-1, path}, path);

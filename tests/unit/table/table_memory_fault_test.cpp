@@ -3,6 +3,7 @@
 // Every system call that the memory of a table makes is made to fail, one after another. The
 // operation either succeeds all the same or throws, no descriptor stays open, and the table holds
 // what it held before.
+#include "support/sanitized.h"
 #include "support/table_fixture.h"
 
 #include "fault/fault.h"
@@ -164,6 +165,7 @@ TEST_F(TableMemoryFaults, AnotherWriterThatComesFirstIsFound) {
 }
 
 TEST_F(TableMemoryFaults, LittleAddressSpaceIsEnough) {
+  if (kIsSanitized) GTEST_SKIP() << "the sanitizer has an mmap() of its own";
   // The mapping with room to grow is refused, the one of the file is not; growing moves it.
   auto refused = Fault::arm("mmap", 1, ENOMEM);
   const auto table = openWriter();

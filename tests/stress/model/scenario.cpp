@@ -49,11 +49,11 @@ const std::vector<MistakeInfo>& mistakes() {
   return all;
 }
 
-const Scenario& scenarioNamed(const std::string& name) {
+const Scenario& scenarioNamed(std::string_view name) {
   for (const Scenario& scenario : scenarios()) {
     if (scenario.name == name) return scenario;
   }
-  throw std::invalid_argument("no such scenario: " + name);
+  throw std::invalid_argument("no such scenario: " + std::string(name));
 }
 
 }  // namespace Zorbe::Model

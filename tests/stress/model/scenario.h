@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "protocol.h"
@@ -23,7 +24,7 @@ struct Scenario {
 };
 
 const std::vector<Scenario>& scenarios();
-const Scenario& scenarioNamed(const std::string& name);
+const Scenario& scenarioNamed(std::string_view name);
 
 struct Figures {
   uint64_t histories = 0;  // sequences of stores, each with its kills

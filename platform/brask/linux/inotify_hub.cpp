@@ -146,15 +146,13 @@ bool InotifyHub::deliverEnd(InotifyWatcher& watcher, uint32_t asked) {
 
 bool InotifyHub::deliverNotice(const InotifyNotices::Notice& notice) {
   Platform::InotifyHandler& handler = *notice.watcher->handler;
+  const bool isEnd = notice.kind == InotifyNotices::Kind::End;
   if (notice.kind == InotifyNotices::Kind::Refusal) {
     handler.inotifyError(notice.what);
-  } else if (notice.kind == InotifyNotices::Kind::Removal) {
-    handler.inotifyChanged(notice.what);
-  } else if (tree_.move(*notice.watcher) != InotifyTree::End::Moved) {
+  } else if (isEnd && tree_.move(*notice.watcher) != InotifyTree::End::Moved) {
     handler.inotifyDeleted();
-  } else if (notice.what.empty()) {
-    return false;
   } else {
+    if (isEnd && notice.what.empty()) return false;
     handler.inotifyChanged(notice.what);
   }
   return true;

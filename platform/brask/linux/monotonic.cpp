@@ -16,7 +16,9 @@ int64_t monotonicNow() {
 int64_t toNanoseconds(double seconds) {
   constexpr int64_t longest = std::numeric_limits<int64_t>::max() / 2;  // 146 years
   if (!(seconds > 0.0)) return 0;
-  const double nanoseconds = seconds * static_cast<double>(NANOSECONDS);
+  // Volatile: a processor that computes with more digits than a double has rounds it like others.
+  const volatile double product = seconds * static_cast<double>(NANOSECONDS);
+  const double nanoseconds = product;
   if (nanoseconds >= static_cast<double>(longest)) return longest;
   const auto whole = static_cast<int64_t>(nanoseconds);
   return static_cast<double>(whole) < nanoseconds ? whole + 1 : whole;

@@ -14,7 +14,7 @@
 namespace Zorbe::Test::Chaos {
 
 /// Reads the table from its files, as a reader of its own, and compares it with what the writers
-/// have noted: no key that was published may be missing, or have an older value, whatever
+/// have noted: no key that was published may be missing, or have an older value, regardless of what
 /// happened to the writers.
 class Keys {
  public:

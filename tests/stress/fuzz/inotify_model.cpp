@@ -67,7 +67,7 @@ void InotifyModel::refuse(size_t control, int error) {
   notices_.push_back({control, Kind::refusal, text, turn_});
 }
 
-// The path has gone while it was to be watched again.
+// The path was removed before it could be watched again.
 void InotifyModel::tellParents(size_t control) {
   Control& c = controls_[control];
   c.orphaned = (c.mask & IN_DELETE) != 0;
@@ -231,7 +231,7 @@ bool InotifyModel::takeRead() {
   return read.has_value();
 }
 
-// To what has to be told next of the events; false when that is nothing.
+// Advances to the next event to report; false when there is none.
 bool InotifyModel::settleEvents() {
   for (;;) {
     if (isOverflow()) {  // told in any order
@@ -309,7 +309,7 @@ void InotifyModel::beginTurn() {
 
 void InotifyModel::changed(size_t control, const std::string& what) {
   if (!next()) {
-    ASSERT_TRUE(settleNotices()) << "nothing was to be told";
+    ASSERT_TRUE(settleNotices()) << "no report was expected";
     const Notice& notice = notices_.front();
     EXPECT_TRUE(notice.kind == Kind::removal || (notice.kind == Kind::end && !expectEnd_));
     EXPECT_EQ(notice.control, control);
@@ -340,7 +340,7 @@ void InotifyModel::deleted(size_t control) {
     EXPECT_EQ(toTell_.front().control, control);
     toTell_.pop_front();
   } else {
-    ASSERT_TRUE(settleNotices()) << "nothing was to be told";
+    ASSERT_TRUE(settleNotices()) << "no report was expected";
     EXPECT_EQ(notices_.front().kind, Kind::end);
     EXPECT_EQ(notices_.front().control, control);
     notices_.pop_front();

@@ -49,7 +49,7 @@ class InotifyModel {
     uint64_t since = 0;
     bool removalReported = false;  // of an entry that another one watches
   };
-  /// What a control has to be told of an event, or of a notice.
+  /// The report that a control has to receive for an event or a notice.
   struct Told {
     size_t control;
     uint64_t since;  // of the registration
@@ -101,13 +101,13 @@ class InotifyModel {
   bool interrupted_ = false;
   unsigned callbacks_ = 0;  // in this turn
 
-  // What was read and has not been told.
+  // Read and not reported yet.
   std::deque<Kernel::InotifyEvent> events_;
   size_t admitted_ = 0;    // of them, to this turn
   bool readDone_ = false;  // in this turn, by the loop itself
   Kernel::InotifyEvent event_ = {};
   std::deque<Told> toTell_;
-  bool expectEnd_ = false;     // the first of those is to be told an end
+  bool expectEnd_ = false;     // the first of those has to receive an end
   std::string expectRemoval_;  // or this
   bool settled_ = false;       // which of the two is known
   std::set<int> lost_;         // watches whose end an overflow has swallowed

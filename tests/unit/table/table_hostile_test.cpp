@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Files that hold anything at all: a reader and a writer that takes over neither crash nor hang
-// nor leave what they have mapped. Whatever they throw is one of the two kinds that the table
+// nor leave what they have mapped. An exception is one of the two kinds that the table
 // promises.
 #include "support/table_fixture.h"
 

@@ -36,6 +36,20 @@ TEST_F(MkpathFaultTest, AnExistingDirectoryCostsOneLook) {
   EXPECT_EQ(Fault::calls("mkdirat") + Fault::calls("fchmod") + Fault::calls("lstat"), 0u);
 }
 
+TEST_F(MkpathFaultTest, ChangesTheModeOfADirectoryThatMayNotBeOpenedByItsName) {
+  Fault::arm("openat", 1, EACCES);
+  EXPECT_EQ(errorOf(inRoot("a")), 0);
+  EXPECT_EQ(modeOf("a"), 0777u);
+}
+
+TEST_F(MkpathFaultTest, BeginsAgainWhenADirectoryThatMayNotBeOpenedIsRemoved) {
+  Fault::before("openat", 1, [this] { removeIt("a"); });
+  Fault::arm("openat", 1, EACCES);
+  EXPECT_EQ(errorOf(inRoot("a")), 0);
+  EXPECT_EQ(modeOf("a"), 0777u);
+  EXPECT_EQ(Fault::calls("mkdirat"), 2u);
+}
+
 TEST_F(MkpathFaultTest, LeavesTheErrnoOfMkdir) {
   for (const int error : {EROFS, ENOSPC, EMLINK, EDQUOT, EPERM, EIO}) {
     Fault::arm("mkdirat", 1, error);

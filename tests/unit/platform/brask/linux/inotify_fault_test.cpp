@@ -306,3 +306,12 @@ TEST_F(InotifyFaultTest, AWatchIsAddedWhenTheEventsFromBeforeCannotBeRead) {
   EXPECT_EQ((Told{"changed one", "changed two"}), first.told);
   EXPECT_EQ("changed two", second.told.back());
 }
+
+TEST_F(InotifyTreeFaultTest, AWatchThatMovesAtTheSecondAttemptIsSparedTheEnd) {
+  makeItAgain();
+  removeTree();
+  Fault::arm("inotify_add_watch", 2, ENOENT);
+  settle();
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(2u, kernelWatches().size());
+}

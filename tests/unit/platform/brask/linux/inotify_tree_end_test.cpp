@@ -26,7 +26,7 @@ class InotifyTreeEndTest : public InotifyTreeFixture {
     return [this] { makeTree(); };
   }
 
-  // Whether the outer control is told what happens in the directory that is there now.
+  // Whether the outer control receives events of the present directory.
   bool hears(const std::string& name) {
     const size_t before = outer.told.size();
     touch(top + "/" + name);

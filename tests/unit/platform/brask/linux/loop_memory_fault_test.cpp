@@ -53,6 +53,21 @@ TEST_F(LoopMemoryTest, AWatchThatThereWasNoMemoryForCanBeAddedAgain) {
   }
 }
 
+TEST_F(LoopMemoryTest, ARefusalThatThereIsNoMemoryForLeavesNothingBehind) {
+  unsigned long nth = 1;
+  for (bool failed = true; failed; ++nth) {
+    InotifyProbe probe;
+    failed =
+        doWithout(nth, [&] { probe.control->addWatch(directory.path + "/missing", IN_CREATE); });
+    settle();
+    EXPECT_LE(probe.told.size(), 1u) << "block " << nth;
+    if (!failed) {
+      EXPECT_EQ(1u, probe.told.size());
+    }
+  }
+  EXPECT_GT(nth, 4u);
+}
+
 TEST_F(LoopMemoryTest, AWatcherThatThereIsNoMemoryForTakesNothingFromTheOthers) {
   for (unsigned long nth = 1; nth < 8; ++nth) {
     InotifyProbe first, second;

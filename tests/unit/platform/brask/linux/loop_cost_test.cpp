@@ -99,12 +99,12 @@ TEST_F(LoopCostTest, AnInotifyEventAllocatesNothing) {
 }
 
 TEST_F(LoopCostTest, WatchingMoreAndMoreDescriptorsAllocatesSeldom) {
-  constexpr int many = 800;
+  constexpr size_t many = 800;
   std::vector<Reader> readers(many);
   std::vector<int> fds;
-  for (int each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
+  for (size_t each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
   EXPECT_LT(allocationsOf([&] {
-              for (int each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
+              for (size_t each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
             }),
             50);
   readers.clear();
@@ -112,14 +112,14 @@ TEST_F(LoopCostTest, WatchingMoreAndMoreDescriptorsAllocatesSeldom) {
 }
 
 TEST_F(LoopCostTest, EndingRegistrationsAndBeginningAgainAllocatesNothing) {
-  constexpr int many = 100;
+  constexpr size_t many = 100;
   std::vector<Reader> readers(many);
   std::vector<int> fds;
-  for (int each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
-  for (int each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
+  for (size_t each = 0; each < many; ++each) fds.push_back(::eventfd(0, EFD_CLOEXEC));
+  for (size_t each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
   EXPECT_EQ(0, allocationsOf([&] {
               for (Reader& reader : readers) reader.control->unwatch();
-              for (int each = 0; each < TURNS; ++each) {
+              for (size_t each = 0; each < size_t{TURNS}; ++each) {
                 readers[each % many].control->watch(fds[each % many]);
               }
             }));

@@ -106,10 +106,10 @@ TEST_F(TimerHeapTest, MovesAndCancellationsAtRandomKeepTheOrder) {
     const int timer = static_cast<int>(random() % kTimers);
     const long delay = 1 + static_cast<long>(random() % 20);
     if (random() % 4 == 0) {
-      timers[timer]->control->cancel();
+      timers[static_cast<size_t>(timer)]->control->cancel();
       expected.cancel(timer);
     } else {
-      timers[timer]->control->start(static_cast<double>(delay) / 64);
+      timers[static_cast<size_t>(timer)]->control->start(static_cast<double>(delay) / 64);
       expected.start(timer, now + delay);
     }
     if (random() % 8 != 0) continue;

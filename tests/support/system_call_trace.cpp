@@ -16,7 +16,7 @@ namespace {
 constexpr long kMarkingCall = SYS_getppid;  // nothing else makes it
 
 std::string nameOf(uint64_t number) {
-  static const std::map<uint64_t, std::string> names = {
+  static const std::map<uint64_t, std::string> kNames = {
       {SYS_sendto, "send"},
       {SYS_recvfrom, "recv"},
 #ifdef SYS_epoll_wait
@@ -36,8 +36,8 @@ std::string nameOf(uint64_t number) {
       {SYS_brk, "brk"},
       {SYS_futex, "futex"},
   };
-  const auto name = names.find(number);
-  return name == names.end() ? "call " + std::to_string(number) : name->second;
+  const auto name = kNames.find(number);
+  return name == kNames.end() ? "call " + std::to_string(number) : name->second;
 }
 
 bool go(pid_t child, int signal = 0) {

@@ -64,7 +64,7 @@ void InotifyModel::refuse(size_t control, int error) {
                      Kernel::FakeInotify::pathOf(controls_[control].directory) + ": " +
                      std::strerror(error);
   if (error == ENOSPC) text += " (raise fs.inotify.max_user_watches)";
-  notices_.push_back({control, Kind::refusal, text, turn_});
+  notices_.push_back({control, Kind::kRefusal, text, turn_});
 }
 
 // The path was removed before it could be watched again.
@@ -74,9 +74,9 @@ void InotifyModel::tellParents(size_t control) {
   if (!Kernel::FakeInotify::isInner(c.directory)) return;
   for (const size_t i : othersOf(c.directory - 1, control)) {
     Control& parent = controls_[i];
-    const bool concerned = parent.wd != 0 || parent.orphaned || awaits(i, Kind::end);
+    const bool concerned = parent.wd != 0 || parent.orphaned || awaits(i, Kind::kEnd);
     if (!concerned || (parent.mask & IN_DELETE) == 0) continue;
-    notices_.push_back({i, Kind::removal, Kernel::FakeInotify::nameOf(c.directory), turn_});
+    notices_.push_back({i, Kind::kRemoval, Kernel::FakeInotify::nameOf(c.directory), turn_});
     if (parent.wd != 0) parent.removalReported = true;
   }
 }
@@ -85,7 +85,7 @@ void InotifyModel::resumeParents(size_t control) {
   const Control& c = controls_[control];
   if (!Kernel::FakeInotify::isInner(c.directory)) return;
   for (const size_t i : othersOf(c.directory - 1, control)) {
-    if (controls_[i].orphaned && move(i) == Moved::yes) controls_[i].orphaned = false;
+    if (controls_[i].orphaned && move(i) == Moved::kYes) controls_[i].orphaned = false;
   }
 }
 
@@ -101,7 +101,7 @@ void InotifyModel::enter(size_t control, int wd) {
 
 void InotifyModel::drop(size_t control, bool removalsToo) {
   const auto isIts = [&](const Notice& notice) {
-    return notice.control == control && (removalsToo || notice.kind != Kind::removal);
+    return notice.control == control && (removalsToo || notice.kind != Kind::kRemoval);
   };
   notices_.erase(std::remove_if(notices_.begin(), notices_.end(), isIts), notices_.end());
 }
@@ -185,7 +185,7 @@ InotifyModel::Spared InotifyModel::sparedEnd(size_t control) const {
   if (!mayBe) return {false, ""};
   for (const size_t i : othersOf(c.directory + 1, control)) {
     const Control& entry = controls_[i];
-    if (entry.wd == 0 && !awaits(i, Kind::refusal) && !awaits(i, Kind::end)) continue;
+    if (entry.wd == 0 && !awaits(i, Kind::kRefusal) && !awaits(i, Kind::kEnd)) continue;
     if (c.removalReported) return {true, ""};
     if (entry.lastEnd > c.since) return {true, Kernel::FakeInotify::nameOf(entry.directory)};
   }
@@ -197,11 +197,11 @@ InotifyModel::Moved InotifyModel::move(size_t control) {
   const int found = kernel_.look(c.directory, c.mask);
   if (found >= 0) {
     enter(control, found);
-    return Moved::yes;
+    return Moved::kYes;
   }
-  if (found == -ENOENT) return Moved::gone;
+  if (found == -ENOENT) return Moved::kGone;
   refuse(control, -found);
-  return Moved::refused;
+  return Moved::kRefused;
 }
 
 // Does what needs no callback; true when one has to come.
@@ -216,11 +216,11 @@ bool InotifyModel::settle(const Told& told) {
   leave(told.control);
   if (!spared.spared) return true;
   const Moved moved = move(told.control);
-  if (moved == Moved::refused) return true;
+  if (moved == Moved::kRefused) return true;
   expectEnd_ = false;
   expectRemoval_ = spared.removal;
-  if (moved == Moved::yes && !spared.removal.empty()) return true;
-  if (moved == Moved::gone) notices_.push_back({told.control, Kind::end, spared.removal, turn_});
+  if (moved == Moved::kYes && !spared.removal.empty()) return true;
+  if (moved == Moved::kGone) notices_.push_back({told.control, Kind::kEnd, spared.removal, turn_});
   settled_ = false;
   return false;
 }
@@ -283,10 +283,10 @@ bool InotifyModel::next() {
 // The ends among the notices that need no callback; true when a notice has to come.
 bool InotifyModel::settleNotices() {
   while (!notices_.empty() && notices_.front().turn < turn_) {
-    if (settled_ || notices_.front().kind != Kind::end) return true;
+    if (settled_ || notices_.front().kind != Kind::kEnd) return true;
     const Notice notice = notices_.front();
     const Moved moved = move(notice.control);
-    expectEnd_ = moved != Moved::yes;
+    expectEnd_ = moved != Moved::kYes;
     expectRemoval_ = notice.what;
     settled_ = expectEnd_ || !notice.what.empty();
     if (settled_) return true;
@@ -311,7 +311,7 @@ void InotifyModel::changed(size_t control, const std::string& what) {
   if (!next()) {
     ASSERT_TRUE(settleNotices()) << "no report was expected";
     const Notice& notice = notices_.front();
-    EXPECT_TRUE(notice.kind == Kind::removal || (notice.kind == Kind::end && !expectEnd_));
+    EXPECT_TRUE(notice.kind == Kind::kRemoval || (notice.kind == Kind::kEnd && !expectEnd_));
     EXPECT_EQ(notice.control, control);
     EXPECT_EQ(notice.what, what);
     notices_.pop_front();
@@ -341,7 +341,7 @@ void InotifyModel::deleted(size_t control) {
     toTell_.pop_front();
   } else {
     ASSERT_TRUE(settleNotices()) << "no report was expected";
-    EXPECT_EQ(notices_.front().kind, Kind::end);
+    EXPECT_EQ(notices_.front().kind, Kind::kEnd);
     EXPECT_EQ(notices_.front().control, control);
     notices_.pop_front();
   }
@@ -362,7 +362,7 @@ void InotifyModel::error(size_t control, const std::string& what) {
   }
   EXPECT_FALSE(more) << "an event was passed over";
   ASSERT_TRUE(settleNotices());
-  EXPECT_EQ(notices_.front().kind, Kind::refusal);
+  EXPECT_EQ(notices_.front().kind, Kind::kRefusal);
   EXPECT_EQ(notices_.front().control, control);
   EXPECT_EQ(notices_.front().what, what);
   notices_.pop_front();

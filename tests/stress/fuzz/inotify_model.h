@@ -54,7 +54,7 @@ class InotifyModel {
     size_t control;
     uint64_t since;  // of the registration
   };
-  enum class Kind { refusal, removal, end };
+  enum class Kind { kRefusal, kRemoval, kEnd };
   struct Notice {
     size_t control;
     Kind kind;
@@ -65,7 +65,7 @@ class InotifyModel {
     bool spared;
     std::string removal;  // to be reported instead, if any
   };
-  enum class Moved { yes, gone, refused };
+  enum class Moved { kYes, kGone, kRefused };
 
   void startTurn();
   bool takeRead();

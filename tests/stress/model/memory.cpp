@@ -47,10 +47,10 @@ Memory Memory::killedAt(int length, const std::vector<int>& early) const {
 }
 
 std::string Memory::nameOf(Location location) const {
-  static const char* const once[] = {"published",     "indexGen", "logGen",     "capacity",
-                                     "size of slots", "buckets",  "log name 0", "log name 1",
-                                     "img.seq",       "img.slot", "img.guard"};
-  if (location < At::kImageWord) return once[location];
+  static const char* const kOnce[] = {"published",     "indexGen", "logGen",     "capacity",
+                                      "size of slots", "buckets",  "log name 0", "log name 1",
+                                      "img.seq",       "img.slot", "img.guard"};
+  if (location < At::kImageWord) return kOnce[location];
   if (location < At::kSlots) return "img.w" + std::to_string(location - At::kImageWord);
   if (location < At::kFiles) {
     const int slot = (location - At::kSlots) / (1 + kMaxWords);

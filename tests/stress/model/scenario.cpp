@@ -31,22 +31,22 @@ struct Table : Protocol {
 }  // namespace
 
 const std::vector<Scenario>& scenarios() {
-  static const std::vector<Scenario> all = {
+  static const std::vector<Scenario> kAll = {
 #define SCENARIO(name, text, table, setUp, script, kills, longKills, keys) \
   {name, text, table, setUp, script, kills, longKills, keys},
 #include "scenarios.def"
 #undef SCENARIO
   };
-  return all;
+  return kAll;
 }
 
 const std::vector<MistakeInfo>& mistakes() {
-  static const std::vector<MistakeInfo> all = {
+  static const std::vector<MistakeInfo> kAll = {
 #define MISTAKE(enumerator, name, scenario, text) {Mistake::enumerator, name, scenario, text},
 #include "mistakes.def"
 #undef MISTAKE
   };
-  return all;
+  return kAll;
 }
 
 const Scenario& scenarioNamed(std::string_view name) {

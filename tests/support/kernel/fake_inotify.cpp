@@ -19,7 +19,7 @@ namespace {
 constexpr size_t kUnlimited = SIZE_MAX;
 
 FakeInotify* current = nullptr;
-const int watchList = ::memfd_create("fdinfo", MFD_CLOEXEC);
+const int kWatchList = ::memfd_create("fdinfo", MFD_CLOEXEC);
 
 int failing(int error) {
   errno = error;
@@ -107,9 +107,9 @@ FILE* FakeInotify::openWatchList(const char* path, const char* mode) {
     text << "inotify wd:" << watch.first << " ino:2 sdev:1 mask:" << watch.second << "\n";
   }
   const std::string all = text.str();
-  EXPECT_EQ(::ftruncate(watchList, 0), 0);
-  EXPECT_EQ(::pwrite(watchList, all.data(), all.size(), 0), static_cast<ssize_t>(all.size()));
-  return ::fopen(("/proc/self/fd/" + std::to_string(watchList)).c_str(), mode);
+  EXPECT_EQ(::ftruncate(kWatchList, 0), 0);
+  EXPECT_EQ(::pwrite(kWatchList, all.data(), all.size(), 0), static_cast<ssize_t>(all.size()));
+  return ::fopen(("/proc/self/fd/" + std::to_string(kWatchList)).c_str(), mode);
 }
 
 }  // namespace Zorbe::Test::Kernel

@@ -11,7 +11,7 @@
 
 namespace LoopTesting {
 
-constexpr int TURNS = 1000;
+constexpr int kTurns = 1000;
 
 struct Reader : Brask::Platform::FdEventHandler {
   void fdEvent(int) override { ++events; }
@@ -21,7 +21,7 @@ struct Reader : Brask::Platform::FdEventHandler {
 
 struct Ticker : Brask::Platform::TimeoutHandler {
   void timeout() override {
-    if (++events == TURNS) Brask::Linux::EventLoop::current().stop();
+    if (++events == kTurns) Brask::Linux::EventLoop::current().stop();
     control->start(0.0);
   }
   long events = 0;

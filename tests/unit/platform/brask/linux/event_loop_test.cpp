@@ -184,7 +184,7 @@ TEST_F(EventLoopTest, StopBeforeRunMakesOnlyTheNextRunReturnAtOnce) {
 TEST_F(EventLoopTest, StopBeforeRunIsNotUsedUpByATurn) {
   loop->stop();
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_FALSE(loop->turn(PATIENCE));
+  EXPECT_FALSE(loop->turn(kPatience));
   TimerProbe timer;
   timer.control->start(0.0);
   loop->run();

@@ -12,7 +12,7 @@ namespace Fault = Zorbe::Test::Fault;
 
 namespace {
 
-const std::string OVERFLOW_ERROR =
+const std::string kOverflowError =
     "error inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the "
     "limit)";
 
@@ -164,7 +164,7 @@ TEST_F(InotifyFaultTest, AnOverflowIsReportedWhenTheKernelsWatchesCannotBeListed
   EXPECT_TRUE(loop->turn(0));
   Fault::reset();
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Told{OVERFLOW_ERROR, "changed one"}), probe.told);
+  EXPECT_EQ((Told{kOverflowError, "changed one"}), probe.told);
 }
 
 TEST_F(InotifyFaultTest, AnEndThatAnOverflowSwallowedIsReportedAfterAnException) {
@@ -178,7 +178,7 @@ TEST_F(InotifyFaultTest, AnEndThatAnOverflowSwallowedIsReportedAfterAnException)
   probe.onEvent = {};
   EXPECT_TRUE(readable(loop->fd()));
   settle();
-  EXPECT_EQ((Told{OVERFLOW_ERROR, "deleted"}), probe.told);
+  EXPECT_EQ((Told{kOverflowError, "deleted"}), probe.told);
 }
 
 TEST_F(InotifyRaceTest, ADirectoryThatTookThePathIsNotWatched) {
@@ -279,8 +279,8 @@ TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverThei
   removeTree();
   overflowAlone();
   settle();
-  EXPECT_EQ((Told{OVERFLOW_ERROR, "changed leaf"}), outer.told);
-  EXPECT_EQ((Told{OVERFLOW_ERROR, "deleted"}), inner.told);
+  EXPECT_EQ((Told{kOverflowError, "changed leaf"}), outer.told);
+  EXPECT_EQ((Told{kOverflowError, "deleted"}), inner.told);
   EXPECT_EQ(2u, kernelWatches().size());
 }
 
@@ -290,7 +290,7 @@ TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchIsNotReportedToIt) {
   overflow();
   later.control->addWatch(directory.path, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{OVERFLOW_ERROR}, before.told);
+  EXPECT_EQ(Told{kOverflowError}, before.told);
   EXPECT_EQ(Told{}, later.told);
 }
 

@@ -90,7 +90,7 @@ TEST_F(InotifyRegistrationTest, WhatIsTakenFromTheKernelForALaterTurnShowsInTheD
   touch(directory.path + "/one");
   probe.control->addWatch(directory.path, IN_CREATE);
   EXPECT_TRUE(readable(loop->fd()));
-  EXPECT_TRUE(loop->turn(PATIENCE)) << "at once";
+  EXPECT_TRUE(loop->turn(kPatience)) << "at once";
   EXPECT_EQ(Told{"changed one"}, other.told);
   EXPECT_FALSE(readable(loop->fd()));
 }

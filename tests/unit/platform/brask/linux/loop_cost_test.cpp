@@ -49,7 +49,7 @@ namespace {
 
 class LoopCostTest : public LoopTest {
  protected:
-  void turnOften(int turns = TURNS) {
+  void turnOften(int turns = kTurns) {
     for (int each = 0; each < turns; ++each) loop->turn(0);
   }
 
@@ -68,7 +68,7 @@ TEST_F(LoopCostTest, ADescriptorEventAllocatesNothing) {
   reader.control->watch(pair.here);
   pair.makeReady();
   EXPECT_EQ(0, allocationsOf([this] { turnOften(); }));
-  EXPECT_EQ(TURNS, reader.events);
+  EXPECT_EQ(kTurns, reader.events);
 }
 
 TEST_F(LoopCostTest, ATimerEventAllocatesNothing) {
@@ -76,12 +76,12 @@ TEST_F(LoopCostTest, ATimerEventAllocatesNothing) {
   Ticker moved;
   immediate.control->start(0.0);
   EXPECT_EQ(0, allocationsOf([&] {
-              for (int each = 0; each < TURNS; ++each) {
+              for (int each = 0; each < kTurns; ++each) {
                 moved.control->start(100.0 + each);
                 loop->turn(0);
               }
             }));
-  EXPECT_EQ(TURNS, immediate.events);
+  EXPECT_EQ(kTurns, immediate.events);
 }
 
 TEST_F(LoopCostTest, AnInotifyEventAllocatesNothing) {
@@ -119,7 +119,7 @@ TEST_F(LoopCostTest, EndingRegistrationsAndBeginningAgainAllocatesNothing) {
   for (size_t each = 0; each < many; ++each) readers[each].control->watch(fds[each]);
   EXPECT_EQ(0, allocationsOf([&] {
               for (Reader& reader : readers) reader.control->unwatch();
-              for (size_t each = 0; each < size_t{TURNS}; ++each) {
+              for (size_t each = 0; each < size_t{kTurns}; ++each) {
                 readers[each % many].control->watch(fds[each % many]);
               }
             }));
@@ -151,8 +151,8 @@ TEST_F(LoopCostTest, StartingATimerNeverAllocates) {
 }
 
 TEST_F(LoopCostTest, TimersThatComeAndGoLeaveNoRoomBehindThatGrows) {
-  EXPECT_GE(2 * TURNS, allocationsOf([] {
-              for (int each = 0; each < TURNS; ++each) std::make_unique<Ticker>();
+  EXPECT_GE(2 * kTurns, allocationsOf([] {
+              for (int each = 0; each < kTurns; ++each) std::make_unique<Ticker>();
             }));
 }
 
@@ -169,8 +169,8 @@ TEST_F(LoopCostTest, PathsThatComeAndGoLeaveNoRoomBehindThatGrows) {
     });
   };
   cycles(10);
-  const long first = cycles(TURNS);
-  EXPECT_EQ(first, cycles(TURNS));
+  const long first = cycles(kTurns);
+  EXPECT_EQ(first, cycles(kTurns));
 }
 
 TEST_F(LoopCostTest, TenThousandWatchedDescriptorsCostNoMoreThanTen) {

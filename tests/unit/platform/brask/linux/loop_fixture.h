@@ -26,7 +26,7 @@ namespace LoopTesting {
 using Clock = std::chrono::steady_clock;
 
 // Long enough that only a hang meets it.
-constexpr double PATIENCE = 20.0;
+constexpr double kPatience = 20.0;
 
 inline double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -177,7 +177,7 @@ class LoopTest : public ::testing::Test {
   bool turnUntil(const std::function<bool()>& reached) {
     const auto start = Clock::now();
     while (!reached()) {
-      if (secondsSince(start) > PATIENCE) return false;
+      if (secondsSince(start) > kPatience) return false;
       loop->turn(0.1);
     }
     return true;

@@ -67,7 +67,7 @@ TEST_F(LoopLifetimeTest, DescriptorZeroServesTheLoopLikeAnyOther) {
     EXPECT_TRUE(Zorbe::Test::DescriptorZero::isOpen()) << call;
     TimerProbe timer;
     timer.control->start(0.001);
-    EXPECT_TRUE(loop->turn(PATIENCE));
+    EXPECT_TRUE(loop->turn(kPatience));
     loop.reset();
     EXPECT_FALSE(Zorbe::Test::DescriptorZero::isOpen()) << call;
     Fault::reset();

@@ -44,7 +44,7 @@ TEST_F(LoopNestingTest, FdShowsTimers) {
   timer.control->cancel();
   EXPECT_FALSE(readable(loop->fd()));
   timer.control->start(0.01);
-  EXPECT_TRUE(readable(loop->fd(), static_cast<int>(PATIENCE * 1000)));
+  EXPECT_TRUE(readable(loop->fd(), static_cast<int>(kPatience * 1000)));
   EXPECT_TRUE(loop->turn(0));
   EXPECT_FALSE(readable(loop->fd()));
 }
@@ -114,7 +114,7 @@ TEST_F(LoopNestingTest, NestsInAnotherEpoll) {
   TimerProbe timer;
   for (int round = 1; round <= 3; ++round) {
     timer.control->start(0.001);
-    EXPECT_EQ(1, ::epoll_wait(outer, &event, 1, static_cast<int>(PATIENCE * 1000)));
+    EXPECT_EQ(1, ::epoll_wait(outer, &event, 1, static_cast<int>(kPatience * 1000)));
     EXPECT_TRUE(loop->turn(0));
     EXPECT_EQ(round, timer.timeouts);
     EXPECT_EQ(0, ::epoll_wait(outer, &event, 1, 0));
@@ -132,7 +132,7 @@ TEST_F(LoopNestingTest, NestsInAnotherEventLoop) {
     FdProbe bridge([&](int) { EXPECT_TRUE(innerLoop->turn(0)); });
     bridge.control->watch(innerLoop->fd());
     pair.makeReady();
-    EXPECT_TRUE(outer.turn(PATIENCE));
+    EXPECT_TRUE(outer.turn(kPatience));
     EXPECT_FALSE(outer.turn(0));
     bridge.control->unwatch();
   }).join();
@@ -164,7 +164,7 @@ TEST_F(LoopNestingTest, FdShowsAZeroTimerThatAnExpiredOneHasStarted) {
   TimerProbe immediate;
   TimerProbe expired([&] { immediate.control->start(0.0); });
   expired.control->start(0.001);
-  ASSERT_TRUE(readable(fd, static_cast<int>(PATIENCE * 1000)));
+  ASSERT_TRUE(readable(fd, static_cast<int>(kPatience * 1000)));
   EXPECT_TRUE(loop->turn(0));
   EXPECT_TRUE(readable(fd));
   EXPECT_TRUE(loop->turn(0));

@@ -55,11 +55,11 @@ TEST_F(LoopSystemCallsTest, ATurnWithADescriptorEventIsOneWait) {
   count([] {
     Traced traced;
     mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
+    for (int each = 0; each < kTurns; ++each) traced.loop.turn(0);
     mark();
   });
-  EXPECT_EQ(TURNS, waits());
-  EXPECT_EQ(TURNS, all());
+  EXPECT_EQ(kTurns, waits());
+  EXPECT_EQ(kTurns, all());
 }
 
 TEST_F(LoopSystemCallsTest, ATurnWithManyReadyDescriptorsIsOneWait) {
@@ -73,11 +73,11 @@ TEST_F(LoopSystemCallsTest, ATurnWithManyReadyDescriptorsIsOneWait) {
     }
     traced.loop.turn(0);
     mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
+    for (int each = 0; each < kTurns; ++each) traced.loop.turn(0);
     mark();
-    if (readers[19].events != TURNS + 1) ::_exit(1);
+    if (readers[19].events != kTurns + 1) ::_exit(1);
   });
-  EXPECT_EQ(TURNS, all());
+  EXPECT_EQ(kTurns, all());
 }
 
 TEST_F(LoopSystemCallsTest, ATurnWithARearmedZeroTimerIsOneWait) {
@@ -86,11 +86,11 @@ TEST_F(LoopSystemCallsTest, ATurnWithARearmedZeroTimerIsOneWait) {
     Ticker ticker;
     ticker.control->start(0.0);
     mark();
-    for (int each = 0; each < TURNS - 1; ++each) loop.turn(0);
+    for (int each = 0; each < kTurns - 1; ++each) loop.turn(0);
     mark();
   });
-  EXPECT_EQ(TURNS - 1, waits());
-  EXPECT_EQ(TURNS - 1, all());
+  EXPECT_EQ(kTurns - 1, waits());
+  EXPECT_EQ(kTurns - 1, all());
 }
 
 TEST_F(LoopSystemCallsTest, ARunWithARearmedZeroTimerIsOneWaitATurn) {
@@ -102,8 +102,8 @@ TEST_F(LoopSystemCallsTest, ARunWithARearmedZeroTimerIsOneWaitATurn) {
     loop.run();
     mark();
   });
-  EXPECT_EQ(TURNS, waits());
-  EXPECT_LE(all(), TURNS + 2) << "the stop itself costs a write and a read";
+  EXPECT_EQ(kTurns, waits());
+  EXPECT_LE(all(), kTurns + 2) << "the stop itself costs a write and a read";
 }
 
 TEST_F(LoopSystemCallsTest, ANestedLoopWithARearmedZeroTimerIsOneWaitATurn) {
@@ -114,10 +114,10 @@ TEST_F(LoopSystemCallsTest, ANestedLoopWithARearmedZeroTimerIsOneWaitATurn) {
     static_cast<void>(loop.fd());
     loop.turn(0);
     mark();
-    for (int each = 0; each < TURNS - 2; ++each) loop.turn(0);
+    for (int each = 0; each < kTurns - 2; ++each) loop.turn(0);
     mark();
   });
-  EXPECT_EQ(TURNS - 2, all());
+  EXPECT_EQ(kTurns - 2, all());
 }
 
 TEST_F(LoopSystemCallsTest, TimersAfterTheEarliestCostNoCall) {
@@ -127,7 +127,7 @@ TEST_F(LoopSystemCallsTest, TimersAfterTheEarliestCostNoCall) {
     Ticker earliest, other;
     earliest.control->start(100.0);
     mark();
-    for (int each = 0; each < TURNS; ++each) {
+    for (int each = 0; each < kTurns; ++each) {
       other.control->start(200.0 + each);
       if (each % 2 == 0) other.control->cancel();
     }
@@ -142,7 +142,7 @@ TEST_F(LoopSystemCallsTest, CancellingATimerThatIsNotArmedCostsNoCall) {
     static_cast<void>(traced.loop.fd());
     Ticker ticker;
     mark();
-    for (int each = 0; each < TURNS; ++each) ticker.control->cancel();
+    for (int each = 0; each < kTurns; ++each) ticker.control->cancel();
     mark();
   });
   EXPECT_EQ(0, all());
@@ -155,10 +155,10 @@ TEST_F(LoopSystemCallsTest, AnArmedTimerAddsNoCallToDescriptorEvents) {
     ticker.control->start(100.0);
     traced.loop.turn(0);
     mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
+    for (int each = 0; each < kTurns; ++each) traced.loop.turn(0);
     mark();
   });
-  EXPECT_EQ(TURNS, all());
+  EXPECT_EQ(kTurns, all());
 }
 
 TEST_F(LoopSystemCallsTest, SilentDescriptorsAddNoCall) {
@@ -167,8 +167,8 @@ TEST_F(LoopSystemCallsTest, SilentDescriptorsAddNoCall) {
     Crowd crowd(500);
     traced.loop.turn(0);
     mark();
-    for (int each = 0; each < TURNS; ++each) traced.loop.turn(0);
+    for (int each = 0; each < kTurns; ++each) traced.loop.turn(0);
     mark();
   });
-  EXPECT_EQ(TURNS, all());
+  EXPECT_EQ(kTurns, all());
 }

@@ -32,7 +32,7 @@ class LoopTurnTest : public LoopTest {
     return false;
   }
 
-  static bool waitUntilReadable(int fd) { return readable(fd, static_cast<int>(PATIENCE * 1000)); }
+  static bool waitUntilReadable(int fd) { return readable(fd, static_cast<int>(kPatience * 1000)); }
 
   std::string order;
 };

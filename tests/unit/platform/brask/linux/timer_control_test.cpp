@@ -57,7 +57,7 @@ TEST_F(TimerControlTest, NeverExpiresEarlyAndOnlyOnce) {
     TimerProbe timer;
     const auto start = Clock::now();
     timer.control->start(seconds);
-    EXPECT_TRUE(loop->turn(PATIENCE));
+    EXPECT_TRUE(loop->turn(kPatience));
     EXPECT_GE(secondsSince(start), seconds);
     EXPECT_FALSE(loop->turn(0.002));
     EXPECT_EQ(1, timer.timeouts);
@@ -100,7 +100,7 @@ TEST_F(TimerControlTest, StartMovesAnArmedTimerBothWays) {
   TimerProbe timer;
   timer.control->start(1000.0);
   timer.control->start(0.001);
-  EXPECT_TRUE(loop->turn(PATIENCE));
+  EXPECT_TRUE(loop->turn(kPatience));
   timer.control->start(0.0);
   timer.control->start(1000.0);
   EXPECT_FALSE(loop->turn(0));
@@ -295,7 +295,7 @@ TEST_F(TimerControlTest, AnEarlierTimerIsNotHeldUpByOneThatTheLoopHasWaitedFor) 
   later.control->start(1000.0);
   EXPECT_FALSE(loop->turn(0));
   earlier.control->start(0.001);
-  EXPECT_TRUE(loop->turn(PATIENCE));
+  EXPECT_TRUE(loop->turn(kPatience));
   EXPECT_EQ(1, earlier.timeouts);
   EXPECT_EQ(0, later.timeouts);
 }

@@ -47,10 +47,11 @@ function(zorbe_warnings target)
   endif()
 endfunction()
 
-# Every page that a round of the kick channel touches is one that a reader, woken among many,
-# has to find again: calls go straight through the table of addresses, which is filled when the
-# library is loaded and shares its page with the tables of virtual functions.
-function(zorbe_few_pages target)
+# Binds all symbols when the library is loaded and calls without a PLT. A round of the kick channel
+# then touches fewer pages, each of which a reader that is woken among many may find evicted from
+# the cache: calls read the global offset table, whose page also holds the tables of virtual
+# functions.
+function(zorbe_eager_binding target)
   target_compile_options(${target} PRIVATE -fno-plt)
   get_target_property(type ${target} TYPE)
   if(type STREQUAL "SHARED_LIBRARY")

@@ -30,15 +30,15 @@ std::string randomText(size_t size) {
 }
 
 void multiplyInAChain(benchmark::State& state) {
-  constexpr int links = 3000;
+  constexpr int kLinks = 3000;
   uint64_t factor = 3;
   benchmark::DoNotOptimize(factor);
   for (auto _ : state) {
     uint64_t product = 1;
-    for (int each = 0; each < links; ++each) product *= factor;
+    for (int each = 0; each < kLinks; ++each) product *= factor;
     benchmark::DoNotOptimize(product);
   }
-  state.SetBytesProcessed(state.iterations() * links * 3);
+  state.SetBytesProcessed(state.iterations() * kLinks * 3);
 }
 
 void hashString(benchmark::State& state) {
@@ -82,9 +82,9 @@ class Rates : public benchmark::BenchmarkReporter {
   std::map<std::string, std::vector<double>> samples_;
 };
 
-constexpr const char* library = "ipChecksumRange";
-constexpr const char* naive = "naive loop";
-constexpr const char* byHand = "by hand";
+constexpr const char* kLibrary = "ipChecksumRange";
+constexpr const char* kNaive = "naive loop";
+constexpr const char* kByHand = "by hand";
 
 void registerAll() {
   benchmark::RegisterBenchmark("chain", multiplyInAChain)->Arg(0);
@@ -93,10 +93,10 @@ void registerAll() {
     benchmark::RegisterBenchmark("hash(bytes)", hashBytes)->Arg(size);
   }
   for (const int size : {64, 4096, 1 << 20}) {
-    benchmark::RegisterBenchmark(naive, checksum, naiveChecksum)->Arg(size);
-    benchmark::RegisterBenchmark(library, checksum, Zorbe::Util::ipChecksumRange)->Arg(size);
+    benchmark::RegisterBenchmark(kNaive, checksum, naiveChecksum)->Arg(size);
+    benchmark::RegisterBenchmark(kLibrary, checksum, Zorbe::Util::ipChecksumRange)->Arg(size);
     if (const Checksum form = handVectorisedChecksum()) {
-      benchmark::RegisterBenchmark(byHand, checksum, form)->Arg(size);
+      benchmark::RegisterBenchmark(kByHand, checksum, form)->Arg(size);
     }
   }
 }
@@ -138,8 +138,8 @@ void reportHashes(Results& results, const Rates& rates, double gigahertz) {
 
 void reportChecksums(Results& results, const Rates& rates, double gigahertz) {
   for (const char* size : {"64", "4096", "1048576"}) {
-    const Spread base = spreadOf(rates.of(std::string(naive) + "/" + size));
-    for (const char* which : {naive, library, byHand}) {
+    const Spread base = spreadOf(rates.of(std::string(kNaive) + "/" + size));
+    for (const char* which : {kNaive, kLibrary, kByHand}) {
       const std::string name = std::string(which) + "/" + size;
       if (!rates.has(name)) continue;
       std::vector<double> ratios;
@@ -148,8 +148,8 @@ void reportChecksums(Results& results, const Rates& rates, double gigahertz) {
         ratios.push_back(rate / base.median);
         perCycle.push_back(rate / gigahertz);
       }
-      const bool goal = which == library && std::string(size) == "4096";
-      results.add({"codec-checksum", which, size, "GB/s", spreadOf(rates.of(name)), naive,
+      const bool goal = which == kLibrary && std::string(size) == "4096";
+      results.add({"codec-checksum", which, size, "GB/s", spreadOf(rates.of(name)), kNaive,
                    spreadOf(ratios), goal ? ">= 40 GB/s" : ""});
       results.add({"codec-cycles", which, size, "bytes a cycle", spreadOf(perCycle), "", {}, ""});
     }

@@ -23,9 +23,9 @@ std::atomic<long> freed{0};
 }  // namespace
 
 #ifdef BENCH_SANITIZED
-constexpr bool counts = false;
+constexpr bool kCounts = false;
 #else
-constexpr bool counts = true;
+constexpr bool kCounts = true;
 
 static void note() {
   count.fetch_add(1, std::memory_order_relaxed);
@@ -66,7 +66,7 @@ long releases() {
 }
 
 bool countsAllocations() {
-  return counts;
+  return kCounts;
 }
 
 }  // namespace Bench

@@ -119,8 +119,8 @@ pid_t startProgram(const std::string& path, const std::string& name,
 }
 
 void waitUntil(const std::string& what, const std::function<bool()>& reached) {
-  constexpr double patience = 20e9;  // nanoseconds
-  const double end = nanoseconds() + patience;
+  constexpr double kPatience = 20e9;  // nanoseconds
+  const double end = nanoseconds() + kPatience;
   while (!reached()) {
     if (nanoseconds() > end) throw std::runtime_error("waited in vain for " + what);
     static_cast<void>(::sched_yield());

@@ -11,7 +11,7 @@ namespace Bench {
 
 namespace {
 
-constexpr size_t fields = 13;
+constexpr size_t kFields = 13;
 
 std::vector<std::string> split(const std::string& line) {
   std::vector<std::string> parts(1);
@@ -45,7 +45,7 @@ std::vector<Row> readRows(std::istream& in) {
   std::vector<Row> rows;
   for (std::string line; std::getline(in, line);) {
     const std::vector<std::string> parts = split(line);
-    if (parts.size() != fields) throw std::runtime_error("not a row of results: " + line);
+    if (parts.size() != kFields) throw std::runtime_error("not a row of results: " + line);
     rows.push_back({parts[0], parts[1], parts[2], parts[3], spreadFrom(parts, 4), parts[7],
                     spreadFrom(parts, 8), parts[11]});
   }

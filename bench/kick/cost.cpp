@@ -81,13 +81,13 @@ void measureProcessorTime(Results& results) {
 }
 
 void measureAllocations(Results& results) {
-  constexpr int rounds = 1000;
+  constexpr int kRounds = 1000;
   for (const size_t readers : {1, 100}) {
     OneProcess both(readers);
     for (int each = 0; each < 10; ++each) both.round();
     const long before = allocations();
-    for (int each = 0; each < rounds; ++each) both.round();
-    const double perRound = static_cast<double>(allocations() - before) / rounds;
+    for (int each = 0; each < kRounds; ++each) both.round();
+    const double perRound = static_cast<double>(allocations() - before) / kRounds;
     results.add({"allocations",
                  "libZorbe, both sides",
                  std::to_string(readers),

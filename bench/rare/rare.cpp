@@ -17,11 +17,11 @@ namespace Bench {
 
 namespace {
 
-constexpr int crowd = 500;
-constexpr int descriptorsEach = 10;
+constexpr int kCrowd = 500;
+constexpr int kDescriptorsEach = 10;
 
 void liveInTheCrowd(std::atomic<int>& settled) {
-  for (int each = 0; each < descriptorsEach; ++each) check(::eventfd(0, EFD_CLOEXEC), "eventfd()");
+  for (int each = 0; each < kDescriptorsEach; ++each) check(::eventfd(0, EFD_CLOEXEC), "eventfd()");
   ++settled;
   ::pause();
 }
@@ -103,9 +103,9 @@ void run(Results& results) {
   measureOn(results, "quiet host", root);
   auto& settled = *shared<std::atomic<int>>();
   Children others;
-  for (int each = 0; each < crowd; ++each) others.start(-1, [&] { liveInTheCrowd(settled); });
+  for (int each = 0; each < kCrowd; ++each) others.start(-1, [&] { liveInTheCrowd(settled); });
   others.release();
-  while (settled < crowd) ::sched_yield();
+  while (settled < kCrowd) ::sched_yield();
   measureOn(results, "500 processes, 5,000 descriptors", root);
 }
 

@@ -10,11 +10,11 @@ namespace Bench {
 
 namespace {
 
-constexpr double labels = 250;  // width of the column of names, in pixels
-constexpr double bars = 380;
-constexpr double values = 210;
-constexpr double step = 22;
-constexpr double top = 40;
+constexpr double kLabels = 250;  // width of the column of names, in pixels
+constexpr double kBars = 380;
+constexpr double kValues = 210;
+constexpr double kStep = 22;
+constexpr double kTop = 40;
 
 std::string escaped(const std::string& text) {
   std::string result;
@@ -37,16 +37,16 @@ void writeText(std::ostream& out, double x, double y, const std::string& attribu
 }
 
 void writeBar(std::ostream& out, const Row& row, double y, double longest) {
-  const auto at = [&](double value) { return labels + bars * value / longest; };
+  const auto at = [&](double value) { return kLabels + kBars * value / longest; };
   const bool ours = row.subject == "libZorbe" || row.subject == "bundled loop" ||
                     row.subject == "ipChecksumRange";
-  writeText(out, labels - 8, y + 14, "text-anchor=\"end\"", row.subject + ", " + row.load);
-  out << "<rect x=\"" << labels << "\" y=\"" << y + 3 << "\" width=\""
-      << at(row.value.median) - labels << "\" height=\"" << step - 8 << "\" fill=\""
+  writeText(out, kLabels - 8, y + 14, "text-anchor=\"end\"", row.subject + ", " + row.load);
+  out << "<rect x=\"" << kLabels << "\" y=\"" << y + 3 << "\" width=\""
+      << at(row.value.median) - kLabels << "\" height=\"" << kStep - 8 << "\" fill=\""
       << (ours ? "#2a6f97" : "#a9b4bd") << "\"/>\n<path d=\"M" << at(row.value.low) << ' '
-      << y + step / 2 - 1 << "H" << std::min(at(row.value.high), labels + bars)
+      << y + kStep / 2 - 1 << "H" << std::min(at(row.value.high), kLabels + kBars)
       << "\" stroke=\"#333\" stroke-width=\"1.5\"/>\n";
-  writeText(out, labels + bars + 10, y + 14, "fill=\"#333\"", valueText(row));
+  writeText(out, kLabels + kBars + 10, y + 14, "fill=\"#333\"", valueText(row));
 }
 
 }  // namespace
@@ -54,16 +54,16 @@ void writeBar(std::ostream& out, const Row& row, double y, double longest) {
 std::string barPlot(const std::string& title, const std::vector<Row>& rows) {
   double longest = 1e-9;
   for (const Row& row : rows) longest = std::max(longest, row.value.median * 1.05);
-  const double height = top + step * static_cast<double>(rows.size()) + 10;
+  const double height = kTop + kStep * static_cast<double>(rows.size()) + 10;
   std::ostringstream out;
-  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << labels + bars + values
+  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kLabels + kBars + kValues
       << "\" height=\"" << height << "\" font-family=\"sans-serif\" font-size=\"12\">\n"
       << "<rect width=\"100%\" height=\"100%\" fill=\"#fff\"/>\n";
   writeText(out, 12, 22, "font-size=\"14\" font-weight=\"bold\"", title);
-  double y = top;
+  double y = kTop;
   for (const Row& row : rows) {
     writeBar(out, row, y, longest);
-    y += step;
+    y += kStep;
   }
   out << "</svg>\n";
   return out.str();

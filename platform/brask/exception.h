@@ -13,8 +13,8 @@ namespace Brask {
 /// Keeps the text that it was made with. Copyable, as thrown objects must be.
 class Exception : public std::exception {
  public:
-  /// `text` is what `what()` returns. The flag belongs to the framework, which
-  /// alone gives it a meaning; it is accepted and not looked at here.
+  /// `text` is what `what()` returns. Only the framework gives the flag a meaning; it is
+  /// ignored here.
   Exception(const std::string& text, bool /*flag*/) : text_(text) {}
 
   /// The text alone. Valid for as long as the exception is.

@@ -21,10 +21,10 @@ namespace Brask::Platform {
 /// given a reference to it.
 ///
 /// Either operation may throw. What it throws comes out of the library's operation that
-/// logs, with the calling thread in the network namespace that it was in before. That
-/// operation is not finished then: its object can be destroyed and is good for nothing
-/// else. A destructor drops std::bad_alloc together with the message; any other exception
-/// from the message of a destructor ends the process (std::terminate).
+/// logs, with the calling thread in the network namespace that it was in before. The
+/// operation is then unfinished: its object may only be destroyed. A destructor drops
+/// std::bad_alloc together with the message; any other exception from the message of a destructor
+/// ends the process (std::terminate).
 class DebugHandler {
  public:
   virtual ~DebugHandler() = default;
@@ -39,7 +39,7 @@ class DebugHandler {
   virtual void emit(std::ostringstream& message, int level) = 0;
 };
 
-/// Told about a watched descriptor.
+/// Receives the events of a watched descriptor.
 class FdEventHandler {
  public:
   virtual ~FdEventHandler() = default;
@@ -50,16 +50,16 @@ class FdEventHandler {
   virtual void fdEvent(int fd) = 0;
 };
 
-/// Told about an expired timer.
+/// Receives the expiry of a timer.
 class TimeoutHandler {
  public:
   virtual ~TimeoutHandler() = default;
 
-  /// The timer that was started has expired. It is not armed any more.
+  /// The timer has expired and is no longer armed.
   virtual void timeout() = 0;
 };
 
-/// Told about a watched path.
+/// Receives the events of a watched path.
 class InotifyHandler {
  public:
   virtual ~InotifyHandler() = default;
@@ -68,7 +68,7 @@ class InotifyHandler {
   /// (reported to every control that has a watch); `what` says why.
   virtual void inotifyError(const std::string& what) = 0;
 
-  /// The watched path is gone, and with it the watch. Reported once.
+  /// The watched path was removed, and with it the watch. Reported once.
   virtual void inotifyDeleted() = 0;
 
   /// Something that the mask asked for happened; `what` is the name of the
@@ -106,14 +106,14 @@ class TimerControl {
   virtual void cancel() = 0;
 };
 
-/// Watches one path with inotify(7). Deleting the control ends the watch. A control is
-/// given the events of its own mask that happen while it has the watch: none from before,
+/// Watches one path with inotify(7). Deleting the control ends the watch. A control receives
+/// the events of its own mask that happen while it has the watch, and none from before,
 /// regardless of other watchers of the same directory.
 ///
 /// The library has a control for a directory and one for an entry in it, and makes both
-/// again when they are removed. So the loop may spare a control the end of its directory, but
-/// only where the control's own mask reported the removal (IN_DELETE) of an entry that
-/// another control watches, and only if its path leads to a directory again, to which its
+/// again when they are removed. The loop may therefore spare a control the end of its
+/// directory, but only where the control's own mask reported the removal (IN_DELETE) of an entry
+/// that another control watches, and only if its path leads to a directory again, to which its
 /// watch then moves. In every other case the end is one `inotifyDeleted()`, also when moving
 /// fails; what the kernel refuses then is an `inotifyError` as well.
 class InotifyControl {
@@ -131,8 +131,8 @@ class InotifyControl {
   virtual std::string path() = 0;
 };
 
-/// Each hands out a new control bound to the handler. The caller owns the
-/// control and deletes it before the handler goes.
+/// Each hands out a new control bound to the handler. The caller owns the control and deletes
+/// it before the handler is destroyed.
 FdControl* getFdControl(FdEventHandler* handler);
 TimerControl* getTimerControl(TimeoutHandler* handler);
 InotifyControl* getInotifyControl(InotifyHandler* handler);

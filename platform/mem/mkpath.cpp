@@ -14,25 +14,25 @@
 namespace Mem {
 namespace {
 
-// How often to begin again when others make or remove parts of the same path.
+// How often to begin again when other processes make or remove parts of the same path.
 constexpr unsigned kAttempts = 1000;
 
-// What ends an attempt: `errno` is final, or begin again.
-enum class Step { done, failed, beginAgain };
+// How an attempt ends. After kFailed `errno` holds the reason.
+enum class Step { kDone, kFailed, kBeginAgain };
 
-enum class Found { directory, nothing, failure };
+enum class Found { kDirectory, kNothing, kFailure };
 
 Step fail(int error) {
   errno = error;
-  return Step::failed;
+  return Step::kFailed;
 }
 
 Found look(const std::string& path) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return errno == ENOENT ? Found::nothing : Found::failure;
-  if (S_ISDIR(status.st_mode)) return Found::directory;
+  if (stat(path.c_str(), &status) != 0) return errno == ENOENT ? Found::kNothing : Found::kFailure;
+  if (S_ISDIR(status.st_mode)) return Found::kDirectory;
   errno = ENOTDIR;
-  return Found::failure;
+  return Found::kFailure;
 }
 
 // Of a name that mkdir found taken and stat did not find: a link that leads nowhere is
@@ -40,21 +40,22 @@ Found look(const std::string& path) {
 Step explainTaken(const std::string& path) {
   struct stat status {};
   if (lstat(path.c_str(), &status) == 0) {
-    return S_ISLNK(status.st_mode) ? fail(ENOTDIR) : Step::beginAgain;
+    return S_ISLNK(status.st_mode) ? fail(ENOTDIR) : Step::kBeginAgain;
   }
-  return errno == ENOENT ? Step::beginAgain : Step::failed;
+  return errno == ENOENT ? Step::kBeginAgain : Step::kFailed;
 }
 
-// A directory that cannot be had is no failure when somebody else has made it.
+// A mkdir(2) that fails is no failure when another process has made the directory.
 Step afterFailedMkdir(const std::string& path, int error) {
   const Found found = look(path);
-  if (found == Found::directory) return Step::done;
-  if (error == EEXIST) return found == Found::nothing ? explainTaken(path) : Step::failed;
+  if (found == Found::kDirectory) return Step::kDone;
+  if (error == EEXIST) return found == Found::kNothing ? explainTaken(path) : Step::kFailed;
   errno = error;
-  return error == ENOENT ? Step::beginAgain : Step::failed;
+  return error == ENOENT ? Step::kBeginAgain : Step::kFailed;
 }
 
-// Closes what it is given and leaves errno alone.
+// The one owner of a descriptor, which keeps errno. mkpath is a library of its own and shares no
+// code with the event loop.
 class Directory {
  public:
   explicit Directory(int fd) : fd_(fd) {}
@@ -72,27 +73,27 @@ class Directory {
   int fd_;
 };
 
-// Ours may have been removed since we made it. What is there instead is not for us to change,
-// be it a link, a file, or another user's directory: the next attempt looks at it.
+// The new directory may have been removed and replaced. Its replacement (a link, a file, another
+// user's directory) is not changed: the next attempt looks at it.
 Step afterFailedOpen(int error) {
   const bool replaced = error == ENOENT || error == ENOTDIR || error == ELOOP;
   errno = error;
-  return replaced ? Step::beginAgain : Step::failed;
+  return replaced ? Step::kBeginAgain : Step::kFailed;
 }
 
 Step afterFailedChmod(int fd, int error) {
   struct stat status {};
   const bool replaced = error == EPERM && fstat(fd, &status) == 0 && status.st_uid != geteuid();
   errno = error;
-  return replaced ? Step::beginAgain : Step::failed;
+  return replaced ? Step::kBeginAgain : Step::kFailed;
 }
 
-// Where the umask has taken away the right to open it, the C library changes it by its name,
-// which it does not follow either, but for which it needs /proc.
+// The umask may have removed the right to open the directory. The C library then changes it by
+// its name, without following links; it needs /proc for that.
 Step changeClosed(int parent, const char* name, mode_t mode) {
-  if (fchmodat(parent, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return Step::done;
+  if (fchmodat(parent, name, mode, AT_SYMLINK_NOFOLLOW) == 0) return Step::kDone;
   const bool replaced = errno == ENOENT || errno == EPERM;
-  return replaced ? Step::beginAgain : Step::failed;
+  return replaced ? Step::kBeginAgain : Step::kFailed;
 }
 
 Step changeMode(int parent, const char* name, mode_t mode) {
@@ -100,10 +101,10 @@ Step changeMode(int parent, const char* name, mode_t mode) {
   if (made.fd() < 0 && errno == EACCES) return changeClosed(parent, name, mode);
   if (made.fd() < 0) return afterFailedOpen(errno);
   if (fchmod(made.fd(), mode) != 0) return afterFailedChmod(made.fd(), errno);
-  return Step::done;
+  return Step::kDone;
 }
 
-// The parent stays the same directory, even if its path leads elsewhere later.
+// Holds the parent open: it stays the same directory, even if its path leads elsewhere later.
 Step make(const std::string& path, mode_t mode) {
   const size_t slash = path.rfind('/');
   const std::string parentPath = slash == path.npos ? "." : path.substr(0, slash + 1);
@@ -127,25 +128,25 @@ std::vector<std::string> prefixes(const std::string& path) {
   }
 }
 
-// Looks upwards for what is there before it makes anything: mkdir on a directory that
-// exists need not say EEXIST (a read-only file system, a parent of somebody else's).
+// Finds the lowest existing directory before it makes any: mkdir(2) on a directory that exists
+// need not fail with EEXIST (a read-only file system, a parent of another user).
 Step attempt(const std::vector<std::string>& parts, mode_t mode) {
   size_t missing = parts.size();
   while (missing > 0) {
     const Found found = look(parts[missing - 1]);
-    if (found == Found::failure) return Step::failed;
-    if (found == Found::directory) break;
+    if (found == Found::kFailure) return Step::kFailed;
+    if (found == Found::kDirectory) break;
     --missing;
   }
   for (; missing < parts.size(); ++missing) {
     const Step step = make(parts[missing], mode);
-    if (step != Step::done) return step;
+    if (step != Step::kDone) return step;
   }
-  return Step::done;
+  return Step::kDone;
 }
 
-// Another maker's directory may be closed to us until its chmod, which follows its mkdir
-// at once. One that has not changed for longer is closed for good.
+// A directory that another process makes may be closed to this one until its chmod(2), which
+// follows its mkdir(2) at once. One that has not changed for longer stays closed.
 bool mayOpenSoon(const std::vector<std::string>& parts) {
   struct stat status {};
   auto part = parts.rbegin();
@@ -155,9 +156,9 @@ bool mayOpenSoon(const std::vector<std::string>& parts) {
   return std::abs(now.tv_sec - status.st_ctim.tv_sec) <= 1;
 }
 
-// True when the attempt that ended with `error` is worth repeating, which is to be now.
+// True when the attempt that ended with `error` is to be repeated, now.
 bool beginAgain(Step step, int error, const std::vector<std::string>& parts) {
-  if (step == Step::beginAgain) return sched_yield() == 0;
+  if (step == Step::kBeginAgain) return sched_yield() == 0;
   if (error != EACCES || !mayOpenSoon(parts)) return false;
   constexpr int kPauseMilliseconds = 1;
   return poll(nullptr, 0, kPauseMilliseconds) == 0 || errno == EINTR;
@@ -171,7 +172,7 @@ int mkpath(const std::string& path, unsigned mode) {
   const auto parts = prefixes(path);
   for (unsigned attempts = 1;; ++attempts) {
     const Step step = attempt(parts, static_cast<mode_t>(mode));
-    if (step == Step::done) return 0;
+    if (step == Step::kDone) return 0;
     const int error = errno;
     if (attempts == kAttempts || !beginAgain(step, error, parts)) return errno = error, -1;
   }

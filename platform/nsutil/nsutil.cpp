@@ -15,23 +15,24 @@ namespace {
 
 constexpr const char* kInitialNamespace = "/proc/1/ns/net";
 
-// Fixed in size, so that nothing here allocates and nothing can be thrown through C.
+// Of fixed size: nothing here allocates, and nothing is thrown through C.
 struct Path {
   char text[sizeof "/run/netns/" + NAME_MAX];
 };
 
 thread_local char tracebuffer[sizeof(Path) + 256] = "";
 
-// Always -1, with errno as `error` says.
+// Returns -1 with errno set to `error`.
 int fail(const char* call, const char* object, int error) {
   char buffer[128];
   const char* const reason = strerror_r(error, buffer, sizeof buffer);
-  (void)std::snprintf(tracebuffer, sizeof tracebuffer, "%s() %s: %s", call, object, reason);
+  static_cast<void>(
+      std::snprintf(tracebuffer, sizeof tracebuffer, "%s() %s: %s", call, object, reason));
   errno = error;
   return -1;
 }
 
-// One component of a path, and none that leads elsewhere: 0, or what is wrong with it.
+// Whether the name is one component of a path, and not "." or "..": 0, or an errno.
 int checkName(const char* name) {
   if (*name == '\0' || std::strchr(name, '/') != nullptr) return EINVAL;
   if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) return EINVAL;
@@ -42,12 +43,12 @@ int openNamespace(const char* path) {
   return open(path, O_RDONLY | O_CLOEXEC);
 }
 
-// The descriptor of the namespace, or -1 with errno set; `path` is what was opened last.
+// The descriptor of the namespace, or -1 with errno set. `path` receives the file opened last.
 int openByName(const char* name, Path& path) {
-  (void)std::snprintf(path.text, sizeof path.text, "/run/netns/%s", name);
+  static_cast<void>(std::snprintf(path.text, sizeof path.text, "/run/netns/%s", name));
   const int fd = openNamespace(path.text);
   if (fd >= 0 || errno != ENOENT || std::strcmp(name, "default") != 0) return fd;
-  (void)std::snprintf(path.text, sizeof path.text, "%s", kInitialNamespace);
+  static_cast<void>(std::snprintf(path.text, sizeof path.text, "%s", kInitialNamespace));
   return openNamespace(path.text);
 }
 
@@ -61,7 +62,7 @@ int setnsByName(const char* name, int nstype) {
   const int fd = openByName(name, path);
   if (fd < 0) return fail("open", path.text, errno);
   const int error = setns(fd, nstype) == 0 ? 0 : errno;
-  (void)close(fd);  // gone either way, and the thread has moved or stayed already
+  static_cast<void>(close(fd));  // closed either way; the thread has moved or stayed already
   return error == 0 ? 0 : fail("setns", path.text, error);
 }
 

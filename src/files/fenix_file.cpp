@@ -23,9 +23,9 @@ unsigned FenixFile::read(Brask::Platform::DebugHandler& handler, const std::stri
   // A long of 32 bits ends at the middle of the ids.
   const auto id = static_cast<unsigned>(std::strtoll(content.c_str(), nullptr, 10));
   if (id == 0) {
-    ZORBE_LOG(handler, milestone, "FenixFile::read() unable to read fenixId from " << file);
+    ZORBE_LOG(handler, kMilestone, "FenixFile::read() unable to read fenixId from " << file);
   } else {
-    ZORBE_LOG(handler, milestone, "FenixFile::read() read fenixId: " << id << " from " << file);
+    ZORBE_LOG(handler, kMilestone, "FenixFile::read() read fenixId: " << id << " from " << file);
   }
   return id;
 }

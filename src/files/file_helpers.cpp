@@ -16,11 +16,11 @@ namespace Zorbe::Util {
 
 namespace {
 
-constexpr mode_t openToAll = 0666;
+constexpr mode_t kOpenToAll = 0666;
 constexpr std::size_t kLargestRead = std::size_t{16} << 20;
 
-constexpr const char* tableFiles[] = {"slots", "conquer.1",  "conquer.2",          "buckets",
-                                      "fenix", "last-owner", "corruption-detected"};
+constexpr const char* kTableFiles[] = {"slots", "conquer.1",  "conquer.2",          "buckets",
+                                       "fenix", "last-owner", "corruption-detected"};
 
 // Why `fd` must not be read, as an errno, or 0: what is no file may block, or never end. A
 // directory's own refusal to be read says more.
@@ -68,7 +68,7 @@ std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& 
   if (file.get() < 0) {
     const int error = errno;
     if (reportOpenFailure) {
-      ZORBE_LOG(handler, step,
+      ZORBE_LOG(handler, kStep,
                 "Util::fileRead() unable to open file " << path << ": " << Log::reason(error));
     }
     return content;
@@ -76,9 +76,9 @@ std::string fileRead(Brask::Platform::DebugHandler& handler, const std::string& 
   const int unreadable = whyUnreadable(file.get());
   const int error = unreadable != 0 ? unreadable : readAll(file.get(), content);
   if (error == 0) {
-    ZORBE_LOG(handler, step, "Util::fileRead() read " << path << " '" << content << "'");
+    ZORBE_LOG(handler, kStep, "Util::fileRead() read " << path << " '" << content << "'");
   } else {
-    ZORBE_LOG(handler, notable,
+    ZORBE_LOG(handler, kNotable,
               "Util::fileRead() failed to read from " << path << " error: " << Log::reason(error));
   }
   return content;
@@ -94,7 +94,7 @@ void fileWrite(Brask::Platform::DebugHandler& handler, const std::string& path,
     const auto words = [&](std::ostream& text) {
       text << "Util::fileWrite() unable to write " << path << " reason: " << Log::reason(error);
     };
-    Log::write(handler, Log::failure, words);
+    Log::write(handler, Log::kFailure, words);
     if (!noThrow) {
       Brask::RuntimeException exception(Log::text(words));
       errno = error;  // callers tell a missing directory from other failures by it
@@ -103,25 +103,25 @@ void fileWrite(Brask::Platform::DebugHandler& handler, const std::string& path,
   }
   file << content << '\n' << std::flush;
   file.close();
-  if (::chmod(path.c_str(), openToAll) != 0) {
+  if (::chmod(path.c_str(), kOpenToAll) != 0) {
     const int error = errno;
-    ZORBE_LOG(handler, notable,
+    ZORBE_LOG(handler, kNotable,
               "Util::fileWrite chmod() " << path << " error: " << Log::reason(error));
   }
 }
 
 bool touch(Brask::Platform::DebugHandler& handler, const std::string& path) {
   const UmaskGuard everyBit(0);
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_APPEND, openToAll);
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CREAT | O_APPEND, kOpenToAll);
   if (fd < 0) {
     const int error = errno;
-    ZORBE_LOG(handler, failure,
+    ZORBE_LOG(handler, kFailure,
               "Util::touch() unable to open " << path << " reason: " << Log::reason(error));
     return false;
   }
   if (::close(fd) != 0) {
     const int error = errno;
-    ZORBE_LOG(handler, failure,
+    ZORBE_LOG(handler, kFailure,
               "Util::touch() unable to close fd:" << fd << " reason: " << Log::reason(error));
     return false;
   }
@@ -132,7 +132,7 @@ uint32_t memSize(Brask::Platform::DebugHandler& handler, const std::string& path
   struct stat status = {};
   if (::stat(path.c_str(), &status) == 0) return static_cast<uint32_t>(status.st_blocks) * 512;
   const int error = errno;
-  ZORBE_LOG(handler, failure, "Util::memSize() " << path << " failed: " << Log::reason(error));
+  ZORBE_LOG(handler, kFailure, "Util::memSize() " << path << " failed: " << Log::reason(error));
   return 0;
 }
 
@@ -149,11 +149,11 @@ void writeCorruptionFile(Brask::Platform::DebugHandler& handler, const std::stri
 
 bool isZorbeFile(Brask::Platform::DebugHandler& handler, const std::string& name) {
   bool matched = false;
-  for (const char* file : tableFiles) {
+  for (const char* file : kTableFiles) {
     matched = name == file;
     if (matched) break;
   }
-  ZORBE_LOG(handler, step, "Util::isZorbeFile() filename: " << name << " matched: " << matched);
+  ZORBE_LOG(handler, kStep, "Util::isZorbeFile() filename: " << name << " matched: " << matched);
   return matched;
 }
 

@@ -17,9 +17,9 @@ namespace Zorbe {
 
 namespace {
 
-constexpr const char* defaultBase = "/var/shmem/zorbes";
-constexpr const char* chrootBase = "zorbes";
-constexpr mode_t openToAll = 0777;
+constexpr const char* kDefaultBase = "/var/shmem/zorbes";
+constexpr const char* kChrootBase = "zorbes";
+constexpr mode_t kOpenToAll = 0777;
 
 struct Base {
   std::string path;
@@ -28,9 +28,10 @@ struct Base {
 
 Base chooseBase() {
   if (const char* root = std::getenv("SHMEM_ROOT")) return {root, false};
-  if (const char* suffix = std::getenv("NSPATH")) return {std::string(defaultBase) + suffix, false};
-  if (std::getenv("Q9_CHROOT") != nullptr) return {chrootBase, true};
-  return {defaultBase, false};
+  if (const char* suffix = std::getenv("NSPATH"))
+    return {std::string(kDefaultBase) + suffix, false};
+  if (std::getenv("Q9_CHROOT") != nullptr) return {kChrootBase, true};
+  return {kDefaultBase, false};
 }
 
 std::string append(std::string path, const std::string& name) {
@@ -53,20 +54,20 @@ std::string makeAbsolute(Brask::Platform::DebugHandler& handler, const std::stri
 // True when the directory is there and open to all. In chroot mode false when it could not
 // be created; otherwise that throws.
 bool createOpenToAll(Brask::Platform::DebugHandler& handler, const std::string& path, bool chroot) {
-  if (Mem::mkpath(path, openToAll) < 0) {
+  if (Mem::mkpath(path, kOpenToAll) < 0) {
     const int error = errno;
     if (error != EEXIST) {
       const std::string text =
           ZORBE_TEXT("RootPath::RootPath() mkpath() error " << path << ": " << Log::reason(error));
       if (!chroot) Log::fail<Brask::InvalidInitializeException>(handler, text);
-      ZORBE_LOG(handler, failure, text);
+      ZORBE_LOG(handler, kFailure, text);
       std::cerr << text << "\nTry running from a writable directory.\n";
       return false;
     }
   }
-  if (::chmod(path.c_str(), openToAll) != 0) {
+  if (::chmod(path.c_str(), kOpenToAll) != 0) {
     const int error = errno;
-    ZORBE_LOG(handler, failure,
+    ZORBE_LOG(handler, kFailure,
               "RootPath::RootPath() chmod() error " << path << ": " << Log::reason(error));
   }
   return true;
@@ -80,7 +81,7 @@ RootPath::RootPath(Brask::Platform::DebugHandler& debugHandler, const std::strin
   const Base base = chooseBase();
   path = makeAbsolute(*handler, append(base.path, name));
   if (create && !createOpenToAll(*handler, path, base.chroot)) return;
-  ZORBE_LOG(*handler, milestone, "RootPath::RootPath() rootpath is: " << path);
+  ZORBE_LOG(*handler, kMilestone, "RootPath::RootPath() rootpath is: " << path);
   initialized = true;
 }
 
@@ -98,23 +99,23 @@ std::string RootPath::fullPath(const std::string& file) const {
 void RootPath::removeFile(const std::string& file) {
   const std::string full = fullPath(file);
   if (::unlink(full.c_str()) == 0) {
-    ZORBE_LOG(*handler, routine, "RootPath::removeFile() removed file " << full);
+    ZORBE_LOG(*handler, kRoutine, "RootPath::removeFile() removed file " << full);
     return;
   }
   const int error = errno;
   if (error == ENOENT) return;
-  ZORBE_LOG(*handler, failure,
+  ZORBE_LOG(*handler, kFailure,
             "RootPath::removeFile() unlink() error " << full << ": " << Log::reason(error));
 }
 
 void RootPath::cleanup() {
   if (::rmdir(path.c_str()) == 0) {
-    ZORBE_LOG(*handler, routine, "RootPath::cleanup() directory " << path);
+    ZORBE_LOG(*handler, kRoutine, "RootPath::cleanup() directory " << path);
     return;
   }
   const int error = errno;
   if (error == ENOENT) return;
-  ZORBE_LOG(*handler, failure,
+  ZORBE_LOG(*handler, kFailure,
             "RootPath::cleanup() rmdir() error " << path << " reason: " << Log::reason(error));
 }
 

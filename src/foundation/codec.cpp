@@ -43,20 +43,20 @@ struct Sums {
 // The same in parts that do not wait for each other, for as many words as fill all lanes.
 // Returns where those end.
 const uint16_t* addLanes(Sums& sums, const uint16_t* begin, const uint16_t* end) {
-  constexpr std::ptrdiff_t lanes = 32;
-  if (end - begin < lanes) return begin;
-  uint16_t all[lanes] = {};
-  uint16_t negative[lanes] = {};
-  uint16_t signs[lanes] = {};
-  for (; end - begin >= lanes; begin += lanes) {
-    for (std::ptrdiff_t lane = 0; lane < lanes; ++lane) {
+  constexpr std::ptrdiff_t kLanes = 32;
+  if (end - begin < kLanes) return begin;
+  uint16_t all[kLanes] = {};
+  uint16_t negative[kLanes] = {};
+  uint16_t signs[kLanes] = {};
+  for (; end - begin >= kLanes; begin += kLanes) {
+    for (std::ptrdiff_t lane = 0; lane < kLanes; ++lane) {
       const uint16_t word = begin[lane];
       all[lane] = sum16(all[lane], word);
       negative[lane] = sum16(negative[lane], Sums::negativeOrZero(word));
       signs[lane] = static_cast<uint16_t>(signs[lane] ^ word);
     }
   }
-  for (std::ptrdiff_t lane = 0; lane < lanes; ++lane) {
+  for (std::ptrdiff_t lane = 0; lane < kLanes; ++lane) {
     sums.all = sum16(sums.all, all[lane]);
     sums.negative = sum16(sums.negative, negative[lane]);
     sums.signs = static_cast<uint16_t>(sums.signs ^ signs[lane]);

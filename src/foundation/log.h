@@ -2,7 +2,7 @@
 //
 // The one way in which the library logs, builds the texts of its exceptions, and fails.
 //
-//     ZORBE_LOG(*handler, step, "WriterKickSm::doKickSleepers() sleepingReaders: " << count);
+//     ZORBE_LOG(*handler, kStep, "WriterKickSm::doKickSleepers() sleepingReaders: " << count);
 //
 // The level is one of those below; what follows it is evaluated only when it is wanted. `errno`
 // may be changed by the handler: callers keep it in a variable, read right after the call
@@ -19,16 +19,23 @@
 
 namespace Zorbe::Log {
 
-constexpr int precision = 12;  // of floating-point numbers in messages
+constexpr int kPrecision = 12;  // of floating-point numbers in messages
 
-enum Level { failure = 0, notable = 1, milestone = 2, routine = 3, step = 5, item = 9 };
+enum Level {
+  kFailure = 0,
+  kNotable = 1,
+  kMilestone = 2,
+  kRoutine = 3,
+  kStep = 5,
+  kItem = 9,
+};
 
 /// A stream that writes numbers alike in every process: not as the client's global locale
 /// groups their digits.
 inline std::ostringstream freshStream() {
   std::ostringstream message;
   message.imbue(std::locale::classic());
-  message.precision(precision);
+  message.precision(kPrecision);
   return message;
 }
 
@@ -49,7 +56,7 @@ void write(Brask::Platform::DebugHandler& handler, int level, Words words) {
 /// For destructors, and wherever something has to be undone first: a message for which there
 /// is no memory is lost instead of throwing.
 template <typename Words>
-void writeOrLose(Brask::Platform::DebugHandler& handler, int level, Words words) {
+void writeNoexcept(Brask::Platform::DebugHandler& handler, int level, Words words) {
   try {
     write(handler, level, words);
   } catch (const std::bad_alloc&) {  // as lost as the message is whatever else could be done
@@ -88,7 +95,7 @@ inline CString reason(int error) {
 /// Throws an `Exception` after logging the same text as a failure.
 template <typename Exception>
 [[noreturn]] void fail(Brask::Platform::DebugHandler& handler, const std::string& text) {
-  write(handler, failure, [&](std::ostream& message) { message << text; });
+  write(handler, kFailure, [&](std::ostream& message) { message << text; });
   throw Exception(text);
 }
 
@@ -98,9 +105,9 @@ template <typename Exception>
   ::Zorbe::Log::write((handler), ::Zorbe::Log::level, \
                       [&](std::ostream& zorbeMessage) { zorbeMessage << words; })
 
-#define ZORBE_LOG_OR_LOSE(handler, level, words)            \
-  ::Zorbe::Log::writeOrLose((handler), ::Zorbe::Log::level, \
-                            [&](std::ostream& zorbeMessage) { zorbeMessage << words; })
+#define ZORBE_LOG_NOEXCEPT(handler, level, words)             \
+  ::Zorbe::Log::writeNoexcept((handler), ::Zorbe::Log::level, \
+                              [&](std::ostream& zorbeMessage) { zorbeMessage << words; })
 
 #define ZORBE_TEXT(words) \
   ::Zorbe::Log::text([&](std::ostream& zorbeMessage) { zorbeMessage << words; })

@@ -19,7 +19,8 @@ class UniqueFd {
   ~UniqueFd() {
     if (fd_ < 0) return;
     const int error = errno;
-    (void)::close(fd_);  // already failing: there is nobody to tell, and close is never retried
+    static_cast<void>(
+        ::close(fd_));  // already failing: there is nobody to tell, and close is never retried
     errno = error;
   }
 

@@ -12,10 +12,16 @@ namespace Zorbe {
 
 namespace {
 
-#define LOG_READER_DATA(level, words) \
-  ZORBE_LOG(*handler, level, "ReaderKickClientSm::handleReaderData() socket:" << fd << words)
+// The beginning of each message about a reader's reports.
+struct ReaderData {
+  int fd;
+};
 
-enum class Drained { reports, nothing, broken };
+std::ostream& operator<<(std::ostream& out, ReaderData data) {
+  return out << "ReaderKickClientSm::handleReaderData() socket:" << data.fd;
+}
+
+enum class Drained { kReports, kNothing, kBroken };
 
 // Reads the pending reports, as many as one event may; the last one stays in `report`. A
 // record that is too long arrives as its first 8 bytes: the socket drops the rest.
@@ -23,21 +29,23 @@ Drained drainReports(Brask::Platform::DebugHandler* handler, int fd, uint64_t& r
   unsigned numSeqs = 0;
   ssize_t received;
   while ((received = ::recv(fd, &report, sizeof report, 0)) == sizeof report) {
-    if (++numSeqs == kRecordsPerEvent) return Drained::reports;
+    if (++numSeqs == kRecordsPerEvent) return Drained::kReports;
   }
   const int error = errno;
-  if (received == 0) return Drained::broken;
+  if (received == 0) return Drained::kBroken;
   if (received > 0) {
-    LOG_READER_DATA(failure, " recv() bad length " << received << ", disconnecting reader");
-    return Drained::broken;
+    ZORBE_LOG(*handler, kFailure,
+              ReaderData{fd} << " recv() bad length " << received << ", disconnecting reader");
+    return Drained::kBroken;
   }
   if (error != EAGAIN) {
-    LOG_READER_DATA(failure, " recv() error: " << Log::reason(error));
-    return Drained::broken;
+    ZORBE_LOG(*handler, kFailure, ReaderData{fd} << " recv() error: " << Log::reason(error));
+    return Drained::kBroken;
   }
-  if (numSeqs > 0) return Drained::reports;
-  LOG_READER_DATA(notable, " numSeqs:" << numSeqs << ", ignoring spurious invocation");
-  return Drained::nothing;
+  if (numSeqs > 0) return Drained::kReports;
+  ZORBE_LOG(*handler, kNotable,
+            ReaderData{fd} << " numSeqs:" << numSeqs << ", ignoring spurious invocation");
+  return Drained::kNothing;
 }
 
 }  // namespace
@@ -49,15 +57,15 @@ ReaderKickClientSm::ReaderKickClientSm(Brask::Platform::DebugHandler& debugHandl
 }
 
 ReaderKickClientSm::~ReaderKickClientSm() {
-  ZORBE_LOG_OR_LOSE(*handler, step, "ReaderKickClientSm::~ReaderKickClientSm()");
+  ZORBE_LOG_NOEXCEPT(*handler, kStep, "ReaderKickClientSm::~ReaderKickClientSm()");
   if (!fdControl) return;
   const int fd = fdControl->fd();
-  ZORBE_LOG_OR_LOSE(*handler, step, "ReaderKickClientSm::~ReaderKickClientSm() socket:" << fd);
+  ZORBE_LOG_NOEXCEPT(*handler, kStep, "ReaderKickClientSm::~ReaderKickClientSm() socket:" << fd);
   if (fd >= 0 && ::close(fd) != 0) {
     const int error = errno;
-    ZORBE_LOG_OR_LOSE(*handler, failure,
-                      "ReaderKickClientSm::~ReaderKickClientSm() close() failed fd:"
-                          << fd << " " << Log::reason(error));
+    ZORBE_LOG_NOEXCEPT(*handler, kFailure,
+                       "ReaderKickClientSm::~ReaderKickClientSm() close() failed fd:"
+                           << fd << " " << Log::reason(error));
   }
   fdControl.reset();
 }
@@ -69,47 +77,51 @@ ReaderKickClientSm::~ReaderKickClientSm() {
 // Closing the connection destroys this object: nothing of it is touched afterwards.
 [[gnu::hot]] void ReaderKickClientSm::handleReaderData() {
   const int fd = fdControl->fd();
-  LOG_READER_DATA(step, "");
+  ZORBE_LOG(*handler, kStep, ReaderData{fd});
   uint64_t report = 0;
   const Drained drained = drainReports(handler, fd, report);
-  if (drained == Drained::nothing) return;
-  if (drained == Drained::broken) return owner->doCloseReaderConnection(fd, this);
+  if (drained == Drained::kNothing) return;
+  if (drained == Drained::kBroken) return owner->doCloseReaderConnection(fd, this);
 
   const uint64_t published = owner->writerSequence;
   if (report < sequence) {
-    LOG_READER_DATA(failure, " bad reader sequence:" << report << " previous sequence:" << sequence
-                                                     << ", disconnecting reader");
+    ZORBE_LOG(*handler, kFailure,
+              ReaderData{fd} << " bad reader sequence:" << report
+                             << " previous sequence:" << sequence << ", disconnecting reader");
     return owner->doCloseReaderConnection(fd, this);
   }
   sequence = report;
-  LOG_READER_DATA(step, " reader sequence:" << report << " writer sequence:" << published);
+  ZORBE_LOG(*handler, kStep,
+            ReaderData{fd} << " reader sequence:" << report << " writer sequence:" << published);
   if (report > published) {
-    LOG_READER_DATA(failure, " bad reader sequence:" << report << " writer sequence:" << published);
+    ZORBE_LOG(
+        *handler, kFailure,
+        ReaderData{fd} << " bad reader sequence:" << report << " writer sequence:" << published);
     return owner->doCloseReaderConnection(fd, this);
   }
 
   if (report == published) {
-    LOG_READER_DATA(step, " adding sleeping reader");
+    ZORBE_LOG(*handler, kStep, ReaderData{fd} << " adding sleeping reader");
     owner->sleepingReaders[fd] = this;
     if (acknowledged) return;
   } else {
-    LOG_READER_DATA(step, " kicking");
+    ZORBE_LOG(*handler, kStep, ReaderData{fd} << " kicking");
   }
   kick();
   if (acknowledged) return;
-  LOG_READER_DATA(step, " acknowledged reader sequence");
+  ZORBE_LOG(*handler, kStep, ReaderData{fd} << " acknowledged reader sequence");
   acknowledged = true;
 }
 
 [[gnu::hot]] void ReaderKickClientSm::kick() {
   const int fd = fdControl->fd();
-  ZORBE_LOG(*handler, step, "ReaderKickClientSm::kick() socket:" << fd);
+  ZORBE_LOG(*handler, kStep, "ReaderKickClientSm::kick() socket:" << fd);
   if (::send(fd, "#", 1, 0) >= 1) {
     ++owner->kickCount;
     return;
   }
   const int error = errno;
-  ZORBE_LOG(*handler, failure,
+  ZORBE_LOG(*handler, kFailure,
             "ReaderKickClientSm::kick() socket:" << fd << " send() " << Log::reason(error));
 }
 

@@ -15,14 +15,14 @@ namespace Zorbe {
 
 namespace {
 
-constexpr const char* connecting = "ReaderKickSm::doConnect()";
-constexpr std::size_t kicksAtOnce = 32;
+constexpr const char* kConnecting = "ReaderKickSm::doConnect()";
+constexpr std::size_t kKicksAtOnce = 32;
 
 // Reads the pending kicks, as many records as one event may, and counts them. Returns what
 // ended it: 0 when the writer has closed the connection, else an errno, EAGAIN when there are
 // no more or the rest is left to the next event.
 int drainKicks(int fd, std::size_t& kicks) {
-  char buffer[kicksAtOnce];
+  char buffer[kKicksAtOnce];
   unsigned records = 0;
   ssize_t received;
   while ((received = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
@@ -41,12 +41,12 @@ ReaderKickSm::ReaderKickSm(Brask::Platform::DebugHandler& debugHandler, const Ro
       timerControl(Brask::Platform::getTimerControl(this)),
       fdControl(Brask::Platform::getFdControl(this)),
       counters(readerCounters) {
-  ZORBE_LOG(*handler, step, "ReaderKickSm::ReaderKickSm() " << rootPath);
+  ZORBE_LOG(*handler, kStep, "ReaderKickSm::ReaderKickSm() " << rootPath);
   initialized = true;
 }
 
 ReaderKickSm::~ReaderKickSm() {
-  ZORBE_LOG_OR_LOSE(*handler, step, "ReaderKickSm::~ReaderKickSm()");
+  ZORBE_LOG_NOEXCEPT(*handler, kStep, "ReaderKickSm::~ReaderKickSm()");
   if (fdControl && fdControl->fd() >= 0) {
     closeWriterConnection(*handler, "ReaderKickSm::~ReaderKickSm()", fdControl->fd(), rootPath);
   }
@@ -55,44 +55,45 @@ ReaderKickSm::~ReaderKickSm() {
 }
 
 void ReaderKickSm::timeout() {
-  ZORBE_LOG(*handler, step, "ReaderKickSm::timeout() " << fdControl->fd());
+  ZORBE_LOG(*handler, kStep, "ReaderKickSm::timeout() " << fdControl->fd());
   doConquer();
 }
 
 [[gnu::hot]] void ReaderKickSm::fdEvent(int /*fd*/) {
-  ZORBE_LOG(*handler, step, "ReaderKickSm::fdEvent() " << fdControl->fd());
+  ZORBE_LOG(*handler, kStep, "ReaderKickSm::fdEvent() " << fdControl->fd());
   handleKickFromWriter();
 }
 
 void ReaderKickSm::doConnect() {
-  ZORBE_LOG(*handler, step, "ReaderKickSm::doConnect()");
+  ZORBE_LOG(*handler, kStep, "ReaderKickSm::doConnect()");
   if (!initialized || connected) return;
-  UniqueFd fd(openWriterConnection(*handler, connecting, rootPath, " "));
+  UniqueFd fd(openWriterConnection(*handler, kConnecting, rootPath, " "));
   if (const int error = connectToWriter(*handler, fd.get(), rootPath)) {
-    ZORBE_LOG(*handler, failure,
-              connecting << " connect() socket:" << fd.get() << " " << rootPath
-                         << " failed: " << Log::reason(error));
-    closeWriterConnection(*handler, connecting, fd.release(), rootPath);
+    ZORBE_LOG(*handler, kFailure,
+              kConnecting << " connect() socket:" << fd.get() << " " << rootPath
+                          << " failed: " << Log::reason(error));
+    closeWriterConnection(*handler, kConnecting, fd.release(), rootPath);
     return;
   }
   fdControl->watch(fd.get());
-  (void)fd.release();  // closed by doCloseWriterConnection or the destructor from here on
+  static_cast<void>(
+      fd.release());  // closed by doCloseWriterConnection or the destructor from here on
   connected = true;
   writerConnectionChanged();
-  ZORBE_LOG(*handler, step,
-            connecting << " socket:" << fdControl->fd() << " connected to " << rootPath);
+  ZORBE_LOG(*handler, kStep,
+            kConnecting << " socket:" << fdControl->fd() << " connected to " << rootPath);
 }
 
 void ReaderKickSm::doCloseWriterConnection(bool detaching) {
   const int fd = fdControl->fd();
   ZORBE_LOG(
-      *handler, notable,
+      *handler, kNotable,
       "ReaderKickSm::doCloseWriterConnection() closing: " << fd << " detaching: " << detaching);
   if (::close(fd) != 0) {
     const int error = errno;
-    ZORBE_LOG_OR_LOSE(*handler, failure,
-                      "ReaderKickSm::doCloseWriterConnection() error closing: "
-                          << fd << " " << Log::reason(error));
+    ZORBE_LOG_NOEXCEPT(*handler, kFailure,
+                       "ReaderKickSm::doCloseWriterConnection() error closing: "
+                           << fd << " " << Log::reason(error));
   }
   fdControl->unwatch();
   connected = false;
@@ -101,7 +102,7 @@ void ReaderKickSm::doCloseWriterConnection(bool detaching) {
 }
 
 [[gnu::hot]] void ReaderKickSm::handleKickFromWriter() {
-  ZORBE_LOG(*handler, item,
+  ZORBE_LOG(*handler, kItem,
             "ReaderKickSm::handleKickFromWriter() initialized:"
                 << initialized << " enabled:" << enabled << " ack:" << acknowledged);
   if (!initialized || !enabled) return;
@@ -109,13 +110,13 @@ void ReaderKickSm::doCloseWriterConnection(bool detaching) {
   const int ended = drainKicks(fdControl->fd(), kicks);
   if (ended != EAGAIN) {
     if (ended != 0) {
-      ZORBE_LOG(*handler, failure,
+      ZORBE_LOG(*handler, kFailure,
                 "ReaderKickSm::handleKickFromWriter() recv() error: " << Log::reason(ended));
     }
     doCloseWriterConnection(false);
     return;
   }
-  ZORBE_LOG(*handler, step, "ReaderKickSm::handleKickFromWriter() read " << kicks << " kicks");
+  ZORBE_LOG(*handler, kStep, "ReaderKickSm::handleKickFromWriter() read " << kicks << " kicks");
   if (kicks == 0) return;
   ++counters.conquerKicks;
   if (!acknowledged) {
@@ -127,12 +128,12 @@ void ReaderKickSm::doCloseWriterConnection(bool detaching) {
 }
 
 [[gnu::hot]] void ReaderKickSm::doConquer() {
-  ZORBE_LOG(*handler, item,
+  ZORBE_LOG(*handler, kItem,
             "ReaderKickSm::doConquer() initialized:" << initialized << " enabled:" << enabled
                                                      << " ack:" << acknowledged);
   if (!initialized || !enabled || !acknowledged) return;
   if (notificationsDisabled) {
-    ZORBE_LOG(*handler, notable, "ReaderKickSm::doConquer() notifications temporarily disabled");
+    ZORBE_LOG(*handler, kNotable, "ReaderKickSm::doConquer() notifications temporarily disabled");
     return;
   }
   try {
@@ -144,12 +145,12 @@ void ReaderKickSm::doCloseWriterConnection(bool detaching) {
     sendSequence(sequence);
     timerControl->cancel();
   } catch (const CorruptionDetectedException& corruption) {
-    ZORBE_LOG(*handler, failure, "ReaderKickSm::doConquer exception caught: " << corruption.msg());
+    ZORBE_LOG(*handler, kFailure, "ReaderKickSm::doConquer exception caught: " << corruption.msg());
   }
 }
 
 [[gnu::hot]] void ReaderKickSm::sendSequence(const uint64_t& sequence) {
-  ZORBE_LOG(*handler, step, "ReaderKickSm::sendSequence() at sequence " << sequence);
+  ZORBE_LOG(*handler, kStep, "ReaderKickSm::sendSequence() at sequence " << sequence);
   if (!initialized || !connected) return;
   if (sequence < sentSequence) {
     throw Brask::RuntimeException(ZORBE_TEXT("ReaderKickSm::sendSequence() sending sequence:"
@@ -163,15 +164,15 @@ void ReaderKickSm::doCloseWriterConnection(bool detaching) {
   if (sent == sizeof sequence) return;
   if (sent < 0) {
     ZORBE_LOG(
-        *handler, failure,
+        *handler, kFailure,
         "ReaderKickSm::sendSequence() send() socket:" << fd << " failed: " << Log::reason(error));
   } else {
-    ZORBE_LOG(*handler, failure, "ReaderKickSm::sendSequence() only sent " << sent << " bytes!!!");
+    ZORBE_LOG(*handler, kFailure, "ReaderKickSm::sendSequence() only sent " << sent << " bytes!!!");
   }
 }
 
 void ReaderKickSm::notifying(bool on) {
-  ZORBE_LOG(*handler, step, "ReaderKickSm::notifying() notifying: " << on);
+  ZORBE_LOG(*handler, kStep, "ReaderKickSm::notifying() notifying: " << on);
   if (!on) {
     notificationsDisabled = true;
     timerControl->cancel();

@@ -17,8 +17,8 @@ namespace Zorbe {
 
 namespace {
 
-constexpr int backlog = 5;
-constexpr double reconnectSeconds = 30.0;
+constexpr int kBacklog = 5;
+constexpr double kReconnectSeconds = 30.0;
 
 }  // namespace
 
@@ -41,11 +41,11 @@ void WriterKickSm::fdEvent(int /*fd*/) {
 
 void WriterKickSm::createKickSocket() {
   if (!local) {
-    ZORBE_LOG(*handler, step, "WriterKickSm::createKickSocket() creating socket");
+    ZORBE_LOG(*handler, kStep, "WriterKickSm::createKickSocket() creating socket");
     kickSocket = Util::acquireWriterLock(*handler, rootPath);
   }
   kickSocketCreated = true;
-  ZORBE_LOG(*handler, routine,
+  ZORBE_LOG(*handler, kRoutine,
             "WriterKickSm::createKickSocket() success " << rootPath << " local:" << local);
 }
 
@@ -54,10 +54,10 @@ void WriterKickSm::doEnableListen() {
     throw Brask::RuntimeException("WriterKickSm::doEnableListen() no socket");
   }
   if (local) return;
-  ZORBE_LOG(*handler, milestone, "WriterKickSm::doEnableListen() enabling socket " << rootPath);
-  if (::listen(kickSocket, backlog) != 0) {
+  ZORBE_LOG(*handler, kMilestone, "WriterKickSm::doEnableListen() enabling socket " << rootPath);
+  if (::listen(kickSocket, kBacklog) != 0) {
     const int error = errno;
-    ZORBE_LOG(*handler, failure,
+    ZORBE_LOG(*handler, kFailure,
               "WriterKickSm::doEnableListen() listen() failed "
                   << rootPath << " error: " << Log::reason(error));
     throw Brask::RuntimeException("WriterKickSm::doEnableListen() listen() failed ");
@@ -66,34 +66,34 @@ void WriterKickSm::doEnableListen() {
   listenControl->watch(kickSocket);
   if (expectReconnects() != 0) {
     reconnectTimer.reset(Brask::Platform::getTimerControl(this));
-    reconnectTimer->start(reconnectSeconds);
+    reconnectTimer->start(kReconnectSeconds);
   }
 }
 
 void WriterKickSm::handleReaderConnection() {
-  ZORBE_LOG(*handler, step, "WriterKickSm::handleReaderConnection() ");
+  ZORBE_LOG(*handler, kStep, "WriterKickSm::handleReaderConnection() ");
   const int listening = listenControl ? listenControl->fd() : -1;
   sockaddr_un peer;
   socklen_t length = sizeof peer;
   UniqueFd accepted(::accept(listening, reinterpret_cast<sockaddr*>(&peer), &length));
   if (accepted.get() < 0) {
     const int error = errno;
-    ZORBE_LOG(*handler, failure,
+    ZORBE_LOG(*handler, kFailure,
               "WriterKickSm::handleReaderConnection() accept() sd:" << listening << " "
                                                                     << Log::reason(error));
     return;
   }
   const int fd = accepted.get();
-  ZORBE_LOG(*handler, step, "WriterKickSm::handleReaderConnection() accepted socket:" << fd);
+  ZORBE_LOG(*handler, kStep, "WriterKickSm::handleReaderConnection() accepted socket:" << fd);
   auto client = std::make_unique<ReaderKickClientSm>(*handler, this, fd);
-  (void)accepted.release();  // the client closes it from here on
+  static_cast<void>(accepted.release());  // the client closes it from here on
   readers[fd] = client.get();
-  (void)client.release();  // the map owns it from here on
+  static_cast<void>(client.release());  // the map owns it from here on
   readersChanged();
 }
 
 void WriterKickSm::handleReaderConnectionTimeout() {
-  ZORBE_LOG(*handler, notable,
+  ZORBE_LOG(*handler, kNotable,
             "WriterKickSm::handleReaderConnectionTimeout() timed out waiting "
             "for all previously connected readers to reconnect");
   if (reconnectTimer) reconnectTimer->cancel();
@@ -102,9 +102,9 @@ void WriterKickSm::handleReaderConnectionTimeout() {
 }
 
 [[gnu::hot]] void WriterKickSm::doKickSleepers() {
-  ZORBE_LOG(*handler, item, "WriterKickSm::doKickSleepers() " << rootPath);
+  ZORBE_LOG(*handler, kItem, "WriterKickSm::doKickSleepers() " << rootPath);
   if (sleepingReaders.empty()) return;
-  ZORBE_LOG(*handler, step,
+  ZORBE_LOG(*handler, kStep,
             "WriterKickSm::doKickSleepers() sleepingReaders: " << sleepingReaders.size());
   for (const auto& [fd, client] : sleepingReaders) client->kick();
   sleepingReaders.clear();
@@ -116,12 +116,12 @@ uint64_t WriterKickSm::lowestSequence() const {
     lowest = std::min(lowest, client->sequence);
     if (lowest == 0) break;
   }
-  ZORBE_LOG(*handler, item, "WriterKickSm::lowestSequence(): " << lowest);
+  ZORBE_LOG(*handler, kItem, "WriterKickSm::lowestSequence(): " << lowest);
   return lowest;
 }
 
 void WriterKickSm::doCloseReaderConnection(int fd, ReaderKickClientSm* client) {
-  ZORBE_LOG(*handler, step, "WriterKickSm::doCloseReaderConnection() socket:" << fd);
+  ZORBE_LOG(*handler, kStep, "WriterKickSm::doCloseReaderConnection() socket:" << fd);
   readers.erase(fd);
   sleepingReaders.erase(fd);
   delete client;
@@ -129,12 +129,12 @@ void WriterKickSm::doCloseReaderConnection(int fd, ReaderKickClientSm* client) {
 }
 
 void WriterKickSm::deleteKickSocket() {
-  ZORBE_LOG_OR_LOSE(*handler, step, "WriterKickSm::deleteKickSocket() called fd:" << kickSocket);
+  ZORBE_LOG_NOEXCEPT(*handler, kStep, "WriterKickSm::deleteKickSocket() called fd:" << kickSocket);
   if (kickSocket >= 0 && ::close(kickSocket) != 0) {
     const int error = errno;
-    ZORBE_LOG_OR_LOSE(*handler, failure,
-                      "WriterKickSm::deleteKickSocket() close() failed fd:" << kickSocket << " "
-                                                                            << Log::reason(error));
+    ZORBE_LOG_NOEXCEPT(*handler, kFailure,
+                       "WriterKickSm::deleteKickSocket() close() failed fd:" << kickSocket << " "
+                                                                             << Log::reason(error));
   }
   kickSocket = -1;
   listenControl.reset();

@@ -16,13 +16,13 @@ MounterSm::MounterSm(Brask::Platform::DebugHandler& debugHandler, const std::str
       rootPath(debugHandler, name, true),
       parent(debugHandler, this, rootPath.path) {
   if (!rootPath.initialized) {
-    ZORBE_LOG(*handler, notable,
+    ZORBE_LOG(*handler, kNotable,
               "MounterSm::MounterSm() failed to initialize rootPath: " << rootPath.path);
     return;
   }
   control->addWatch(rootPath.path, MOUNTER_DEFAULT_MASK);
   watching = true;
-  ZORBE_LOG(*handler, milestone, "MounterSm::MounterSm() successfully initialized");
+  ZORBE_LOG(*handler, kMilestone, "MounterSm::MounterSm() successfully initialized");
 }
 
 MounterSm::~MounterSm() = default;
@@ -38,7 +38,7 @@ void MounterSm::inotifyChanged(const std::string& what) {
 void MounterSm::inotifyDeleted() {
   rootPath = RootPath(*handler, name, true);
   if (!rootPath.initialized) {
-    ZORBE_LOG(*handler, notable,
+    ZORBE_LOG(*handler, kNotable,
               "MounterSm::inotifyDeleted() failed to initialize rootPath: " << rootPath.path);
     return;
   }

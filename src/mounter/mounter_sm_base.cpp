@@ -10,10 +10,10 @@ MounterSmBase::MounterSmBase(Brask::Platform::DebugHandler& debugHandler)
     : Debuggable(debugHandler), control(Brask::Platform::getInotifyControl(this)) {}
 
 MounterSmBase::~MounterSmBase() {
-  ZORBE_LOG_OR_LOSE(*handler, step, "MounterSmBase::~MounterSmBase()");
+  ZORBE_LOG_NOEXCEPT(*handler, kStep, "MounterSmBase::~MounterSmBase()");
   if (control) {
-    ZORBE_LOG_OR_LOSE(*handler, step,
-                      "MounterSmBase::~MounterSmBase() deleting watch:" << control->path());
+    ZORBE_LOG_NOEXCEPT(*handler, kStep,
+                       "MounterSmBase::~MounterSmBase() deleting watch:" << control->path());
     control.reset();
   }
   lastStore(watching, false);

@@ -25,7 +25,7 @@ ParentMounterSm::ParentMounterSm(Brask::Platform::DebugHandler& debugHandler,
   childName = path.substr(slash + 1, end - slash);
   control->addWatch(parentPath, PARENT_MASK);
   watching = true;
-  ZORBE_LOG(*handler, step,
+  ZORBE_LOG(*handler, kStep,
             "ParentMounterSm::ParentMounterSm() successfully initialized with path:"
                 << parentPath << " and child name: " << childName);
 }
@@ -33,7 +33,7 @@ ParentMounterSm::ParentMounterSm(Brask::Platform::DebugHandler& debugHandler,
 ParentMounterSm::~ParentMounterSm() = default;
 
 void ParentMounterSm::inotifyChanged(const std::string& what) {
-  ZORBE_LOG(*handler, step,
+  ZORBE_LOG(*handler, kStep,
             "ParentMounterSm::inotifyChanged() what: " << what << " childName: " << childName);
   if (what != childName) return;
   child->inotifyDeleted();
@@ -41,7 +41,7 @@ void ParentMounterSm::inotifyChanged(const std::string& what) {
 }
 
 void ParentMounterSm::inotifyError(const std::string& what) {
-  ZORBE_LOG(*handler, failure,
+  ZORBE_LOG(*handler, kFailure,
             "ParentMounterSm::inotifyError() received error: " << what << ", notifying child");
   child->inotifyError(what);
 }

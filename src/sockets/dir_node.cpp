@@ -22,29 +22,29 @@ bool isExpected(int error) {
 DirNode::DirNode(Brask::Platform::DebugHandler& debugHandler, std::shared_ptr<DirNode> linkedNode,
                  const std::string& directory)
     : Debuggable(debugHandler), linked(std::move(linkedNode)), path(directory) {
-  ZORBE_LOG(*handler, item, "DirNode::DirNode() path: " << path);
+  ZORBE_LOG(*handler, kItem, "DirNode::DirNode() path: " << path);
   stream = ::opendir(path.c_str());
   if (stream != nullptr) return;
   const int error = errno;
   const auto words = [&](std::ostream& message) {
     message << "DirNode::DirNode() failed to open " << path << " errno: " << Log::reason(error);
   };
-  Log::write(*handler, isExpected(error) ? Log::step : Log::notable, words);
+  Log::write(*handler, isExpected(error) ? Log::kStep : Log::kNotable, words);
 }
 
 DirNode::~DirNode() {
-  ZORBE_LOG_OR_LOSE(*handler, item, "DirNode::~DirNode() path: " << path);
+  ZORBE_LOG_NOEXCEPT(*handler, kItem, "DirNode::~DirNode() path: " << path);
   if (stream == nullptr || ::closedir(stream) == 0) return;
   const int error = errno;
-  ZORBE_LOG_OR_LOSE(
-      *handler, notable,
+  ZORBE_LOG_NOEXCEPT(
+      *handler, kNotable,
       "DirNode::~DirNode() failed to close " << path << " errno: " << Log::reason(error));
 }
 
 const dirent* DirNode::readEntry() {
-  ZORBE_LOG(*handler, item, "DirNode::readEntry() path: " << path);
+  ZORBE_LOG(*handler, kItem, "DirNode::readEntry() path: " << path);
   if (stream == nullptr) {
-    ZORBE_LOG(*handler, step,
+    ZORBE_LOG(*handler, kStep,
               "DirNode::readEntry() cannot read " << path << " because the directory is not open");
     return nullptr;
   }

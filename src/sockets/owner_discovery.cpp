@@ -34,11 +34,11 @@ bool isSocketWithInode(DebugHandler& handler, const std::string& path, uint64_t 
   struct stat status = {};
   if (::stat(path.c_str(), &status) != 0) {
     const int error = errno;
-    ZORBE_LOG(handler, notable, "Util::readOwnerPid() stat failed: " << Log::reason(error));
+    ZORBE_LOG(handler, kNotable, "Util::readOwnerPid() stat failed: " << Log::reason(error));
     return false;
   }
   if (!S_ISSOCK(status.st_mode)) return false;
-  ZORBE_LOG(handler, step,
+  ZORBE_LOG(handler, kStep,
             "Util::readOwnerPid() socket " << path << "'s inode is: " << status.st_ino);
   return status.st_ino == inode;
 }
@@ -49,10 +49,10 @@ unsigned int pidOf(DebugHandler& handler, const std::string& entry) {
                        : static_cast<unsigned int>(std::strtoul(entry.c_str(), nullptr, 10));
   if (pid == 0) {
     ZORBE_LOG(
-        handler, notable,
+        handler, kNotable,
         "Util::readOwnerPid() could not convert  pid directory string \"" << entry << "\" to U32");
   }
-  ZORBE_LOG(handler, step, "Util::readOwnerPid() found owner pid: " << pid);
+  ZORBE_LOG(handler, kStep, "Util::readOwnerPid() found owner pid: " << pid);
   return pid;
 }
 
@@ -65,7 +65,7 @@ unsigned int scanDescriptors(DebugHandler& handler, const std::string& entry, ui
     const dirent* const descriptor = descriptors.readEntry();
     if (descriptor == nullptr) break;
     const std::string path = directory + "/" + descriptor->d_name;
-    ZORBE_LOG(handler, item, "Util::readOwnerPid() reading entry " << path);
+    ZORBE_LOG(handler, kItem, "Util::readOwnerPid() reading entry " << path);
     if (isSocketWithInode(handler, path, inode)) pid = pidOf(handler, entry);
   }
   return pid;
@@ -89,11 +89,11 @@ unsigned int holderOfLine(DebugHandler& handler, const std::string& line,
   const std::string token = inodeToken(line);
   const uint64_t inode = std::strtoull(token.c_str(), nullptr, 10);
   if (inode == 0) {
-    ZORBE_LOG(handler, notable,
+    ZORBE_LOG(handler, kNotable,
               "Util::readOwnerPid() Couldn't convert inode token \"" << token << "\" to U32.");
     return 0;
   }
-  ZORBE_LOG(handler, step, "Util::readOwnerPid() sockInode = " << inode);
+  ZORBE_LOG(handler, kStep, "Util::readOwnerPid() sockInode = " << inode);
   return scanProcesses(handler, inode);
 }
 
@@ -114,7 +114,7 @@ unsigned int readOwnerPid(DebugHandler& handler, const std::string& socketName,
     std::string line;
     while (sockets.good() && pid == 0) {
       std::getline(sockets, line);  // the read that meets the end of the file leaves it empty
-      ZORBE_LOG(handler, step, "Util::readOwnerPid() " << line);
+      ZORBE_LOG(handler, kStep, "Util::readOwnerPid() " << line);
       pid = holderOfLine(handler, line, abstractName);
     }
   }
@@ -127,7 +127,7 @@ std::string readOwner(DebugHandler& handler, unsigned int pid) {
   const ssize_t length = ::readlink(procFile(pid, "exe").c_str(), target, sizeof target - 1);
   if (length <= 0) return {};
   std::string owner(target, static_cast<std::size_t>(length));
-  ZORBE_LOG(handler, step, "Util::readOwner() ownerStr: " << owner);
+  ZORBE_LOG(handler, kStep, "Util::readOwner() ownerStr: " << owner);
   return owner;
 }
 

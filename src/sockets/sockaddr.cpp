@@ -13,8 +13,8 @@ namespace Zorbe {
 
 namespace {
 
-constexpr std::size_t pathOffset = offsetof(sockaddr_un, sun_path);
-constexpr std::size_t longestName = sizeof(sockaddr_un) - pathOffset - 2;  // 106
+constexpr std::size_t kPathOffset = offsetof(sockaddr_un, sun_path);
+constexpr std::size_t kLongestName = sizeof(sockaddr_un) - kPathOffset - 2;  // 106
 
 std::string baseName(const std::string& name) {
   return name.substr(name.rfind('/') + 1);
@@ -30,7 +30,7 @@ std::string abstractName(const std::string& name) {
 unsigned int Util::createSockaddr(Brask::Platform::DebugHandler& handler, void* addr,
                                   const std::string& name) {
   const std::string abstract = abstractName(name);
-  if (abstract.size() > longestName) {
+  if (abstract.size() > kLongestName) {
     Log::fail<Brask::RuntimeException>(
         handler, ZORBE_TEXT("Util::createSockaddr() zorbeName too large "
                             << baseName(name) << " for " << sizeof(sockaddr_un::sun_path)
@@ -38,18 +38,18 @@ unsigned int Util::createSockaddr(Brask::Platform::DebugHandler& handler, void* 
   }
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  abstract.copy(address.sun_path + 1, longestName);  // behind the zero byte: see unix(7)
+  abstract.copy(address.sun_path + 1, kLongestName);  // behind the zero byte: see unix(7)
   std::memcpy(addr, &address, sizeof address);
-  ZORBE_LOG(handler, milestone,
+  ZORBE_LOG(handler, kMilestone,
             "Util::createSockaddr() " << name << " using abstract socket " << abstract);
-  return static_cast<unsigned int>(pathOffset + 1 + abstract.size());
+  return static_cast<unsigned int>(kPathOffset + 1 + abstract.size());
 }
 
 TableAddress::TableAddress(Brask::Platform::DebugHandler& handler, const std::string& name)
     : address_(), length_(Util::createSockaddr(handler, &address_, name)) {}
 
 std::string TableAddress::abstractName() const {
-  return {address_.sun_path + 1, length_ - pathOffset - 1};
+  return {address_.sun_path + 1, length_ - kPathOffset - 1};
 }
 
 }  // namespace Zorbe

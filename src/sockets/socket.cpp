@@ -16,13 +16,13 @@ namespace Zorbe::Util {
 
 namespace {
 
-constexpr const char* ownNamespace = "/proc/self/ns/net";
+constexpr const char* kOwnNamespace = "/proc/self/ns/net";
 
 int openLocalSocket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol) {
   UniqueFd sd(::socket(domain, type, protocol));
   if (sd.get() >= 0) {
-    ZORBE_LOG_OR_LOSE(handler, milestone,
-                      "Util::socket() success opening local socket, sd:" << sd.get());
+    ZORBE_LOG_NOEXCEPT(handler, kMilestone,
+                       "Util::socket() success opening local socket, sd:" << sd.get());
   }
   return sd.release();
 }
@@ -31,25 +31,25 @@ int openLocalSocket(Brask::Platform::DebugHandler& handler, int domain, int type
 void enterDefaultNamespace(Brask::Platform::DebugHandler& handler, bool& entered) {
   entered = setnsByName(DEFAULT_NS, CLONE_NEWNET) == 0;
   if (entered) {
-    ZORBE_LOG_OR_LOSE(handler, milestone,
-                      "Util::socket() setnsByName() to " << DEFAULT_NS << " success");
+    ZORBE_LOG_NOEXCEPT(handler, kMilestone,
+                       "Util::socket() setnsByName() to " << DEFAULT_NS << " success");
   } else {
-    ZORBE_LOG_OR_LOSE(handler, milestone,
-                      "Util::socket() setnsByName() to "
-                          << DEFAULT_NS << " failure: " << Log::CString{netnsGetTracebuffer()});
+    ZORBE_LOG_NOEXCEPT(handler, kMilestone,
+                       "Util::socket() setnsByName() to "
+                           << DEFAULT_NS << " failure: " << Log::CString{netnsGetTracebuffer()});
   }
 }
 
 int openDefaultSocket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol,
                       bool& entered) {
-  ZORBE_LOG_OR_LOSE(handler, milestone, "Util::socket() success opening " << ownNamespace);
+  ZORBE_LOG_NOEXCEPT(handler, kMilestone, "Util::socket() success opening " << kOwnNamespace);
   enterDefaultNamespace(handler, entered);
   UniqueFd sd(::socket(domain, type, protocol));
   const int error = errno;  // logged on success, too: the value at that time
-  ZORBE_LOG_OR_LOSE(handler, milestone,
-                    "Util::socket() " << (sd.get() < 0 ? "failed" : "success") << " opening "
-                                      << (entered ? DEFAULT_NS : "local")
-                                      << " socket: " << Log::reason(error));
+  ZORBE_LOG_NOEXCEPT(handler, kMilestone,
+                     "Util::socket() " << (sd.get() < 0 ? "failed" : "success") << " opening "
+                                       << (entered ? DEFAULT_NS : "local")
+                                       << " socket: " << Log::reason(error));
   errno = error;
   return sd.release();
 }
@@ -66,13 +66,13 @@ void returnTo(int localNsFd, bool entered) {
 }  // namespace
 
 int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol) {
-  const int localNsFd = ::open(ownNamespace, O_RDONLY | O_CLOEXEC);
+  const int localNsFd = ::open(kOwnNamespace, O_RDONLY | O_CLOEXEC);
   if (localNsFd < 0) {
     const int error = errno;
     if (error != EACCES && error != ENOENT) return -1;
     ZORBE_LOG(
-        handler, milestone,
-        "Util::socket() failed to open " << ownNamespace << " reason: " << Log::reason(error));
+        handler, kMilestone,
+        "Util::socket() failed to open " << kOwnNamespace << " reason: " << Log::reason(error));
     return openLocalSocket(handler, domain, type, protocol);
   }
   bool entered = false;

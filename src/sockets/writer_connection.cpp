@@ -27,7 +27,7 @@ int openWriterConnection(DebugHandler& handler, const char* where, const RootPat
   const int fd = Util::socket(handler, AF_UNIX, SOCK_SEQPACKET, 0);
   if (fd < 0) {
     const int error = errno;
-    ZORBE_LOG(handler, failure,
+    ZORBE_LOG(handler, kFailure,
               where << " socket() failed " << rootPath << " " << Log::reason(error));
     failAt(where, "socket()", tail);
   }
@@ -35,7 +35,7 @@ int openWriterConnection(DebugHandler& handler, const char* where, const RootPat
   if (::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
     const int error = errno;
     ZORBE_LOG(
-        handler, failure,
+        handler, kFailure,
         where << " setsockopt() failed " << fd << " " << rootPath << " " << Log::reason(error));
     failAt(where, "setsockopt()", tail);
   }
@@ -51,8 +51,8 @@ void closeWriterConnection(DebugHandler& handler, const char* where, int fd,
                            const RootPath& rootPath) {
   if (::close(fd) == 0) return;
   const int error = errno;
-  ZORBE_LOG_OR_LOSE(
-      handler, failure,
+  ZORBE_LOG_NOEXCEPT(
+      handler, kFailure,
       where << " close() socket:" << fd << " " << rootPath << " failed: " << Log::reason(error));
 }
 

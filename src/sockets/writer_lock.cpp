@@ -63,7 +63,7 @@ std::string pidInNote(const std::string& note) {
       ZORBE_TEXT("Util::acquireWriterLock() duplicate writer detected "
                  << owner << ":" << pid << " " << rootPath << " socket:" << abstractName
                  << " lastOwner:" << lastOwner << " " << statPath << ": " << stat);
-  ZORBE_LOG(handler, failure, report);
+  ZORBE_LOG(handler, kFailure, report);
   throw DuplicateWriterException(report, pid, owner, lastOwner);
 }
 
@@ -73,7 +73,7 @@ int acquireWriterLock(DebugHandler& handler, const RootPath& rootPath) {
   UniqueFd fd(openLockSocket(handler));
   const TableAddress address(handler, rootPath.path);
   if (::bind(fd.get(), address.get(), address.length()) != 0) {
-    (void)::close(fd.release());
+    static_cast<void>(::close(fd.release()));
     const int error = errno;  // a close that fails has the last word
     if (error == EADDRINUSE) refuse(handler, rootPath, address.abstractName());
     Log::fail<Brask::RuntimeException>(
@@ -83,14 +83,14 @@ int acquireWriterLock(DebugHandler& handler, const RootPath& rootPath) {
   }
   const std::string note = ownerNote(handler);
   leaveNote(handler, rootPath, note);
-  ZORBE_LOG(handler, milestone,
+  ZORBE_LOG(handler, kMilestone,
             "Util::acquireWriterLock() "
                 << note << " successfully acquired writer-lock: " << address.abstractName());
   return fd.release();
 }
 
 int releaseWriterLock(DebugHandler& handler, int fd) {
-  ZORBE_LOG(handler, milestone, "Util::releaseWriterLock() successfully released writer-lock");
+  ZORBE_LOG(handler, kMilestone, "Util::releaseWriterLock() successfully released writer-lock");
   return ::close(fd);
 }
 

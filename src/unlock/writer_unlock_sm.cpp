@@ -15,8 +15,8 @@ namespace Zorbe {
 
 namespace {
 
-constexpr const char* connecting = "WriterUnlockSm::doConnect()";
-constexpr double departureReportSeconds = 0.1;
+constexpr const char* kConnecting = "WriterUnlockSm::doConnect()";
+constexpr double kDepartureReportSeconds = 0.1;
 
 bool isNoWriter(int error) {
   return error == ECONNREFUSED || error == ETIMEDOUT;
@@ -31,14 +31,14 @@ WriterUnlockSm::WriterUnlockSm(Brask::Platform::DebugHandler& debugHandler,
       rootPath(root),
       timerControl(Brask::Platform::getTimerControl(this)),
       fdControl(Brask::Platform::getFdControl(this)) {
-  ZORBE_LOG(*handler, step,
+  ZORBE_LOG(*handler, kStep,
             "WriterUnlockSm::WriterUnlockSm() for instanceName=" << instanceName
                                                                  << ", rootPath=" << rootPath);
 }
 
 WriterUnlockSm::~WriterUnlockSm() {
-  ZORBE_LOG_OR_LOSE(*handler, step,
-                    "WriterUnlockSm::~WriterUnlockSm() for instanceName=" << instanceName);
+  ZORBE_LOG_NOEXCEPT(*handler, kStep,
+                     "WriterUnlockSm::~WriterUnlockSm() for instanceName=" << instanceName);
   if (fdControl && fdControl->fd() >= 0) {
     closeWriterConnection(*handler, "WriterUnlockSm::~WriterUnlockSm()", fdControl->fd(), rootPath);
   }
@@ -52,45 +52,45 @@ void WriterUnlockSm::timeout() {
 
 void WriterUnlockSm::fdEvent(int /*fd*/) {
   ZORBE_LOG(
-      *handler, step,
+      *handler, kStep,
       "WriterUnlockSm::fdEvent() for instanceName=" << instanceName << ", fd=" << fdControl->fd());
   handleFdEvent();
 }
 
 void WriterUnlockSm::doConnect() {
-  ZORBE_LOG(*handler, step, connecting << " for instanceName=" << instanceName);
-  UniqueFd fd(openWriterConnection(*handler, connecting, rootPath, ""));
+  ZORBE_LOG(*handler, kStep, kConnecting << " for instanceName=" << instanceName);
+  UniqueFd fd(openWriterConnection(*handler, kConnecting, rootPath, ""));
   const int error = connectToWriter(*handler, fd.get(), rootPath);
   if (isNoWriter(error)) {
-    ZORBE_LOG(*handler, step,
-              connecting << " connect() socket:" << fd.get() << " " << rootPath
-                         << " couldn't connect: " << Log::reason(error)
-                         << ". Retrying doConnect() later");
-    timerControl->start(departureReportSeconds);
-    closeWriterConnection(*handler, connecting, fd.release(), rootPath);
+    ZORBE_LOG(*handler, kStep,
+              kConnecting << " connect() socket:" << fd.get() << " " << rootPath
+                          << " couldn't connect: " << Log::reason(error)
+                          << ". Retrying doConnect() later");
+    timerControl->start(kDepartureReportSeconds);
+    closeWriterConnection(*handler, kConnecting, fd.release(), rootPath);
     return;
   }
   if (error == EINTR) {  // handleFdEvent sees how it ends: see connect(2)
-    ZORBE_LOG(*handler, step,
-              connecting << " connect() socket:" << fd.get() << " " << rootPath
-                         << " couldn't connect: " << Log::reason(error)
-                         << ". Connection will be established asynchronously");
+    ZORBE_LOG(*handler, kStep,
+              kConnecting << " connect() socket:" << fd.get() << " " << rootPath
+                          << " couldn't connect: " << Log::reason(error)
+                          << ". Connection will be established asynchronously");
   } else if (error != 0) {
-    const std::string text = ZORBE_TEXT(connecting << " connect() failed " << fd.get() << " "
-                                                   << rootPath << " " << Log::reason(error));
-    ZORBE_LOG(*handler, failure, text);
-    closeWriterConnection(*handler, connecting, fd.release(), rootPath);
+    const std::string text = ZORBE_TEXT(kConnecting << " connect() failed " << fd.get() << " "
+                                                    << rootPath << " " << Log::reason(error));
+    ZORBE_LOG(*handler, kFailure, text);
+    closeWriterConnection(*handler, kConnecting, fd.release(), rootPath);
     throw ConnectionException(text);
   }
   fdControl->watch(fd.get());
-  (void)fd.release();  // closed by doDisconnect or the destructor from here on
+  static_cast<void>(fd.release());  // closed by doDisconnect or the destructor from here on
   timerControl->cancel();
-  ZORBE_LOG(*handler, step,
-            connecting << " socket:" << fdControl->fd() << " connected to " << rootPath);
+  ZORBE_LOG(*handler, kStep,
+            kConnecting << " socket:" << fdControl->fd() << " connected to " << rootPath);
 }
 
 void WriterUnlockSm::handleFdEvent() {
-  ZORBE_LOG(*handler, step, "WriterUnlockSm::handleFdEvent() for instanceName=" << instanceName);
+  ZORBE_LOG(*handler, kStep, "WriterUnlockSm::handleFdEvent() for instanceName=" << instanceName);
   unsigned records = 0;
   ssize_t received;
   int error;
@@ -98,21 +98,21 @@ void WriterUnlockSm::handleFdEvent() {
     char discarded[32];
     received = ::recv(fdControl->fd(), discarded, sizeof discarded, 0);
     error = errno;
-    ZORBE_LOG(*handler, item,
+    ZORBE_LOG(*handler, kItem,
               "WriterUnlockSm::handleFdEvent() for instanceName="
                   << instanceName << ", recv() returned " << received);
   } while (received > 0 && ++records < kRecordsPerEvent);
   if (received > 0 || (received < 0 && error == EAGAIN)) return;
   if (received == 0) {
-    ZORBE_LOG(*handler, step,
+    ZORBE_LOG(*handler, kStep,
               "WriterUnlockSm::handleFdEvent() for instanceName="
                   << instanceName << " notifying because we've disconnected gracefully");
   } else if (error == ECONNRESET) {
-    ZORBE_LOG(*handler, step,
+    ZORBE_LOG(*handler, kStep,
               "WriterUnlockSm::handleFdEvent() for instanceName="
                   << instanceName << " notifying because we've disconnected with ECONNRESET");
   } else {
-    ZORBE_LOG(*handler, step,
+    ZORBE_LOG(*handler, kStep,
               "WriterUnlockSm::handleFdEvent() for instanceName="
                   << instanceName << " recv() error: " << Log::reason(error) << ", errno=" << error
                   << ": assuming disconnected");
@@ -121,7 +121,7 @@ void WriterUnlockSm::handleFdEvent() {
 }
 
 void WriterUnlockSm::notifyUnlocked() {
-  ZORBE_LOG(*handler, step,
+  ZORBE_LOG(*handler, kStep,
             "WriterUnlockSm::notifyUnlocked() for instanceName=" << instanceName
                                                                  << " turning off notifications");
   doDisconnect();
@@ -131,13 +131,13 @@ void WriterUnlockSm::notifyUnlocked() {
 void WriterUnlockSm::doDisconnect() {
   const int fd = fdControl->fd();
   ZORBE_LOG(
-      *handler, milestone,
+      *handler, kMilestone,
       "WriterUnlockSm::doDisconnect() closing for instanceName=" << instanceName << ", fd=" << fd);
   if (fd < 0) return;
   if (::close(fd) != 0) {
     const int error = errno;
-    ZORBE_LOG_OR_LOSE(
-        *handler, notable,
+    ZORBE_LOG_NOEXCEPT(
+        *handler, kNotable,
         "WriterUnlockSm::doDisconnect() error closing: " << fd << " " << Log::reason(error));
   }
   fdControl->unwatch();

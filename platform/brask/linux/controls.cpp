@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The controls that the bundled loop hands out. Each is a thin cover over its part
-// of the loop; after the loop has gone, all that is left to it is to be deleted.
+// The controls that the bundled loop hands out. Each forwards to one part of the loop. A
+// control that outlives its loop may only be deleted.
 #include <brask/platform.h>
 
 #include <utility>
@@ -24,7 +24,7 @@ class LoopFdControl final : public Platform::FdControl, private LoopMember {
   void watch(int fd) override { loop().descriptors().watch(watcher_, fd); }
   void unwatch() override { loop().descriptors().unwatch(watcher_); }
   [[gnu::hot]] int fd() override {
-    static_cast<void>(loop());  // throws when it has gone
+    static_cast<void>(loop());  // throws when the loop was destroyed
     return watcher_.fd;
   }
 
@@ -36,10 +36,10 @@ class LoopTimerControl final : public Platform::TimerControl, private LoopMember
  public:
   LoopTimerControl(Loop& loop, Platform::TimeoutHandler* handler)
       : LoopMember(loop), node_(handler) {
-    loop.admitTimer();
+    loop.reserveTimer();
   }
   ~LoopTimerControl() override {
-    if (hasLoop()) loop().dismissTimer(node_);
+    if (hasLoop()) loop().releaseTimer(node_);
   }
 
   void start(double seconds) override { loop().startTimer(node_, seconds); }

@@ -5,7 +5,7 @@ namespace Brask::Linux {
 
 class Loop;
 
-/// What EventLoop::current() stands before; throws like it.
+/// The implementation of EventLoop::current(). Throws as that does.
 Loop& currentLoop();
 
 }  // namespace Brask::Linux

@@ -9,19 +9,18 @@
 
 namespace Brask::Linux {
 
-/// How long a turn may still wait. Looks at the clock only where there is an end
-/// to look out for.
+/// How long a turn may still wait. Reads the clock only where the wait has an end.
 class Deadline {
  public:
-  /// Negative: for ever; 0 (and what is not a number): not at all.
+  /// Negative: for ever; 0 and NaN: not at all.
   explicit Deadline(double seconds)
       : never_(seconds < 0.0), end_(seconds > 0.0 ? monotonicNow() + toNanoseconds(seconds) : 0) {}
 
   bool over() const { return !never_ && (end_ == 0 || monotonicNow() >= end_); }
 
-  /// What is left for epoll_wait(2), rounded up; -1 for ever.
+  /// The remaining time for epoll_wait(2), rounded up; -1 for ever.
   int milliseconds() const {
-    constexpr int64_t nanoseconds = NANOSECONDS / 1000;
+    constexpr int64_t nanoseconds = kNanosecondsPerSecond / 1000;
     if (never_) return -1;
     if (end_ == 0) return 0;
     const int64_t left = std::max<int64_t>(0, end_ - monotonicNow());
@@ -31,7 +30,7 @@ class Deadline {
 
  private:
   bool never_;
-  int64_t end_;  // 0: at once
+  int64_t end_;  // 0: no wait
 };
 
 }  // namespace Brask::Linux

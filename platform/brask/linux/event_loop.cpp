@@ -11,8 +11,9 @@ namespace Brask::Linux {
 
 namespace {
 
-// Each turn looks at it: as an offset from the thread pointer it costs no call, also in a shared
-// library, and a pointer fits into what the C library keeps for libraries that are loaded late.
+// Each turn reads it. In this model an access is an offset from the thread pointer and needs no
+// call, also in a shared library. One pointer fits into the static TLS that the C library keeps
+// for libraries that dlopen(3) loads.
 [[gnu::tls_model("initial-exec")]] thread_local EventLoop* current_ = nullptr;
 
 // Inline, unlike EventLoop::Use, which other libraries may call.

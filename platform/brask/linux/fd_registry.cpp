@@ -15,9 +15,9 @@ namespace Brask::Linux {
 
 namespace {
 
-// A listening descriptor that stays ready for this many turns is either busy or
-// cannot be accepted from; only then it is worth a system call to know which.
-constexpr uint32_t SUSPICIOUS_STREAK = 16;
+// A listening descriptor that stays ready for this many turns is either busy, or accept(2)
+// fails on it. Only then does the loop spend a system call to find out.
+constexpr uint32_t kSuspiciousStreak = 16;
 
 uint64_t dataOf(Handle handle) {
   return (uint64_t{handle.generation} << 32) | handle.slot;
@@ -41,7 +41,7 @@ void addFlag(int fd, int get, int set, int flag, const char* call) {
 bool isListening(int fd) {
   int listening = 0;
   socklen_t size = sizeof listening;
-  // Fails for everything that is no socket.
+  // Fails for a descriptor that is no socket.
   return ::getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening != 0;
 }
 
@@ -53,8 +53,8 @@ bool descriptorsExhausted() {
   return false;
 }
 
-// Whether a descriptor that was watched once is refused for what its number stands for
-// now: it was closed without a word, and the kernel has forgotten it before, too.
+// Whether the kernel refuses a watched descriptor because of what its number refers to now:
+// it was closed without unwatch(), and the kernel has dropped its registration.
 bool isUnwatchable(int error) {
   return error == EBADF || error == EPERM || error == EINVAL || error == ELOOP;
 }
@@ -83,7 +83,7 @@ void FdRegistry::watch(FdWatcher& watcher, int fd) {
     registrations_.erase(handle);
     refuse(error, "epoll_ctl()", fd);
   }
-  end(byFd_[number]);  // whoever watched this number before
+  end(byFd_[number]);  // of the control that watched this number before
   byFd_[number] = handle;
   watcher.registration = handle;
   watcher.fd = fd;
@@ -94,7 +94,7 @@ void FdRegistry::unwatch(FdWatcher& watcher) {
   if (registration == nullptr) return;
   poller_.remove(registration->fd);
   end(watcher.registration);
-  resumePaused();  // the client has most likely closed it, or is about to
+  resumePaused();  // the client closes most of those that it stops to watch
 }
 
 void FdRegistry::end(Handle handle) {
@@ -110,10 +110,10 @@ void FdRegistry::end(Handle handle) {
 [[gnu::hot]] bool FdRegistry::dispatch(uint64_t data, uint64_t turn, bool late) {
   Registration* registration = registrations_.find(handleOf(data));
   if (registration == nullptr) {
-    ++strays_;
+    ++staleReports_;
     return false;
   }
-  if (registration->listening && shallPause(*registration, turn)) {
+  if (registration->listening && shouldPause(*registration, turn)) {
     registration->paused = true;
     ++paused_;
     poller_.pause(registration->fd, data);
@@ -124,11 +124,11 @@ void FdRegistry::end(Handle handle) {
   return true;
 }
 
-bool FdRegistry::shallPause(Registration& registration, uint64_t turn) {
+bool FdRegistry::shouldPause(Registration& registration, uint64_t turn) {
   if (registration.paused) return false;  // an error of the descriptor itself
   registration.streak = turn == registration.lastTurn + 1 ? registration.streak + 1 : 0;
   registration.lastTurn = turn;
-  if (registration.streak < SUSPICIOUS_STREAK) return false;
+  if (registration.streak < kSuspiciousStreak) return false;
   registration.streak = 0;
   return descriptorsExhausted();
 }

@@ -13,8 +13,8 @@ namespace {
 
 using Refusal = InotifyWatches::Refusal;
 
-constexpr uint32_t SELF_BITS = IN_DELETE_SELF | IN_MOVE_SELF;
-const char* const OVERFLOW_TEXT =
+constexpr uint32_t kSelfBits = IN_DELETE_SELF | IN_MOVE_SELF;
+const char* const kOverflowText =
     "inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the limit)";
 
 }  // namespace
@@ -42,7 +42,7 @@ void InotifyHub::add(InotifyWatcher& watcher, std::string path, uint32_t mask) {
   tree_.paths().place(watcher, std::move(path));
   watcher.mask = mask;
   using Keep = InotifyNotices::Keep;
-  notices_.drop(watcher, again ? Keep::Removals : Keep::Nothing);
+  notices_.drop(watcher, again ? Keep::kRemovals : Keep::kNothing);
   tree_.forget(watcher);
   const size_t most = size_t{watches_.size()} + 1;
   if (targets_.capacity() < most) targets_.reserve(2 * most);
@@ -55,7 +55,7 @@ void InotifyHub::add(InotifyWatcher& watcher, std::string path, uint32_t mask) {
 
 void InotifyHub::remove(InotifyWatcher& watcher) {
   watches_.leave(watcher);
-  notices_.drop(watcher, InotifyNotices::Keep::Nothing);
+  notices_.drop(watcher, InotifyNotices::Keep::kNothing);
   tree_.forget(watcher);
   tree_.paths().remove(watcher);
 }
@@ -83,7 +83,7 @@ bool InotifyHub::takeNext() {
 
 void InotifyHub::takeEvent() {
   if ((event_.mask & IN_Q_OVERFLOW) != 0) {
-    kind_ = Kind::Overflow;
+    kind_ = Kind::kOverflow;
     watches_.collect(-1, targets_);
     lost_ = watches_.findLost();  // the end of a watch may be among what was lost
     for (const int wd : lost_) watches_.noteEnd(wd);
@@ -91,13 +91,13 @@ void InotifyHub::takeEvent() {
     watches_.noteEnd(event_.wd);
     takeEnd(event_.wd);
   } else {
-    kind_ = Kind::Change;
+    kind_ = Kind::kChange;
     watches_.collect(event_.wd, targets_);
   }
 }
 
 void InotifyHub::takeEnd(int wd) {
-  kind_ = Kind::End;
+  kind_ = Kind::kEnd;
   watches_.collect(wd, targets_);
   watches_.forget(wd);
 }
@@ -107,9 +107,9 @@ bool InotifyHub::deliverTo(Handle handle) {
   if (registration == nullptr || event_.position < registration->begin) return false;
   InotifyWatcher& watcher = *registration->watcher;
   const uint32_t asked = registration->mask;
-  if (kind_ == Kind::End) return deliverEnd(watcher, asked);
-  if (kind_ == Kind::Overflow) {
-    what_ = OVERFLOW_TEXT;
+  if (kind_ == Kind::kEnd) return deliverEnd(watcher, asked);
+  if (kind_ == Kind::kOverflow) {
+    what_ = kOverflowText;
     watcher.handler->inotifyError(what_);
     return true;
   }
@@ -119,7 +119,7 @@ bool InotifyHub::deliverTo(Handle handle) {
 }
 
 bool InotifyHub::deliverChange(InotifyWatcher& watcher, uint32_t asked) {
-  const bool self = (event_.mask & SELF_BITS) != 0;
+  const bool self = (event_.mask & kSelfBits) != 0;
   if (self || (asked & IN_ONESHOT) != 0) watches_.leave(watcher);
   if (self) {
     watcher.handler->inotifyDeleted();
@@ -131,14 +131,14 @@ bool InotifyHub::deliverChange(InotifyWatcher& watcher, uint32_t asked) {
 }
 
 bool InotifyHub::deliverEnd(InotifyWatcher& watcher, uint32_t asked) {
-  const bool mayMove = (asked & SELF_BITS) == 0 && (event_.mask & IN_UNMOUNT) == 0;
+  const bool mayMove = (asked & kSelfBits) == 0 && (event_.mask & IN_UNMOUNT) == 0;
   std::string removal;
   const InotifyTree::End end = tree_.endOf(watcher, mayMove, removal);
-  if (end == InotifyTree::End::Reported) {
+  if (end == InotifyTree::End::kReported) {
     watcher.handler->inotifyDeleted();
     return true;
   }
-  if (end == InotifyTree::End::Later || removal.empty()) return false;
+  if (end == InotifyTree::End::kLater || removal.empty()) return false;
   what_ = removal;
   watcher.handler->inotifyChanged(what_);
   return true;
@@ -146,10 +146,10 @@ bool InotifyHub::deliverEnd(InotifyWatcher& watcher, uint32_t asked) {
 
 bool InotifyHub::deliverNotice(const InotifyNotices::Notice& notice) {
   Platform::InotifyHandler& handler = *notice.watcher->handler;
-  const bool isEnd = notice.kind == InotifyNotices::Kind::End;
-  if (notice.kind == InotifyNotices::Kind::Refusal) {
+  const bool isEnd = notice.kind == InotifyNotices::Kind::kEnd;
+  if (notice.kind == InotifyNotices::Kind::kRefusal) {
     handler.inotifyError(notice.what);
-  } else if (isEnd && tree_.move(*notice.watcher) != InotifyTree::End::Moved) {
+  } else if (isEnd && tree_.move(*notice.watcher) != InotifyTree::End::kMoved) {
     handler.inotifyDeleted();
   } else {
     if (isEnd && notice.what.empty()) return false;

@@ -13,19 +13,19 @@
 
 namespace Brask::Linux {
 
-/// Brings what the inotify descriptor reports to the watchers that it concerns, each filtered
-/// by its own mask and by the time of its registration. Nothing is lost when a callback
-/// throws: the next deliver() goes on behind it.
+/// Delivers the events of the inotify descriptor to their watchers, filtered by the mask of
+/// each and by the time of its registration. Nothing is lost when a callback throws: the next
+/// deliver() continues after it.
 class InotifyHub {
  public:
-  /// `poller` reports the inotify descriptor, once there is one, with `data`.
+  /// `poller` reports the inotify descriptor, once it is open, with `data`.
   InotifyHub(Poller& poller, uint64_t data);
 
   /// Watches `path` for `watcher`; a refusal is reported in a later turn.
   void add(InotifyWatcher& watcher, std::string path, uint32_t mask);
   void remove(InotifyWatcher& watcher);
 
-  /// What comes up from here on, other than by read(), waits for the next turn.
+  /// Events and notices that are added from here on, except by read(), wait for the next turn.
   void beginTurn() {
     queue_.beginTurn();
     notices_.beginTurn();
@@ -33,7 +33,7 @@ class InotifyHub {
 
   bool hasNotices() const { return !notices_.empty(); }
 
-  /// Whether events that were read wait for a turn of their own.
+  /// Whether events that were read wait for the next turn.
   bool hasQueued() const { return !queue_.empty(); }
 
   /// The same, or a delivery that an exception has interrupted.
@@ -41,10 +41,10 @@ class InotifyHub {
     return hasQueued() || nextTarget_ != targets_.size() || !lost_.empty();
   }
 
-  /// Adds the descriptor to a poller that is being renewed; false when it cannot.
+  /// Adds the descriptor to a poller that is being renewed; false when the kernel refuses.
   bool pollAgain();
 
-  /// Reads what the kernel has.
+  /// Reads the events that the kernel has queued.
   void read() { queue_.read(watches_.fd()); }
 
   /// These return true when they called a handler.
@@ -52,7 +52,7 @@ class InotifyHub {
   bool deliverNotices();
 
  private:
-  enum class Kind { Change, End, Overflow };
+  enum class Kind { kChange, kEnd, kOverflow };
 
   InotifyWatches::Refusal open();
   bool takeNext();
@@ -72,12 +72,12 @@ class InotifyHub {
   InotifyTree tree_{watches_, notices_};
 
   // The event being delivered and those it goes to.
-  Kind kind_ = Kind::Change;
+  Kind kind_ = Kind::kChange;
   InotifyEvent event_;
   std::vector<Handle> targets_;
   size_t nextTarget_ = 0;
-  std::vector<int> lost_;  // watches whose end an overflow has swallowed
-  std::string what_;       // handed to callbacks; outlives what they may delete
+  std::vector<int> lost_;  // watches whose end was lost in an overflow
+  std::string what_;       // passed to callbacks, which may delete the watcher
 };
 
 }  // namespace Brask::Linux

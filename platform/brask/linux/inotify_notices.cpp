@@ -15,15 +15,15 @@ void InotifyNotices::add(InotifyWatcher& watcher, Kind kind, std::string what) {
     notices_.erase(added);
     throw;
   }
-  if (kind == Kind::Refusal) ++watcher.refusals;
-  if (kind == Kind::End) ++watcher.ends;
+  if (kind == Kind::kRefusal) ++watcher.refusals;
+  if (kind == Kind::kEnd) ++watcher.ends;
 }
 
 InotifyNotices::Notice InotifyNotices::extract(Notices::iterator position) {
   Notice notice = std::move(position->second);
   notice.watcher->notices.erase(position->first);
-  if (notice.kind == Kind::Refusal) --notice.watcher->refusals;
-  if (notice.kind == Kind::End) --notice.watcher->ends;
+  if (notice.kind == Kind::kRefusal) --notice.watcher->refusals;
+  if (notice.kind == Kind::kEnd) --notice.watcher->ends;
   notices_.erase(position);
   return notice;
 }
@@ -37,7 +37,7 @@ bool InotifyNotices::take(Notice& notice) {
 void InotifyNotices::drop(InotifyWatcher& watcher, Keep keep) {
   for (auto next = watcher.notices.begin(); next != watcher.notices.end();) {
     const auto notice = notices_.find(*next++);  // extract() erases the number
-    if (keep == Keep::Nothing || notice->second.kind != Kind::Removal) extract(notice);
+    if (keep == Keep::kNothing || notice->second.kind != Kind::kRemoval) extract(notice);
   }
 }
 

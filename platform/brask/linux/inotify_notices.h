@@ -9,18 +9,18 @@
 
 namespace Brask::Linux {
 
-/// What the kernel does not report, in the order in which it came up. Nothing is taken in the
-/// turn in which it was added.
+/// What the loop itself reports to watchers, in order. A notice is delivered in a later turn
+/// than the one that added it.
 class InotifyNotices {
  public:
   enum class Kind {
-    Refusal,  // `what` says why a watch cannot be set
-    Removal,  // of the entry `what`
-    End,      // of the directory, if there is no other one by now; see InotifyTree
+    kRefusal,  // `what` says why a watch cannot be set
+    kRemoval,  // of the entry `what`
+    kEnd,      // of the directory, unless its path leads to another one by then; see InotifyTree
   };
   struct Notice {
     InotifyWatcher* watcher = nullptr;
-    Kind kind = Kind::Refusal;
+    Kind kind = Kind::kRefusal;
     std::string what;
   };
 
@@ -28,10 +28,10 @@ class InotifyNotices {
   void add(InotifyWatcher& watcher, Kind kind, std::string what);
   void beginTurn() { turn_ = count_; }
 
-  /// The next one from before this turn; false when there is none.
+  /// The next one that was added before this turn; false when there is none.
   bool take(Notice& notice);
 
-  enum class Keep { Nothing, Removals };
+  enum class Keep { kNothing, kRemovals };
   void drop(InotifyWatcher& watcher, Keep keep);
 
  private:

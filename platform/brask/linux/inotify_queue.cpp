@@ -19,7 +19,8 @@ namespace {
 constexpr size_t kChunk = size_t{64} * 1024;
 constexpr size_t kLargestEvent = sizeof(inotify_event) + NAME_MAX + 1;
 
-// Who is slower than what happens shall meet the kernel's own limit, not fill the memory.
+// A process that is slower than its events meets the limit of the kernel's queue instead of
+// filling its memory.
 constexpr size_t kMostDrained = size_t{1024} * 1024;
 
 constexpr const char* kReading = "EventLoop read(inotify)";
@@ -32,18 +33,18 @@ bool isFailure(int error) {
 
 InotifyQueue::InotifyQueue() = default;
 
-// What was taken makes room, once it is more than what would have to be moved.
+// Removes the taken events from the buffer once they are more than those that have to be moved.
 void InotifyQueue::shift() {
   const size_t rest = end_ - next_;
   if (next_ == 0 || rest > next_) return;
   std::memmove(buffer_.data(), buffer_.data() + next_, rest);
   base_ += next_;
-  admitted_ -= next_;
+  turnEnd_ -= next_;
   end_ = rest;
   next_ = 0;
 }
 
-// Returns 0 or the reason why nothing came.
+// Returns 0 or the errno of a read that returned no event.
 int InotifyQueue::readSome(int fd) {
   if (buffer_.size() - end_ < kLargestEvent) shift();
   if (buffer_.size() - end_ < kLargestEvent) buffer_.resize(buffer_.size() + kChunk);
@@ -70,7 +71,7 @@ void InotifyQueue::drain(int fd) {
 
 bool InotifyQueue::take(InotifyEvent& event) {
   if (failure_ != 0) throwSystemError(std::exchange(failure_, 0), kReading);
-  if (next_ == admitted_) return false;
+  if (next_ == turnEnd_) return false;
   inotify_event header;
   std::memcpy(&header, buffer_.data() + next_, sizeof header);
   event.wd = header.wd;

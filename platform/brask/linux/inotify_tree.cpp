@@ -14,7 +14,7 @@ namespace {
 using Kind = InotifyNotices::Kind;
 using Refusal = InotifyWatches::Refusal;
 
-bool isGone(const Refusal& refusal) {
+bool isMissing(const Refusal& refusal) {
   return refusal.error == ENOENT || refusal.error == ENOTDIR;
 }
 
@@ -29,15 +29,15 @@ std::string textOf(const Refusal& refusal, const std::string& path) {
 }  // namespace
 
 void InotifyTree::refused(InotifyWatcher& watcher, const Refusal& refusal, bool again) {
-  notices_.add(watcher, Kind::Refusal, textOf(refusal, watcher.path));
-  if (!again || !isGone(refusal)) return;
+  notices_.add(watcher, Kind::kRefusal, textOf(refusal, watcher.path));
+  if (!again || !isMissing(refusal)) return;
   const PathEntry entry = entryOf(watcher.path);
   if (!entry.name.empty()) {
     paths_.findAt(entryOf(entry.directory), [&](InotifyWatcher& parent) {
       InotifyWatches::Registration* registration = watches_.find(parent.registration);
       const bool concerned = registration != nullptr || parent.orphaned || parent.ends != 0;
       if (concerned && (parent.mask & IN_DELETE) != 0) {
-        notices_.add(parent, Kind::Removal, std::string(entry.name));
+        notices_.add(parent, Kind::kRemoval, std::string(entry.name));
         if (registration != nullptr) registration->removalReported = true;
       }
       return false;
@@ -63,8 +63,8 @@ void InotifyTree::watched(const InotifyWatcher& watcher) {
     const Refusal refusal = watchAgain(parent);
     if (refusal.error == 0) {
       forget(parent);
-    } else if (!isGone(refusal)) {
-      notices_.add(parent, Kind::Refusal, textOf(refusal, parent.path));
+    } else if (!isMissing(refusal)) {
+      notices_.add(parent, Kind::kRefusal, textOf(refusal, parent.path));
     }
     return false;
   });
@@ -103,18 +103,18 @@ bool InotifyTree::isSpared(InotifyWatcher& watcher, std::string& removal) {
 InotifyTree::End InotifyTree::endOf(InotifyWatcher& watcher, bool mayMove, std::string& removal) {
   const bool spared = mayMove && isSpared(watcher, removal);
   watches_.leave(watcher);
-  if (!spared) return End::Reported;
+  if (!spared) return End::kReported;
   const End end = move(watcher);
-  if (end == End::Later) notices_.add(watcher, Kind::End, removal);
+  if (end == End::kLater) notices_.add(watcher, Kind::kEnd, removal);
   return end;
 }
 
 InotifyTree::End InotifyTree::move(InotifyWatcher& watcher) {
   const Refusal refusal = watchAgain(watcher);
-  if (refusal.error == 0) return End::Moved;
-  if (isGone(refusal)) return End::Later;
-  notices_.add(watcher, Kind::Refusal, textOf(refusal, watcher.path));
-  return End::Reported;
+  if (refusal.error == 0) return End::kMoved;
+  if (isMissing(refusal)) return End::kLater;
+  notices_.add(watcher, Kind::kRefusal, textOf(refusal, watcher.path));
+  return End::kReported;
 }
 
 }  // namespace Brask::Linux

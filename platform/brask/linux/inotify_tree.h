@@ -11,18 +11,19 @@
 
 namespace Brask::Linux {
 
-/// Keeps the watchers of directories and of entries in them together when a tree is removed as
-/// a whole and made again. The rules, of which event_loop.h tells the client:
+/// Keeps the watchers of directories and of their entries working when a tree is removed as a
+/// whole and made again. The rules, which event_loop.h describes to clients:
 ///
-/// - When a path cannot be watched again because it is gone, the watchers of its parent that
-///   ask for IN_DELETE are given its name.
+/// - When a path cannot be watched again because it was removed, the watchers of its parent
+///   that ask for IN_DELETE receive its name.
 /// - When a directory ends, a watcher of it whose own mask reported the removal of an entry
-///   that another watcher watches (or has yet to hear that it cannot) moves to the directory
-///   that the path leads to now; without one that is tried again in a later turn, and then the
-///   end is reported. A removal that only the entry's watcher has heard of, since it happened
-///   before the directory's own was registered, is reported instead of the end.
-/// - A watcher that asks for IN_DELETE and was refused because its path is gone watches it as
-///   soon as an entry of it is watched.
+///   that another watcher watches (or whose refusal is not delivered yet) moves to the
+///   directory that the path leads to now. Without such a directory the loop tries again in a
+///   later turn, and then reports the end. A removal that only the entry's watcher received,
+///   since it happened before the directory's watcher was registered, is reported instead of
+///   the end.
+/// - A watcher that asks for IN_DELETE and was refused because its path was removed watches it
+///   as soon as an entry of it is watched.
 class InotifyTree {
  public:
   InotifyTree(InotifyWatches& watches, InotifyNotices& notices)
@@ -30,23 +31,23 @@ class InotifyTree {
 
   WatchedPaths& paths() { return paths_; }
 
-  /// The watcher has been given a watch, or refused one, or ended it.
+  /// The watcher has got a watch, was refused one, or has ended it.
   void watched(const InotifyWatcher& watcher);
   void refused(InotifyWatcher& watcher, const InotifyWatches::Refusal& refusal, bool again);
   void forget(InotifyWatcher& watcher);
 
-  /// The watcher is about to hear of the removal of `name`.
+  /// The removal of `name` is about to be reported to the watcher.
   void reported(InotifyWatches::Registration& registration, std::string_view name);
 
-  /// What becomes of the end of a directory: it is to be reported, or the watch has moved, or
-  /// a later turn shall try that.
-  enum class End { Reported, Moved, Later };
+  /// How the end of a directory is handled: it is to be reported, or the watch has moved, or a
+  /// later turn tries to move it.
+  enum class End { kReported, kMoved, kLater };
 
   /// Ends the watch or moves it. A `removal` that is not empty is to be reported in the second
   /// case. `mayMove` is false for ends that are always reported.
   End endOf(InotifyWatcher& watcher, bool mayMove, std::string& removal);
 
-  /// Later, where there is nothing to move to.
+  /// kLater where the path leads to no directory.
   End move(InotifyWatcher& watcher);
 
  private:

@@ -14,11 +14,11 @@ namespace Brask::Linux {
 
 namespace {
 
-// How a path is looked up: part of the call, not of the watch.
-constexpr uint32_t LOOKUP_BITS = IN_ONLYDIR | IN_DONT_FOLLOW;
+// They say how the path is looked up and are no part of the watch.
+constexpr uint32_t kLookupBits = IN_ONLYDIR | IN_DONT_FOLLOW;
 
-// These would act on a watch that others share; the hub acts on the watcher instead.
-constexpr uint32_t OWN_BITS = IN_ONESHOT | IN_MASK_CREATE | IN_MASK_ADD;
+// They would act on a watch that others share; the hub applies them to the watcher instead.
+constexpr uint32_t kOwnBits = IN_ONESHOT | IN_MASK_CREATE | IN_MASK_ADD;
 
 }  // namespace
 
@@ -39,10 +39,10 @@ int InotifyWatches::request(const std::string& path, uint32_t mask) {
 }
 
 InotifyWatches::Refusal InotifyWatches::add(InotifyWatcher& watcher, uint32_t mask) {
-  // Adding to the mask takes no event from anyone who watches the same directory,
-  // and shows which one it is. Mask 0 is left for the kernel to refuse.
-  const uint32_t asked = mask == 0 ? 0 : (mask & ~(OWN_BITS | IN_EXCL_UNLINK)) | IN_MASK_ADD;
-  queue_.drain(fd_.get());  // what has happened by now is not the new registration's
+  // IN_MASK_ADD takes no event from other watchers of the same directory, and the call returns
+  // its watch. The kernel refuses the mask 0.
+  const uint32_t asked = mask == 0 ? 0 : (mask & ~(kOwnBits | IN_EXCL_UNLINK)) | IN_MASK_ADD;
+  queue_.drain(fd_.get());  // earlier events do not belong to the new registration
   const int wd = request(watcher.path, asked);
   if (wd < 0) {
     const int error = errno;
@@ -57,14 +57,14 @@ InotifyWatches::Refusal InotifyWatches::add(InotifyWatcher& watcher, uint32_t ma
   }
   Watch& watch = watches_[wd];
   watch.mask |= asked & IN_ALL_EVENTS;
-  narrow(wd, watch, watcher.path, mask & LOOKUP_BITS);
+  narrow(wd, watch, watcher.path, mask & kLookupBits);
   return {};
 }
 
 void InotifyWatches::join(InotifyWatcher& watcher, int wd, uint32_t mask) {
   Registration* old = find(watcher.registration);
   if (old != nullptr && old->wd == wd && watches_.count(wd) != 0) {
-    // Stays the same registration: what is on its way is still owed to it.
+    // Stays the same registration, which still receives the events that are queued.
     old->mask = (mask & IN_MASK_ADD) != 0 ? old->mask | mask : mask;
     return;
   }
@@ -96,13 +96,13 @@ void InotifyWatches::leave(InotifyWatcher& watcher) {
   users.erase(std::find(users.begin(), users.end(), handle));
   if (!users.empty()) return narrow(wd);
   watches_.erase(found);
-  // Refused where the watched directory is gone: the kernel has removed it itself.
+  // Fails when the watched directory was removed: the kernel has ended the watch itself.
   static_cast<void>(::inotify_rm_watch(fd_.get(), wd));
 }
 
 uint32_t InotifyWatches::wanted(const Watch& watch) {
   uint32_t events = 0;
-  uint32_t common = IN_EXCL_UNLINK;  // takes events away: only if all agree
+  uint32_t common = IN_EXCL_UNLINK;  // excludes events: only if all watchers ask for it
   for (const Handle handle : watch.users) {
     const uint32_t mask = find(handle)->mask;
     events |= mask & IN_ALL_EVENTS;
@@ -111,15 +111,16 @@ uint32_t InotifyWatches::wanted(const Watch& watch) {
   return events | common;
 }
 
-// After a watcher has left: takes back from the kernel what only that one wanted.
+// After a watcher has left: removes from the kernel's mask what only that one asked for.
 void InotifyWatches::narrow(int wd) {
   Watch& watch = watches_[wd];
   const uint32_t mask = wanted(watch);
   if (mask == watch.mask) return;
   const Registration& user = *find(watch.users.front());
   const std::string& path = user.watcher->path;
-  const uint32_t how = user.mask & LOOKUP_BITS;
-  // The path may lead elsewhere by now. Asking for no new event tells.
+  const uint32_t how = user.mask & kLookupBits;
+  // The path may lead elsewhere by now. A call that adds no event returns the watch of what it
+  // leads to.
   const int there = request(path, mask | how | IN_MASK_ADD);
   if (there == wd) return narrow(wd, watch, path, how);
   undo(there, path);
@@ -132,11 +133,12 @@ void InotifyWatches::narrow(int wd, Watch& watch, const std::string& path, uint3
   if (there == wd) {
     watch.mask = mask;
   } else {
-    undo(there, path);  // too wide a mask costs wake-ups only: events are filtered
+    undo(there, path);  // a mask that is too wide only costs wake-ups: events are filtered
   }
 }
 
-// A path that led to another directory than before has changed the wrong watch.
+// The path led to another directory than before: restores the watch that was changed by
+// mistake.
 void InotifyWatches::undo(int wd, const std::string& path) {
   if (wd < 0) return;
   const auto other = watches_.find(wd);

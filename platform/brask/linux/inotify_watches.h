@@ -13,22 +13,21 @@
 
 namespace Brask::Linux {
 
-/// The one inotify descriptor and who watches what with it. The kernel knows one
-/// watch and one mask for a directory however many watchers there are, so its
-/// mask is kept the union of theirs.
+/// The inotify descriptor and its registrations. The kernel keeps one watch with one mask
+/// for a directory, however many watchers there are; its mask is kept the union of theirs.
 class InotifyWatches {
  public:
   struct Registration {
     InotifyWatcher* watcher = nullptr;
     int wd = -1;
-    uint32_t mask = 0;             // what this watcher asked for
-    uint64_t begin = 0;            // in the stream of events: those before it are not its own
+    uint32_t mask = 0;             // of this watcher's addWatch()
+    uint64_t begin = 0;            // in the stream of events: earlier ones are not its own
     uint64_t since = 0;            // when it began, in the order of beginnings and ends
     bool removalReported = false;  // of an entry that another watcher watches
   };
 
-  /// What a system call refused, and why; `error` 0 when nothing was refused.
-  /// `limitError` stands for a limit, which `setting` raises.
+  /// Which system call failed, and why; `error` is 0 when none did. The errno `limitError`
+  /// means that a limit is reached, which `setting` raises.
   struct Refusal {
     const char* call = "";
     int error = 0;
@@ -38,12 +37,12 @@ class InotifyWatches {
 
   explicit InotifyWatches(InotifyQueue& queue) : queue_(queue) {}
 
-  /// Opens the descriptor, when it is not open yet.
+  /// Opens the descriptor if it is not open yet.
   Refusal open();
   int fd() const { return fd_.get(); }
 
-  /// Watches `watcher.path` instead of what the watcher watched before. On a
-  /// refusal it watches nothing.
+  /// Watches `watcher.path` instead of the path watched before. After a refusal the
+  /// watcher watches nothing.
   Refusal add(InotifyWatcher& watcher, uint32_t mask);
   void leave(InotifyWatcher& watcher);
 
@@ -57,13 +56,13 @@ class InotifyWatches {
   void noteEnd(int wd);
   void forget(int wd) { watches_.erase(wd); }
 
-  /// The kernel's watches, of those in use, that ended without our having been
-  /// told: what an overflow of the queue may have swallowed. The first watched comes last.
+  /// The watches that the kernel has ended without an event, as after an overflow of the
+  /// queue. The one that was added first is last.
   std::vector<int> findLost() const;
 
  private:
   struct Watch {
-    uint32_t mask = 0;  // what the kernel has been asked for
+    uint32_t mask = 0;  // as the kernel has it
     std::vector<Handle> users;
   };
 

@@ -14,13 +14,13 @@ namespace Brask::Linux {
 namespace {
 
 // The data of the loop's own descriptors; handles of registrations are larger.
-constexpr uint64_t STOP = 0;
-constexpr uint64_t ALARM = 1;
-constexpr uint64_t INOTIFY = 2;
+constexpr uint64_t kStop = 0;
+constexpr uint64_t kTimerfd = 1;
+constexpr uint64_t kInotify = 2;
 
-// Between two looks for free descriptors: seldom enough to cost nothing, often
-// enough for a client that waits to be accepted.
-constexpr double RETRY_SECONDS = 0.05;
+// Between two checks for free descriptors: seldom enough to cost nothing, often enough for a
+// client that waits for accept(2).
+constexpr double kRetrySeconds = 0.05;
 
 }  // namespace
 
@@ -33,7 +33,7 @@ class Loop::Turning {
   }
   ~Turning() {
     loop_.turning_ = false;
-    loop_.showWork();
+    loop_.signalReadiness();
   }
   Turning(const Turning&) = delete;
   Turning& operator=(const Turning&) = delete;
@@ -42,8 +42,8 @@ class Loop::Turning {
   Loop& loop_;
 };
 
-Loop::Loop() : inotify_(poller_, INOTIFY) {
-  timers_.admit();  // retry_
+Loop::Loop() : inotify_(poller_, kInotify) {
+  timers_.reserve();  // retry_
   if (const int error = pollOwn(); error != 0) throwSystemError(error, "EventLoop epoll_ctl()");
 }
 
@@ -52,28 +52,28 @@ Loop::~Loop() {
 }
 
 int Loop::pollOwn() {
-  const int error = poller_.add(stop_.fd(), STOP);
-  return error != 0 ? error : poller_.add(alarm_.fd(), ALARM);
+  const int error = poller_.add(stop_.fd(), kStop);
+  return error != 0 ? error : poller_.add(timerfd_.fd(), kTimerfd);
 }
 
 [[gnu::hot]] void Loop::run() {
   const Turning turning(*this);
-  while (!stop_.raised()) pass(-1);
-  stop_.lower();
+  while (!stop_.isSet()) pass(-1);
+  stop_.clear();
 }
 
 [[gnu::hot]] bool Loop::turn(double maxWaitSeconds) {
   const Turning turning(*this);
   const Deadline deadline(maxWaitSeconds);
   for (;;) {
-    const bool ran = pass(stop_.raised() ? 0 : deadline.milliseconds());
-    if (ran || stop_.raised() || deadline.over()) return ran;
+    const bool ran = pass(stop_.isSet() ? 0 : deadline.milliseconds());
+    if (ran || stop_.isSet() || deadline.over()) return ran;
   }
 }
 
 int Loop::fd() noexcept {
-  shown_ = true;
-  if (!turning_) showWork();
+  externallyPolled_ = true;
+  if (!turning_) signalReadiness();
   return poller_.fd();
 }
 
@@ -85,37 +85,38 @@ int Loop::fd() noexcept {
 
 [[gnu::hot]] void Loop::collect(int milliseconds) {
   retryLater();
-  // Interrupted deliveries, which hasWork() counts, too, have been completed by pass().
+  // Unlike hasWork(), without interrupted deliveries: pass() has completed them.
   const bool work = timers_.hasImmediate() || inotify_.hasNotices() || inotify_.hasQueued();
   waited_ = !work;
-  // With work the loop does not wait; but an alarm left ringing is an event a turn.
-  if (!work || (alarm_.hasRung() && !shown_)) alarm_.ringBy(timers_.earliestLater());
+  // With work the loop does not wait. An expired timerfd would be an event in each turn.
+  if (!work || (timerfd_.hasExpired() && !externallyPolled_))
+    timerfd_.armNoLaterThan(timers_.earliestLater());
   ++turns_;
   endedBefore_ = descriptors_.ended();
-  straysBefore_ = descriptors_.strays();
+  staleReportsBefore_ = descriptors_.staleReports();
   poller_.wait(work ? 0 : milliseconds);
-  if (poller_.reported(ALARM)) alarm_.rang();
+  if (poller_.reported(kTimerfd)) timerfd_.noteExpired();
 }
 
 [[gnu::hot]] bool Loop::deliver(bool late) {
   interrupted_ = true;
-  // The alarm need not be set where the loop did not wait for it.
-  timers_.beginTurn(alarm_.hasRung() || !waited_);
-  // What comes out of a callback that throws each time shall not be all that ever runs.
+  // The timerfd may not be armed where the loop did not wait.
+  timers_.beginTurn(timerfd_.hasExpired() || !waited_);
+  // A callback that throws each time does not keep newer events from being delivered.
   if (!late) inotify_.beginTurn();
   bool ran = (late || !waited_) && inotify_.hasUndelivered() && inotify_.deliver();
   for (uint64_t data = 0; poller_.take(data);) ran |= dispatch(data, late);
   if (inotify_.hasNotices()) ran |= inotify_.deliverNotices();
   ran |= runTimers();
   interrupted_ = false;
-  shedStrays();
+  dropStaleRegistrations();
   return ran;
 }
 
 [[gnu::hot]] bool Loop::dispatch(uint64_t data, bool late) {
-  if (data > INOTIFY) return descriptors_.dispatch(data, turns_, late);
-  if (data == STOP) stop_.quiet();
-  if (data != INOTIFY) return false;
+  if (data > kInotify) return descriptors_.dispatch(data, turns_, late);
+  if (data == kStop) stop_.drain();
+  if (data != kInotify) return false;
   inotify_.read();
   return inotify_.deliver();
 }
@@ -134,67 +135,67 @@ int Loop::fd() noexcept {
 }
 
 void Loop::retryLater() {
-  if (!descriptors_.hasPaused() || retry_.state != TimerNode::State::Idle) return;
-  timers_.start(retry_, RETRY_SECONDS);
+  if (!descriptors_.hasPaused() || retry_.state != TimerNode::State::kIdle) return;
+  timers_.start(retry_, kRetrySeconds);
 }
 
 bool Loop::hasWork() const {
   return timers_.hasImmediate() || inotify_.hasNotices() || inotify_.hasUndelivered();
 }
 
-// The kernel goes on reporting a descriptor that was closed while a duplicate of
-// it, perhaps in another process, is still open, and offers no way to name it any
-// more. Only a new epoll descriptor is rid of it. Left alone while somebody polls
-// the loop from outside, who would not notice that the old one is gone. The old one
-// stays when the new one cannot be told everything: its stray reports ask for another try.
-void Loop::shedStrays() {
-  const bool strayed = descriptors_.strays() != straysBefore_;
-  if (!strayed || descriptors_.ended() != endedBefore_ || shown_) return;
+// The kernel keeps reporting a descriptor that was closed while a duplicate of it, perhaps in
+// another process, is open, and has no call that could remove it. Only a new epoll descriptor
+// is without it. Nothing is changed while a client polls the loop from outside, since the
+// client would not notice that the old one was closed. The old one also stays when the new one
+// does not take every registration: its next stale report causes another attempt.
+void Loop::dropStaleRegistrations() {
+  const bool stale = descriptors_.staleReports() != staleReportsBefore_;
+  if (!stale || descriptors_.ended() != endedBefore_ || externallyPolled_) return;
   static_cast<void>(poller_.renew(
       [this] { return pollOwn() == 0 && inotify_.pollAgain() && descriptors_.registerAll(); }));
 }
 
-// Keeps the promise of fd() whenever the loop is left to its client. It costs
-// nothing until somebody has asked for fd(). Here is nobody to tell of an alarm that
-// the kernel refuses to set: the client is made to turn, and the turn tries again.
-void Loop::showWork() noexcept {
-  if (!shown_) return;
+// Makes fd() readable when there is something to do, whenever the loop returns to its client.
+// Costs nothing until fd() was called. An error of the timerfd cannot be thrown here: the
+// descriptor is made readable, so that the client turns the loop and the turn throws it.
+void Loop::signalReadiness() noexcept {
+  if (!externallyPolled_) return;
   try {
     retryLater();
-    if (stop_.raised()) stop_.quiet();
+    if (stop_.isSet()) stop_.drain();
     if (hasWork()) {
-      alarm_.ringNow();
+      timerfd_.expireNow();
     } else {
-      alarm_.ringAt(timers_.earliestLater());
+      timerfd_.armAt(timers_.earliestLater());
     }
   } catch (const std::system_error&) {
-    stop_.call();
+    stop_.wake();
   }
 }
 
 void Loop::startTimer(TimerNode& node, double seconds) {
   timers_.start(node, seconds);
-  if (!turning_) showWork();
+  if (!turning_) signalReadiness();
 }
 
 [[gnu::hot]] void Loop::cancelTimer(TimerNode& node) {
   timers_.cancel(node);
-  if (!turning_) showWork();
+  if (!turning_) signalReadiness();
 }
 
-void Loop::dismissTimer(TimerNode& node) {
-  timers_.dismiss(node);
-  if (!turning_) showWork();
+void Loop::releaseTimer(TimerNode& node) {
+  timers_.release(node);
+  if (!turning_) signalReadiness();
 }
 
 void Loop::addWatch(InotifyWatcher& watcher, std::string path, uint32_t mask) {
   inotify_.add(watcher, std::move(path), mask);
-  if (!turning_) showWork();
+  if (!turning_) signalReadiness();
 }
 
 void Loop::removeWatch(InotifyWatcher& watcher) {
   inotify_.remove(watcher);
-  if (!turning_) showWork();
+  if (!turning_) signalReadiness();
 }
 
 }  // namespace Brask::Linux

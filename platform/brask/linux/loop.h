@@ -4,23 +4,23 @@
 #include <cstdint>
 #include <string>
 
-#include "brask/linux/alarm.h"
 #include "brask/linux/fd_registry.h"
 #include "brask/linux/inotify_hub.h"
 #include "brask/linux/loop_member.h"
 #include "brask/linux/poller.h"
-#include "brask/linux/stop_signal.h"
+#include "brask/linux/stop_request.h"
 #include "brask/linux/timer_queue.h"
+#include "brask/linux/timerfd.h"
 
 namespace Brask::Linux {
 
-/// What stands behind EventLoop. One turn is
+/// The implementation of EventLoop. One turn is
 ///
 ///   wait -> descriptors and inotify, in the kernel's order -> notices of inotify -> timers
 ///
-/// An exception out of a callback interrupts the turn; the next one goes on
-/// behind that callback before it asks the kernel again. So a callback that
-/// throws every time holds up nobody else.
+/// An exception from a callback interrupts the turn; the next turn continues after that
+/// callback before it waits again. A callback that throws every time therefore does not
+/// delay the others.
 class Loop {
  public:
   Loop();
@@ -28,14 +28,14 @@ class Loop {
 
   void run();
   bool turn(double maxWaitSeconds);
-  void stop() noexcept { stop_.raise(); }
+  void stop() noexcept { stop_.set(); }
   int fd() noexcept;
 
   // For the controls.
   LoopMembers& members() { return members_; }
   FdRegistry& descriptors() { return descriptors_; }
-  void admitTimer() { timers_.admit(); }
-  void dismissTimer(TimerNode& node);
+  void reserveTimer() { timers_.reserve(); }
+  void releaseTimer(TimerNode& node);
   void startTimer(TimerNode& node, double seconds);
   void cancelTimer(TimerNode& node);
   void addWatch(InotifyWatcher& watcher, std::string path, uint32_t mask);
@@ -52,12 +52,12 @@ class Loop {
   bool runTimers();
   void retryLater();
   bool hasWork() const;
-  void shedStrays();
-  void showWork() noexcept;
+  void dropStaleRegistrations();
+  void signalReadiness() noexcept;
 
   Poller poller_;
-  StopSignal stop_;
-  Alarm alarm_;
+  StopRequest stop_;
+  Timerfd timerfd_;
   TimerQueue timers_;
   TimerNode retry_{nullptr};  // when to try paused listening descriptors again
   FdRegistry descriptors_{poller_};
@@ -65,12 +65,12 @@ class Loop {
   LoopMembers members_;
 
   uint64_t turns_ = 0;
-  uint64_t endedBefore_ = 0;   // registrations that had ended when the batch was taken
-  uint64_t straysBefore_ = 0;  // reports for ended registrations, likewise
+  uint64_t endedBefore_ = 0;         // registrations that had ended when the batch was taken
+  uint64_t staleReportsBefore_ = 0;  // events of ended registrations, likewise
   bool turning_ = false;
-  bool waited_ = true;        // for the kernel, in this turn
-  bool interrupted_ = false;  // by an exception: the turn is not over
-  bool shown_ = false;        // somebody polls fd()
+  bool waited_ = true;             // in epoll_wait(2), in this turn
+  bool interrupted_ = false;       // by an exception: the turn is not finished
+  bool externallyPolled_ = false;  // a client polls fd()
 };
 
 }  // namespace Brask::Linux

@@ -8,7 +8,7 @@ namespace Brask::Linux {
 class Loop;
 class LoopMembers;
 
-/// A control, as its loop knows it: told when the loop goes first.
+/// A control as part of its loop. Detached when the loop is destroyed first.
 class LoopMember {
  public:
   LoopMember(const LoopMember&) = delete;
@@ -20,7 +20,7 @@ class LoopMember {
 
   bool hasLoop() const { return loop_ != nullptr; }
 
-  /// Throws std::logic_error when the loop is gone.
+  /// Throws std::logic_error when the loop was destroyed.
   Loop& loop() const {
     if (loop_ == nullptr) throw std::logic_error("the event loop of this control is gone");
     return *loop_;

@@ -18,7 +18,9 @@ namespace Brask::Linux {
   throwSystemError(error, what.c_str());
 }
 
-/// A descriptor of the loop's own, closed with its owner.
+/// A descriptor of the loop, closed with its owner. Unlike the library's UniqueFd it takes the
+/// result of a system call and throws on its failure; the platform includes nothing of the
+/// library.
 class OwnedFd {
  public:
   OwnedFd() = default;

@@ -29,7 +29,7 @@ int Poller::add(int fd, uint64_t data) {
   epoll_event event = eventFor(EPOLLIN, data);
   if (::epoll_ctl(fd_.get(), EPOLL_CTL_ADD, fd, &event) == 0) return 0;
   if (errno != EEXIST) return errno;
-  // Another control watches it, or did when its number stood for the same file.
+  // Another control watches it, or did when its number referred to the same file.
   return ::epoll_ctl(fd_.get(), EPOLL_CTL_MOD, fd, &event) == 0 ? 0 : errno;
 }
 
@@ -43,12 +43,12 @@ void Poller::resume(int fd, uint64_t data) {
 
 void Poller::modify(int fd, uint32_t events, uint64_t data) {
   epoll_event event = eventFor(events, data);
-  // Fails only for a descriptor that was closed meanwhile: nothing to report then.
+  // Fails only for a descriptor that was closed: there is nothing to report then.
   static_cast<void>(::epoll_ctl(fd_.get(), EPOLL_CTL_MOD, fd, &event));
 }
 
 void Poller::remove(int fd) {
-  // Fails when the descriptor was closed, which made the kernel forget it.
+  // Fails when the descriptor was closed, since the kernel has removed it.
   static_cast<void>(::epoll_ctl(fd_.get(), EPOLL_CTL_DEL, fd, nullptr));
 }
 
@@ -65,7 +65,7 @@ bool Poller::renew(const std::function<bool()>& addAll) {
   const int fresh = createEpoll();
   if (fresh < 0) return false;
   OwnedFd other = std::move(fd_);
-  fd_ = OwnedFd(fresh, "");  // what is added now goes there
+  fd_ = OwnedFd(fresh, "");  // addAll() adds to it
   const bool renewed = addAll() && ::dup3(fresh, old, O_CLOEXEC) >= 0;
   std::swap(fd_, other);
   return renewed;

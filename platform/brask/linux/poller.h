@@ -12,23 +12,23 @@
 
 namespace Brask::Linux {
 
-/// The epoll descriptor and the batch of events that it reported last. What has
-/// not been taken of a batch stays until it is.
+/// The epoll descriptor and the batch of events that it reported last. Events of a batch that
+/// were not taken stay until they are.
 class Poller {
  public:
   Poller();
 
   int fd() const { return fd_.get(); }
 
-  /// Reports `fd` with `data` for as long as it has something to read. Returns 0
-  /// or the reason of the kernel's refusal.
+  /// Reports `fd` with `data` for as long as it has something to read. Returns 0, or the errno
+  /// of the kernel's refusal.
   int add(int fd, uint64_t data);
 
-  /// Goes on reporting, or stops to report, a descriptor that stays known.
+  /// Stops and continues reporting a descriptor, which stays registered.
   void pause(int fd, uint64_t data);
   void resume(int fd, uint64_t data);
 
-  /// Forgets `fd`; silent when the kernel has done so already.
+  /// Removes `fd`; silent when the kernel has removed it already.
   void remove(int fd);
 
   /// Waits for events; returns early, without any, when a signal came. A
@@ -50,8 +50,8 @@ class Poller {
     return true;
   }
 
-  /// Replaces the epoll descriptor, under the same number, by one that knows what
-  /// `addAll` adds to it and nothing else. Returns false, with nothing changed, when
+  /// Replaces the epoll descriptor, under the same number, by one with only the descriptors
+  /// that `addAll` adds to it. Returns false, with nothing changed, when
   /// there is no descriptor left or when `addAll`, which throws nothing, returns false.
   bool renew(const std::function<bool()>& addAll);
 
@@ -61,7 +61,7 @@ class Poller {
   OwnedFd fd_;
   size_t next_ = 0;
   size_t count_ = 0;
-  std::vector<epoll_event> batch_{1024};  // apart from what every turn looks at
+  std::vector<epoll_event> batch_{1024};  // on the heap: turns without events do not touch it
 };
 
 }  // namespace Brask::Linux

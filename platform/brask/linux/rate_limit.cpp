@@ -8,9 +8,9 @@
 namespace Brask::Linux {
 
 bool RateLimit::hasRoom(int64_t now) {
-  const int64_t seconds = (now - countedUpTo_) / NANOSECONDS;
+  const int64_t seconds = (now - countedUpTo_) / kNanosecondsPerSecond;
   if (seconds > 0) {
-    countedUpTo_ += seconds * NANOSECONDS;
+    countedUpTo_ += seconds * kNanosecondsPerSecond;
     const auto passed = static_cast<uint64_t>(seconds);
     const uint64_t missing = burst_ - left_;
     const bool enough = perSecond_ != 0 && passed >= missing / perSecond_ + 1;

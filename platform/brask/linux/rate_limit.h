@@ -5,8 +5,8 @@
 
 namespace Brask::Linux {
 
-/// Admits a burst at once, and after it a number each second. What is left of a second's
-/// number stays, up to the size of the burst.
+/// Allows a burst at once, and after it a number each second. The unused rest of a second's
+/// number is kept, up to the size of the burst.
 class RateLimit {
  public:
   RateLimit(uint64_t burst, uint64_t perSecond, int64_t now)
@@ -15,7 +15,7 @@ class RateLimit {
   /// Whether there is room at the time `now`, in nanoseconds.
   bool hasRoom(int64_t now);
 
-  /// Takes one, of which hasRoom() has said that it is there.
+  /// Takes one; hasRoom() has returned true.
   void take() { --left_; }
 
  private:

@@ -7,8 +7,8 @@
 
 namespace Brask::Linux {
 
-/// Names one entry of a SlotTable for ever: once the entry is erased, the handle
-/// finds nothing, also when the slot has been taken by another entry.
+/// Names one entry of a SlotTable. Once the entry is erased the handle finds nothing, also
+/// when another entry has the slot.
 struct Handle {
   uint32_t slot = 0;
   uint32_t generation = 0;  // 0 names nothing
@@ -18,8 +18,8 @@ struct Handle {
   }
 };
 
-/// Entries that events refer to by handle, so that an event that was on its way
-/// when its entry ended is recognised. Pointers hold until the next insert.
+/// Entries that events refer to by handle, so that an event that was queued when its entry was
+/// erased is recognised. Pointers are valid until the next insert.
 template <typename Entry>
 class SlotTable {
  public:

@@ -48,7 +48,7 @@ void StreamDebugHandler::emit(std::ostringstream& message, int level) {
   write(now, level, message.str());
 }
 
-// Says what was left out as soon as there is room again: once a second while others go on.
+// Writes what was left out as soon as there is room again: once a second while messages continue.
 bool StreamDebugHandler::admit(int level, int64_t now) {
   if (!limit_) return true;
   const bool limited = level <= kLastLimitedLevel;

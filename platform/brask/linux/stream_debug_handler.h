@@ -22,8 +22,8 @@ class RateLimit;
 class StreamDebugHandler : public Platform::DebugHandler {
  public:
   /// How many messages of the levels 0 and 1 are written: `burst` at once, then
-  /// `perSecond` each second. Other processes can cause such messages as fast as they
-  /// like (a record of a wrong size is one): a program that runs for long limits them.
+  /// `perSecond` each second. Other processes can cause such messages at any rate (a record
+  /// of a wrong size is one): a program that runs for long limits them.
   struct Limit {
     unsigned burst = 200;     ///< messages at once
     unsigned perSecond = 50;  ///< further messages each second
@@ -33,9 +33,9 @@ class StreamDebugHandler : public Platform::DebugHandler {
   /// and outlives the handler.
   StreamDebugHandler(std::ostream& stream, int maxLevel);
 
-  /// The same, with a limit. Before the next message that is written after others were left
-  /// out, and at the latest from the destructor, one line says how many those were. It has the
-  /// lowest level among them.
+  /// The same, with a limit. One line says how many messages were left out. It is written
+  /// before the next message, at the latest by the destructor, and has the lowest level among
+  /// those that were left out.
   StreamDebugHandler(std::ostream& stream, int maxLevel, Limit limit);
   ~StreamDebugHandler() override;
 

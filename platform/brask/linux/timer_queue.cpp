@@ -7,12 +7,12 @@
 
 namespace Brask::Linux {
 
-void TimerQueue::admit() {
+void TimerQueue::reserve() {
   if (heap_.capacity() <= nodes_) heap_.reserve(std::max<size_t>(16, 2 * nodes_));
   ++nodes_;
 }
 
-void TimerQueue::dismiss(TimerNode& node) {
+void TimerQueue::release(TimerNode& node) {
   cancel(node);
   --nodes_;
 }
@@ -33,10 +33,10 @@ void TimerQueue::start(TimerNode& node, double seconds) {
 
 void TimerQueue::startImmediate(TimerNode& node) {
   cancel(node);
-  // Alone among its like, it only has to stand behind them; the clock is needed
-  // to find its place among timers with a delay.
+  // Among immediate timers alone the order of the starts suffices; the clock is needed to order
+  // it among timers with a delay.
   node.expiry = heap_.empty() ? knownNow_ : readClock();
-  node.state = TimerNode::State::Immediate;
+  node.state = TimerNode::State::kImmediate;
   node.previous = lastImmediate_;
   node.next = nullptr;
   (lastImmediate_ != nullptr ? lastImmediate_->next : firstImmediate_) = &node;
@@ -45,27 +45,27 @@ void TimerQueue::startImmediate(TimerNode& node) {
 
 void TimerQueue::startLater(TimerNode& node, int64_t delay) {
   const Entry entry{node.expiry = readClock() + delay, node.order, &node};
-  if (node.state == TimerNode::State::Later) {
+  if (node.state == TimerNode::State::kLater) {
     const bool earlier = entry.before(heap_[node.position]);
     earlier ? siftUp(node.position, entry) : siftDown(node.position, entry);
     return;
   }
   cancel(node);
-  node.state = TimerNode::State::Later;
+  node.state = TimerNode::State::kLater;
   heap_.push_back(entry);
   siftUp(heap_.size() - 1, entry);
 }
 
 [[gnu::hot]] void TimerQueue::cancel(TimerNode& node) {
-  if (node.state == TimerNode::State::Immediate) unlink(node);
-  if (node.state == TimerNode::State::Later) removeFromHeap(node.position);
-  node.state = TimerNode::State::Idle;
+  if (node.state == TimerNode::State::kImmediate) unlink(node);
+  if (node.state == TimerNode::State::kLater) removeFromHeap(node.position);
+  node.state = TimerNode::State::kIdle;
 }
 
 [[gnu::hot]] void TimerQueue::beginTurn(bool mayBeDue) {
   turnStarts_ = starts_;
-  // Where the kernel has not reported it no delay has passed, save where immediate timers
-  // have kept the loop from asking.
+  // While the timerfd has not expired, no delay has passed, unless immediate timers have kept
+  // the loop from waiting for it.
   const bool ask = !heap_.empty() && (mayBeDue || hasImmediate());
   turnNow_ = ask ? readClock() : knownNow_;
 }
@@ -76,7 +76,7 @@ void TimerQueue::startLater(TimerNode& node, int64_t delay) {
     const Entry& top = heap_.front();
     if (node == nullptr || top.before(Entry{node->expiry, node->order, node})) node = top.node;
   }
-  // What was started in this turn sorts behind everything that is due in it.
+  // A timer that was started in this turn is ordered after all that are due in it.
   if (node == nullptr || node->expiry > turnNow_ || node->order >= turnStarts_) return nullptr;
   cancel(*node);
   return node;

@@ -17,23 +17,22 @@ struct TimerNode {
   TimerNode(const TimerNode&) = delete;
   TimerNode& operator=(const TimerNode&) = delete;
 
-  Platform::TimeoutHandler* handler;  // null for a timer of the loop itself
-  enum class State : uint8_t { Idle, Immediate, Later } state = State::Idle;
-  size_t position = 0;            // in the heap, while Later
-  int64_t expiry = 0;             // of an Immediate: when it was started, as far as it matters
+  Platform::TimeoutHandler* handler;  // null for the loop's own timer
+  enum class State : uint8_t { kIdle, kImmediate, kLater } state = State::kIdle;
+  size_t position = 0;            // in the heap, while kLater
+  int64_t expiry = 0;             // while kImmediate: the time of its start, when known
   uint64_t order = 0;             // counts the starts, so that equal expiries keep their order
-  TimerNode* previous = nullptr;  // in the list, while Immediate
+  TimerNode* previous = nullptr;  // in the list, while kImmediate
   TimerNode* next = nullptr;
 };
 
-/// The armed timers in order of expiry. Timers without a delay stand in a list of
-/// their own, which costs no heap work and, while no other timer is armed, no
-/// look at the clock.
+/// The armed timers in order of expiry. Timers without a delay are in a list of their own,
+/// which needs no heap and, while no other timer is armed, does not read the clock.
 class TimerQueue {
  public:
-  /// Makes room for one more node, so that start() never allocates.
-  void admit();
-  void dismiss(TimerNode& node);
+  /// Reserves room for one more node, so that start() never allocates; release() returns it.
+  void reserve();
+  void release(TimerNode& node);
 
   void start(TimerNode& node, double seconds);
   void cancel(TimerNode& node);
@@ -43,9 +42,8 @@ class TimerQueue {
   /// The earliest expiry of a timer with a delay, 0 when there is none.
   int64_t earliestLater() const { return heap_.empty() ? 0 : heap_.front().expiry; }
 
-  /// Fixes what is due in this turn: timers started from here on wait for the
-  /// next. `mayBeDue` says that a delay may have passed: the kernel has reported one, or was
-  /// not asked to.
+  /// Decides what is due in this turn: timers started from here on wait for the next.
+  /// `mayBeDue` means that a delay may have passed: the timerfd has expired, or was not armed.
   void beginTurn(bool mayBeDue);
 
   /// Takes the next timer due in this turn out of the queue; null when none is left.
@@ -78,7 +76,7 @@ class TimerQueue {
   uint64_t starts_ = 0;
   uint64_t turnStarts_ = 0;  // timers with an order below this may run in this turn
   int64_t turnNow_ = 0;
-  int64_t knownNow_ = 0;  // the latest time seen; never behind the expiry of an Immediate
+  int64_t knownNow_ = 0;  // the latest time read; at least the expiry of each kImmediate
 };
 
 }  // namespace Brask::Linux

@@ -9,8 +9,8 @@
 
 namespace Brask::Linux {
 
-/// A path as an entry of a directory, by its text alone. "" is the directory "/". A path
-/// of which that cannot be said ("/", ".", "..") is a directory and has no name.
+/// A path as an entry of a directory, by its text alone. "" is the directory "/". A path that
+/// is no entry of another directory ("/", ".", "..") is a directory without a name.
 struct PathEntry {
   std::string_view directory;
   std::string_view name;
@@ -21,11 +21,11 @@ PathEntry entryOf(std::string_view path);
 /// The path as the directory of its entries.
 std::string_view directoryOf(std::string_view path);
 
-/// Finds the watchers of a path, in the order in which they came, and those of a directory's
-/// entries, in the order of their names.
+/// Finds the watchers of a path, in the order of their first addWatch(), and those of a
+/// directory's entries, in the order of their names.
 class WatchedPaths {
  public:
-  /// From now on the watcher is known under `path`, which becomes its own.
+  /// Enters the watcher under `path`, or moves it there, and sets its path.
   void place(InotifyWatcher& watcher, std::string path);
   void remove(InotifyWatcher& watcher);
 

@@ -165,7 +165,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   void keepTrouble(const std::string& what) {
     if (std::exchange(lastTrouble_, what) == what) return;
     trouble_ = std::current_exception();
-    ZORBE_LOG(handler_, notable, "ReaderCore::keepTrouble() " << root_ << ": " << what);
+    ZORBE_LOG(handler_, kNotable, "ReaderCore::keepTrouble() " << root_ << ": " << what);
   }
 
   void lookWithin(double seconds) {
@@ -191,7 +191,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     try {
       static_cast<void>(connection_->tryConnect());
     } catch (const Brask::Exception& failure) {
-      ZORBE_LOG(handler_, notable, "ReaderCore::connect() " << root_ << ": " << failure.what());
+      ZORBE_LOG(handler_, kNotable, "ReaderCore::connect() " << root_ << ": " << failure.what());
     }
   }
 
@@ -217,7 +217,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     reader_ = std::move(table);
     follower_.emplace(*reader_);
     lastTrouble_.clear();
-    ZORBE_LOG(handler_, milestone,
+    ZORBE_LOG(handler_, kMilestone,
               "ReaderCore::adopt() " << root_ << " incarnation:" << reader_->incarnation());
   }
 

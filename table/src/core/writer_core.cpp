@@ -112,10 +112,10 @@ class WriterCore::Impl : public WriterKickSm {
 
   void logStart() {
     if (table_->start() == TableWriter::Start::kReplaced) {
-      ZORBE_LOG(*handler, notable,
+      ZORBE_LOG(*handler, kNotable,
                 "WriterCore::logStart() replaced " << rootPath << ": " << table_->whyReplaced());
     } else {
-      ZORBE_LOG(*handler, milestone,
+      ZORBE_LOG(*handler, kMilestone,
                 "WriterCore::logStart() " << rootPath << " records:" << table_->size()
                                           << " sequence:" << table_->published());
     }
@@ -147,7 +147,7 @@ class WriterCore::Impl : public WriterKickSm {
       lastFailure_.clear();
     } catch (const Brask::Exception& failure) {
       if (std::exchange(lastFailure_, failure.what()) == failure.what()) return;
-      ZORBE_LOG(*handler, failure, "WriterCore::keep() " << rootPath << " " << failure.what());
+      ZORBE_LOG(*handler, kFailure, "WriterCore::keep() " << rootPath << " " << failure.what());
     }
   }
 

@@ -33,7 +33,7 @@ int connectToWriter(Brask::Platform::DebugHandler& handler, const RootPath& root
   UniqueFd fd(Util::socket(handler, AF_UNIX, SOCK_SEQPACKET, 0));
   const int error = fd.get() < 0 ? errno : connectWithoutWaiting(handler, fd.get(), root);
   if (error == 0) return fd.release();
-  ZORBE_LOG(handler, step, "Table::connectToWriter() " << root << ": " << Log::reason(error));
+  ZORBE_LOG(handler, kStep, "Table::connectToWriter() " << root << ": " << Log::reason(error));
   return -1;
 }
 

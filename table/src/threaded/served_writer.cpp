@@ -115,7 +115,8 @@ class ServedWriter::Impl : public ForkMember {
     try {
       loop_->turn(0);
     } catch (const std::exception& failure) {
-      ZORBE_LOG_OR_LOSE(log_, failure, "ServedWriter::turn() " << name_ << ": " << failure.what());
+      ZORBE_LOG_NOEXCEPT(log_, kFailure,
+                         "ServedWriter::turn() " << name_ << ": " << failure.what());
     }
   }
 

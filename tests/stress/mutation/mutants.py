@@ -21,9 +21,9 @@ SWAPPED = {
     "+": "-", "-": "+", "+=": "-=", "-=": "+=", "++": "--", "--": "++", "&": "|",
     "true": "false", "false": "true",
 }
-LEVELS = {"failure": "notable", "notable": "milestone", "milestone": "routine",
-          "routine": "step", "step": "item", "item": "step"}
-LOGS = {"ZORBE_LOG", "ZORBE_LOG_OR_LOSE"}
+LEVELS = {"kFailure": "kNotable", "kNotable": "kMilestone", "kMilestone": "kRoutine",
+          "kRoutine": "kStep", "kStep": "kItem", "kItem": "kStep"}
+LOGS = {"ZORBE_LOG", "ZORBE_LOG_NOEXCEPT"}
 # What a statement that is taken out as a whole may not begin with.
 KEPT = re.compile(r"^(return|throw|using|namespace|template|typedef|static_assert|friend|struct|class"
                   r"|enum|constexpr|const|static|extern|auto|break|continue|public|private|case"

@@ -143,7 +143,7 @@ class StopOnSignals {
     struct sigaction action {};
     action.sa_handler = stop;
     action.sa_flags = static_cast<int>(SA_RESETHAND);
-    for (const int signal : signals) {
+    for (const int signal : kSignals) {
       if (sigaction(signal, &action, nullptr) != 0) {
         throw std::system_error(errno, std::generic_category(), "sigaction");
       }
@@ -152,11 +152,11 @@ class StopOnSignals {
   StopOnSignals(const StopOnSignals&) = delete;
   StopOnSignals& operator=(const StopOnSignals&) = delete;
   ~StopOnSignals() {
-    for (const int signal : signals) static_cast<void>(std::signal(signal, SIG_DFL));
+    for (const int signal : kSignals) static_cast<void>(std::signal(signal, SIG_DFL));
   }
 
  private:
-  static constexpr int signals[] = {SIGINT, SIGTERM};
+  static constexpr int kSignals[] = {SIGINT, SIGTERM};
 };
 
 }  // namespace

@@ -30,9 +30,9 @@ ino_t socketInode(DIR* directory, const char* entry) {
   const ssize_t length = readlinkat(dirfd(directory), entry, target, sizeof target - 1);
   if (length <= 0) return 0;
   target[length] = '\0';
-  constexpr const char* prefix = "socket:[";
-  if (std::strncmp(target, prefix, std::strlen(prefix)) != 0) return 0;
-  return std::strtoull(target + std::strlen(prefix), nullptr, 10);
+  constexpr const char* kPrefix = "socket:[";
+  if (std::strncmp(target, kPrefix, std::strlen(kPrefix)) != 0) return 0;
+  return std::strtoull(target + std::strlen(kPrefix), nullptr, 10);
 }
 
 // Processes end during the scan or belong to other users: unreadable ones are skipped.

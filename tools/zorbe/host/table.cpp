@@ -92,10 +92,10 @@ void walk(DebugHandler& handler, const Table& from, int depth, std::vector<Table
 
 // "zorbe_", a last component, "_" and eight digits: the component, or nothing.
 std::optional<std::string> lastComponent(const std::string& socket) {
-  constexpr std::size_t prefix = 6;
-  constexpr std::size_t suffix = 9;
-  if (socket.size() < prefix + suffix || socket.rfind("zorbe_", 0) != 0) return std::nullopt;
-  return socket.substr(prefix, socket.size() - prefix - suffix);
+  constexpr std::size_t kPrefix = 6;
+  constexpr std::size_t kSuffix = 9;
+  if (socket.size() < kPrefix + kSuffix || socket.rfind("zorbe_", 0) != 0) return std::nullopt;
+  return socket.substr(kPrefix, socket.size() - kPrefix - kSuffix);
 }
 
 // Tables directly below the base directory whose directory was removed while their writer runs.

@@ -86,9 +86,10 @@ class FieldList {
     using Element = typename ElementOf<T>::Type;
     static_assert(!std::is_pointer_v<Element>, "a pointer means nothing to another process");
     constexpr char kLetter = typeLetter<Element>();
-    constexpr bool isText = kLetter == 'S';  // an array of char is one text
-    constexpr uint32_t kBytes = isText ? sizeof(T) : sizeof(Element);
-    push({name, kLetter, kBytes, isText ? 0 : ElementOf<T>::kCount, static_cast<uint32_t>(offset)});
+    constexpr bool kIsText = kLetter == 'S';  // an array of char is one text
+    constexpr uint32_t kBytes = kIsText ? sizeof(T) : sizeof(Element);
+    push(
+        {name, kLetter, kBytes, kIsText ? 0 : ElementOf<T>::kCount, static_cast<uint32_t>(offset)});
   }
 
   void push(Field field) { fields_.push_back(std::move(field)); }

@@ -24,50 +24,50 @@ class LogTest : public ZorbeTest {
 };
 
 TEST_F(LogTest, HandsTheMessageOverWithItsLevel) {
-  ZORBE_LOG(handler, notable, "LogTest::one() " << 1);
-  ZORBE_LOG(handler, item, "LogTest::two() " << std::string("two"));
+  ZORBE_LOG(handler, kNotable, "LogTest::one() " << 1);
+  ZORBE_LOG(handler, kItem, "LogTest::two() " << std::string("two"));
   EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "LogTest::one() 1"),  //
                                           Logged(9, "LogTest::two() two")));
 }
 
 TEST_F(LogTest, HasSixLevels) {
-  EXPECT_EQ(Log::failure, 0);
-  EXPECT_EQ(Log::notable, 1);
-  EXPECT_EQ(Log::milestone, 2);
-  EXPECT_EQ(Log::routine, 3);
-  EXPECT_EQ(Log::step, 5);
-  EXPECT_EQ(Log::item, 9);
+  EXPECT_EQ(Log::kFailure, 0);
+  EXPECT_EQ(Log::kNotable, 1);
+  EXPECT_EQ(Log::kMilestone, 2);
+  EXPECT_EQ(Log::kRoutine, 3);
+  EXPECT_EQ(Log::kStep, 5);
+  EXPECT_EQ(Log::kItem, 9);
 }
 
 TEST_F(LogTest, QueriesTheLevelOncePerMessage) {
-  ZORBE_LOG(handler, step, "text");
+  ZORBE_LOG(handler, kStep, "text");
   EXPECT_EQ(handler.queries(), 1u);
   EXPECT_EQ(handler.queries(5), 1u);
   handler.setMaxLevel(4);
-  ZORBE_LOG(handler, step, "text");
+  ZORBE_LOG(handler, kStep, "text");
   EXPECT_EQ(handler.queries(5), 2u);
 }
 
 TEST_F(LogTest, EvaluatesNothingWhenTheLevelIsOff) {
   handler.setMaxLevel(4);
-  ZORBE_LOG(handler, step, "text " << evaluated() << Log::reason(EIO));
+  ZORBE_LOG(handler, kStep, "text " << evaluated() << Log::reason(EIO));
   EXPECT_THAT(handler.take(), IsEmpty());
   EXPECT_EQ(evaluations, 0);
   EXPECT_EQ(Fault::calls("strerror"), 0u);
-  ZORBE_LOG(handler, routine, "text " << evaluated() << Log::reason(EIO));
+  ZORBE_LOG(handler, kRoutine, "text " << evaluated() << Log::reason(EIO));
   EXPECT_EQ(evaluations, 1);
   EXPECT_EQ(Fault::calls("strerror"), 1u);
 }
 
 TEST_F(LogTest, AMessageThatMayBeLostIsLostWhereThereIsNoMemory) {
   handler.failWithBadAlloc();
-  EXPECT_THROW(ZORBE_LOG(handler, step, "text"), std::bad_alloc);
-  EXPECT_NO_THROW(ZORBE_LOG_OR_LOSE(handler, step, "text"));
+  EXPECT_THROW(ZORBE_LOG(handler, kStep, "text"), std::bad_alloc);
+  EXPECT_NO_THROW(ZORBE_LOG_NOEXCEPT(handler, kStep, "text"));
   EXPECT_THAT(handler.take(), IsEmpty());
 }
 
 TEST_F(LogTest, AMessageThatMayBeLostIsOtherwiseAnyOther) {
-  ZORBE_LOG_OR_LOSE(handler, notable, "text " << 1);
+  ZORBE_LOG_NOEXCEPT(handler, kNotable, "text " << 1);
   EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "text 1")));
 }
 
@@ -78,28 +78,28 @@ TEST_F(LogTest, ATextIsWholeOrThrows) {
 }
 
 TEST_F(LogTest, PrintsNumbersWithTwelveDigits) {
-  ZORBE_LOG(handler, step, 1.0 / 3 << ' ' << 123456789012.5);
+  ZORBE_LOG(handler, kStep, 1.0 / 3 << ' ' << 123456789012.5);
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "0.333333333333 123456789012")));
   EXPECT_EQ(handler.precision(), 12);
   EXPECT_EQ(ZORBE_TEXT(1.0 / 3), "0.333333333333");
 }
 
 TEST_F(LogTest, StartsEachMessageWithAFreshStream) {
-  ZORBE_LOG(handler, step, std::hex << 255);
-  ZORBE_LOG(handler, step, 255);
+  ZORBE_LOG(handler, kStep, std::hex << 255);
+  ZORBE_LOG(handler, kStep, 255);
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "ff"), Logged(5, "255")));
 }
 
 TEST_F(LogTest, PrintsTheReasonThatItIsGivenAndNotErrno) {
   handler.clobberErrno(EXDEV);
   errno = EPERM;
-  ZORBE_LOG(handler, step, "text: " << Log::reason(EIO));
+  ZORBE_LOG(handler, kStep, "text: " << Log::reason(EIO));
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "text: Input/output error")));
 }
 
 TEST_F(LogTest, AMissingReasonEndsTheMessage) {
   Fault::arm("strerror", 1, 0);
-  ZORBE_LOG(handler, step, "text: " << Log::reason(EIO) << " and more");
+  ZORBE_LOG(handler, kStep, "text: " << Log::reason(EIO) << " and more");
   EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "text: ")));
 }
 

@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: MIT
+# shellcheck shell=bash
 # Bash completion of zorbe(1).
 
 # The names of all tables, a line each. Names with line breaks are left out.

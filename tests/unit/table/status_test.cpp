@@ -4,13 +4,11 @@
 #include "support/fixture.h"
 
 #include <memory>
-#include <thread>
 
 namespace Zorbe::Test {
 namespace {
 
 using Table::loadStatus;
-using Table::Peer;
 using Table::PeerState;
 using Table::SlotsHeader;
 using Table::Status;
@@ -63,27 +61,6 @@ TEST_F(StatusTest, WhateverTheMemoryHoldsIsRead) {
   ASSERT_TRUE(read.has_value());
   EXPECT_EQ(read->peers.size(), Table::kMaxPeers);
   EXPECT_EQ(read->peers[0].state, PeerState::watcher);
-}
-
-TEST_F(StatusTest, IsNeverAMixture) {
-  std::thread writer([this] {
-    for (uint32_t round = 1; round <= 20'000; ++round) {
-      storeStatus(*header, {round, round, std::vector<Peer>(3, {round, round, round, {}, round})});
-    }
-  });
-  uint64_t last = 0;
-  unsigned wrong = 0;
-  while (last < 20'000) {
-    const auto status = loadStatus(*header);
-    if (!status) continue;
-    for (const Peer& peer : status->peers) {
-      if (peer.pid != status->connections || peer.reported != status->connections) ++wrong;
-    }
-    if (status->connections < last) ++wrong;
-    last = status->connections;
-  }
-  writer.join();
-  EXPECT_EQ(wrong, 0u);
 }
 
 }  // namespace

@@ -1,83 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
 // Watches that the kernel refuses, and paths that change meanwhile.
-#include <cstring>
 #include <stdexcept>
 
-#include "unit/platform/brask/linux/inotify_fixture.h"
-#include "unit/platform/brask/linux/loop_fault_fixture.h"
+#include "unit/platform/brask/linux/inotify_fault_fixture.h"
 
 using namespace LoopTesting;
-namespace Fault = Zorbe::Test::Fault;
 
 namespace {
-
-const std::string kOverflowError =
-    "error inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the "
-    "limit)";
-
-bool overflowing = false;
-
-// What read(2) finds first when the kernel's queue was full.
-ssize_t readOverflow(int fd, void* buffer, size_t size) {
-  if (!std::exchange(overflowing, false)) {
-    const Fault::Bypass bypass;
-    return ::read(fd, buffer, size);
-  }
-  inotify_event event{};
-  event.wd = -1;
-  event.mask = IN_Q_OVERFLOW;
-  std::memcpy(buffer, &event, sizeof event);
-  return sizeof event;
-}
-
-// The kernel's queue was full: all that it had is lost.
-ssize_t readOverflowAlone(int fd, void* buffer, size_t size) {
-  if (!overflowing) return readOverflow(fd, buffer, size);
-  const Fault::Bypass bypass;
-  while (::read(fd, buffer, size) > 0) {
-  }
-  return readOverflow(fd, buffer, size);
-}
-
-// What read(2) finds when a file system is unmounted: that, before the end of each watch.
-ssize_t readAsUnmounted(int fd, void* buffer, size_t size) {
-  const Fault::Bypass bypass;
-  const ssize_t got = ::read(fd, buffer, size);
-  for (ssize_t next = 0; next < got;) {
-    inotify_event event;
-    char* const place = static_cast<char*>(buffer) + next;
-    std::memcpy(&event, place, sizeof event);
-    if (event.mask == IN_IGNORED) event.mask = IN_UNMOUNT;
-    std::memcpy(place, &event, sizeof event);
-    next += static_cast<ssize_t>(sizeof event + event.len);
-  }
-  return got;
-}
-
-class InotifyFaultTest : public WithFaults<InotifyTest> {
- protected:
-  // The kernel reports an overflow, and then what it has.
-  static void overflow() {
-    overflowing = true;
-    Fault::divert("read", readOverflow);
-  }
-  static void overflowAlone() {
-    overflowing = true;
-    Fault::divert("read", readOverflowAlone);
-  }
-
-  // A refused watch is reported as `error`; added again, it works.
-  void expectRefusedOnce(const std::string& error) {
-    InotifyProbe probe;
-    probe.control->addWatch(directory.path, IN_CREATE);
-    EXPECT_TRUE(loop->turn(0));
-    probe.control->addWatch(directory.path, IN_CREATE);
-    directory.make("one");
-    settle();
-    EXPECT_EQ((Told{"error " + error, "changed one"}), probe.told);
-  }
-};
 
 // One of two watchers of a directory leaves it, while its path comes to lead elsewhere.
 class InotifyRaceTest : public InotifyFaultTest {
@@ -90,33 +20,6 @@ class InotifyRaceTest : public InotifyFaultTest {
   const std::string path = directory.make("d");
   const std::string moved = directory.path + "/moved";
   InotifyProbe stays, leaves;
-};
-
-// A directory and the one above it, each with its watcher.
-class InotifyTreeFaultTest : public InotifyFaultTest {
- protected:
-  InotifyTreeFaultTest() {
-    outer.control->addWatch(top, IN_DELETE);
-    inner.control->addWatch(leaf, IN_CREATE);
-  }
-
-  // The inner control's client makes the tree again.
-  void makeItAgain() {
-    inner.onEvent = [&] {
-      if (inner.told.back() != "deleted") return;
-      directory.make("top");
-      directory.make("top/leaf");
-      inner.control->addWatch(leaf, IN_CREATE);
-    };
-  }
-  void removeTree() {
-    remove(leaf);
-    remove(top);
-  }
-
-  const std::string top = directory.make("top");
-  const std::string leaf = directory.make("top/leaf");
-  InotifyProbe outer, inner;
 };
 
 }  // namespace
@@ -212,78 +115,6 @@ TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathReceivesAllThatItAskedFo
   EXPECT_EQ(Told{"changed two"}, stays.told);
 }
 
-TEST_F(InotifyTreeFaultTest, ARefusalThatIsNoEndIsNotReportedToTheWatcherOfTheParent) {
-  Fault::arm("inotify_add_watch", 1, ENOSPC);
-  inner.control->addWatch(leaf, IN_CREATE);
-  settle();
-  EXPECT_EQ(Told{}, outer.told);
-  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf +
-                  ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            inner.told);
-}
-
-TEST_F(InotifyTreeFaultTest, AWatcherThatCannotBeResumedIsResumedLater) {
-  remove(leaf);
-  remove(top);
-  inner.control->addWatch(leaf, IN_CREATE);
-  outer.control->addWatch(top, IN_DELETE);
-  directory.make("top");
-  directory.make("top/leaf");
-  Fault::arm("inotify_add_watch", 2, ENOSPC);
-  inner.control->addWatch(leaf, IN_CREATE);
-  EXPECT_EQ(1u, kernelWatches().size());
-  inner.control->addWatch(leaf, IN_CREATE);
-  EXPECT_EQ(2u, kernelWatches().size());
-}
-
-TEST_F(InotifyTreeFaultTest, AnEndIsReportedWhenTheWatchCannotMoveAndSoIsTheRefusal) {
-  makeItAgain();
-  removeTree();
-  Fault::arm("inotify_add_watch", 2, ENOSPC);
-  settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted",
-                  "error inotify_add_watch() " + top +
-                      ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            outer.told);
-  EXPECT_EQ(1u, kernelWatches().size());
-}
-
-TEST_F(InotifyTreeFaultTest, TheEndOfAMountIsReportedThoughItsPathIsADirectoryAgain) {
-  makeItAgain();
-  removeTree();
-  Fault::divert("read", readAsUnmounted);
-  settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
-}
-
-TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedHearsWhy) {
-  removeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
-  outer.control->addWatch(top, IN_DELETE);
-  settle();
-  outer.told.clear();
-  directory.make("top");
-  directory.make("top/leaf");
-  Fault::arm("inotify_add_watch", 2, ENOSPC);
-  inner.control->addWatch(leaf, IN_CREATE);
-  settle();
-  EXPECT_EQ((Told{"error inotify_add_watch() " + top +
-                  ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            outer.told);
-}
-
-TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverTheirOrder) {
-  outer.control->removeWatch();
-  outer.control->addWatch(top, IN_DELETE);  // the later watch of the two
-  makeItAgain();
-  removeTree();
-  overflowAlone();
-  settle();
-  EXPECT_EQ((Told{kOverflowError, "changed leaf"}), outer.told);
-  EXPECT_EQ((Told{kOverflowError, "deleted"}), inner.told);
-  EXPECT_EQ(2u, kernelWatches().size());
-}
-
 TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchIsNotReportedToIt) {
   InotifyProbe before, later;
   before.control->addWatch(directory.path, IN_CREATE);
@@ -305,13 +136,4 @@ TEST_F(InotifyFaultTest, AWatchIsAddedWhenTheEventsFromBeforeCannotBeRead) {
   settle();
   EXPECT_EQ((Told{"changed one", "changed two"}), first.told);
   EXPECT_EQ("changed two", second.told.back());
-}
-
-TEST_F(InotifyTreeFaultTest, AWatchThatMovesAtTheSecondAttemptIsSparedTheEnd) {
-  makeItAgain();
-  removeTree();
-  Fault::arm("inotify_add_watch", 2, ENOENT);
-  settle();
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
-  EXPECT_EQ(2u, kernelWatches().size());
 }

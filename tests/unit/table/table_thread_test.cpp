@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// A writer that never rests, and readers on its own mapping: what a checker of data races (preset
-// tsan) looks at, and without one whether any record that is read is a mixture.
+// A writer that never rests, and readers of its own mapping on other threads: no record that they
+// read is a mixture.
+#include "memory/status.h"
+
 #include "support/table_fixture.h"
 
 #include <atomic>
@@ -146,6 +148,29 @@ TEST_F(TableConcurrency, ReadersFollowGrowthUnderAWriterThatNeverRests) {
   EXPECT_EQ(missing, 0u);
   EXPECT_EQ(copy.torn, 0u);
   EXPECT_EQ(copy.records.size(), kRecords);
+}
+
+TEST_F(TableConcurrency, AStatusIsNeverAMixture) {
+  const auto header = std::make_unique<Table::SlotsHeader>();
+  std::thread writer([&header] {
+    for (uint32_t round = 1; round <= 20'000; ++round) {
+      Table::storeStatus(
+          *header, {round, round, std::vector<Table::Peer>(3, {round, round, round, {}, round})});
+    }
+  });
+  uint64_t last = 0;
+  unsigned wrong = 0;
+  while (last < 20'000) {
+    const auto status = Table::loadStatus(*header);
+    if (!status) continue;
+    for (const Table::Peer& peer : status->peers) {
+      if (peer.pid != status->connections || peer.reported != status->connections) ++wrong;
+    }
+    if (status->connections < last) ++wrong;
+    last = status->connections;
+  }
+  writer.join();
+  EXPECT_EQ(wrong, 0u);
 }
 
 }  // namespace

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+//
+// Watches of a directory and of the one above it, which the kernel refuses or ends.
+#include <cstring>
+
+#include "unit/platform/brask/linux/inotify_fault_fixture.h"
+
+using namespace LoopTesting;
+
+namespace {
+
+// What read(2) finds when a file system is unmounted: that, before the end of each watch.
+ssize_t readAsUnmounted(int fd, void* buffer, size_t size) {
+  const Fault::Bypass bypass;
+  const ssize_t got = ::read(fd, buffer, size);
+  for (ssize_t next = 0; next < got;) {
+    inotify_event event;
+    char* const place = static_cast<char*>(buffer) + next;
+    std::memcpy(&event, place, sizeof event);
+    if (event.mask == IN_IGNORED) event.mask = IN_UNMOUNT;
+    std::memcpy(place, &event, sizeof event);
+    next += static_cast<ssize_t>(sizeof event + event.len);
+  }
+  return got;
+}
+
+// A directory and the one above it, each with its watcher.
+class InotifyTreeFaultTest : public InotifyFaultTest {
+ protected:
+  InotifyTreeFaultTest() {
+    outer.control->addWatch(top, IN_DELETE);
+    inner.control->addWatch(leaf, IN_CREATE);
+  }
+
+  // The inner control's client makes the tree again.
+  void makeItAgain() {
+    inner.onEvent = [&] {
+      if (inner.told.back() != "deleted") return;
+      directory.make("top");
+      directory.make("top/leaf");
+      inner.control->addWatch(leaf, IN_CREATE);
+    };
+  }
+  void removeTree() {
+    remove(leaf);
+    remove(top);
+  }
+
+  const std::string top = directory.make("top");
+  const std::string leaf = directory.make("top/leaf");
+  InotifyProbe outer, inner;
+};
+
+}  // namespace
+
+TEST_F(InotifyTreeFaultTest, ARefusalThatIsNoEndIsNotReportedToTheWatcherOfTheParent) {
+  Fault::arm("inotify_add_watch", 1, ENOSPC);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf +
+                  ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            inner.told);
+}
+
+TEST_F(InotifyTreeFaultTest, AWatcherThatCannotBeResumedIsResumedLater) {
+  remove(leaf);
+  remove(top);
+  inner.control->addWatch(leaf, IN_CREATE);
+  outer.control->addWatch(top, IN_DELETE);
+  directory.make("top");
+  directory.make("top/leaf");
+  Fault::arm("inotify_add_watch", 2, ENOSPC);
+  inner.control->addWatch(leaf, IN_CREATE);
+  EXPECT_EQ(1u, kernelWatches().size());
+  inner.control->addWatch(leaf, IN_CREATE);
+  EXPECT_EQ(2u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeFaultTest, AnEndIsReportedWhenTheWatchCannotMoveAndSoIsTheRefusal) {
+  makeItAgain();
+  removeTree();
+  Fault::arm("inotify_add_watch", 2, ENOSPC);
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted",
+                  "error inotify_add_watch() " + top +
+                      ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            outer.told);
+  EXPECT_EQ(1u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeFaultTest, TheEndOfAMountIsReportedThoughItsPathIsADirectoryAgain) {
+  makeItAgain();
+  removeTree();
+  Fault::divert("read", readAsUnmounted);
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+}
+
+TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedHearsWhy) {
+  removeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  outer.control->addWatch(top, IN_DELETE);
+  settle();
+  outer.told.clear();
+  directory.make("top");
+  directory.make("top/leaf");
+  Fault::arm("inotify_add_watch", 2, ENOSPC);
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ((Told{"error inotify_add_watch() " + top +
+                  ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            outer.told);
+}
+
+TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverTheirOrder) {
+  outer.control->removeWatch();
+  outer.control->addWatch(top, IN_DELETE);  // the later watch of the two
+  makeItAgain();
+  removeTree();
+  overflowAlone();
+  settle();
+  EXPECT_EQ((Told{kOverflowError, "changed leaf"}), outer.told);
+  EXPECT_EQ((Told{kOverflowError, "deleted"}), inner.told);
+  EXPECT_EQ(2u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeFaultTest, AWatchThatMovesAtTheSecondAttemptIsSparedTheEnd) {
+  makeItAgain();
+  removeTree();
+  Fault::arm("inotify_add_watch", 2, ENOENT);
+  settle();
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(2u, kernelWatches().size());
+}

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "unit/table/record.h"
+
+#include "support/fixture.h"
+
+#include <brask/linux/event_loop.h>
+#include <zorbe/table/in_loop.h>
+
+#include <map>
+
+namespace Zorbe::Test {
+
+/// Writer and reader on the bundled loop, in one process.
+class InLoop : public ZorbeTest {
+ protected:
+  using Kind = Table::Kind;
+  using State = Table::State;
+  using Writer = Table::LoopWriter<uint32_t, Record>;
+  using Reader = Table::LoopReader<uint32_t, Record>;
+
+  InLoop() {
+    options.log = &handler;
+    options.root = rootPath();
+  }
+
+  template <class Done>
+  bool turnUntil(Done done) {
+    for (const double end = now() + 20; !done();) {
+      if (now() > end) return false;
+      loop.turn(0.05);
+    }
+    return true;
+  }
+
+  static double now() {
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+  }
+
+  // What the reader has delivered so far.
+  void drain(Reader& reader) {
+    while (const auto change = reader.next()) {
+      kinds.push_back(change->kind);
+      if (change->kind == Kind::reset) copy.clear();
+      if (change->kind == Kind::put) copy[change->key] = change->value.a;
+      if (change->kind == Kind::erased) copy.erase(change->key);
+    }
+  }
+
+  bool sees(Reader& reader, uint32_t key, std::optional<int64_t> value) {
+    return turnUntil([&] {
+      drain(reader);
+      const auto found = copy.find(key);
+      return value ? found != copy.end() && found->second == *value : found == copy.end();
+    });
+  }
+
+  Brask::Linux::EventLoop loop;
+  Table::Options options;
+  std::vector<Kind> kinds;
+  std::map<uint32_t, int64_t> copy;
+};
+
+}  // namespace Zorbe::Test

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+//
+// The table of several writers, and of processes that fork or stop.
+#include "unit/table/table_program.h"
+
+#include <zorbe/exceptions.h>
+
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+namespace Zorbe::Test {
+namespace {
+
+TEST_F(TableProgram, ASecondWriterIsRefusedAndAStandbyTakesOver) {
+  auto first = std::make_unique<Writer>("t", options);
+  first->put(1, {10, 0});
+  EXPECT_THROW(Writer("t", options), DuplicateWriterException);
+  options.waitForLock = 0.05;
+  EXPECT_THROW(Writer("t", options), DuplicateWriterException);
+  options.waitForLock = 20;
+  std::atomic<bool> started{false};
+  std::unique_ptr<Writer> second;
+  std::thread standby([&] {
+    started.store(true);
+    second = std::make_unique<Writer>("t", options);
+  });
+  while (!started.load()) std::this_thread::yield();
+  first->put(1, {11, 0});
+  first.reset();
+  standby.join();
+  EXPECT_EQ(second->get(1)->a, 11);
+}
+
+TEST_F(TableProgram, AChildHasNothingOfItsParents) {
+  auto writer = std::make_unique<Writer>("t", options);
+  writer->put(1, {10, 0});
+  auto reader = std::make_unique<Reader>("t", options);
+  EXPECT_TRUE(sees(*reader, 1, 10));
+  EXPECT_EQ(inChild([&] {
+              try {
+                writer->put(1, {11, 0});
+                return 1;
+              } catch (const Table::Error& error) {
+                if (error.code() != Table::ErrorCode::closed) return 2;
+              }
+              try {
+                reader->next();
+                return 3;
+              } catch (const Table::Error& error) {
+                if (error.code() != Table::ErrorCode::closed) return 4;
+              }
+              writer.reset();
+              reader.reset();
+              return 0;
+            }),
+            0);
+  writer->put(1, {12, 0});
+  writer->publish();
+  EXPECT_TRUE(sees(*reader, 1, 12));
+}
+
+TEST_F(TableProgram, AChildThatLivesOnKeepsNoLock) {
+  auto writer = std::make_unique<Writer>("t", options);
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    char byte = 0;
+    ::_exit(::write(ends[1], "", 1) == 1 && ::read(ends[1], &byte, 1) == 1 ? 0 : 1);
+  }
+  char forked = 0;
+  ASSERT_EQ(::read(ends[0], &forked, 1), 1);
+  writer.reset();
+  EXPECT_NO_THROW(Writer("t", options));
+  ASSERT_EQ(::write(ends[0], "", 1), 1);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  ASSERT_EQ(::close(ends[0]) + ::close(ends[1]), 0);
+}
+
+// The threads of a stopped process do not accept: six connections fill its queue.
+TEST_F(TableProgram, AReaderOfAStoppedWriterIsHeldUpByNothing) {
+  int ends[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    Writer writer("t", options);
+    writer.put(1, {10, 0});
+    if (::write(ends[1], "", 1) != 1) ::_exit(1);
+    for (;;) ::pause();
+  }
+  char byte = 0;
+  ASSERT_EQ(::read(ends[0], &byte, 1), 1);
+  ASSERT_EQ(::kill(child, SIGSTOP), 0);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
+  {
+    std::vector<std::unique_ptr<Reader>> readers;
+    for (int i = 0; i < 12; ++i) {
+      readers.push_back(std::make_unique<Reader>("t", options));
+      EXPECT_EQ(readers.back()->get(1)->a, 10);
+      copy.clear();
+      EXPECT_GT(drain(*readers.back()), 0u);
+    }
+    EXPECT_EQ(readers.back()->state(), State::orphaned);
+    ASSERT_EQ(::kill(child, SIGCONT), 0);
+    EXPECT_TRUE(
+        waitUntil(*readers.back(), [&] { return readers.back()->state() == State::connected; }));
+  }
+  ASSERT_EQ(::kill(child, SIGKILL), 0);
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_EQ(::close(ends[0]) + ::close(ends[1]), 0);
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

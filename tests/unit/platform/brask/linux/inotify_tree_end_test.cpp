@@ -115,6 +115,17 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenTheWatchedEntryWasMovedOutAndNotRemoved
   EXPECT_EQ(Told{}, inner.told);
 }
 
+TEST_F(InotifyTreeEndTest, IsReportedWhenOtherThingsHappenedToTheWatchedEntry) {
+  watch(IN_DELETE | IN_ATTRIB);
+  ASSERT_EQ(0, ::chmod(leaf.c_str(), 0750));
+  settle();
+  move(leaf, directory.path + "/elsewhere");
+  remove(top);
+  makeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+}
+
 TEST_F(InotifyTreeEndTest, IsReportedWhenOnlyOtherEntriesWereRemoved) {
   touch(top + "/other");
   watch(IN_DELETE);

@@ -52,6 +52,16 @@ TEST_F(InotifyTreeTest,
             inner.told);
 }
 
+TEST_F(InotifyTreeTest, APathThatWasNeverThereIsNotReportedToTheWatcherOfItsParent) {
+  InotifyProbe other;
+  other.control->addWatch(top + "/other", IN_CREATE);
+  inner.control->addWatch(top + "/another", IN_CREATE);
+  inner.control->removeWatch();
+  inner.control->addWatch(top + "/another", IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{}, outer.told);
+}
+
 TEST_F(InotifyTreeTest, WatchersWhoseTreeVanishedTwiceWatchItOnceItIsThere) {
   removeTree();
   inner.control->addWatch(leaf, IN_CREATE);

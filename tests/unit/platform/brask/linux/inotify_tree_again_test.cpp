@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+//
+// Watches of a tree that are asked for again, or in another way: what is left of the earlier ones.
+#include "unit/platform/brask/linux/inotify_fixture.h"
+
+using namespace LoopTesting;
+
+namespace {
+
+class InotifyTreeAgainTest : public InotifyTreeFixture {
+ protected:
+  InotifyTreeAgainTest() {
+    outer.control->addWatch(top, IN_DELETE);
+    inner.control->addWatch(leaf, IN_CREATE);
+  }
+
+  void askForLeafAgain() {
+    inner.control->addWatch(leaf, IN_CREATE);
+    settle();
+  }
+
+  // Both controls ask for what is not there, and receive that.
+  void loseTree() {
+    removeTree();
+    inner.control->addWatch(leaf, IN_CREATE);
+    outer.control->addWatch(top, IN_DELETE);
+    settle();
+    outer.told.clear();
+  }
+};
+
+}  // namespace
+
+TEST_F(InotifyTreeAgainTest, ARefusalThatWasReportedSparesNobodyTheEnd) {
+  remove(leaf);
+  settle();
+  askForLeafAgain();
+  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  remove(top);
+  directory.make("top");
+  settle();
+  EXPECT_EQ("deleted", outer.told.back());
+  EXPECT_TRUE(kernelWatches().empty());
+  askForLeafAgain();
+  EXPECT_EQ(3u, outer.told.size()) << "it has no watch any more";
+}
+
+TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterEndsTheWatchForGood) {
+  inner.onEvent = [&] {
+    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  settle();
+  const Told expected{"changed leaf", "changed leaf", "deleted"};
+  EXPECT_EQ(expected, outer.told);
+  askForLeafAgain();
+  EXPECT_EQ(expected, outer.told);
+}
+
+TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterSparesNobodyTheEnd) {
+  InotifyProbe outermost;
+  outermost.control->addWatch(directory.path, IN_DELETE);
+  inner.onEvent = [&] {
+    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  settle();
+  EXPECT_EQ(Told{"changed top"}, outermost.told);
+  EXPECT_EQ("deleted", outer.told.back());
+  remove(directory.path);
+  ASSERT_EQ(0, ::mkdir(directory.path.c_str(), 0700));
+  settle();
+  EXPECT_EQ((Told{"changed top", "deleted"}), outermost.told);
+}
+
+TEST_F(InotifyTreeAgainTest, TheLastMaskDecidesWhetherALostWatchIsResumed) {
+  InotifyProbe wider, narrower;
+  wider.control->addWatch(top, IN_CREATE);
+  narrower.control->addWatch(top, IN_DELETE);
+  outer.control->removeWatch();
+  removeTree();
+  wider.control->addWatch(top, IN_CREATE | IN_DELETE);
+  narrower.control->addWatch(top, IN_CREATE);
+  settle();
+  makeTree();
+  askForLeafAgain();
+  touch(top + "/one");
+  settle();
+  EXPECT_EQ("changed one", wider.told.back());
+  EXPECT_NE("changed one", narrower.told.back());
+}
+
+TEST_F(InotifyTreeAgainTest, AWatchThatMovesKeepsTheMaskThatWasAddedTo) {
+  outer.control->addWatch(top, IN_CREATE | IN_MASK_ADD);
+  inner.onEvent = [&] {
+    if (inner.told.back() != "deleted") return;
+    makeTree();
+    inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  settle();
+  outer.told.clear();
+  touch(top + "/one");
+  erase(top + "/one");
+  settle();
+  EXPECT_EQ((Told{"changed one", "changed one"}), outer.told);
+}
+
+TEST_F(InotifyTreeAgainTest, AWatchThatWasSetAgainByItsClientStaysWhereItIs) {
+  loseTree();
+  makeTree();
+  outer.control->addWatch(top, IN_DELETE);
+  const std::string moved = directory.path + "/moved";
+  touch(top + "/one");
+  move(top, moved);
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  erase(moved + "/one");
+  settle();
+  EXPECT_EQ(Told{"changed one"}, outer.told);
+}
+
+TEST_F(InotifyTreeAgainTest, NothingThatWaitsForAnotherPathIsReported) {
+  remove(leaf);
+  inner.control->addWatch(leaf, IN_CREATE);  // which outer is to be notified of
+  outer.control->addWatch(directory.path, IN_DELETE);
+  settle();
+  EXPECT_EQ(Told{}, outer.told);
+}

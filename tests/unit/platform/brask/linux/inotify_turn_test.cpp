@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+//
+// What a turn returns and calls when the kernel has something of which little or nothing is
+// reported.
+#include "unit/platform/brask/linux/inotify_fixture.h"
+
+using namespace LoopTesting;
+
+namespace {
+
+class InotifyTurnTest : public InotifyTest {};
+
+// The inner control watches a directory that was moved out of the outer one's.
+class InotifyLoneEndTest : public InotifyTreeFixture {
+ protected:
+  InotifyLoneEndTest() {
+    inner.onEvent = [this] {
+      directory.make("top/leaf");
+      inner.control->addWatch(leaf, IN_CREATE);
+    };
+    inner.control->addWatch(leaf, IN_CREATE);
+  }
+
+  // The outer control hears of the removal, or comes too late for it.
+  void removeLeafBeforeOuterComes() {
+    remove(leaf);
+    outer.control->addWatch(top, IN_DELETE);
+    takeLeafAway();
+  }
+  void removeLeafAfterOuterCame() {
+    outer.control->addWatch(top, IN_DELETE);
+    remove(leaf);
+    takeLeafAway();
+    EXPECT_EQ(Told{"changed leaf"}, std::exchange(outer.told, {}));
+  }
+  void takeLeafAway() {
+    settle();
+    move(leaf, directory.path + "/elsewhere");
+    EXPECT_FALSE(loop->turn(0));
+  }
+
+  void expectOuterToFollow() {
+    touch(top + "/two");
+    erase(top + "/two");
+    settle();
+    EXPECT_EQ("changed two", outer.told.back());
+    EXPECT_EQ(2u, kernelWatches().size());
+    EXPECT_EQ(Told{"deleted"}, inner.told);
+  }
+};
+
+}  // namespace
+
+TEST_F(InotifyTurnTest, ReturnsFalseWhenEventsConcernNobodyAnyMore) {
+  InotifyProbe before, later, other;
+  other.control->addWatch(directory.path, IN_ATTRIB);
+  before.control->addWatch(directory.path, IN_CREATE);
+  touch(directory.path + "/one");
+  later.control->addWatch(directory.path, IN_CREATE);
+  before.control->removeWatch();
+  EXPECT_TRUE(readable(loop->fd()));
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(Told{}, before.told);
+  EXPECT_EQ(Told{}, later.told);
+}
+
+TEST_F(InotifyLoneEndTest, ATurnThatOnlyMovesAWatchReturnsFalse) {
+  removeLeafAfterOuterCame();
+  remove(top);
+  directory.make("top");
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(Told{}, outer.told);
+  expectOuterToFollow();
+}
+
+TEST_F(InotifyLoneEndTest, SoDoesOneThatMovesItLater) {
+  removeLeafAfterOuterCame();
+  remove(top);
+  EXPECT_FALSE(loop->turn(0));
+  directory.make("top");
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(Told{}, outer.told);
+  expectOuterToFollow();
+}
+
+TEST_F(InotifyLoneEndTest, ATurnThatReportsARemovalInsteadOfTheEndReturnsTrue) {
+  removeLeafBeforeOuterComes();
+  remove(top);
+  directory.make("top");
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  expectOuterToFollow();
+}
+
+TEST_F(InotifyLoneEndTest, SoDoesOneThatReportsItLater) {
+  removeLeafBeforeOuterComes();
+  remove(top);
+  EXPECT_FALSE(loop->turn(0));
+  EXPECT_EQ(Told{}, outer.told);
+  directory.make("top");
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  expectOuterToFollow();
+}

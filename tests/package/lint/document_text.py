@@ -29,12 +29,17 @@ def indented_blocks(text):
     return [re.sub(r'^ {4}', '', block, flags=re.M) for block in found]
 
 
+def anchor_of(heading):
+    """As the forges make it."""
+    words = re.sub(r'\[([^]]*)\]\([^)]*\)', r'\1', heading).lower()
+    return re.sub(r'[^\w\- ]', '', words).replace(' ', '-')
+
+
 def anchors(text):
-    """The anchors of the headings, as the forges make them."""
+    """The anchors of all headings."""
     found = {}
     for heading in HEADING.findall(without_code(text)):
-        words = re.sub(r'\[([^]]*)\]\([^)]*\)', r'\1', heading).lower()
-        anchor = re.sub(r'[^\w\- ]', '', words).replace(' ', '-')
+        anchor = anchor_of(heading)
         found[anchor] = found.get(anchor, -1) + 1
     return {anchor if count == 0 else f'{anchor}-{count}'
             for anchor, last in found.items() for count in range(last + 1)}

@@ -92,6 +92,7 @@ namespace Zorbe::Table {
 template <class K, class V>
 class Writer : public BasicWriter<K, V, ServedWriter> {
  public:
+  /// The table `name` in the base directory of Options::root or of the environment.
   explicit Writer(const std::string& name, const Options& options = {})
       : BasicWriter<K, V, ServedWriter>(name, options) {}
 };
@@ -128,8 +129,8 @@ class Reader : public View<K, V> {
   /// and maps it then. Returns whether it did.
   bool refresh() { return core_->refresh(); }
 
-  State state() const { return core_->state(); }
-  Info info() const { return core_->info(); }
+  State state() const { return core_->state(); }  ///< how it stands with its table
+  Info info() const { return core_->info(); }     ///< what it knows about its table
 
   /// Who reads the table; nothing while there is none.
   std::optional<Status> status() const { return core_->status(); }

@@ -105,8 +105,8 @@ class Reader : public View<K, V> {
   /// Throws Error for a name or options that cannot work; a table that is not there yet is
   /// waited for.
   explicit Reader(const std::string& name, const Options& options = {})
-      : Reader(
-            std::make_unique<PulledReader>(name, options, Codec<K, V>(options.keyName).schema())) {}
+      : Reader(std::make_unique<PulledReader>(name, options,
+                                              Codec<K, V>(options.keyName, name).schema())) {}
 
   /// Sleeps until next() has something, for `timeout` at most (std::chrono::nanoseconds::max():
   /// for ever). Returns whether next() has something; also, with false, when a signal handler

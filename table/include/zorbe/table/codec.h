@@ -20,10 +20,11 @@
 
 namespace Zorbe::Table {
 
-/// The schema of these fields. Throws Error when a description is too long, or when a field
-/// overlaps the one before it.
+/// The schema of these fields. Throws Error (usage) when the description is too long, when a field
+/// overlaps the one before it, or when a name is empty or has a blank or a control character.
+/// `table` is the table's name, for that error.
 Schema makeSchema(const std::vector<Field>& key, uint32_t keyBytes, const std::vector<Field>& value,
-                  uint32_t valueBytes);
+                  uint32_t valueBytes, const std::string& table = "");
 
 /// The fields that a schema describes. Nothing when its description is not well-formed or a
 /// field lies outside of key or value.
@@ -64,7 +65,7 @@ struct IsText<Text<N>> : std::true_type {};
 
 /// The fields of a type; one named `name` when it is no struct.
 template <class T>
-std::vector<Field> fieldsOf(const char* name) {
+std::vector<Field> fieldsOf(const std::string& name) {
   static_assert(!std::is_class_v<T> || IsText<T>::value || IsDescribed<T>::value,
                 "write ZORBE_FIELDS(Type, field, ...) beside the struct, in its namespace");
   FieldList list;
@@ -107,9 +108,10 @@ class Codec {
   static_assert(sizeof(V) <= (1u << 20), "a value has at most 1 MiB");
 
  public:
-  explicit Codec(const std::string& keyName)
+  /// Throws Error (usage): see makeSchema.
+  explicit Codec(const std::string& keyName, const std::string& table = "")
       : schema_(
-            makeSchema(fieldsOf<K>(keyName.c_str()), sizeof(K), fieldsOf<V>("value"), sizeof(V))),
+            makeSchema(fieldsOf<K>(keyName), sizeof(K), fieldsOf<V>("value"), sizeof(V), table)),
         gaps_(gapsOf(fieldsOf<V>("value"), sizeof(V))) {}
 
   const Schema& schema() const { return schema_; }

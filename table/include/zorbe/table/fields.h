@@ -67,7 +67,7 @@ class FieldList {
  public:
   /// Appends the field of type `T` at `offset`.
   template <class T>
-  void add(const char* name, size_t offset) {
+  void add(const std::string& name, size_t offset) {
     addAs(name, offset, static_cast<const T*>(nullptr));
   }
 

@@ -37,8 +37,8 @@ class LoopReader : public View<K, V> {
   /// Throws Error only for a name or options that cannot work: a table that is not there yet is
   /// waited for.
   explicit LoopReader(const std::string& name, const Options& options = {})
-      : LoopReader(
-            std::make_unique<ReaderCore>(name, options, Codec<K, V>(options.keyName).schema())) {}
+      : LoopReader(std::make_unique<ReaderCore>(name, options,
+                                                Codec<K, V>(options.keyName, name).schema())) {}
 
   /// The next change, if there is one; never waits. Throws once for each table that this program
   /// cannot read: Error (schema, version, denied) or Zorbe::CorruptionDetectedException.

@@ -149,7 +149,7 @@ template <class K, class V, class Core>
 class BasicWriter {
  public:
   BasicWriter(const std::string& name, const Options& options)
-      : name_(name), codec_(options.keyName), core_(name, options, codec_.schema()) {}
+      : name_(name), codec_(options.keyName, name), core_(name, options, codec_.schema()) {}
 
   /// Stores a record as a whole; visible to get() at once, to followers after publish(). Throws
   /// Error: tooLarge for a text that does not fit into the key, full, noSpace. The table then

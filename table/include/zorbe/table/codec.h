@@ -29,8 +29,8 @@ Schema makeSchema(const std::vector<Field>& key, uint32_t keyBytes, const std::v
 /// The fields that a schema describes. Nothing when its description is not well-formed or a
 /// field lies outside of key or value.
 struct Description {
-  std::vector<Field> key;
-  std::vector<Field> value;
+  std::vector<Field> key;    ///< in the order of the struct
+  std::vector<Field> value;  ///< as above
 };
 std::optional<Description> parseDescription(const Schema& schema);
 
@@ -77,7 +77,7 @@ std::vector<Field> fieldsOf(const std::string& name) {
   return list.fields();
 }
 
-/// What get() and its like take for a key of type K.
+/// @cond
 template <class K>
 struct KeyArgument {
   using Type = const K&;
@@ -86,6 +86,9 @@ template <size_t N>
 struct KeyArgument<Text<N>> {
   using Type = std::string_view;
 };
+/// @endcond
+
+/// What get() and its like take for a key of type K: std::string_view for a Text, else const K&.
 template <class K>
 using KeyArg = typename KeyArgument<K>::Type;
 
@@ -114,6 +117,7 @@ class Codec {
             makeSchema(fieldsOf<K>(keyName), sizeof(K), fieldsOf<V>("value"), sizeof(V), table)),
         gaps_(gapsOf(fieldsOf<V>("value"), sizeof(V))) {}
 
+  /// What the table's description says about these types.
   const Schema& schema() const { return schema_; }
 
   /// Nothing when the key does not fit into its type.
@@ -129,6 +133,7 @@ class Codec {
     return words;
   }
 
+  /// The key that encode() was given.
   static K decode(const KeyWords<K>& words) {
     K key{};
     std::memcpy(static_cast<void*>(&key), words.data(), sizeof key);

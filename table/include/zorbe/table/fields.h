@@ -24,11 +24,11 @@ namespace Zorbe::Table {
 
 /// One field of a record.
 struct Field {
-  std::string name;
-  char type;        // NumPy's letter: i, u, f, b, S, V
-  uint32_t bytes;   // of one element
-  uint32_t count;   // of elements; 0 when it is no array
-  uint32_t offset;  // in bytes, from the beginning of key or value
+  std::string name;  ///< as in the struct
+  char type;         ///< NumPy's letter: i, u, f, b, S, V
+  uint32_t bytes;    ///< of one element
+  uint32_t count;    ///< of elements; 0 when it is no array
+  uint32_t offset;   ///< in bytes, from the beginning of key or value
 };
 
 /// NumPy's letter for a type.
@@ -49,6 +49,7 @@ constexpr char typeLetter() {
   }
 }
 
+/// @cond
 template <class T>
 struct ElementOf {
   using Type = T;
@@ -61,6 +62,7 @@ struct ElementOf<T[N]> {
 };
 template <class T, size_t N>
 struct ElementOf<std::array<T, N>> : ElementOf<T[N]> {};
+/// @endcond
 
 /// Collects fields in the order of the struct.
 class FieldList {
@@ -71,6 +73,7 @@ class FieldList {
     addAs(name, offset, static_cast<const T*>(nullptr));
   }
 
+  /// What was added.
   const std::vector<Field>& fields() const { return fields_; }
 
  private:

@@ -54,7 +54,8 @@ foreach(name zorbe zorbe-platform zorbe-table)
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endforeach()
 
-install(FILES docs/man/libzorbe.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+install(FILES docs/man/libzorbe.3 docs/man/zorbe_table.3
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 install(FILES docs/man/zorbe.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT development)
 
 if(TARGET zorbe)

@@ -2,6 +2,7 @@
 #include <zorbe/table/codec.h>
 #include <zorbe/table/error.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <sstream>
@@ -23,17 +24,30 @@ uint64_t endOf(const Field& field) {
   return field.offset + count * field.bytes;
 }
 
-[[noreturn]] void failFields(const std::string& what) {
-  throw Error(ErrorCode::usage, "", "", "ZORBE_FIELDS: " + what);
+[[noreturn]] void failFields(const std::string& table, const std::string& what) {
+  throw Error(ErrorCode::usage, table, "", what);
 }
 
-void checkFields(const std::vector<Field>& fields, uint32_t bytes) {
+// A description's lines are words between blanks.
+bool isName(const std::string& name) {
+  const auto isGraphic = [](unsigned char byte) { return byte > ' ' && byte != 0x7f; };
+  return !name.empty() && std::all_of(name.begin(), name.end(), isGraphic);
+}
+
+void checkFields(const std::string& table, const std::vector<Field>& fields, uint32_t bytes) {
   uint64_t end = 0;
   for (const Field& field : fields) {
-    if (field.offset < end) failFields("'" + field.name + "' is not in the struct's order");
+    if (!isName(field.name)) {
+      failFields(table, "Options::keyName is '" + field.name + "': use a name without blanks");
+    }
+    if (field.offset < end) {
+      failFields(table, "ZORBE_FIELDS: '" + field.name + "' is not in the struct's order");
+    }
     end = endOf(field);
   }
-  if (end > bytes) failFields("'" + fields.back().name + "' ends behind the struct");
+  if (end > bytes) {
+    failFields(table, "ZORBE_FIELDS: '" + fields.back().name + "' ends behind the struct");
+  }
 }
 
 // Reads a number, and then `end`.
@@ -131,15 +145,15 @@ bool isLength(const Field& field) {
 }  // namespace
 
 Schema makeSchema(const std::vector<Field>& key, uint32_t keyBytes, const std::vector<Field>& value,
-                  uint32_t valueBytes) {
-  checkFields(key, keyBytes);
-  checkFields(value, valueBytes);
+                  uint32_t valueBytes, const std::string& table) {
+  checkFields(table, key, keyBytes);
+  checkFields(table, value, valueBytes);
   Schema schema{keyBytes, valueBytes, ""};
   for (const Field& field : key) appendLine(schema.description, "key", field);
   for (const Field& field : value) appendLine(schema.description, "value", field);
   if (schema.description.size() > kDescriptionWords * 8) {
-    failFields("the description has " + std::to_string(schema.description.size()) +
-               " bytes; use shorter names");
+    failFields(table, "ZORBE_FIELDS: the description has " +
+                          std::to_string(schema.description.size()) + " bytes; use shorter names");
   }
   return schema;
 }

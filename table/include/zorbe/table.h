@@ -29,44 +29,53 @@
 
 namespace Zorbe::Table {
 
-/// WriterCore with a thread that serves the readers. Any thread may call anything.
+/// WriterCore with a thread that serves the readers: what Writer is made of, and programs use that.
+/// Any thread may call anything. In a child process after fork(2) every call throws Error (closed).
 class ServedWriter {
  public:
+  /// As WriterCore's; waits for another writer to end for Options::waitForLock seconds.
   ServedWriter(const std::string& name, const Options& options, const Schema& schema);
   ServedWriter(const ServedWriter&) = delete;
   ServedWriter& operator=(const ServedWriter&) = delete;
+
+  /// Publishes, ends the thread and releases the lock; the files stay. Does nothing in a child.
   ~ServedWriter();
 
-  void put(const uint64_t* key, const void* value);
-  bool erase(const uint64_t* key);
-  void publish();
-  bool get(const uint64_t* key, void* value) const;
-  bool scan(uint64_t& cursor, uint64_t* key, void* value) const;
-  uint64_t size() const;
-  void setOrigin(Origin origin);
+  void put(const uint64_t* key, const void* value);               ///< see WriterCore
+  bool erase(const uint64_t* key);                                ///< see WriterCore
+  void publish();                                                 ///< see WriterCore
+  bool get(const uint64_t* key, void* value) const;               ///< see WriterCore
+  bool scan(uint64_t& cursor, uint64_t* key, void* value) const;  ///< see WriterCore
+  uint64_t size() const;                                          ///< see WriterCore
+  void setOrigin(Origin origin);                                  ///< see WriterCore
 
  private:
   class Impl;
   std::unique_ptr<Impl> impl_;
 };
 
-/// ReaderCore with a loop of its own, which turns inside of the calls. One thread at a time.
+/// ReaderCore with a loop of its own, which turns inside of the calls: what Reader is made of, and
+/// programs use that. One thread at a time. In a child process after fork(2) every call but view()
+/// throws Error (closed).
 class PulledReader {
  public:
+  /// As ReaderCore's.
   PulledReader(const std::string& name, const Options& options, const Schema& schema);
   PulledReader(const PulledReader&) = delete;
   PulledReader& operator=(const PulledReader&) = delete;
+
+  /// Ends the connection; views stay usable. Does nothing in a child.
   ~PulledReader();
 
-  bool wait(std::chrono::nanoseconds timeout);
-  std::optional<ReaderCore::Change> next(uint64_t* key, void* value);
-  int fd() const;
-  void process();
-  bool refresh();
-  State state() const;
-  Info info() const;
-  std::optional<Status> status() const;
-  ViewCore view() const;
+  bool wait(std::chrono::nanoseconds timeout);                         ///< see Reader
+  std::optional<ReaderCore::Change> next(uint64_t* key, void* value);  ///< see ReaderCore
+  int fd() const;                                                      ///< see Reader
+  void process();                                                      ///< see Reader
+  bool refresh();                                                      ///< see ReaderCore
+  State state() const;                                                 ///< see ReaderCore
+  Info info() const;                                                   ///< see ReaderCore
+  std::optional<Status> status() const;                                ///< see ReaderCore
+  ViewCore view() const;                                               ///< see ReaderCore
 
  private:
   class Impl;
@@ -79,35 +88,41 @@ class PulledReader {
 
 namespace Zorbe::Table {
 
-/// The one writer of a table. A thread of its own accepts and wakes readers, and publishes what
-/// was put a millisecond ago; any thread may call anything. The log handler is called by that
-/// thread, too.
+/// The one writer of a table: see BasicWriter. A thread of its own accepts and wakes readers, and
+/// publishes what was put a millisecond ago; it blocks all signals. Any thread may call anything.
+/// The log handler is called by that thread, too, and has to allow it.
 ///
-/// The constructor creates the table, or continues the one that is there, at whichever
-/// instruction its writer ended. It throws Zorbe::DuplicateWriterException when there is another
-/// writer, and still is after Options::waitForLock; Error for anything else.
+/// The destructor publishes and releases the writer lock. The files stay: readers keep the
+/// records, and the next writer continues with them.
 ///
 /// After fork(2) the object is the parent's: in the child every call throws Error (closed), and
 /// the destructor leaves everything alone.
 template <class K, class V>
 class Writer : public BasicWriter<K, V, ServedWriter> {
  public:
-  /// The table `name` in the base directory of Options::root or of the environment.
+  /// Becomes the writer of the table `name`: creates it, or continues the one that is there, at
+  /// whichever instruction its writer ended. Throws Zorbe::DuplicateWriterException when there is
+  /// another writer, and still is after Options::waitForLock seconds; Error for anything else. The
+  /// table that is there then stays as it was.
   explicit Writer(const std::string& name, const Options& options = {})
       : BasicWriter<K, V, ServedWriter>(name, options) {}
 };
 
 /// One reader of a table. One thread at a time; other threads take a view(). It connects, follows
-/// the next writer and a table that is removed and made again by itself, whenever wait(), next()
-/// or process() is called, and creates nothing. get() and its like need none of them.
+/// the next writer and a table that is removed and made again by itself, whenever wait(), next(),
+/// process() or refresh() is called, and creates nothing. get() and its like need none of them
+/// while the files stay where they are.
+///
+/// After fork(2) the object is the parent's: in the child get() and its like go on, every other
+/// call throws Error (closed), and the destructor leaves everything alone.
 template <class K, class V>
 class Reader : public View<K, V> {
  public:
-  /// Throws Error for a name or options that cannot work; a table that is not there yet is
-  /// waited for.
+  /// Throws Error for a name or options that cannot work (usage), and when the process has no
+  /// descriptor left (system); a table that is not there yet is waited for.
   explicit Reader(const std::string& name, const Options& options = {})
-      : Reader(
-            std::make_unique<PulledReader>(name, options, Codec<K, V>(options.keyName).schema())) {}
+      : Reader(std::make_unique<PulledReader>(name, options,
+                                              Codec<K, V>(options.keyName, name).schema())) {}
 
   /// Sleeps until next() has something, for `timeout` at most (std::chrono::nanoseconds::max():
   /// for ever). Returns whether next() has something; also, with false, when a signal handler
@@ -129,8 +144,11 @@ class Reader : public View<K, V> {
   /// and maps it then. Returns whether it did.
   bool refresh() { return core_->refresh(); }
 
-  State state() const { return core_->state(); }  ///< how it stands with its table
-  Info info() const { return core_->info(); }     ///< what it knows about its table
+  /// How the reader stands with its table, as of the last wait(), next(), process() or refresh().
+  State state() const { return core_->state(); }
+
+  /// What is known about the table now. All zero while there is none.
+  Info info() const { return core_->info(); }
 
   /// Who reads the table; nothing while there is none.
   std::optional<Status> status() const { return core_->status(); }

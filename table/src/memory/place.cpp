@@ -27,6 +27,13 @@ Advice adviceFor(int error) {
     case EPERM:
     case EROFS:
       return {ErrorCode::denied, "; give this user the right, or use another root directory"};
+    case EEXIST:
+    case EISDIR:
+    case ENOTDIR:
+      return {ErrorCode::system,
+              "; something else has this name: remove it, or use another root directory"};
+    case ENAMETOOLONG:
+      return {ErrorCode::system, "; use a shorter name or root directory"};
     case EMFILE:
       return {ErrorCode::system, "; raise the limit of descriptors (ulimit -n)"};
     case ENOMEM:

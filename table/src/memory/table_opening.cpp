@@ -22,6 +22,19 @@ constexpr int kAttempts = 16;  // against somebody who replaces the file again a
                                  0, "", "");
 }
 
+void checkAtMost(const Place& place, const char* option, uint64_t value, uint64_t limit) {
+  if (value <= limit) return;
+  throw Error(ErrorCode::usage, place.table, "",
+              std::string(option) + " is " + std::to_string(value) + "; it may be " +
+                  std::to_string(limit) + " at most");
+}
+
+void checkSizes(const WriterOptions& options) {
+  checkAtMost(options.place, "Options::records", options.records, kMaxSlots);
+  checkAtMost(options.place, "Options::maxRecords", options.maxRecords, kMaxSlots);
+  checkAtMost(options.place, "Options::logEntries", options.logEntries, kMaxLogEntries);
+}
+
 void removeLeftOvers(const Place& place) {
   for (const char* name : {kNewSlots, "buckets.new", "conquer.1.new", "conquer.2.new"}) {
     removeFile(place, name);
@@ -47,6 +60,7 @@ void copySlots(const TableWriter& source, const SlotMemory& to) {
 }  // namespace
 
 std::unique_ptr<TableWriter> TableWriter::open(const WriterOptions& options) {
+  checkSizes(options);
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     std::unique_ptr<TableWriter> table(new TableWriter(options));
     if (table->tryOpen() && table->isInPlace()) return table;

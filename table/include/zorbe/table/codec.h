@@ -20,16 +20,17 @@
 
 namespace Zorbe::Table {
 
-/// The schema of these fields. Throws Error when a description is too long, or when a field
-/// overlaps the one before it.
+/// The schema of these fields. Throws Error (usage) when the description is too long, when a field
+/// overlaps the one before it, or when a name is empty or has a blank or a control character.
+/// `table` is the table's name, for that error.
 Schema makeSchema(const std::vector<Field>& key, uint32_t keyBytes, const std::vector<Field>& value,
-                  uint32_t valueBytes);
+                  uint32_t valueBytes, const std::string& table = "");
 
 /// The fields that a schema describes. Nothing when its description is not well-formed or a
 /// field lies outside of key or value.
 struct Description {
-  std::vector<Field> key;
-  std::vector<Field> value;
+  std::vector<Field> key;    ///< in the order of the struct
+  std::vector<Field> value;  ///< as above
 };
 std::optional<Description> parseDescription(const Schema& schema);
 
@@ -64,7 +65,7 @@ struct IsText<Text<N>> : std::true_type {};
 
 /// The fields of a type; one named `name` when it is no struct.
 template <class T>
-std::vector<Field> fieldsOf(const char* name) {
+std::vector<Field> fieldsOf(const std::string& name) {
   static_assert(!std::is_class_v<T> || IsText<T>::value || IsDescribed<T>::value,
                 "write ZORBE_FIELDS(Type, field, ...) beside the struct, in its namespace");
   FieldList list;
@@ -76,7 +77,7 @@ std::vector<Field> fieldsOf(const char* name) {
   return list.fields();
 }
 
-/// What get() and its like take for a key of type K.
+/// @cond
 template <class K>
 struct KeyArgument {
   using Type = const K&;
@@ -85,6 +86,9 @@ template <size_t N>
 struct KeyArgument<Text<N>> {
   using Type = std::string_view;
 };
+/// @endcond
+
+/// What get() and its like take for a key of type K: std::string_view for a Text, else const K&.
 template <class K>
 using KeyArg = typename KeyArgument<K>::Type;
 
@@ -107,11 +111,13 @@ class Codec {
   static_assert(sizeof(V) <= (1u << 20), "a value has at most 1 MiB");
 
  public:
-  explicit Codec(const std::string& keyName)
+  /// Throws Error (usage): see makeSchema.
+  explicit Codec(const std::string& keyName, const std::string& table = "")
       : schema_(
-            makeSchema(fieldsOf<K>(keyName.c_str()), sizeof(K), fieldsOf<V>("value"), sizeof(V))),
+            makeSchema(fieldsOf<K>(keyName), sizeof(K), fieldsOf<V>("value"), sizeof(V), table)),
         gaps_(gapsOf(fieldsOf<V>("value"), sizeof(V))) {}
 
+  /// What the table's description says about these types.
   const Schema& schema() const { return schema_; }
 
   /// Nothing when the key does not fit into its type.
@@ -127,6 +133,7 @@ class Codec {
     return words;
   }
 
+  /// The key that encode() was given.
   static K decode(const KeyWords<K>& words) {
     K key{};
     std::memcpy(static_cast<void*>(&key), words.data(), sizeof key);

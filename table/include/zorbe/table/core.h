@@ -70,9 +70,10 @@ class ViewCore {
  public:
   class Shared;
 
+  /// Made by the readers' view() and by clone().
   explicit ViewCore(std::shared_ptr<Shared> shared);
-  ViewCore(ViewCore&& other) noexcept;
-  ViewCore& operator=(ViewCore&& other) noexcept;
+  ViewCore(ViewCore&& other) noexcept;             ///< `other` may only be destroyed or assigned to
+  ViewCore& operator=(ViewCore&& other) noexcept;  ///< as above
   ~ViewCore();
 
   /// Copies a record, unless `value` is null; false when there is none, or no table. Throws
@@ -81,9 +82,10 @@ class ViewCore {
 
   /// Where a key's record is, for read(); nothing when there is none.
   struct Place {
-    uint64_t incarnation;
-    uint32_t slot;
+    uint64_t incarnation;  ///< of the table
+    uint32_t slot;         ///< its number
   };
+  /// The place of a key's record; nothing when there is none.
   std::optional<Place> find(const uint64_t* key);
 
   /// The same as get(), without searching.
@@ -105,14 +107,18 @@ class ViewCore {
 /// itself, and creates nothing.
 class ReaderCore {
  public:
+  /// Looks for the table at once. Throws Error only for a name or options that cannot work (usage),
+  /// and when the process has no descriptor left (system). The loop's getters have to work on this
+  /// thread.
   ReaderCore(const std::string& name, const Options& options, const Schema& schema);
   ReaderCore(const ReaderCore&) = delete;
   ReaderCore& operator=(const ReaderCore&) = delete;
   ~ReaderCore();
 
+  /// One change, without key and value.
   struct Change {
-    Kind kind;
-    uint64_t sequence;
+    Kind kind;          ///< what next() has set besides
+    uint64_t sequence;  ///< of the record's last change; of the table for reset and complete
   };
 
   /// The next change, if there is one; never waits. `key` and `value` are set for `put`, `key`
@@ -131,7 +137,10 @@ class ReaderCore {
   /// mapped.
   bool refresh();
 
+  /// How the reader stands with its table.
   State state() const;
+
+  /// What is known about the table now. All zero while there is none.
   Info info() const;
 
   /// Who reads the table; nothing while there is none.

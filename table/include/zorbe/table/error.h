@@ -32,8 +32,13 @@ class Error : public Brask::Exception {
   ~Error() override;
   const char* name() const override;
 
+  /// What kind of failure it is.
   ErrorCode code() const { return code_; }
+
+  /// The table's name, as the constructor of writer or reader was given it.
   const std::string& table() const { return table_; }
+
+  /// The key in printable form, empty where there is none.
   const std::string& key() const { return key_; }
 
   /// What failed and what to do, without table and key.

@@ -24,11 +24,11 @@ namespace Zorbe::Table {
 
 /// One field of a record.
 struct Field {
-  std::string name;
-  char type;        // NumPy's letter: i, u, f, b, S, V
-  uint32_t bytes;   // of one element
-  uint32_t count;   // of elements; 0 when it is no array
-  uint32_t offset;  // in bytes, from the beginning of key or value
+  std::string name;  ///< as in the struct
+  char type;         ///< NumPy's letter: i, u, f, b, S, V
+  uint32_t bytes;    ///< of one element
+  uint32_t count;    ///< of elements; 0 when it is no array
+  uint32_t offset;   ///< in bytes, from the beginning of key or value
 };
 
 /// NumPy's letter for a type.
@@ -49,6 +49,7 @@ constexpr char typeLetter() {
   }
 }
 
+/// @cond
 template <class T>
 struct ElementOf {
   using Type = T;
@@ -61,16 +62,18 @@ struct ElementOf<T[N]> {
 };
 template <class T, size_t N>
 struct ElementOf<std::array<T, N>> : ElementOf<T[N]> {};
+/// @endcond
 
 /// Collects fields in the order of the struct.
 class FieldList {
  public:
   /// Appends the field of type `T` at `offset`.
   template <class T>
-  void add(const char* name, size_t offset) {
+  void add(const std::string& name, size_t offset) {
     addAs(name, offset, static_cast<const T*>(nullptr));
   }
 
+  /// What was added.
   const std::vector<Field>& fields() const { return fields_; }
 
  private:

@@ -19,26 +19,30 @@
 
 namespace Zorbe::Table {
 
-/// The one writer of a table: see BasicWriter. The constructor throws
-/// Zorbe::DuplicateWriterException when there is another one (Options::waitForLock is not looked
-/// at: a loop does not wait), Error for anything else.
+/// The one writer of a table: see BasicWriter. Everything happens on the thread of the loop that
+/// was current when it was made; destroy it before the loop. Readers are accepted and woken, and
+/// what was put is published, while the loop turns.
 template <class K, class V>
 class LoopWriter : public BasicWriter<K, V, WriterCore> {
  public:
+  /// Becomes the writer of the table `name`. Throws Zorbe::DuplicateWriterException when there is
+  /// another one (Options::waitForLock is not looked at: a loop does not wait), Error for anything
+  /// else; the table that is there then stays as it was.
   explicit LoopWriter(const std::string& name, const Options& options = {})
       : BasicWriter<K, V, WriterCore>(name, options) {}
 };
 
 /// One reader of a table. It connects, follows the next writer and a table that is removed and
-/// made again by itself, and creates nothing.
+/// made again by itself while the loop turns, and creates nothing. Everything but its views
+/// belongs to the thread of the loop that was current when it was made; destroy it before the loop.
 template <class K, class V>
 class LoopReader : public View<K, V> {
  public:
   /// Throws Error only for a name or options that cannot work: a table that is not there yet is
   /// waited for.
   explicit LoopReader(const std::string& name, const Options& options = {})
-      : LoopReader(
-            std::make_unique<ReaderCore>(name, options, Codec<K, V>(options.keyName).schema())) {}
+      : LoopReader(std::make_unique<ReaderCore>(name, options,
+                                                Codec<K, V>(options.keyName, name).schema())) {}
 
   /// The next change, if there is one; never waits. Throws once for each table that this program
   /// cannot read: Error (schema, version, denied) or Zorbe::CorruptionDetectedException.
@@ -59,7 +63,10 @@ class LoopReader : public View<K, V> {
   /// and maps it then. Returns whether it did.
   bool refresh() { return core_->refresh(); }
 
+  /// How the reader stands with its table.
   State state() const { return core_->state(); }
+
+  /// What is known about the table now. All zero while there is none.
   Info info() const { return core_->info(); }
 
   /// Who reads the table; nothing while there is none.

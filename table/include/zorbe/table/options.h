@@ -12,31 +12,35 @@
 
 namespace Zorbe::Table {
 
-/// How a table is made, and how it is opened. What only one side looks at says so.
+/// How a table is made, and how it is opened. What only one side looks at says so. Options that
+/// contradict themselves are Error (usage).
 struct Options {
   /// The directory in which the tables' directories are. Empty: from the environment, see
   /// Zorbe::RootPath.
   std::string root;
 
-  /// What the key is called in the table's description, unless it is a struct.
+  /// What the key is called in the table's description, unless it is a struct. Without blanks;
+  /// the same for the writer and all readers.
   std::string keyName = "key";
 
   size_t records = 1024;   ///< writer: room from the start, in records
   size_t maxRecords = 0;   ///< writer: never more records than these; 0: as far as memory goes
   size_t logEntries = 0;   ///< writer: changes that a follower may be behind; 0: by `records`
-  mode_t mode = 0644;      ///< writer: of the files, regardless of the umask
+  mode_t mode = 0644;      ///< writer: of new files, regardless of the umask
   double waitForLock = 0;  ///< writer: seconds to wait for another writer to end
 
-  /// Writer: replaces a table of another description; otherwise that throws Error.
+  /// Writer: replaces a table of another description or version by an empty one; otherwise that
+  /// throws Error (schema, version).
   bool replaceOtherSchema = false;
 
   /// Reader: refuses files of other users than this one.
   std::optional<uid_t> owner;
 
   bool populate = false;   ///< maps all pages at once (MAP_POPULATE)
-  bool hugePages = false;  ///< asks for huge pages (MADV_HUGEPAGE)
+  bool hugePages = false;  ///< asks for huge pages (MADV_HUGEPAGE); a kernel without ignores it
 
-  /// Where messages go; outlives the object. Null: level 0 to standard error.
+  /// Where messages go; outlives the object, and stays the program's. Called by the threads that
+  /// call the object, and by the thread of a Writer. Null: level 0 to standard error.
   Brask::Platform::DebugHandler* log = nullptr;
 };
 
@@ -73,10 +77,10 @@ enum class PeerState {
 
 /// One connection to the writer.
 struct Peer {
-  uint32_t pid = 0;  ///< as the writer's PID namespace counts
-  uint32_t uid = 0;
-  uint64_t reported = 0;  ///< the last sequence that it reported
-  PeerState state = PeerState::watcher;
+  uint32_t pid = 0;                      ///< as the writer's PID namespace counts
+  uint32_t uid = 0;                      ///< as the writer's user namespace counts
+  uint64_t reported = 0;                 ///< the last sequence that it reported
+  PeerState state = PeerState::watcher;  ///< when the writer looked last
   int64_t since = 0;  ///< of the state; the writer's CLOCK_MONOTONIC, nanoseconds
 };
 
@@ -84,19 +88,19 @@ struct Peer {
 struct Status {
   int64_t now = 0;           ///< when that was; the writer's CLOCK_MONOTONIC, nanoseconds
   uint64_t connections = 0;  ///< all of them; `peers` may hold fewer
-  std::vector<Peer> peers;
+  std::vector<Peer> peers;   ///< 250 at most
 };
 
 /// What a reader knows about its table.
 struct Info {
-  uint64_t incarnation = 0;  ///< another one after the table was replaced; 0: no table
-  uint64_t published = 0;    ///< the sequence of the last change that was published
-  uint64_t position = 0;     ///< up to which next() has delivered
-  uint64_t lag = 0;          ///< published changes that next() has still to deliver
-  uint64_t records = 0;      ///< slots in the file; not all of them hold a record
-  int64_t publishedAt = 0;   ///< CLOCK_REALTIME of the last publish, nanoseconds; 0: none yet
-  Origin origin = Origin::local;
-  int64_t originSince = 0;  ///< CLOCK_REALTIME since when, nanoseconds; 0: from the start
+  uint64_t incarnation = 0;       ///< another one after the table was replaced; 0: no table
+  uint64_t published = 0;         ///< the sequence of the last change that was published
+  uint64_t position = 0;          ///< up to which next() has delivered
+  uint64_t lag = 0;               ///< published - position: changes; a key may have several of them
+  uint64_t records = 0;           ///< slots in the file; not all of them hold a record
+  int64_t publishedAt = 0;        ///< CLOCK_REALTIME of the last publish, nanoseconds; 0: none yet
+  Origin origin = Origin::local;  ///< see Writer's setOrigin
+  int64_t originSince = 0;        ///< CLOCK_REALTIME since when, nanoseconds; 0: from the start
 };
 
 }  // namespace Zorbe::Table

@@ -8,8 +8,8 @@ namespace Zorbe::Table {
 
 /// What a table's records look like.
 struct Schema {
-  uint32_t keyBytes = 0;    // 1 to 1024
-  uint32_t valueBytes = 0;  // at most 1 MiB
+  uint32_t keyBytes = 0;    ///< 1 to 1024
+  uint32_t valueBytes = 0;  ///< at most 1 MiB
 
   /// One line for each field, those of the key first:
   ///

@@ -21,25 +21,30 @@ class Text {
   static_assert(N > 0 && N <= 65535, "a Text has room for 1 to 65535 bytes");
 
  public:
-  static constexpr size_t kCapacity = N;
+  static constexpr size_t kCapacity = N;  ///< bytes
 
+  /// Empty.
   constexpr Text() = default;
 
   /// What does not fit is cut off; look at fits() before where that matters.
   Text(std::string_view text) : length_(static_cast<Length>(text.size() < N ? text.size() : N)) {
     std::memcpy(bytes_, text.data(), length_);
   }
-  Text(const char* text) : Text(std::string_view(text)) {}
+  Text(const char* text) : Text(std::string_view(text)) {}  ///< as above, up to the zero byte
 
+  /// Whether a text has room in it as a whole.
   static constexpr bool fits(std::string_view text) { return text.size() <= N; }
 
   /// The text, valid for as long as this object is. Never longer than N, also when
   /// the object was read from corrupted memory.
   std::string_view view() const { return {bytes_, length_ < N ? length_ : N}; }
 
+  /// Texts compare as their views do.
   friend bool operator==(const Text& a, const Text& b) { return a.view() == b.view(); }
-  friend bool operator!=(const Text& a, const Text& b) { return !(a == b); }
-  friend bool operator<(const Text& a, const Text& b) { return a.view() < b.view(); }
+  friend bool operator!=(const Text& a, const Text& b) { return !(a == b); }           ///< as above
+  friend bool operator<(const Text& a, const Text& b) { return a.view() < b.view(); }  ///< as above
+
+  /// Writes the text and nothing else.
   friend std::ostream& operator<<(std::ostream& out, const Text& text) {
     return out << text.view();
   }
@@ -53,9 +58,11 @@ class Text {
 
 }  // namespace Zorbe::Table
 
+/// @cond
 template <size_t N>
 struct std::hash<Zorbe::Table::Text<N>> {
   size_t operator()(const Zorbe::Table::Text<N>& text) const noexcept {
     return std::hash<std::string_view>()(text.view());
   }
 };
+/// @endcond

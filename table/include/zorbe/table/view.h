@@ -18,10 +18,10 @@ namespace Zorbe::Table {
 /// kinds have neither.
 template <class K, class V>
 struct Change {
-  Kind kind = Kind::reset;
-  K key{};
-  V value{};
-  uint64_t sequence = 0;  ///< of the record's last change; of the table for reset and complete
+  Kind kind = Kind::reset;  ///< which of the members below are set
+  K key{};                  ///< of put and erased
+  V value{};                ///< of put
+  uint64_t sequence = 0;    ///< of the record's last change; of the table for reset and complete
 };
 
 /// Where a key's record is: saves View::read the search. Of use for as long as the key exists,
@@ -29,8 +29,10 @@ struct Change {
 template <class K>
 class Handle {
  public:
+  /// Made by View::find.
   Handle(const KeyWords<K>& key, const ViewCore::Place& place) : key_(key), place_(place) {}
 
+  /// The key that was looked for.
   K key() const { return Codec<K, char>::decode(key_); }
 
  private:
@@ -47,8 +49,9 @@ class Handle {
 template <class K, class V, class Source>
 class Scan {
  public:
-  using Record = std::pair<K, V>;
+  using Record = std::pair<K, V>;  ///< key and value
 
+  /// @cond
   class Iterator {
    public:
     using iterator_category = std::input_iterator_tag;
@@ -80,22 +83,28 @@ class Scan {
     uint64_t cursor_ = 0;
     Record record_{};
   };
+  /// @endcond
 
+  /// Made by scan(), whose object has to outlive it.
   explicit Scan(Source& source) : source_(&source) {}
 
+  /// Reads the first record. Each call begins a pass of its own.
   Iterator begin() const { return Iterator(*source_); }
-  Iterator end() const { return Iterator(); }
+  Iterator end() const { return Iterator(); }  ///< behind the last record
 
  private:
   Source* source_;
 };
 
 /// One thread's way to read a table: its own copy is made with Reader::view() or clone(). Never
-/// waits for the writer. Every function throws Zorbe::CorruptionDetectedException when the table
-/// contradicts itself.
+/// waits for the writer. Follows growth by itself, and a table in the old one's place when its
+/// reader has mapped that; it may outlive the reader. Every function that reads records throws
+/// Zorbe::CorruptionDetectedException when the table contradicts itself, and Error (system) when
+/// a table that has grown cannot be mapped again.
 template <class K, class V>
 class View {
  public:
+  /// Made by Reader::view() and clone().
   explicit View(ViewCore core) : core_(std::move(core)) {}
 
   /// The record of a key; nothing when there is none, when the key does not fit into its type,
@@ -107,6 +116,7 @@ class View {
     return value;
   }
 
+  /// Whether the key has a record.
   bool contains(KeyArg<K> key) const {
     const auto words = Codec<K, V>::encode(key);
     return words && core_.get(words->data(), nullptr);
@@ -126,7 +136,7 @@ class View {
     return core_.read(handle.place_, handle.key_.data(), &value);
   }
 
-  /// All records.
+  /// All records. The view has to outlive the scan.
   Scan<K, V, ViewCore> scan() const { return Scan<K, V, ViewCore>(core_); }
 
   /// How many records there are: reads all of them.
@@ -144,12 +154,14 @@ class View {
   mutable ViewCore core_;
 };
 
-/// The typed part of a writer over `Core`, whose operations take bytes.
+/// The typed part of a writer over `Core`, whose operations take bytes: what Writer and LoopWriter
+/// have in common. An operation that throws leaves the table as it was.
 template <class K, class V, class Core>
 class BasicWriter {
  public:
+  /// See Writer and LoopWriter.
   BasicWriter(const std::string& name, const Options& options)
-      : name_(name), codec_(options.keyName), core_(name, options, codec_.schema()) {}
+      : name_(name), codec_(options.keyName, name), core_(name, options, codec_.schema()) {}
 
   /// Stores a record as a whole; visible to get() at once, to followers after publish(). Throws
   /// Error: tooLarge for a text that does not fit into the key, full, noSpace. The table then
@@ -170,6 +182,7 @@ class BasicWriter {
   /// of the change log.
   void publish() { core_.publish(); }
 
+  /// The record of a key, published or not; nothing when there is none.
   std::optional<V> get(KeyArg<K> key) const {
     const auto words = Codec<K, V>::encode(key);
     std::optional<V> value(std::in_place);
@@ -177,12 +190,13 @@ class BasicWriter {
     return value;
   }
 
+  /// Whether the key has a record.
   bool contains(KeyArg<K> key) const {
     const auto words = Codec<K, V>::encode(key);
     return words && core_.get(words->data(), nullptr);
   }
 
-  /// Records.
+  /// How many records there are: a number that the writer keeps.
   size_t size() const { return static_cast<size_t>(core_.size()); }
 
   /// All records. Changes made during the scan may or may not be among them.

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+//
+// Options and places with which no table can be made: each is an error that names the table and
+// says what to do.
+#include <zorbe/table/in_loop.h>
+
+#include "support/table_fixture.h"
+
+#include "unit/table/record.h"
+
+#include <brask/linux/event_loop.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace Zorbe::Test {
+namespace {
+
+using Table::Error;
+using Table::ErrorCode;
+
+class TableOptions : public TableTest {
+ protected:
+  /// What `act` throws: code and text.
+  template <class Act>
+  static std::pair<ErrorCode, std::string> errorOf(Act act) {
+    try {
+      act();
+    } catch (const Error& error) {
+      return {error.code(), error.what()};
+    }
+    return {ErrorCode::closed, "nothing was thrown"};
+  }
+
+  std::pair<ErrorCode, std::string> errorOfOpening() {
+    return errorOf([this] { openWriter(); });
+  }
+};
+
+TEST_F(TableOptions, MoreRecordsThanATableCanHaveAreRefused) {
+  options.records = uint64_t{1} << 58;  // times 64 bytes: 0 bytes in 64 bits
+  EXPECT_EQ(errorOfOpening(),
+            std::pair(ErrorCode::usage, std::string("table 't': Options::records is "
+                                                    "288230376151711744; it may be 3000000000 at "
+                                                    "most")));
+  options.records = 16;
+  options.maxRecords = SIZE_MAX;
+  EXPECT_EQ(errorOfOpening().first, ErrorCode::usage);
+  options.maxRecords = 0;
+  options.logEntries = (uint64_t{1} << 30) + 1;
+  EXPECT_EQ(errorOfOpening().first, ErrorCode::usage);
+  EXPECT_TRUE(std::filesystem::is_empty(options.place.directory));
+  options.logEntries = 0;
+  EXPECT_NO_THROW(openWriter());
+}
+
+TEST_F(TableOptions, ANameOfTheKeyThatTheDescriptionCannotHoldIsRefused) {
+  Brask::Linux::EventLoop loop;
+  Table::Options names;
+  names.root = rootPath();
+  for (const char* name : {"", "my key", "key\n", "\x7f"}) {
+    names.keyName = name;
+    const auto write = [&] { Table::LoopWriter<int, Record> writer("named", names); };
+    const auto read = [&] { Table::LoopReader<int, Record> reader("named", names); };
+    const std::string text =
+        "table 'named': Options::keyName is '" + names.keyName + "': use a name without blanks";
+    EXPECT_EQ(errorOf(write), std::pair(ErrorCode::usage, text));
+    EXPECT_EQ(errorOf(read), std::pair(ErrorCode::usage, text));
+  }
+  EXPECT_FALSE(std::filesystem::exists(inRoot("named")));
+}
+
+TEST_F(TableOptions, AnotherThingWithTheNameOfTheFileIsNamed) {
+  std::filesystem::create_directory(path("slots"));
+  EXPECT_EQ(errorOfOpening(),
+            std::pair(ErrorCode::system,
+                      "table 't': rename() " + path("slots") +
+                          ": Is a directory; something else has this name: remove it, or use "
+                          "another root directory"));
+}
+
+TEST_F(TableOptions, AFileInThePlaceOfTheRootIsNamed) {
+  Brask::Linux::EventLoop loop;
+  Table::Options below;
+  below.root = inRoot("file");
+  std::ofstream(below.root).close();
+  const auto write = [&] { Table::LoopWriter<int, Record> writer("x", below); };
+  EXPECT_EQ(errorOf(write),
+            std::pair(ErrorCode::system,
+                      "table 'x': mkpath() " + below.root +
+                          "/x: Not a directory; something else has this name: remove it, or use "
+                          "another root directory"));
+}
+
+TEST_F(TableOptions, ASmallerLimitKeepsTheRecordsThatAreThere) {
+  {
+    const auto writer = openWriter();
+    for (uint64_t key = 0; key < 10; ++key) put(*writer, key, key);
+  }
+  options.records = options.maxRecords = 5;
+  const auto writer = openWriter();
+  EXPECT_EQ(writer->size(), 10u);
+  put(*writer, 3, 33);
+  EXPECT_EQ(errorOf([&] { put(*writer, 10, 10); }).first, ErrorCode::full);
+  for (uint64_t key = 0; key < 10; ++key) EXPECT_EQ(get(*writer, key), key == 3 ? 33 : key);
+}
+
+TEST_F(TableOptions, HintsForTheMappingChangeNothingElse) {
+  options.hints = {true, true};
+  const auto writer = openWriter();
+  const auto reader = Table::TableReader::open({options.place, std::nullopt, options.hints});
+  for (uint64_t key = 0; key < 1000; ++key) put(*writer, key, key);
+  for (uint64_t key = 0; key < 1000; ++key) ASSERT_EQ(get(*reader, key), key);
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

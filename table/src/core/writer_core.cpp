@@ -133,22 +133,30 @@ class WriterCore::Impl : public WriterKickSm {
     doKickSleepers();
   }
 
-  // Files that were removed are made again, with everything that they held. A directory that
-  // cannot be made now is tried again later.
+  // What was overwritten is stored again, and files that were removed are made again, with
+  // everything that they held. A directory that cannot be made now is tried again later.
   void keep() {
     keepTimer_.start(readers.empty() ? kKeepSeconds : kStatusSeconds);
     table_->setStatus(peers_.look(readers, sleepingReaders));
-    if (table_->isInPlace()) return table_->repairHeaders();
     try {
-      createDirectory(place_);
-      table_ = table_->recreate();
-      logStart();
-      kick();
+      if (table_->isInPlace()) {
+        table_->repairHeaders();
+        table_->restoreFiles();
+      } else {
+        recreate();
+      }
       lastFailure_.clear();
     } catch (const Brask::Exception& failure) {
       if (std::exchange(lastFailure_, failure.what()) == failure.what()) return;
       ZORBE_LOG(*handler, kFailure, "WriterCore::keep() " << rootPath << " " << failure.what());
     }
+  }
+
+  void recreate() {
+    createDirectory(place_);
+    table_ = table_->recreate();
+    logStart();
+    kick();
   }
 
   Place place_;

@@ -106,7 +106,17 @@ struct stat File::status() const {
   return status;
 }
 
-void File::allocate(uint64_t bytes) const {
+FileId File::id() const {
+  const struct stat mine = status();
+  return {mine.st_dev, mine.st_ino};
+}
+
+uint64_t File::allocated() const {
+  constexpr uint64_t kBlock = 512;  // of st_blocks, on every file system
+  return static_cast<uint64_t>(status().st_blocks) * kBlock;
+}
+
+void File::allocate(uint64_t from, uint64_t bytes) const {
   rlimit limit{};
   if (::getrlimit(RLIMIT_FSIZE, &limit) != 0) {
     const int error = errno;
@@ -116,8 +126,6 @@ void File::allocate(uint64_t bytes) const {
   if (limit.rlim_cur != RLIM_INFINITY && bytes > limit.rlim_cur) {
     failCall(place_, "posix_fallocate()", path_, EFBIG);
   }
-  const auto from = static_cast<uint64_t>(status().st_size);
-  if (bytes <= from) return;
   int error = 0;
   do {
     error = ::posix_fallocate(fd(), static_cast<off_t>(from), static_cast<off_t>(bytes - from));
@@ -181,11 +189,10 @@ void File::rename(const std::string& name) {
   path_ = target;
 }
 
-bool File::isAt(const std::string& name) const {
+bool isAt(const Place& place, const std::string& name, const FileId& id) {
   struct stat there {};
-  if (::lstat(place_.path(name).c_str(), &there) != 0) return false;
-  const struct stat mine = status();
-  return there.st_dev == mine.st_dev && there.st_ino == mine.st_ino;
+  if (::lstat(place.path(name).c_str(), &there) != 0) return false;
+  return FileId{there.st_dev, there.st_ino} == id;
 }
 
 void removeFile(const Place& place, const std::string& name) {

@@ -14,6 +14,19 @@ namespace Zorbe::Table {
 
 enum class Access { kRead, kWrite };
 
+/// Which file it is, under any name.
+struct FileId {
+  dev_t device = 0;
+  ino_t inode = 0;
+
+  friend bool operator==(const FileId& a, const FileId& b) {
+    return a.device == b.device && a.inode == b.inode;
+  }
+};
+
+/// Whether the name is this file's, and not another's or nobody's.
+bool isAt(const Place& place, const std::string& name, const FileId& id);
+
 /// One open file of a table. Owns the descriptor. Failing system calls throw Error.
 class File {
  public:
@@ -37,10 +50,18 @@ class File {
 
   /// What fstat(2) says.
   struct stat status() const;
+  FileId id() const;
 
-  /// Gives the file room up to `bytes`, and that length, when it is shorter. A full disk and the
-  /// limit of file sizes are reported here and not by a signal later.
-  void allocate(uint64_t bytes) const;
+  /// Bytes that have room on the disk. A table's file has all of its room allocated.
+  uint64_t allocated() const;
+
+  /// Whether that is less than half of `bytes`: such a file was not made by a writer, and reading
+  /// it would fill the memory.
+  bool isMostlyHoles(uint64_t bytes) const { return allocated() < bytes / 2; }
+
+  /// Gives the file room from `from` up to `bytes`, and that length, when it is shorter. A full
+  /// disk and the limit of file sizes are reported here and not by a signal later.
+  void allocate(uint64_t from, uint64_t bytes) const;
 
   /// Takes the exclusive lock of this open file description without waiting; false when
   /// another process, or a reader that locks the file, has it. Closing releases it.
@@ -59,8 +80,7 @@ class File {
   /// Renames, replacing what has that name.
   void rename(const std::string& name);
 
-  /// True when `name` is this file, and not another one or none.
-  bool isAt(const std::string& name) const;
+  bool isAt(const std::string& name) const { return Table::isAt(place_, name, id()); }
 
  private:
   File(const Place& place, const std::string& path, int fd) : place_(place), path_(path), fd_(fd) {}

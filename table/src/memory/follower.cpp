@@ -52,6 +52,7 @@ Follower::Change Follower::begin() {
   position_ = cursor_ = passEnd_ = reader_.published();
   slot_ = 0;
   ahead_.clear();
+  log_.reset();  // perhaps another one has its generation
   mode_ = Mode::kScan;
   return {Kind::kReset, position_};
 }

@@ -27,7 +27,8 @@ void* map(const File& file, Access access, size_t bytes, MappingHints hints) {
 Mapping::Mapping(const Place& place, const File& file, Access access, uint64_t bytes,
                  uint64_t reserve, MappingHints hints) {
   memory_ = MAP_FAILED;
-  if (reserve > bytes && reserve <= std::numeric_limits<size_t>::max() / 2) {
+  // Pages of what follows `bytes` in the file must not be populated: there may be any number.
+  if (!hints.populate && reserve > bytes && reserve <= std::numeric_limits<size_t>::max() / 2) {
     size_ = static_cast<size_t>(reserve);
     memory_ = map(file, access, size_, hints);
   }

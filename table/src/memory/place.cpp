@@ -23,9 +23,11 @@ Advice adviceFor(int error) {
     case EFBIG:
       return {ErrorCode::noSpace,
               "; raise the file size limit (ulimit -f), or ask for fewer records"};
+    case EROFS:
+      return {ErrorCode::denied,
+              "; mount the file system for writing, or use another root directory"};
     case EACCES:
     case EPERM:
-    case EROFS:
       return {ErrorCode::denied, "; give this user the right, or use another root directory"};
     case EEXIST:
     case EISDIR:
@@ -36,6 +38,12 @@ Advice adviceFor(int error) {
       return {ErrorCode::system, "; use a shorter name or root directory"};
     case EMFILE:
       return {ErrorCode::system, "; raise the limit of descriptors (ulimit -n)"};
+    case ENFILE:
+      return {ErrorCode::system, "; raise the host's limit of open files (fs.file-max)"};
+    case EEXIST:
+    case EISDIR:
+    case ENOTDIR:
+      return {ErrorCode::system, "; remove what is there, or use another root directory"};
     case ENOMEM:
       return {ErrorCode::system, "; raise the limit of address space (ulimit -v)"};
     default:

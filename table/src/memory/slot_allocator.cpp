@@ -18,20 +18,25 @@ std::optional<uint32_t> SlotAllocator::candidate(const SlotMemory& memory, uint6
   return std::nullopt;
 }
 
-void SlotAllocator::take(uint32_t slot) {
+bool SlotAllocator::take(uint32_t slot) {
   if (links_[slot].erased) {
     unlink(slot);
   } else if (slot == fresh_) {
     ++fresh_;
-  } else {
+  } else if (!holes_.empty() && slot == holes_.back()) {
     holes_.pop_back();
+  } else {
+    return false;
   }
+  return true;
 }
 
-void SlotAllocator::release(uint32_t slot) {
+bool SlotAllocator::release(uint32_t slot) {
+  if (links_[slot].erased) return false;
   links_[slot] = {kNone, last_, true};
   (last_ == kNone ? first_ : links_[last_].next) = slot;
   last_ = slot;
+  return true;
 }
 
 void SlotAllocator::setUsed(uint32_t slot) {

@@ -26,11 +26,12 @@ class SlotAllocator {
   /// stays where it is until take(). Nothing when there is none.
   std::optional<uint32_t> candidate(const SlotMemory& memory, uint64_t oldest) const;
 
-  /// The slot now holds a live record; it was free, or erased.
-  void take(uint32_t slot);
+  /// The slot now holds a live record. False when it did before: somebody has
+  /// overwritten its state.
+  bool take(uint32_t slot);
 
-  /// The slot's record has been erased, last of all.
-  void release(uint32_t slot);
+  /// The slot's record has been erased, last of all. False when it was erased before.
+  bool release(uint32_t slot);
 
   /// A writer that takes over: what the slots hold. Calls with ascending slots, those left out
   /// are free; erased slots are released afterwards.

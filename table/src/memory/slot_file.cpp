@@ -49,23 +49,34 @@ Schema schemaIn(const Place& place, const std::string& path, const SlotsHeader& 
           loadText(header.description, static_cast<size_t>(description))};
 }
 
+// The slots that the file has room for. A writer that takes over relies on it and not on the
+// header, whose number somebody may have overwritten. Nothing when a part of the file is not
+// allocated.
+std::optional<uint64_t> wholeCapacity(const File& file, const Geometry& geometry) {
+  const auto length = static_cast<uint64_t>(file.status().st_size);
+  if (length <= geometry.slotsOffset || file.allocated() < length) return std::nullopt;
+  return std::min((length - geometry.slotsOffset) / geometry.slotBytes, kMaxSlots);
+}
+
 }  // namespace
 
 SlotFile::SlotFile(const Place& place, File file, Access access, const Schema& schema,
-                   uint64_t maxRecords, MappingHints hints)
+                   uint64_t capacity, uint64_t maxRecords, MappingHints hints)
     : place_(place),
       file_(std::move(file)),
       schema_(schema),
       geometry_(schema.keyBytes, schema.valueBytes),
-      mapping_(place, file_, access, static_cast<uint64_t>(file_.status().st_size),
+      capacity_(capacity),
+      mapping_(place, file_, access, geometry_.fileBytes(capacity),
                reserveFor(geometry_, maxRecords), hints),
       memory_(mapping_.at<char>(0), geometry_) {}
 
 SlotFile SlotFile::create(const Place& place, File file, const Spec& spec) {
-  file.allocate(Geometry(spec.schema.keyBytes, spec.schema.valueBytes).fileBytes(spec.capacity));
-  SlotFile slots(place, std::move(file), Access::kWrite, spec.schema, spec.maxRecords, spec.hints);
+  const Geometry geometry(spec.schema.keyBytes, spec.schema.valueBytes);
+  file.allocate(0, geometry.fileBytes(spec.capacity));
+  SlotFile slots(place, std::move(file), Access::kWrite, spec.schema, spec.capacity,
+                 spec.maxRecords, spec.hints);
   slots.identity_ = spec.identity;
-  slots.capacity_ = spec.capacity;
   SlotsHeader& header = slots.memory_.header();
   fillPrologue(header.prologue, spec.identity, 0, 0);
   release(header.keyBytes, spec.schema.keyBytes);
@@ -99,10 +110,14 @@ std::optional<SlotFile> SlotFile::open(const Place& place, Access access, Found&
     return std::nullopt;
   }
   const Schema schema = schemaIn(place, path, header);
-  SlotFile slots(place, std::move(*file), access, schema, acquire(header.maxRecords), hints);
+  const Geometry geometry(schema.keyBytes, schema.valueBytes);
+  const uint64_t stored = acquire(header.capacity);
+  const uint64_t capacity =
+      access == Access::kWrite ? wholeCapacity(*file, geometry).value_or(stored) : stored;
+  checkCapacity(place, *file, geometry, capacity);
+  SlotFile slots(place, std::move(*file), access, schema, capacity, acquire(header.maxRecords),
+                 hints);
   slots.identity_ = identity;
-  slots.capacity_ = acquire(header.capacity);
-  slots.checkCapacity(slots.capacity_);
   found = Found::kTable;
   return slots;
 }
@@ -111,32 +126,37 @@ void SlotFile::complete() {
   release(memory_.header().prologue.magic, magicOf(kSlotsMagic));
 }
 
-// A table's file has its room allocated: what is mostly holes was not made by a writer, and
-// reading it would fill the memory.
-void SlotFile::checkCapacity(uint64_t capacity) const {
-  const struct stat status = file_.status();
-  if (capacity == 0 || capacity > kMaxSlots ||
-      geometry_.fileBytes(capacity) > static_cast<uint64_t>(status.st_size)) {
-    failCorrupt(place_, file_.path() + " tells of " + std::to_string(capacity) +
-                            " slots in a file of " + std::to_string(status.st_size) + " bytes");
+void SlotFile::checkCapacity(const Place& place, const File& file, const Geometry& geometry,
+                             uint64_t capacity) {
+  const auto length = static_cast<uint64_t>(file.status().st_size);
+  if (capacity == 0 || capacity > kMaxSlots || geometry.fileBytes(capacity) > length) {
+    failCorrupt(place, file.path() + " tells of " + std::to_string(capacity) +
+                           " slots in a file of " + std::to_string(length) + " bytes");
   }
-  if (static_cast<uint64_t>(status.st_blocks) * 512 < geometry_.fileBytes(capacity) / 2) {
-    failCorrupt(place_, file_.path() + " is mostly holes");
+  if (file.isMostlyHoles(geometry.fileBytes(capacity))) {
+    failCorrupt(place, file.path() + " is mostly holes");
   }
 }
 
 std::optional<uint64_t> SlotFile::currentCapacity() const {
   const uint64_t capacity = acquire(memory_.header().capacity);
-  checkCapacity(capacity);
+  checkCapacity(place_, file_, geometry_, capacity);
   if (geometry_.fileBytes(capacity) > mapping_.size()) return std::nullopt;
   return capacity;
 }
 
 void SlotFile::grow(uint64_t capacity) {
+  const uint64_t end = geometry_.fileBytes(capacity_);
   const uint64_t bytes = geometry_.fileBytes(capacity);
-  file_.allocate(bytes);
+  const auto length = static_cast<uint64_t>(file_.status().st_size);
+  file_.allocate(end, bytes);
   mapping_.extend(place_, bytes);
   memory_ = SlotMemory(mapping_.at<char>(0), geometry_);
+  // What somebody has left behind the last slot would be taken for records.
+  for (uint64_t at = end; at < std::min(length, bytes); at += 8) {
+    Word& word = *mapping_.at<Word>(at);
+    if (relaxed(word) != 0) release(word, 0);
+  }
   release(memory_.header().capacity, capacity);
   capacity_ = capacity;
 }

@@ -66,9 +66,10 @@ class SlotFile {
   void grow(uint64_t capacity);
 
  private:
-  SlotFile(const Place& place, File file, Access access, const Schema& schema, uint64_t maxRecords,
-           MappingHints hints);
-  void checkCapacity(uint64_t capacity) const;
+  SlotFile(const Place& place, File file, Access access, const Schema& schema, uint64_t capacity,
+           uint64_t maxRecords, MappingHints hints);
+  static void checkCapacity(const Place& place, const File& file, const Geometry& geometry,
+                            uint64_t capacity);
 
   Place place_;
   File file_;
@@ -98,10 +99,14 @@ class IndexFile {
   uint64_t generation() const { return generation_; }
   const IndexMemory& memory() const { return memory_; }
 
+  /// Whether the directory still holds this file.
+  bool isInPlace(const Place& place) const { return isAt(place, kIndexFile, id_); }
+
  private:
-  IndexFile(std::optional<File> file, Mapping mapping, uint64_t generation, uint64_t buckets);
+  IndexFile(const File& file, Mapping mapping, uint64_t generation, uint64_t buckets);
 
   std::optional<File> file_;  // until it is complete
+  FileId id_;
   Mapping mapping_;
   uint64_t generation_;
   IndexMemory memory_;
@@ -126,6 +131,9 @@ class LogFile {
 
   uint64_t generation() const { return generation_; }
   uint64_t entries() const { return entries_; }
+
+  /// Whether the directory still holds this file.
+  bool isInPlace(const Place& place) const { return isAt(place, logFileOf(generation_), id_); }
   uint64_t first() const { return acquire(header().first); }
   void setFirst(uint64_t first) const { release(header().first, first); }
   Word& entry(uint64_t sequence) const {
@@ -133,10 +141,11 @@ class LogFile {
   }
 
  private:
-  LogFile(std::optional<File> file, Mapping mapping, uint64_t generation, uint64_t entries);
+  LogFile(const File& file, Mapping mapping, uint64_t generation, uint64_t entries);
   LogHeader& header() const { return *mapping_.at<LogHeader>(0); }
 
   std::optional<File> file_;  // until it is complete
+  FileId id_;
   Mapping mapping_;
   uint64_t generation_;
   uint64_t entries_;

@@ -33,10 +33,16 @@ void TableWriter::checkLimit() const {
                   " records, which is Options::maxRecords; erase records or raise the limit");
 }
 
-void TableWriter::makeRoom() {
-  if (!allocator_.candidate(slots_->memory(), oldestLogged())) growRecords();
+// The slot of a new key.
+uint32_t TableWriter::makeRoom() {
+  std::optional<uint32_t> slot = allocator_.candidate(slots_->memory(), oldestLogged());
+  if (!slot) {
+    slot = static_cast<uint32_t>(capacity());
+    growRecords();
+  }
   const uint64_t buckets = index_->memory().buckets();
   if ((usedBuckets_ + 1) > buckets / 8 * kUsedBuckets) rebuildIndex(index_->generation() + 1);
+  return *slot;
 }
 
 // By half, so that a growing table is copied nowhere and wastes little.
@@ -94,10 +100,13 @@ uint64_t TableWriter::wantedLogEntries() const {
                     kMaxLogEntries);
 }
 
-// The old log is never written again: a reader that still maps it finds in it what it looks for.
 void TableWriter::enlargeLog() {
   const uint64_t entries = wantedLogEntries();
-  if (entries <= log_->entries()) return;
+  if (entries > log_->entries()) replaceLog(entries);
+}
+
+// The old log is never written again: a reader that still maps it finds in it what it looks for.
+void TableWriter::replaceLog(uint64_t entries) {
   const uint64_t generation = log_->generation() + 1;
   const uint64_t held = std::min(log_->entries(), appended_);
   const uint64_t first = std::max(log_->first(), appended_ - held + 1);
@@ -111,6 +120,12 @@ void TableWriter::enlargeLog() {
   const char* former = logFileOf(log_->generation());
   log_.emplace(std::move(fresh));
   removeFile(options_.place, former);
+}
+
+void TableWriter::restoreFiles() {
+  const Place& place = options_.place;
+  if (!index_->isInPlace(place)) rebuildIndex(index_->generation() + 1);
+  if (!log_->isInPlace(place)) replaceLog(log_->entries());
 }
 
 }  // namespace Zorbe::Table

@@ -41,6 +41,28 @@ void removeLeftOvers(const Place& place) {
   }
 }
 
+// Nothing may be written to a file of another user. Whether that one is still writing shows in
+// its lock, which a shared one conflicts with.
+std::optional<File> lockOfAnotherUser(const Place& place) {
+  std::optional<File> theirs = File::open(place, kSlotsFile, Access::kRead);
+  if (theirs && !theirs->tryLockShared()) failLocked(place);
+  return theirs;
+}
+
+// What has got the name of `slots`, locked. Nothing when it is no file.
+std::optional<File> lockOccupant(const Place& place) {
+  try {
+    std::optional<File> there = File::open(place, kSlotsFile, Access::kWrite);
+    if (there && !there->tryLock()) failLocked(place);
+    return there;
+  } catch (const CorruptionDetectedException&) {
+    return std::nullopt;
+  } catch (const Error& denied) {
+    if (denied.code() != ErrorCode::denied) throw;
+    return lockOfAnotherUser(place);
+  }
+}
+
 Identity newIdentity(const Place& place) {
   Identity identity = currentBoot(place);
   identity.incarnation = randomNumber(place);
@@ -86,11 +108,8 @@ bool TableWriter::tryOpen() {
   return isInPlace() && (continueOrReplace(), true);
 }
 
-// Nothing may be written to a file of another user. Whether that one is still writing shows in
-// its lock, which a shared one conflicts with.
 void TableWriter::replaceOfAnotherUser(const std::string& why) {
-  std::optional<File> theirs = File::open(options_.place, kSlotsFile, Access::kRead);
-  if (theirs && !theirs->tryLockShared()) failLocked(options_.place);
+  const std::optional<File> theirs = lockOfAnotherUser(options_.place);
   replace(why, nullptr);
 }
 
@@ -214,13 +233,7 @@ void TableWriter::buildIndexAndLog() {
 // What has taken the old files' place is of no interest, unless somebody writes it: its lock is
 // held until the new file has the name.
 std::unique_ptr<TableWriter> TableWriter::recreate() const {
-  std::optional<File> there;
-  try {
-    there = File::open(options_.place, kSlotsFile, Access::kWrite);
-  } catch (const CorruptionDetectedException&) {  // not a file: replaced all the same
-  }
-  const bool isMine = isInPlace();
-  if (there && !isMine && !there->tryLock()) failLocked(options_.place);
+  const std::optional<File> there = isInPlace() ? std::nullopt : lockOccupant(options_.place);
   std::unique_ptr<TableWriter> table(new TableWriter(options_));
   table->replace("its files were removed or replaced", this);
   release(header().retired, 1);

@@ -24,14 +24,18 @@ void TableWriter::takeOver() {
   if (!slots_->memory().undoStore(capacity())) {
     failCorrupt(options_.place, "the image of a record that was being written is not one");
   }
+  release(header().capacity, capacity());
   const bool hasIndex = openIndex();
   const bool hasLog = openLog();
   appended_ = relaxed(header().published);
   if (hasLog) keepFinishedStores();
   const uint64_t newest = adoptSlots();
   if (!hasIndex || !isIndexWhole()) rebuildIndex(relaxed(header().indexGeneration) + 1);
-  const bool isLogWhole = hasLog && newest <= appended_;
-  appended_ = std::max(appended_, newest);
+  // The newest record has the last sequence; another `published` was overwritten.
+  const bool isEmpty = allocator_.used() == 0 && appended_ <= kMaxSequence;
+  const uint64_t last = isEmpty ? appended_ : newest;
+  const bool isLogWhole = hasLog && last == appended_;
+  appended_ = last;
   if (!isLogWhole) startNewLog();
   release(header().retired, 0);
   setStatus({});  // of the earlier writer's connections
@@ -39,13 +43,12 @@ void TableWriter::takeOver() {
   release(header().published, published_);
 }
 
-// A writer that was killed between the new index and its generation's store leaves the next
-// generation in place.
+// The file decides which generation it is: a writer that was killed between the new index and its
+// generation's store leaves the next one in place, and the store may have been overwritten.
 bool TableWriter::openIndex() {
-  const uint64_t generation = relaxed(header().indexGeneration);
   try {
     std::optional<IndexFile> index =
-        IndexFile::open(options_.place, Access::kWrite, slots_->identity(), generation);
+        IndexFile::open(options_.place, Access::kWrite, slots_->identity(), 0);
     if (!index) return false;
     index_.emplace(std::move(*index));
   } catch (const CorruptionDetectedException&) {
@@ -111,25 +114,29 @@ uint64_t TableWriter::adoptSlots() {
     size_ += state == kLive ? 1 : 0;
   }
   std::sort(erased.begin(), erased.end());
-  for (const auto& [sequence, slot] : erased) allocator_.release(slot);
+  for (const auto& [sequence, slot] : erased) static_cast<void>(allocator_.release(slot));
   return newest;
 }
 
-// One entry for each slot in use, and none for another.
+// Each slot in use is found by its key, and there are no further entries: a key that was not found
+// would get a second slot.
 bool TableWriter::isIndexWhole() {
   const IndexMemory& index = index_->memory();
   uint64_t entries = 0;
   usedBuckets_ = 0;
   for (uint64_t bucket = 0; bucket < index.buckets(); ++bucket) {
     const uint64_t entry = relaxed(index.entry(bucket));
-    if (entry == kEmptyBucket) continue;
-    ++usedBuckets_;
-    if (entry == kTombstone) continue;
-    const uint32_t slot = static_cast<uint32_t>(entry) - 1;
-    if (slot >= capacity() || slots_->memory().stateOf(slot) == kFree) return false;
-    ++entries;
+    usedBuckets_ += entry != kEmptyBucket ? 1 : 0;
+    entries += entry != kEmptyBucket && entry != kTombstone ? 1 : 0;
   }
-  return entries == allocator_.used();
+  if (entries != allocator_.used()) return false;
+  uint64_t key[kMaxKeyWords];
+  for (uint32_t slot = 0; slot < capacity(); ++slot) {
+    if (slots_->memory().stateOf(slot) == kFree) continue;
+    readKey(slot, key);
+    if (find(key, hash(key)) != slot) return false;
+  }
+  return true;
 }
 
 void TableWriter::startNewLog() {

@@ -46,30 +46,28 @@ void TableWriter::put(const uint64_t* key, const void* value) {
   const std::optional<uint32_t> slot = find(key, hash(key));
   const bool isNew = !slot || memory.stateOf(*slot) != kLive;
   if (isNew) checkLimit();
-  if (!slot) makeRoom();
+  const uint32_t place = slot ? *slot : makeRoom();
   publishBeforeTheLogIsFull();
   const uint64_t sequence = appended_ + 1;
+  noteChange(sequence, place);
   if (slot) {
-    noteChange(sequence, *slot);
-    memory.store(*slot, {kLive, sequence, key, value});
-    if (isNew) allocator_.take(*slot);
+    memory.store(place, {kLive, sequence, key, value});
   } else {
-    putNew(sequence, key, value);
+    storeNew(place, sequence, key, value);
   }
-  if (isNew) ++size_;
+  if (isNew && allocator_.take(place)) ++size_;
   appended_ = sequence;
 }
 
 // The order matters: a reader never finds an entry of the index before its record, and a writer
 // that takes over finds what was begun from the log's entry.
-void TableWriter::putNew(uint64_t sequence, const uint64_t* key, const void* value) {
+void TableWriter::storeNew(uint32_t slot, uint64_t sequence, const uint64_t* key,
+                           const void* value) {
   const SlotMemory& memory = slots_->memory();
-  const uint32_t slot = *allocator_.candidate(memory, oldestLogged());
-  noteChange(sequence, slot);
   if (memory.stateOf(slot) == kErased) entombKeyOf(slot);
   memory.store(slot, {kLive, sequence, key, value});
-  if (!*index_->memory().insert(hash(key), slot)) ++usedBuckets_;
-  allocator_.take(slot);
+  const std::optional<bool> wasTombstone = index_->memory().insert(hash(key), slot);
+  if (!wasTombstone.value_or(false)) ++usedBuckets_;
 }
 
 void TableWriter::entombKeyOf(uint32_t slot) {
@@ -86,8 +84,7 @@ bool TableWriter::erase(const uint64_t* key) {
   const uint64_t sequence = appended_ + 1;
   noteChange(sequence, *slot);
   memory.store(*slot, {kErased, sequence, key, nullptr});
-  allocator_.release(*slot);
-  --size_;
+  if (allocator_.release(*slot)) --size_;
   appended_ = sequence;
   return true;
 }

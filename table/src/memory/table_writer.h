@@ -83,6 +83,10 @@ class TableWriter {
   /// Stores again what in the headers has to be so, in case somebody else has overwritten it.
   void repairHeaders();
 
+  /// Makes index and change log again whose files somebody has removed or replaced. Throws Error,
+  /// and the table then stays as it was.
+  void restoreFiles();
+
   /// Live records.
   uint64_t size() const { return size_; }
   uint64_t appended() const { return appended_; }
@@ -127,19 +131,19 @@ class TableWriter {
 
   // table_growth.cpp
   void checkLimit() const;
-  void makeRoom();
+  uint32_t makeRoom();
   void growRecords();
   void rebuildIndex(uint64_t generation);
   void enterSlots(const IndexMemory& index) const;
   uint64_t wantedLogEntries() const;
   void enlargeLog();
-  void copyLog(const LogFile& to) const;
+  void replaceLog(uint64_t entries);
 
   // table_writer.cpp
   std::optional<uint32_t> find(const uint64_t* key, Hash hash) const;
   Hash hash(const uint64_t* key) const;
   void readKey(uint32_t slot, uint64_t* key) const;
-  void putNew(uint64_t sequence, const uint64_t* key, const void* value);
+  void storeNew(uint32_t slot, uint64_t sequence, const uint64_t* key, const void* value);
   void entombKeyOf(uint32_t slot);
   void noteChange(uint64_t sequence, uint32_t slot);
   void publishBeforeTheLogIsFull();

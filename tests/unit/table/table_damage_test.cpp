@@ -1,0 +1,277 @@
+// SPDX-License-Identifier: MIT
+//
+// Words and files that somebody has overwritten: while no writer runs, and under one.
+#include "unit/table/damage.h"
+
+#include "support/table_fixture.h"
+
+#include <zorbe/exceptions.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+
+namespace Zorbe::Test {
+namespace {
+
+using Table::SlotsHeader;
+using Table::TableWriter;
+
+class TableDamage : public TableTest {
+ protected:
+  static constexpr uint64_t kRecords = 100;
+
+  // A table whose writer has ended.
+  void makeTable() {
+    for (const auto& entry : std::filesystem::directory_iterator(options.place.directory)) {
+      std::filesystem::remove(entry);
+    }
+    const auto table = openWriter();
+    for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);
+    for (uint64_t key = 0; key < kRecords; key += 10) erase(*table, key);
+    table->publish();
+  }
+
+  template <class T>
+  void expectAllRecords(T& table) {
+    for (uint64_t key = 0; key < kRecords; ++key) {
+      const auto expected = key % 10 == 0 ? std::nullopt : std::make_optional(key);
+      EXPECT_EQ(get(table, key), expected) << key;
+    }
+  }
+
+  void overwrite(size_t offset, uint64_t word) { overwriteWord(path("slots"), offset, word); }
+};
+
+// Two writers one after another: what the first one makes of it must be a table for the next.
+TEST_F(TableDamage, NoRecordIsLostToAnOverwrittenNumber) {
+  for (const size_t offset :
+       {offsetof(SlotsHeader, published), offsetof(SlotsHeader, publishedAt),
+        offsetof(SlotsHeader, indexGeneration), offsetof(SlotsHeader, logGeneration),
+        offsetof(SlotsHeader, capacity), offsetof(SlotsHeader, retired),
+        offsetof(SlotsHeader, origin), offsetof(SlotsHeader, maxRecords),
+        offsetof(SlotsHeader, statusSelector), offsetof(Table::Prologue, incarnation)}) {
+    for (const uint64_t word : {0ull, 1ull, 3ull, 7ull, 90ull, 101ull, 1000ull, 1ull << 32,
+                                1ull << 62, 1ull << 63, ~0ull - 1, ~0ull}) {
+      SCOPED_TRACE("offset " + std::to_string(offset) + ", word " + std::to_string(word));
+      makeTable();
+      const auto mapped = openReader();
+      Copy follower(*mapped);
+      follower.drain();
+      overwrite(offset, word);
+      for (uint64_t key = 1000; key < 1003; ++key) {
+        const auto table = openWriter();
+        ASSERT_EQ(table->start(), TableWriter::Start::kContinued) << table->whyReplaced();
+        put(*table, key, key);
+        table->publish();
+        EXPECT_EQ(table->size(), kRecords - kRecords / 10 + key - 999);
+        expectAllRecords(*table);
+        const auto fresh = openReader();
+        ASSERT_NE(fresh, nullptr);
+        expectAllRecords(*fresh);
+        EXPECT_EQ(get(*fresh, key), key);
+        EXPECT_EQ(get(*mapped, key), key);
+        follower.drain();
+        EXPECT_EQ(follower.records[key], key);
+        follower.drain();
+        EXPECT_EQ(follower.records.size(), table->size());
+      }
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST_F(TableDamage, NoRecordIsLostToAnOverwrittenIndex) {
+  makeTable();
+  uint64_t used = 0;
+  for (uint64_t bucket = 0; bucket < openWriter()->index().memory().buckets(); ++bucket) {
+    const uint64_t offset = Table::kIndexEntries + 8 * bucket;
+    const uint64_t entry = overwriteWord(path("buckets"), offset, Table::kTombstone);
+    if (entry == 0) continue;
+    ++used;
+    // The entry of another slot: as many entries as there are slots in use.
+    overwriteWord(path("buckets"), offset, (entry & ~uint64_t{0xffffffff}) | (used % kRecords + 1));
+    for (unsigned i = 0; i < 2; ++i) {
+      const auto table = openWriter();
+      ASSERT_EQ(table->start(), TableWriter::Start::kContinued) << table->whyReplaced();
+      expectAllRecords(*table);
+      put(*table, 5, 5);
+    }
+  }
+  EXPECT_GT(used, kRecords / 2);
+}
+
+TEST_F(TableDamage, SlotsBehindTheLastOneAreNotTakenForRecords) {
+  makeTable();
+  const Table::Geometry geometry(8, kValueBytes);
+  // Longer and not allocated, so that the header decides; it tells of fewer slots.
+  const auto length = static_cast<off_t>(geometry.fileBytes(100'000));
+  ASSERT_EQ(::truncate(path("slots").c_str(), length), 0);
+  overwrite(offsetof(SlotsHeader, capacity), 20);
+  for (unsigned i = 0; i < 2; ++i) {
+    const auto table = openWriter();
+    ASSERT_EQ(table->start(), TableWriter::Start::kContinued) << table->whyReplaced();
+    if (i == 0) {
+      EXPECT_EQ(table->capacity(), 20u);
+    }
+    for (uint64_t key = 0; key < 90; ++key) put(*table, key, key + 1);
+    for (uint64_t key = 0; key < 90; ++key) EXPECT_EQ(get(*table, key), key + 1);
+    EXPECT_EQ(table->size(), 90u);
+  }
+}
+
+// Keeps a log's mapping although another log has got its generation.
+TEST_F(TableDamage, AFollowerIsNotConfusedByAGenerationThatComesTwice) {
+  makeTable();
+  const auto reader = openReader();
+  Copy copy(*reader);
+  copy.drain();
+  {
+    const auto table = openWriter();
+    put(*table, 1, 11);
+    table->publish();
+    copy.drain();
+  }
+  overwrite(offsetof(SlotsHeader, logGeneration),
+            Table::acquire(reader->header().logGeneration) - 1);
+  const auto table = openWriter();
+  table->publish();
+  copy.drain();
+  put(*table, 2, 22);
+  table->publish();
+  copy.drain();
+  const size_t resets = copy.resets;
+  for (uint64_t i = 0; i < 10; ++i) {
+    put(*table, 2, i);
+    table->publish();
+    copy.drain();
+    EXPECT_EQ(copy.records[2], i);
+  }
+  EXPECT_EQ(copy.resets, resets);
+}
+
+TEST_F(TableDamage, FilesThatSomebodyRemovesOrReplacesAreMadeAgain) {
+  makeTable();
+  const auto table = openWriter();
+  const auto follower = openReader();
+  Copy copy(*follower);
+  copy.drain();
+  uint64_t key = 1000;
+  for (const bool isLog : {false, true}) {
+    for (const bool isReplaced : {false, true}) {
+      const char* name = isLog ? Table::logFileOf(table->log().generation()) : Table::kIndexFile;
+      SCOPED_TRACE(std::string(name) + (isReplaced ? " replaced" : " removed"));
+      ASSERT_EQ(::unlink(path(name).c_str()), 0);
+      if (isReplaced) {
+        ASSERT_EQ(::close(::creat(path(name).c_str(), 0600)), 0);
+      }
+      table->restoreFiles();
+      ++key;
+      put(*table, key, key);
+      table->publish();
+      const auto reader = openReader();
+      ASSERT_NE(reader, nullptr);
+      expectAllRecords(*reader);
+      EXPECT_EQ(get(*reader, key), key);
+      copy.drain();
+      EXPECT_EQ(copy.records[key], key);
+    }
+  }
+  EXPECT_EQ(copy.resets, 1u);  // the new log holds what the old one held
+  const uint64_t generation = table->index().generation();
+  table->restoreFiles();
+  EXPECT_EQ(table->index().generation(), generation);
+}
+
+class SparseFile : public TableDamage, public testing::WithParamInterface<const char*> {};
+
+TEST_P(SparseFile, OfSixteenGigabytesIsNeitherReadNorFilled) {
+  makeTable();
+  const std::string file = path(GetParam());
+  const auto length = off_t{16} << 30;
+  ASSERT_EQ(::truncate(file.c_str(), length), 0);
+  const uint64_t size = uint64_t{1} << 30;  // buckets or entries; slots of any size
+  overwriteWord(file,
+                GetParam() == std::string("slots") ? offsetof(SlotsHeader, capacity)
+                                                   : offsetof(Table::Prologue, size),
+                GetParam() == std::string("slots") ? size / 16 : size);
+  try {
+    const auto reader = openReader();
+    ASSERT_NE(reader, nullptr);
+    Copy copy(*reader);
+    copy.drain();
+    EXPECT_EQ(GetParam(), std::string("conquer.1"));  // of use for changes only
+  } catch (const CorruptionDetectedException& failure) {
+    EXPECT_THAT(failure.what(), testing::HasSubstr(file + " is mostly holes"));
+  }
+  struct stat status {};
+  ASSERT_EQ(::stat(file.c_str(), &status), 0);
+  EXPECT_LT(status.st_blocks, 2048);
+  const auto table = openWriter();
+  if (GetParam() != std::string("slots")) expectAllRecords(*table);
+  put(*table, 5, 55);
+  EXPECT_EQ(get(*openReader(), 5), 55u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, SparseFile, testing::Values("slots", "buckets", "conquer.1"),
+                         [](const auto& name) {
+                           const std::string file = name.param;
+                           return file.substr(0, file.find('.'));
+                         });
+
+TEST_F(TableDamage, PopulatingDoesNotFillWhatFollowsTheSlots) {
+  makeTable();
+  ASSERT_EQ(::truncate(path("slots").c_str(), off_t{1} << 30), 0);
+  options.hints.populate = true;
+  Table::ReaderOptions reading{options.place, std::nullopt, options.hints};
+  const auto reader = Table::TableReader::open(reading);
+  ASSERT_NE(reader, nullptr);
+  expectAllRecords(*reader);
+  const auto table = openWriter();
+  expectAllRecords(*table);
+  struct stat status {};
+  ASSERT_EQ(::stat(path("slots").c_str(), &status), 0);
+  EXPECT_LT(status.st_blocks, 2048);
+  for (uint64_t key = 1000; key < 1500; ++key) put(*table, key, key);
+  for (uint64_t key = 1000; key < 1500; ++key) EXPECT_EQ(get(*reader, key), key);
+}
+
+// The states of slots, under a writer that has another idea of them.
+TEST_F(TableDamage, AWriterGoesByWhatItHasStoredItself) {
+  const Table::Geometry geometry(8, kValueBytes);
+  for (const uint64_t state : {0ull, 1ull, 2ull, 77ull}) {
+    SCOPED_TRACE(state);
+    makeTable();
+    const auto table = openWriter();
+    const uint64_t capacity = table->capacity();
+    for (uint64_t slot = 0; slot < kRecords; ++slot) {
+      overwrite(geometry.fileBytes(slot) + offsetof(Table::Slot, state), state);
+    }
+    for (uint64_t key = 0; key < kRecords; ++key) erase(*table, key);
+    for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);
+    EXPECT_EQ(table->size(), kRecords);
+    for (uint64_t key = 0; key < kRecords; ++key) EXPECT_EQ(get(*table, key), key);
+    EXPECT_EQ(table->capacity(), capacity);
+    put(*table, 2000, 2000);
+    EXPECT_EQ(get(*table, 2000), 2000u);
+    EXPECT_EQ(table->size(), kRecords + 1);
+  }
+}
+
+TEST_F(TableDamage, ANewKeyFindsNoBucketAndIsStoredAllTheSame) {
+  makeTable();
+  const auto table = openWriter();
+  const Table::IndexMemory& index = table->index().memory();
+  for (uint64_t bucket = 0; bucket < index.buckets(); ++bucket) {
+    if (index.entry(bucket) == Table::kEmptyBucket)
+      Table::release(index.entry(bucket), ~uint64_t{0});
+  }
+  put(*table, 1000, 1);
+  EXPECT_EQ(table->size(), kRecords - kRecords / 10 + 1);
+  expectAllRecords(*table);
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

@@ -22,7 +22,7 @@ class ViewCore::Shared {
     version_.fetch_add(1, std::memory_order_release);
   }
 
-  uint64_t version() const { return version_.load(std::memory_order_relaxed); }
+  const std::atomic<uint64_t>& version() const { return version_; }
 
   /// A reader of the current table, null when there is none, and the version that it is of.
   std::unique_ptr<TableReader> copy(uint64_t& version) const {

@@ -4,11 +4,11 @@
 namespace Zorbe::Table {
 
 std::optional<bool> IndexMemory::insert(Hash hash, uint32_t slot) const {
-  uint64_t bucket = home(hash) * kGroup;
+  uint64_t bucket = Detail::homeLine(hash, groups_) * kGroup;
   for (uint64_t step = 0; step < buckets(); ++step) {
     const uint64_t entry = relaxed(entries_[bucket]);
     if (entry == kEmptyBucket || entry == kTombstone) {
-      release(entries_[bucket], pack(hash, slot));
+      release(entries_[bucket], Detail::entryOf(hash, slot));
       return entry == kTombstone;
     }
     if (++bucket == buckets()) bucket = 0;

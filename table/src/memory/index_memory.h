@@ -4,10 +4,11 @@
 #include <cstdint>
 #include <optional>
 
-#include "memory/hash.h"
 #include "memory/layout.h"
 
 namespace Zorbe::Table {
+
+using Detail::Hash;
 
 /// The memory of `buckets`: lines of eight entries. A key's entry is in the first line from its
 /// home on that had room when it was entered, so a search ends at a line with an empty bucket.
@@ -15,7 +16,7 @@ namespace Zorbe::Table {
 /// no bucket becomes empty again.
 class IndexMemory {
  public:
-  static constexpr uint64_t kGroup = kLine / sizeof(Word);
+  static constexpr uint64_t kGroup = Detail::kLineEntries;
 
   IndexMemory() = default;
   IndexMemory(char* base, uint64_t buckets, uint64_t seed)
@@ -31,7 +32,7 @@ class IndexMemory {
   static uint64_t fileBytes(uint64_t buckets) { return kIndexEntries + 8 * buckets; }
 
   uint64_t buckets() const { return groups_ * kGroup; }
-  Hash hash(const uint64_t* key, uint32_t words) const { return hashOf(key, words, seed_); }
+  Hash hash(const uint64_t* key, uint32_t words) const { return Detail::hashOf(key, words, seed_); }
   Word& entry(uint64_t bucket) const { return entries_[bucket]; }
 
   /// Calls `visit(bucket, slot)` for each entry with the hash's tag, until it returns true, or
@@ -40,7 +41,7 @@ class IndexMemory {
   /// A line is looked at as a whole: which of its entries matches is no branch to be guessed.
   template <class Visit>
   bool probe(Hash hash, Visit visit) const {
-    uint64_t group = home(hash);
+    uint64_t group = Detail::homeLine(hash, groups_);
     for (uint64_t step = 0; step < groups_; ++step) {
       const Word* line = entries_ + group * kGroup;
       uint32_t slots[kGroup];  // their numbers plus one
@@ -71,12 +72,19 @@ class IndexMemory {
       bool moved = false;
       const bool found = probe(hash, [&](uint64_t bucket, uint32_t slot) {
         if (!examine(slot)) return false;
-        moved = relaxed(entries_[bucket]) != pack(hash, slot);
+        moved = relaxed(entries_[bucket]) != Detail::entryOf(hash, slot);
         return true;
       });
       if (!found || !moved) return found;
     }
     return true;
+  }
+
+  /// What a window shows of it.
+  void describe(Detail::Window& window) const {
+    window.entries = entries_;
+    window.lines = groups_;
+    window.seed = seed_;
   }
 
   /// The writer: enters a slot under a key that has no entry, at the first bucket that is empty
@@ -89,9 +97,6 @@ class IndexMemory {
  private:
   // Every further attempt needs another change of the same bucket.
   static constexpr int kFindAttempts = 64;
-
-  static uint64_t pack(Hash hash, uint32_t slot) { return uint64_t{hash.tag} << 32 | (slot + 1); }
-  uint64_t home(Hash hash) const { return (uint64_t{hash.home} * groups_) >> 32; }
 
   Word* entries_ = nullptr;
   uint64_t groups_ = 0;

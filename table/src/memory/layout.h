@@ -15,22 +15,23 @@
 // incarnation; `slots` decides which one is current.
 #pragma once
 
-#include <atomic>
+#include <zorbe/table/window.h>
+
 #include <cstddef>
 #include <cstdint>
 
 namespace Zorbe::Table {
 
-/// A word of shared memory.
-using Word = std::atomic<uint64_t>;
+using Detail::acquire;
+using Detail::kErased;
+using Detail::kFree;
+using Detail::kLive;
+using Detail::relaxed;
+using Detail::SlotState;
+using Detail::Word;
+
 static_assert(Word::is_always_lock_free && sizeof(Word) == 8, "words are shared between processes");
 
-inline uint64_t acquire(const Word& word) {
-  return word.load(std::memory_order_acquire);
-}
-inline uint64_t relaxed(const Word& word) {
-  return word.load(std::memory_order_relaxed);
-}
 inline void release(Word& word, uint64_t value) {
   word.store(value, std::memory_order_release);
 }
@@ -63,9 +64,6 @@ inline constexpr uint64_t kMinLogEntries = 64;
 inline constexpr uint64_t kMaxLogEntries = uint64_t{1} << 30;
 inline constexpr size_t kDescriptionWords = 2048;
 inline constexpr size_t kStatusWords = 1024;  // of one of the two copies
-
-/// What a slot holds. A slot that was never used has only zero words.
-enum SlotState : uint64_t { kFree = 0, kLive = 1, kErased = 2 };
 
 /// The first line of every file.
 struct alignas(kLine) Prologue {
@@ -170,6 +168,12 @@ class Geometry {
   uint64_t fileBytes(uint64_t slots) const { return slotsOffset + slots * slotBytes; }
 };
 
+static_assert(offsetof(Slot, guard) == 8 * Detail::kGuardWord &&
+                  offsetof(Slot, state) == 8 * Detail::kStateWord &&
+                  offsetof(Slot, sequence) == 8 * Detail::kSequenceWord &&
+                  offsetof(Slot, key) == 8 * Detail::kKeyWord &&
+                  kLine == sizeof(Word) * Detail::kLineEntries,
+              "programs read the slots with what window.h says of them");
 static_assert(sizeof(Prologue) == kLine && sizeof(LogHeader) == kLogEntries &&
                   sizeof(IndexHeader) == kIndexEntries && sizeof(SlotsHeader) % kLine == 0,
               "the layout is shared between programs");

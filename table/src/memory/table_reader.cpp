@@ -132,6 +132,17 @@ TableReader::Lookup TableReader::examine(uint32_t slot, const uint64_t* key, voi
   return out.state == kLive ? Lookup::kFound : Lookup::kErased;
 }
 
+void TableReader::describe(Detail::Window& window) const {
+  if (!index_) return;
+  const SlotMemory& memory = slots_->memory();
+  index_->memory().describe(window);
+  window.slots = reinterpret_cast<const char*>(&memory.slot(0));
+  window.slotBytes = memory.geometry().slotBytes;
+  window.capacity = capacity_;
+  window.incarnation = incarnation();
+  window.shape = Detail::Window::shapeOf(keyWords(), valueBytes_);
+}
+
 void TableReader::failGuard(uint32_t slot) const {
   failCorrupt("the guard of slot " + std::to_string(slot) + " contradicts the image");
 }

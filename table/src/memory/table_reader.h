@@ -66,6 +66,10 @@ class TableReader {
     return true;
   }
 
+  /// What is mapped now, for programs that read it themselves. It is valid until the next call of
+  /// this object. Empty without an index.
+  void describe(Detail::Window& window) const;
+
   /// Slots that there are now.
   uint64_t capacity();
 

@@ -10,6 +10,7 @@
 #include <zorbe/table/error.h>
 #include <zorbe/table/options.h>
 #include <zorbe/table/schema.h>
+#include <zorbe/table/window.h>
 
 #include <cstdint>
 #include <memory>
@@ -97,9 +98,14 @@ class ViewCore {
   /// Another one for any thread. Callable from any thread.
   ViewCore clone() const;
 
+  /// What is mapped after the last call: View looks there before it calls. Stays where it is
+  /// when this object is moved.
+  const Detail::Window& window() const { return *window_; }
+
  private:
   class Impl;
   std::unique_ptr<Impl> impl_;
+  const Detail::Window* window_;
 };
 
 /// The reading side in an event loop of the contracts: everything but view() runs on that loop's

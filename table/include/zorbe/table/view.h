@@ -111,21 +111,28 @@ class View {
   /// and as long as there is no table.
   std::optional<V> get(KeyArg<K> key) const {
     const auto words = Codec<K, V>::encode(key);
+    if (!words) return std::nullopt;
     std::optional<V> value(std::in_place);
-    if (!words || !core_.get(words->data(), &*value)) value.reset();
+    if (isSeen(*words, &*value)) return value;
+    if (!core_.get(words->data(), &*value)) value.reset();
     return value;
   }
 
   /// Whether the key has a record.
   bool contains(KeyArg<K> key) const {
     const auto words = Codec<K, V>::encode(key);
-    return words && core_.get(words->data(), nullptr);
+    if (!words) return false;
+    return isSeen(*words, nullptr) || core_.get(words->data(), nullptr);
   }
 
   /// Where a key's record is; nothing when there is none.
   std::optional<Handle<K>> find(KeyArg<K> key) const {
     const auto words = Codec<K, V>::encode(key);
     if (!words) return std::nullopt;
+    const Detail::Window& window = core_.window();
+    const uint64_t slot = Glance(window).find(*words, nullptr);
+    if (slot != Glance::kMiss)
+      return Handle<K>(*words, {window.incarnation, static_cast<uint32_t>(slot)});
     const std::optional<ViewCore::Place> place = core_.find(words->data());
     if (!place) return std::nullopt;
     return Handle<K>(*words, *place);
@@ -133,7 +140,9 @@ class View {
 
   /// Copies a record; false when it was erased, and `value` is then of no use.
   bool read(const Handle<K>& handle, V& value) const {
-    return core_.read(handle.place_, handle.key_.data(), &value);
+    const ViewCore::Place& place = handle.place_;
+    return Glance(core_.window()).read(place.incarnation, place.slot, handle.key_, &value) ||
+           core_.read(place, handle.key_.data(), &value);
   }
 
   /// All records. The view has to outlive the scan.
@@ -151,6 +160,12 @@ class View {
   View clone() const { return View(core_.clone()); }
 
  private:
+  using Glance = Detail::Glance<std::tuple_size_v<KeyWords<K>>, sizeof(V)>;
+
+  [[gnu::always_inline]] bool isSeen(const KeyWords<K>& key, void* value) const {
+    return Glance(core_.window()).find(key, value) != Glance::kMiss;
+  }
+
   mutable ViewCore core_;
 };
 

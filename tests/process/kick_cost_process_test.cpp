@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "process/process_fixture.h"
-#include "support/system_call_trace.h"
+#include "support/tracer.h"
 
 namespace Zorbe::Test {
 namespace {

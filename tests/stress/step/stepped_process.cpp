@@ -1,96 +1,53 @@
 // SPDX-License-Identifier: MIT
 #include "stress/step/stepped_process.h"
 
+#include "support/tracer.h"
+
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <exception>
 
 namespace Zorbe::Test {
 
 SteppedProcess::SteppedProcess(const std::function<void()>& prepare,
                                const std::function<void()>& action)
-    : child_(::fork()) {
-  if (child_ == 0) runChild(prepare, action);
-  EXPECT_GT(child_, 0);
-  const int status = wait();
-  EXPECT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGSTOP) << status;
-  if (child_ > 0) {
-    EXPECT_EQ(::ptrace(PTRACE_SETOPTIONS, child_, nullptr, PTRACE_O_EXITKILL), 0);
-  }
-}
-
-SteppedProcess::~SteppedProcess() {
-  kill();
-}
-
-void SteppedProcess::runChild(const std::function<void()>& prepare,
-                              const std::function<void()>& action) {
-  try {
-    prepare();
-    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(2);
-    ::raise(SIGSTOP);
-    action();
-    ::raise(SIGSTOP);
-    ::_exit(0);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "stepped process: %s\n", error.what());
-  }
-  ::_exit(1);
+    : child_("stepped", [&](Channel& parent) {
+        prepare();
+        parent.send("prepared");
+        parent.await("step");
+        ::raise(SIGSTOP);
+        action();
+        ::raise(SIGSTOP);
+      }) {
+  child_.await("prepared");
+  EXPECT_TRUE(Tracer::attach(child_.pid()));
+  Tracer::resume(child_.pid(), PTRACE_CONT);
+  child_.send("step");
+  EXPECT_EQ(WSTOPSIG(Tracer::wait(child_.pid()).status), SIGSTOP);
 }
 
 bool SteppedProcess::isPossible() {
-  const pid_t child = ::fork();
-  if (child == 0) ::_exit(::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0 ? 0 : 1);
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-int SteppedProcess::wait() {
-  int status = 0;
-  pid_t waited;
-  do {
-    waited = ::waitpid(child_, &status, 0);
-  } while (waited < 0 && errno == EINTR);
-  EXPECT_EQ(waited, child_);
-  if (waited != child_ || !WIFSTOPPED(status)) child_ = -1;
-  return status;
+  const ChildProcess child("traced", [](Channel& parent) { parent.receive(); });
+  return Tracer::attach(child.pid());
 }
 
 bool SteppedProcess::step() {
-  if (child_ < 0) return false;
-  EXPECT_EQ(::ptrace(PTRACE_SINGLESTEP, child_, nullptr, nullptr), 0);
-  const int status = wait();
-  EXPECT_TRUE(WIFSTOPPED(status)) << "ended: " << status;
-  if (child_ > 0 && WSTOPSIG(status) == SIGTRAP) {
-    ++steps_;
-    return true;
-  }
-  if (child_ > 0) {
-    EXPECT_EQ(WSTOPSIG(status), SIGSTOP);
-    finish();
-  }
+  if (ended_) return false;
+  Tracer::resume(child_.pid(), PTRACE_SINGLESTEP);
+  const int status = Tracer::wait(child_.pid()).status;
+  if (WIFSTOPPED(status) && WSTOPSIG(status) == SIGTRAP) return true;
+  // It has stopped itself after the action: the files hold what the action left.
+  EXPECT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGSTOP) << "ended: " << status;
+  Tracer::resume(child_.pid(), PTRACE_CONT);
+  EXPECT_EQ(child_.finish(), 0);
+  ended_ = true;
   return false;
 }
 
-// It has stopped itself after the action: what the files hold is what the action left.
-void SteppedProcess::finish() {
-  EXPECT_EQ(::ptrace(PTRACE_CONT, child_, nullptr, nullptr), 0);
-  const int status = wait();
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-}
-
 void SteppedProcess::kill() {
-  if (child_ < 0) return;
-  EXPECT_EQ(::kill(child_, SIGKILL), 0);
-  const int status = wait();
-  EXPECT_TRUE(WIFSIGNALED(status)) << status;
+  if (!std::exchange(ended_, true)) child_.kill();
 }
 
 }  // namespace Zorbe::Test

@@ -2,7 +2,7 @@
 //
 // The system calls of a turn, counted in a traced child.
 #include "support/child_process.h"
-#include "support/system_call_trace.h"
+#include "support/tracer.h"
 #include "unit/platform/brask/linux/busy_handlers.h"
 
 #include <algorithm>

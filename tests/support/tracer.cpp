@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/system_call_trace.h"
+#include "support/tracer.h"
 
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
@@ -40,26 +40,39 @@ std::string nameOf(uint64_t number) {
   return name == kNames.end() ? "call " + std::to_string(number) : name->second;
 }
 
-bool go(pid_t child, int signal = 0) {
-  return ::ptrace(PTRACE_SYSCALL, child, nullptr, signal) == 0;
+}  // namespace
+
+bool Tracer::attach(pid_t child) {
+  if (::ptrace(PTRACE_SEIZE, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL) != 0) {
+    return false;
+  }
+  EXPECT_EQ(::ptrace(PTRACE_INTERRUPT, child, nullptr, nullptr), 0);
+  EXPECT_TRUE(WIFSTOPPED(wait(child).status));
+  return true;
 }
 
-}  // namespace
+void Tracer::resume(pid_t child, int request, int signal) {
+  EXPECT_EQ(::ptrace(static_cast<__ptrace_request>(request), child, nullptr, signal), 0);
+}
+
+Tracer::Stop Tracer::wait(pid_t child) {
+  Stop stop = {};
+  do {
+    stop.child = ::waitpid(child, &stop.status, __WALL);
+  } while (stop.child < 0 && errno == EINTR);
+  EXPECT_GT(stop.child, 0);
+  return stop;
+}
 
 void SystemCallTrace::mark() {
   ::syscall(kMarkingCall);
 }
 
 bool SystemCallTrace::watch(pid_t child) {
-  if (::ptrace(PTRACE_SEIZE, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL) != 0) {
-    return false;
-  }
-  int status = 0;
-  EXPECT_EQ(::ptrace(PTRACE_INTERRUPT, child, nullptr, nullptr), 0);
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFSTOPPED(status));
+  if (!Tracer::attach(child)) return false;
   watched_[child] = Watched();
-  return go(child);
+  Tracer::resume(child, PTRACE_SYSCALL);
+  return true;
 }
 
 // Returns false when there is nothing more to record of this child.
@@ -78,17 +91,14 @@ bool SystemCallTrace::record(pid_t child) {
 // A child stays where it is after its second mark, so that none can end meanwhile.
 void SystemCallTrace::run() {
   for (size_t left = watched_.size(); left > 0;) {
-    int status = 0;
-    const pid_t child = ::waitpid(-1, &status, __WALL);
-    if (child < 0 && errno == EINTR) continue;
-    ASSERT_GT(child, 0);
+    const auto [child, status] = Tracer::wait(-1);
     ASSERT_TRUE(WIFSTOPPED(status)) << child << " has ended: " << status;
     const bool atCall = WSTOPSIG(status) == (SIGTRAP | 0x80);
     if (atCall && !record(child)) {
       --left;
     } else {
       const bool signalled = !atCall && status >> 16 == 0;
-      EXPECT_TRUE(go(child, signalled ? WSTOPSIG(status) : 0));
+      Tracer::resume(child, PTRACE_SYSCALL, signalled ? WSTOPSIG(status) : 0);
     }
   }
   for (const auto& [child, watched] : watched_) {

@@ -9,8 +9,28 @@
 
 namespace Zorbe::Test {
 
+/// Stops child processes at their instructions and system calls: see ptrace(2).
+namespace Tracer {
+
+struct Stop {
+  pid_t child;
+  int status;  ///< as waitpid(2) returns it
+};
+
+/// Stops `child`, which is traced from here on, and killed when this process ends. False, and
+/// errno, when that is not allowed.
+bool attach(pid_t child);
+
+/// Lets it run until it stops for `request`, a constant of ptrace(2), or for a signal.
+void resume(pid_t child, int request, int signal = 0);
+
+/// Waits until `child` stops or ends; any child, when it is -1.
+Stop wait(pid_t child);
+
+}  // namespace Tracer
+
 /// Records every system call of child processes, also those that no function of the C library
-/// makes: see ptrace(2).
+/// makes.
 class SystemCallTrace {
  public:
   /// Begins and ends the recording of the calling process.

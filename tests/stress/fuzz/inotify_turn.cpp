@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: MIT
+//
+// The part of the model that decides which report comes next in a turn.
+#include "stress/fuzz/inotify_model.h"
+
+#include <gtest/gtest.h>
+#include <sys/inotify.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace Zorbe::Test::Fuzz {
+namespace {
+
+constexpr uint32_t selfBits = IN_DELETE_SELF | IN_MOVE_SELF;
+
+}  // namespace
+
+bool InotifyModel::isEnd() const {
+  return (event_.mask & (IN_IGNORED | IN_UNMOUNT)) != 0;
+}
+
+bool InotifyModel::isOverflow() const {
+  return (event_.mask & IN_Q_OVERFLOW) != 0;
+}
+
+bool InotifyModel::concerns(const Told& told) const {
+  const Control& c = controls_[told.control];
+  if (c.wd == 0 || c.since != told.since) return false;  // its registration has ended
+  EXPECT_FALSE(event_.first < c.since && event_.last > c.since) << "one from before took it in";
+  if (event_.first < c.since) return false;
+  return isEnd() || isOverflow() || (event_.mask & c.mask & IN_ALL_EVENTS) != 0;
+}
+
+void InotifyModel::take() {
+  event_ = events_.front();
+  events_.pop_front();
+  --admitted_;
+  if (isEnd()) {
+    if (const auto found = users_.find(event_.wd); found != users_.end()) {
+      for (const size_t user : found->second) controls_[user].lastEnd = kernel_.tick();
+    }
+    return takeEnd(event_.wd);
+  }
+  const auto tell = [&](size_t control) { toTell_.push_back({control, controls_[control].since}); };
+  if (isOverflow()) {
+    for (size_t i = 0; i < controls; ++i) {
+      if (controls_[i].wd != 0) tell(i);
+    }
+    const std::set<int> there = kernel_.takeList();
+    for (const auto& [wd, users] : users_) {
+      if (there.count(wd) != 0) continue;
+      lost_.insert(wd);
+      for (const size_t user : users) controls_[user].lastEnd = kernel_.tick();
+    }
+    return;
+  }
+  const auto found = users_.find(event_.wd);
+  if (found == users_.end()) return;
+  for (const size_t control : found->second) tell(control);
+}
+
+void InotifyModel::takeEnd(int wd) {
+  const auto found = users_.find(wd);
+  if (found == users_.end()) return;
+  for (const size_t control : found->second) {
+    toTell_.push_back({control, controls_[control].since});
+  }
+  users_.erase(found);
+}
+
+// May the control be spared the end of its directory?
+InotifyModel::Spared InotifyModel::sparedEnd(size_t control) const {
+  const Control& c = controls_[control];
+  const bool mayBe = (c.mask & IN_DELETE) != 0 && (c.mask & selfBits) == 0 &&
+                     (event_.mask & IN_UNMOUNT) == 0 && !Kernel::FakeInotify::isInner(c.directory);
+  if (!mayBe) return {false, ""};
+  for (const size_t i : othersOf(c.directory + 1, control)) {
+    const Control& entry = controls_[i];
+    if (entry.wd == 0 && !awaits(i, Kind::kRefusal) && !awaits(i, Kind::kEnd)) continue;
+    if (c.removalReported) return {true, ""};
+    if (entry.lastEnd > c.since) return {true, Kernel::FakeInotify::nameOf(entry.directory)};
+  }
+  return {false, ""};
+}
+
+InotifyModel::Moved InotifyModel::move(size_t control) {
+  const Control& c = controls_[control];
+  const int found = kernel_.look(c.directory, c.mask);
+  if (found >= 0) {
+    enter(control, found);
+    return Moved::kYes;
+  }
+  if (found == -ENOENT) return Moved::kGone;
+  refuse(control, -found);
+  return Moved::kRefused;
+}
+
+// Does what needs no callback; true when one has to come.
+bool InotifyModel::settle(const Told& told) {
+  if (settled_) return true;
+  if (!concerns(told)) return false;
+  expectEnd_ = isEnd() || (!isOverflow() && (event_.mask & selfBits) != 0);
+  expectRemoval_.clear();
+  settled_ = true;
+  if (!isEnd()) return true;
+  const Spared spared = sparedEnd(told.control);
+  leave(told.control);
+  if (!spared.spared) return true;
+  const Moved moved = move(told.control);
+  if (moved == Moved::kRefused) return true;
+  expectEnd_ = false;
+  expectRemoval_ = spared.removal;
+  if (moved == Moved::kYes && !spared.removal.empty()) return true;
+  if (moved == Moved::kGone) notices_.push_back({told.control, Kind::kEnd, spared.removal, turn_});
+  settled_ = false;
+  return false;
+}
+
+bool InotifyModel::takeRead() {
+  const auto read = kernel_.takeRead();
+  if (read) events_.insert(events_.end(), read->begin(), read->end());
+  return read.has_value();
+}
+
+// Advances to the next event to report; false when there is none.
+bool InotifyModel::settleEvents() {
+  for (;;) {
+    if (isOverflow()) {  // told in any order
+      const auto isVain = [&](const Told& told) { return !concerns(told); };
+      toTell_.erase(std::remove_if(toTell_.begin(), toTell_.end(), isVain), toTell_.end());
+      if (!toTell_.empty()) return true;
+    }
+    while (!toTell_.empty() && !settle(toTell_.front())) toTell_.pop_front();
+    if (!toTell_.empty()) return true;
+    if (!lost_.empty()) {
+      const int wd = *lost_.begin();
+      lost_.erase(lost_.begin());
+      event_.mask = IN_IGNORED;
+      takeEnd(wd);
+    } else if (admitted_ != 0) {
+      take();
+    } else {
+      return false;
+    }
+  }
+}
+
+// Likewise, with the loop's own read, which comes behind the rest of the turn before.
+bool InotifyModel::settleBehindRead() {
+  if (settleEvents()) return true;
+  if (readDone_ || !takeRead()) return false;
+  readDone_ = true;
+  admitted_ = events_.size();
+  return settleEvents();
+}
+
+// Likewise. A turn behind an exception goes on with what the one before has left, and becomes
+// a new one if nothing was.
+bool InotifyModel::settleAll() {
+  if (interrupted_ && callbacks_ == 0) {
+    if (settleBehindRead()) return true;
+    if (settleNotices()) return false;
+    startTurn();
+  }
+  return settleBehindRead();
+}
+
+bool InotifyModel::next() {
+  const bool event = settleAll();
+  ++callbacks_;
+  return event;
+}
+
+// The ends among the notices that need no callback; true when a notice has to come.
+bool InotifyModel::settleNotices() {
+  while (!notices_.empty() && notices_.front().turn < turn_) {
+    if (settled_ || notices_.front().kind != Kind::kEnd) return true;
+    const Notice notice = notices_.front();
+    const Moved moved = move(notice.control);
+    expectEnd_ = moved != Moved::kYes;
+    expectRemoval_ = notice.what;
+    settled_ = expectEnd_ || !notice.what.empty();
+    if (settled_) return true;
+    notices_.pop_front();
+  }
+  return false;
+}
+
+void InotifyModel::startTurn() {
+  interrupted_ = false;
+  readDone_ = false;
+  ++turn_;
+  admitted_ = events_.size();
+}
+
+void InotifyModel::beginTurn() {
+  callbacks_ = 0;
+  if (!interrupted_) startTurn();
+}
+
+}  // namespace Zorbe::Test::Fuzz

@@ -11,8 +11,12 @@
 #include <ctime>
 #include <vector>
 
+#include "brask/linux/owned_fd.h"
+
 namespace Mem {
 namespace {
+
+using Brask::Linux::OwnedFd;
 
 // How often to begin again when other processes make or remove parts of the same path.
 constexpr unsigned kAttempts = 1000;
@@ -54,25 +58,6 @@ Step afterFailedMkdir(const std::string& path, int error) {
   return error == ENOENT ? Step::kBeginAgain : Step::kFailed;
 }
 
-// The one owner of a descriptor, which keeps errno. mkpath is a library of its own and shares no
-// code with the event loop.
-class Directory {
- public:
-  explicit Directory(int fd) : fd_(fd) {}
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
-  ~Directory() {
-    const int error = errno;
-    if (fd_ >= 0) static_cast<void>(close(fd_));
-    errno = error;
-  }
-
-  int fd() const { return fd_; }
-
- private:
-  int fd_;
-};
-
 // The new directory may have been removed and replaced. Its replacement (a link, a file, another
 // user's directory) is not changed: the next attempt looks at it.
 Step afterFailedOpen(int error) {
@@ -97,10 +82,10 @@ Step changeClosed(int parent, const char* name, mode_t mode) {
 }
 
 Step changeMode(int parent, const char* name, mode_t mode) {
-  const Directory made(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (made.fd() < 0 && errno == EACCES) return changeClosed(parent, name, mode);
-  if (made.fd() < 0) return afterFailedOpen(errno);
-  if (fchmod(made.fd(), mode) != 0) return afterFailedChmod(made.fd(), errno);
+  const OwnedFd made(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (made.get() < 0 && errno == EACCES) return changeClosed(parent, name, mode);
+  if (made.get() < 0) return afterFailedOpen(errno);
+  if (fchmod(made.get(), mode) != 0) return afterFailedChmod(made.get(), errno);
   return Step::kDone;
 }
 
@@ -109,10 +94,10 @@ Step make(const std::string& path, mode_t mode) {
   const size_t slash = path.rfind('/');
   const std::string parentPath = slash == path.npos ? "." : path.substr(0, slash + 1);
   const std::string name = path.substr(slash + 1);
-  const Directory parent(open(parentPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (parent.fd() < 0) return afterFailedMkdir(path, errno);
-  if (mkdirat(parent.fd(), name.c_str(), mode) != 0) return afterFailedMkdir(path, errno);
-  return changeMode(parent.fd(), name.c_str(), mode);
+  const OwnedFd parent(open(parentPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (parent.get() < 0) return afterFailedMkdir(path, errno);
+  if (mkdirat(parent.get(), name.c_str(), mode) != 0) return afterFailedMkdir(path, errno);
+  return changeMode(parent.get(), name.c_str(), mode);
 }
 
 // The path up to the end of each of its components, from the first to the whole.

@@ -8,19 +8,22 @@
 
 namespace Zorbe {
 
-/// The one owner of a descriptor on its way to a longer-lived one; closes it otherwise,
-/// leaving `errno` as it was.
+/// The one owner of a descriptor of the library or the table; closes it and keeps errno. Where the
+/// descriptor passes to a control's owner, release() gives it up. The platform has an OwnedFd of
+/// its own: neither includes anything of the other.
 class UniqueFd {
  public:
   explicit UniqueFd(int fd) noexcept : fd_(fd) {}
   UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
-  UniqueFd& operator=(UniqueFd&&) = delete;
+  UniqueFd& operator=(UniqueFd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
 
   ~UniqueFd() {
     if (fd_ < 0) return;
     const int error = errno;
-    static_cast<void>(
-        ::close(fd_));  // already failing: there is nobody to tell, and close is never retried
+    static_cast<void>(::close(fd_));  // no caller could act on a failure; never retried
     errno = error;
   }
 

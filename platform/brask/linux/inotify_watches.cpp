@@ -29,7 +29,7 @@ InotifyWatches::Refusal InotifyWatches::open() {
     return {"inotify_init1()", errno, EMFILE,
             "fs.inotify.max_user_instances, or the process's limit of open files"};
   }
-  fd_ = OwnedFd(fd, "");
+  fd_ = OwnedFd(fd);
   return {};
 }
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace Brask::Linux {
 
@@ -18,12 +19,12 @@ namespace Brask::Linux {
   throwSystemError(error, what.c_str());
 }
 
-/// A descriptor of the loop, closed with its owner. Unlike the library's UniqueFd it takes the
-/// result of a system call and throws on its failure; the platform includes nothing of the
-/// library.
+/// The one owner of a descriptor of the platform; closes it and keeps errno. The library has one of
+/// its own (UniqueFd), since neither includes anything of the other; that one can give up its
+/// descriptor, and this one can take the result of a system call and throw on its failure.
 class OwnedFd {
  public:
-  OwnedFd() = default;
+  explicit OwnedFd(int fd = -1) noexcept : fd_(fd) {}
 
   /// Takes the result of the system call `what`, made right before; throws
   /// std::system_error with its errno when it is negative.
@@ -39,13 +40,16 @@ class OwnedFd {
   }
 
   ~OwnedFd() {
-    if (fd_ >= 0) static_cast<void>(::close(fd_));  // nothing was written that could be lost
+    if (fd_ < 0) return;
+    const int error = errno;
+    static_cast<void>(::close(fd_));  // nothing was written that could be lost
+    errno = error;
   }
 
   int get() const { return fd_; }
 
  private:
-  int fd_ = -1;
+  int fd_;
 };
 
 }  // namespace Brask::Linux

@@ -65,7 +65,7 @@ bool Poller::renew(const std::function<bool()>& addAll) {
   const int fresh = createEpoll();
   if (fresh < 0) return false;
   OwnedFd other = std::move(fd_);
-  fd_ = OwnedFd(fresh, "");  // addAll() adds to it
+  fd_ = OwnedFd(fresh);  // addAll() adds to it
   const bool renewed = addAll() && ::dup3(fresh, old, O_CLOEXEC) >= 0;
   std::swap(fd_, other);
   return renewed;

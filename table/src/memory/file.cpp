@@ -7,14 +7,12 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <utility>
 
 namespace Zorbe::Table {
 
 namespace {
 
-// Neither a FIFO nor a symbolic link that somebody left under the name may hold us up or lead
-// elsewhere.
+// A FIFO under the name does not block the call, and a symbolic link is not followed.
 constexpr int kOpenFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 
 std::string fdPath(int fd) {
@@ -26,27 +24,6 @@ bool lacksUnnamedFiles(int error) {
 }
 
 }  // namespace
-
-File::File(File&& other) noexcept
-    : place_(std::move(other.place_)),
-      path_(std::move(other.path_)),
-      hasName_(other.hasName_),
-      fd_(std::exchange(other.fd_, -1)) {}
-
-File& File::operator=(File&& other) noexcept {
-  std::swap(place_, other.place_);
-  std::swap(path_, other.path_);
-  std::swap(hasName_, other.hasName_);
-  std::swap(fd_, other.fd_);
-  return *this;
-}
-
-File::~File() {
-  if (fd_ < 0) return;
-  const int error = errno;
-  static_cast<void>(::close(fd_));  // nothing was written that could be lost
-  errno = error;
-}
 
 std::optional<File> File::open(const Place& place, const std::string& name, Access access) {
   const std::string path = place.path(name);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "foundation/unique_fd.h"
 #include "memory/place.h"
 
 namespace Zorbe::Table {
@@ -41,11 +42,7 @@ class File {
   /// The same without a name. Nothing where the file system has no such files.
   static std::optional<File> createUnnamed(const Place& place, mode_t mode);
 
-  File(File&& other) noexcept;
-  File& operator=(File&& other) noexcept;
-  ~File();
-
-  int fd() const { return fd_; }
+  int fd() const { return fd_.get(); }
   const std::string& path() const { return path_; }
 
   /// What fstat(2) says.
@@ -91,7 +88,7 @@ class File {
   Place place_;
   std::string path_;
   bool hasName_ = true;
-  int fd_;
+  UniqueFd fd_;
 };
 
 /// Removes a file; a missing one counts as removed.

@@ -61,5 +61,19 @@ TEST_F(UniqueFdTest, MovesOwnership) {
   EXPECT_FALSE(isOpen(fd));
 }
 
+TEST_F(UniqueFdTest, ExchangesOwnershipWhenAssigned) {
+  const int replaced = openOne();
+  UniqueFd target(replaced);
+  {
+    const int fd = openOne();
+    UniqueFd source(fd);
+    target = std::move(source);
+    EXPECT_EQ(target.get(), fd);
+    EXPECT_TRUE(isOpen(replaced));
+  }
+  EXPECT_FALSE(isOpen(replaced));
+  EXPECT_TRUE(isOpen(target.get()));
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

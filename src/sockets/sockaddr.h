@@ -16,14 +16,14 @@ class TableAddress {
   TableAddress(Brask::Platform::DebugHandler& handler, const std::string& name);
 
   const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address_); }
-  socklen_t length() const { return length_; }
+  socklen_t length() const;
 
-  /// The name behind the leading zero byte, as /proc/net/unix shows it behind an '@'.
-  std::string abstractName() const;
+  /// The name after the leading zero byte.
+  const std::string& abstractName() const { return abstractName_; }
 
  private:
   sockaddr_un address_;
-  socklen_t length_;
+  std::string abstractName_;
 };
 
 }  // namespace Zorbe

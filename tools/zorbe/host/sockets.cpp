@@ -4,9 +4,6 @@
 #include <nsutil/nsutil.h>
 #include <sched.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <zorbe/exceptions.h>
-#include <zorbe/util.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +12,8 @@
 #include <fstream>
 #include <iterator>
 #include <system_error>
+
+#include "sockets/abstract_name.h"
 
 namespace Zorbe::Tool {
 
@@ -90,15 +89,10 @@ std::map<std::string, TableSockets> readSockets() {
   return parseSockets(content);
 }
 
-std::optional<std::string> abstractName(Brask::Platform::DebugHandler& handler,
-                                        const std::string& path) {
-  try {
-    sockaddr_un address;
-    const unsigned length = Util::createSockaddr(handler, &address, path);
-    return std::string(address.sun_path + 1, length - offsetof(sockaddr_un, sun_path) - 1);
-  } catch (const Brask::RuntimeException&) {
-    return std::nullopt;
-  }
+std::optional<std::string> socketName(const std::string& rootPath) {
+  std::string name = abstractName(rootPath);
+  if (name.size() > kLongestAbstractName) return std::nullopt;
+  return name;
 }
 
 std::string enterNamespaceOfTables() {

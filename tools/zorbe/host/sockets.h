@@ -3,7 +3,6 @@
 // The sockets of all tables, read from the kernel's list at once.
 #pragma once
 
-#include <brask/platform.h>
 #include <sys/types.h>
 
 #include <map>
@@ -28,10 +27,9 @@ std::map<std::string, TableSockets> readSockets();
 /// The same for the content of a /proc/net/unix.
 std::map<std::string, TableSockets> parseSockets(const std::string& content);
 
-/// The abstract name of the table whose root directory is `path`; none when its last component
+/// The abstract name of the table whose root directory is `rootPath`; none when its last component
 /// is too long for one.
-std::optional<std::string> abstractName(Brask::Platform::DebugHandler& handler,
-                                        const std::string& path);
+std::optional<std::string> socketName(const std::string& rootPath);
 
 /// Moves the process into the network namespace of all tables' sockets, so that
 /// /proc/net shows them. Where that is not allowed the process stays in its own, as the

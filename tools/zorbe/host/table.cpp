@@ -17,7 +17,7 @@ namespace {
 using Brask::Platform::DebugHandler;
 using SocketsByName = std::map<std::string, TableSockets>;
 
-// A fifo would block whoever opens it, and these files are a line each.
+// Opening a FIFO would block, and these files have one line each.
 constexpr uint64_t kMaxNoteSize = 65536;
 
 bool isReadable(const Entry* entry) {
@@ -36,7 +36,7 @@ Table readTable(DebugHandler& handler, const std::string& name) {
   Table table;
   table.name = name;
   table.path = RootPath(handler, name, false).path;
-  table.socket = abstractName(handler, table.path);
+  table.socket = socketName(table.path);
   table.directory = readListing(handler, table.path);
   table.corrupt = table.directory.find("corruption-detected") != nullptr;
   table.corruption = note(handler, table, "corruption-detected");
@@ -106,7 +106,7 @@ void addSocketsWithoutDirectory(DebugHandler& handler, const SocketsByName& sock
   for (const auto& [socket, ignored] : sockets) {
     const auto name = lastComponent(socket);
     if (known.count(socket) != 0 || !name || name->empty()) continue;
-    if (abstractName(handler, RootPath(handler, *name, false).path) != socket) continue;
+    if (socketName(RootPath(handler, *name, false).path) != socket) continue;
     survey.directories.push_back(readTable(handler, *name));
   }
 }

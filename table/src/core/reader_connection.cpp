@@ -1,10 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "core/reader_connection.h"
 
+#include <poll.h>
+
 #include "core/writer_link.h"
 #include "foundation/unique_fd.h"
 
 namespace Zorbe::Table {
+
+namespace {
+
+// Whether the writer has ended the connection. The loop reports that later; until then a report
+// would be logged as a failure of send(2).
+bool hasEnded(int fd) {
+  pollfd state{fd, 0, 0};
+  return ::poll(&state, 1, 0) > 0 && (state.revents & POLLHUP) != 0;
+}
+
+}  // namespace
 
 ReaderConnection::ReaderConnection(Brask::Platform::DebugHandler& debugHandler,
                                    const RootPath& root, Reader::Counters& readerCounters,
@@ -24,6 +37,7 @@ bool ReaderConnection::tryConnect() {
 
 void ReaderConnection::report(uint64_t position) {
   if (!connected || (hasReported_ && position == sentSequence)) return;
+  if (hasEnded(fdControl->fd())) return;
   hasReported_ = true;
   sendSequence(position);
 }

@@ -17,13 +17,13 @@ namespace Zorbe::Table {
 
 namespace {
 
-// What was put is published so long afterwards, unless the program does it earlier.
+// The delay after which a change is published, unless the program does it earlier.
 constexpr double kPublishSeconds = 0.001;
 
-// Between two looks whether the files are where they were, and as they were.
+// Between two checks that the files are in their place and unchanged.
 constexpr double kKeepSeconds = 0.25;
 
-// The same while there are readers, of whom the table tells.
+// The same while there are readers, whose state the table contains.
 constexpr double kStatusSeconds = 0.1;
 
 WriterOptions writerOptions(const Place& place, const Options& options, const Schema& schema) {
@@ -41,7 +41,7 @@ WriterOptions writerOptions(const Place& place, const Options& options, const Sc
 
 }  // namespace
 
-/// The writer's end of the kick channel, and the table that it tells of.
+/// The writer's end of the kick channel, and its table.
 class WriterCore::Impl : public WriterKickSm {
  public:
   Impl(const std::string& name, const Options& options, const Schema& schema, const RootPath& root)
@@ -63,6 +63,8 @@ class WriterCore::Impl : public WriterKickSm {
     } catch (const std::exception&) {
       // Only a message can have failed: the changes were published before the kicks.
     }
+    for (const auto& [fd, client] : readers) endConnection(fd);
+    endPendingConnections(kickSocket);
   }
 
   int expectReconnects() override { return 0; }
@@ -133,8 +135,8 @@ class WriterCore::Impl : public WriterKickSm {
     doKickSleepers();
   }
 
-  // What was overwritten is stored again, and files that were removed are made again, with
-  // everything that they held. A directory that cannot be made now is tried again later.
+  // Restores words that were overwritten, and makes files that were removed again, with all their
+  // records. Tries again later when the directory cannot be made.
   void keep() {
     keepTimer_.start(readers.empty() ? kKeepSeconds : kStatusSeconds);
     table_->setStatus(peers_.look(readers, sleepingReaders));

@@ -8,6 +8,7 @@
 #include <zorbe/util.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "foundation/log.h"
 #include "foundation/unique_fd.h"
@@ -16,7 +17,10 @@ namespace Zorbe::Table {
 
 namespace {
 
-// Returns 0 or the reason why there is no connection.
+// More than the queue of pending connections holds.
+constexpr int kMostPending = 64;
+
+// Returns 0, or the errno of the call that failed.
 int connectWithoutWaiting(Brask::Platform::DebugHandler& handler, int fd, const RootPath& root) {
   sockaddr_un address{};
   const socklen_t length = Util::createSockaddr(handler, &address, root.path);
@@ -37,11 +41,26 @@ int connectToWriter(Brask::Platform::DebugHandler& handler, const RootPath& root
   return -1;
 }
 
+void endConnection(int fd) noexcept {
+  static_cast<void>(::shutdown(fd, SHUT_RDWR));  // nothing more arrives
+  char report[sizeof(uint64_t)];
+  while (::recv(fd, report, sizeof report, MSG_DONTWAIT) > 0) {
+  }
+}
+
+void endPendingConnections(int listening) noexcept {
+  for (int each = 0; each < kMostPending; ++each) {
+    const UniqueFd fd(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+    if (fd.get() < 0) return;
+    endConnection(fd.get());
+  }
+}
+
 void releaseInChild(int fd) noexcept {
   if (fd < 0) return;
   const UniqueFd nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (nothing.get() < 0 || ::dup3(nothing.get(), fd, O_CLOEXEC) < 0) {
-    static_cast<void>(::close(fd));  // better a free number than the parent's lock
+    static_cast<void>(::close(fd));  // a number that is reused is better than the parent's lock
   }
 }
 

@@ -10,8 +10,17 @@ namespace Zorbe::Table {
 /// connections is full counts as none. Throws Brask::RuntimeException like Util::socket.
 int connectToWriter(Brask::Platform::DebugHandler& handler, const RootPath& root);
 
-/// In a child process after fork(2): gives up what the descriptor stands for, and keeps the
-/// number taken, so that a later close closes nothing else. -1 is ignored.
+/// Ends the connection of a reader, whose descriptor is closed next: the reader reads an end of
+/// file. Without this a report that the writer has not read would make it ECONNRESET, which the
+/// reader logs as a failure; see unix(7).
+void endConnection(int fd) noexcept;
+
+/// The same for the connections that were not accepted from the listening socket, which does not
+/// block.
+void endPendingConnections(int listening) noexcept;
+
+/// In a child process after fork(2): closes what the descriptor refers to and keeps its number in
+/// use, so that a later close closes nothing else. -1 is ignored.
 void releaseInChild(int fd) noexcept;
 
 }  // namespace Zorbe::Table

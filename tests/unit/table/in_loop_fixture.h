@@ -58,6 +58,11 @@ class InLoop : public ZorbeTest {
     });
   }
 
+  static bool isAccepted(const Reader& reader) {
+    const auto status = reader.status();
+    return status && status->connections == 1;
+  }
+
   Brask::Linux::EventLoop loop;
   Table::Options options;
   std::vector<Kind> kinds;

@@ -98,6 +98,38 @@ TEST_F(InLoop, AnOrphanKeepsItsRecordsAndFollowsTheNextWriter) {
   EXPECT_EQ(std::count(kinds.begin(), kinds.end(), Kind::reset), 1);
 }
 
+// As when a writer is restarted: the fixture fails a test with a message of level 0.
+TEST_F(InLoop, AWriterThatEndsWithAnUnreadReportIsNoFailureOfTheReader) {
+  std::optional<Writer> writer(std::in_place, "t", options);
+  Reader reader("t", options);
+  EXPECT_TRUE(turnUntil([&] { return isAccepted(reader); }));
+  writer->put(1, {10, 0});
+  writer->publish();
+  drain(reader);  // reports, which the writer's loop has no time to read
+  EXPECT_EQ(copy[1], 10);
+  writer.reset();
+  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+}
+
+TEST_F(InLoop, AWriterThatEndsBeforeItAcceptsAReaderIsNoFailureOfTheReader) {
+  std::optional<Writer> writer(std::in_place, "t", options);
+  Reader reader("t", options);
+  EXPECT_EQ(reader.state(), State::connected);
+  writer.reset();
+  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+}
+
+TEST_F(InLoop, AReaderThatCatchesUpAfterTheWritersEndReportsNothing) {
+  std::optional<Writer> writer(std::in_place, "t", options);
+  Reader reader("t", options);
+  EXPECT_TRUE(turnUntil([&] { return isAccepted(reader); }));
+  writer->put(1, {10, 0});
+  writer.reset();
+  drain(reader);
+  EXPECT_EQ(copy[1], 10);
+  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+}
+
 TEST_F(InLoop, ARemovedDirectoryIsMadeAgainAndFollowed) {
   Writer writer("t", options);
   writer.put(1, {10, 0});

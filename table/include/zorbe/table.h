@@ -95,8 +95,8 @@ namespace Zorbe::Table {
 /// The destructor publishes and releases the writer lock. The files stay: readers keep the
 /// records, and the next writer continues with them.
 ///
-/// After fork(2) the object is the parent's: in the child every call throws Error (closed), and
-/// the destructor leaves everything alone.
+/// After fork(2) the object belongs to the parent: in the child every call throws Error (closed),
+/// and the destructor changes nothing.
 template <class K, class V>
 class Writer : public BasicWriter<K, V, ServedWriter> {
  public:
@@ -110,58 +110,33 @@ class Writer : public BasicWriter<K, V, ServedWriter> {
 
 /// One reader of a table. One thread at a time; other threads take a view(). It connects, follows
 /// the next writer and a table that is removed and made again by itself, whenever wait(), next(),
-/// process() or refresh() is called, and creates nothing. get() and its like need none of them
+/// process() or refresh() is called, and creates nothing. The functions of View need none of them
 /// while the files stay where they are.
 ///
-/// After fork(2) the object is the parent's: in the child get() and its like go on, every other
-/// call throws Error (closed), and the destructor leaves everything alone.
+/// After fork(2) the object belongs to the parent: in the child the functions of View continue to
+/// work, every other call throws Error (closed), and the destructor changes nothing.
 template <class K, class V>
-class Reader : public View<K, V> {
+class Reader : public BasicReader<K, V, PulledReader> {
  public:
-  /// Throws Error for a name or options that cannot work (usage), and when the process has no
-  /// descriptor left (system); a table that is not there yet is waited for.
+  /// See BasicReader for what it throws.
   explicit Reader(const std::string& name, const Options& options = {})
-      : Reader(std::make_unique<PulledReader>(name, options,
-                                              Codec<K, V>(options.keyName, name).schema())) {}
+      : BasicReader<K, V, PulledReader>(name, options) {}
 
   /// Sleeps until next() has something, for `timeout` at most (std::chrono::nanoseconds::max():
   /// for ever). Returns whether next() has something; also, with false, when a signal handler
   /// has run.
-  bool wait(std::chrono::nanoseconds timeout) { return core_->wait(timeout); }
-
-  /// The next change, if there is one; never waits. Throws once for each table that this program
-  /// cannot read: Error (schema, version, denied) or Zorbe::CorruptionDetectedException.
-  std::optional<Change<K, V>> next() { return nextOf<K, V>(*core_); }
+  bool wait(std::chrono::nanoseconds timeout) { return this->core().wait(timeout); }
 
   /// For another event loop: a descriptor that is readable when process() has something to do or
   /// next() has something to deliver. Stays this object's.
-  int fd() const { return core_->fd(); }
+  int fd() const { return this->core().fd(); }
 
   /// To be called when fd() is readable, and then next() until it has nothing.
-  void process() { core_->process(); }
-
-  /// For programs that only get(): looks whether another table has taken the place of this one,
-  /// and maps it then. Returns whether it did.
-  bool refresh() { return core_->refresh(); }
-
-  /// How the reader stands with its table, as of the last wait(), next(), process() or refresh().
-  State state() const { return core_->state(); }
-
-  /// What is known about the table now. All zero while there is none.
-  Info info() const { return core_->info(); }
-
-  /// Who reads the table; nothing while there is none.
-  std::optional<Status> status() const { return core_->status(); }
+  void process() { this->core().process(); }
 
   /// For another thread. Callable from any thread for as long as this object lives; the view may
   /// live longer, but follows no new table then.
   View<K, V> view() const { return this->clone(); }
-
- private:
-  explicit Reader(std::unique_ptr<PulledReader> core)
-      : View<K, V>(core->view()), core_(std::move(core)) {}
-
-  std::unique_ptr<PulledReader> core_;
 };
 
 }  // namespace Zorbe::Table

@@ -21,10 +21,10 @@ namespace Zorbe::Table {
 
 namespace {
 
-// How long what is missing may stay so before the next look.
+// Between two looks while the table, its writer or the watch is missing.
 constexpr double kRetrySeconds = 0.25;
 
-// Changes of a directory come in groups: one look after the last of them.
+// The delay of a look after a change of the directory: changes come in groups.
 constexpr double kSettleSeconds = 0.01;
 
 Kind kindOf(Follower::Kind kind) {
@@ -43,9 +43,9 @@ Kind kindOf(Follower::Kind kind) {
 
 }  // namespace
 
-/// Everything that happens (kicks, the end of a connection, changes of the directory, timers)
-/// leads to one place, look(), which compares what is with what should be. It does not matter
-/// what came first, or that something was reported twice.
+/// Every event (a kick, the end of a connection, a change of the directory, a timer) leads to
+/// look(), which compares the state with what it should be. Neither the order of events nor a
+/// second report of one matters.
 class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner {
  public:
   Impl(const std::string& name, const Options& options, const Schema& schema, const RootPath& root)
@@ -113,7 +113,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
 
   const std::shared_ptr<ViewCore::Shared>& shared() const { return shared_; }
 
-  // The connection and the watch call these: objects that look() may replace.
+  // Called by the connection and the watch, which look() may replace.
   void connectionChanged() override {
     if (!connection_->isConnected()) lookWithin(0.0);
   }
@@ -130,8 +130,8 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
 
   uint64_t incarnation() const { return reader_ ? reader_->incarnation() : 0; }
 
-  // A table that contradicts itself is reported once, and tried again later: its writer stores
-  // again what somebody has overwritten.
+  // A table that contradicts itself is reported once and tried again later: its writer restores
+  // words that another process has overwritten.
   std::optional<Follower::Change> advance(uint64_t* key, void* value) {
     try {
       return follower_->next(key, value);
@@ -150,8 +150,8 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     if (reader_->isRetired()) lookWithin(kSettleSeconds);
     const uint64_t position = follower_->position();
     if (position >= connection_->reported()) return connection_->report(position);
-    // Another table, whose changes are counted from lower on. Not now: perhaps the connection is
-    // what has called the program that calls this.
+    // Another table, whose changes are counted from a lower number: report() needs a new
+    // connection. Replaced later, since the connection may be calling the program that calls this.
     renewConnection_ = true;
     lookWithin(0.0);
   }
@@ -161,7 +161,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     look();
   }
 
-  // Called where an exception is being handled. Each text is thrown once.
+  // Called in a catch block. Each text is thrown once.
   void keepTrouble(const std::string& what) {
     if (std::exchange(lastTrouble_, what) == what) return;
     trouble_ = std::current_exception();
@@ -195,7 +195,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     }
   }
 
-  // Keeps what is mapped until there is something to replace it by.
+  // Keeps the mapped table until there is another one to replace it.
   void openTable() {
     try {
       std::unique_ptr<TableReader> table = TableReader::open(options_);
@@ -210,7 +210,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   }
 
   void adopt(std::unique_ptr<TableReader> table) {
-    if (!canRead(schema_, table->schema())) failSchema(table->schema());
+    if (!canRead(schema_, table->schema())) failSchema(options_.place, table->schema(), schema_);
     table->setValueBytes(schema_.valueBytes);
     shared_->set(table->clone());
     follower_.reset();
@@ -221,15 +221,8 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
               "ReaderCore::adopt() " << root_ << " incarnation:" << reader_->incarnation());
   }
 
-  [[noreturn]] void failSchema(const Schema& found) const {
-    throw Error(ErrorCode::schema, options_.place.table, "",
-                "its records have another description:\n" + found.description +
-                    "instead of this program's\n" + schema_.description +
-                    "build this program with the table's fields, or with the first of them");
-  }
-
-  // Again on the next turn for as long as something is left: who has not read everything has not
-  // reported, and is not kicked.
+  // Repeated on the next turn while changes are left: a reader that has not read all of them has
+  // not reported, and is not kicked.
   void signalReadiness() {
     if (ready_ == nullptr || !hasNext()) return;
     ready_(readyContext_);
@@ -244,7 +237,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   std::shared_ptr<ViewCore::Shared> shared_ = std::make_shared<ViewCore::Shared>();
   std::unique_ptr<TableReader> reader_;
   std::optional<Follower> follower_;  // of reader_
-  bool refused_ = false;              // what is in place cannot be read by this program
+  bool refused_ = false;              // this program cannot read the table in place
   bool corrupt_ = false;              // until the next look
   bool renewConnection_ = false;
   std::exception_ptr trouble_;  // for next() to throw

@@ -56,6 +56,13 @@ Place placeOf(const std::string& table, const RootPath& root) {
   return {root.path, table};
 }
 
+void failSchema(const Place& place, const Schema& found, const Schema& expected) {
+  throw Error(ErrorCode::schema, place.table, "",
+              "its records have another description:\n" + found.description +
+                  "instead of this program's\n" + expected.description +
+                  "build this program with the table's fields, or with the first of them");
+}
+
 void createDirectory(const Place& place) {
   if (Mem::mkpath(place.directory, kOpenToAll) >= 0) return;
   const int error = errno;

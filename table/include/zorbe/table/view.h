@@ -9,7 +9,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace Zorbe::Table {
@@ -237,19 +239,53 @@ class BasicWriter {
   Core core_;
 };
 
-/// next() of a reader over `Core`, typed.
+/// The typed part of a reader over `Core`, whose operations take bytes.
 template <class K, class V, class Core>
-std::optional<Change<K, V>> nextOf(Core& core) {
-  KeyWords<K> key{};
-  std::optional<Change<K, V>> change(std::in_place);
-  const std::optional<ReaderCore::Change> found = core.next(key.data(), &change->value);
-  if (!found) return std::nullopt;
-  change->kind = found->kind;
-  change->sequence = found->sequence;
-  if (found->kind == Kind::put || found->kind == Kind::erased) {
-    change->key = Codec<K, V>::decode(key);
+class BasicReader : public View<K, V> {
+ public:
+  /// The next change, if there is one; never waits. Throws once for each table that this program
+  /// cannot read: Error (schema, version, denied) or Zorbe::CorruptionDetectedException.
+  std::optional<Change<K, V>> next() {
+    KeyWords<K> key{};
+    std::optional<Change<K, V>> change(std::in_place);
+    const std::optional<ReaderCore::Change> found = core_->next(key.data(), &change->value);
+    if (!found) return std::nullopt;
+    change->kind = found->kind;
+    change->sequence = found->sequence;
+    if (found->kind == Kind::put || found->kind == Kind::erased) {
+      change->key = Codec<K, V>::decode(key);
+    }
+    return change;
   }
-  return change;
-}
+
+  /// For programs that only get(): checks whether another table has taken the place of this one,
+  /// and maps it then. Returns whether it did.
+  bool refresh() { return core_->refresh(); }
+
+  /// The state of the reader, as of the last time that it followed its table.
+  State state() const { return core_->state(); }
+
+  /// What is known about the table now. All zero while there is none.
+  Info info() const { return core_->info(); }
+
+  /// Who reads the table; nothing while there is none.
+  std::optional<Status> status() const { return core_->status(); }
+
+ protected:
+  /// Throws Error for a name or options that cannot work (usage), and when the process has no
+  /// descriptor left (system). A table that does not exist yet is waited for.
+  BasicReader(const std::string& name, const Options& options)
+      : BasicReader(
+            std::make_unique<Core>(name, options, Codec<K, V>(options.keyName, name).schema())) {}
+
+  /// The operations that not every core has.
+  Core& core() const { return *core_; }
+
+ private:
+  explicit BasicReader(std::unique_ptr<Core> core)
+      : View<K, V>(core->view()), core_(std::move(core)) {}
+
+  std::unique_ptr<Core> core_;
+};
 
 }  // namespace Zorbe::Table

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Stands in front of the C library's allocator, which operator new uses, too.
+// Replaces the C library's allocator, which operator new uses, too.
 #include "harness/allocations.h"
 
 #include <atomic>

@@ -7,7 +7,7 @@ namespace Bench {
 /// in programs that are linked with allocations.cpp.
 long allocations();
 
-/// How often it has given heap memory back, by delete or by free.
+/// How often it has released heap memory, by delete or by free.
 long releases();
 
 /// False where the allocator cannot be watched, under sanitizers.

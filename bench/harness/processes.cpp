@@ -139,7 +139,7 @@ void* sharedMemory(size_t size) {
   return memory;
 }
 
-// In memory where that can be had, as the tables themselves are.
+// In a file system in memory where there is one, like the tables themselves.
 ScratchDirectory::ScratchDirectory() {
   const std::filesystem::path memory = "/dev/shm";
   const bool writable = ::access(memory.c_str(), W_OK) == 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Processes of a benchmark: on which CPU they run, and how they begin and end.
+// Processes of a benchmark: their CPU, their start and their end.
 #pragma once
 
 #include <sys/types.h>
@@ -22,11 +22,11 @@ void pinTo(int cpu);
 
 int cpuCount();
 
-/// Raises the limit of open descriptors as far as it goes and returns it.
+/// Raises the limit of open descriptors to its maximum and returns it.
 long raiseDescriptorLimit();
 
 /// Children that are copies of the caller. Each waits for `release` before it runs its body,
-/// and is killed when this object, or the process that made it, goes.
+/// and is killed when this object is destroyed or the process that made it ends.
 class Children {
  public:
   Children();
@@ -34,10 +34,10 @@ class Children {
   Children(const Children&) = delete;
   Children& operator=(const Children&) = delete;
 
-  /// Starts one more; `cpu` -1 leaves it where its parent runs.
+  /// Starts one more; with `cpu` -1 it runs where its parent runs.
   void start(int cpu, const std::function<void()>& body);
 
-  /// Lets all that were started go.
+  /// Lets all that were started run their bodies.
   void release();
 
   /// Waits until all have ended by themselves; throws when one has failed.
@@ -52,7 +52,7 @@ class Children {
   std::vector<pid_t> pids_;
 };
 
-/// Runs `body` in a process of its own, as libraries need it that can be started only once.
+/// Runs `body` in a process of its own, for libraries that can be started only once.
 /// Throws when it failed.
 void runApart(const std::function<void()>& body);
 
@@ -61,7 +61,7 @@ void runApart(const std::function<void()>& body);
 pid_t startProgram(const std::string& path, const std::string& name,
                    const std::vector<std::string>& arguments);
 
-/// Returns when `reached` says so; throws when that takes longer than it can.
+/// Returns when `reached` returns true; throws when that takes too long.
 void waitUntil(const std::string& what, const std::function<bool()>& reached);
 
 /// Kills a child and waits for its end.

@@ -11,7 +11,7 @@
 
 namespace Bench {
 
-/// Runs `body`; a failure is told on standard error and is the exit status.
+/// Runs `body`; a failure is reported on standard error and by the exit status.
 inline int runProgram(int argc, char** argv, void (*body)(Results&)) {
   try {
     Results results(argc, argv);

@@ -20,7 +20,7 @@ struct Row {
   Spread value;
   std::string baseline;  // what the ratio is to; empty without a ratio
   Spread ratio;
-  std::string goal;  // what the ratio or the value shall reach; empty without a goal
+  std::string goal;  // for the ratio or the value; empty without a goal
 };
 
 std::ostream& operator<<(std::ostream& out, const Row& row);
@@ -28,7 +28,7 @@ std::ostream& operator<<(std::ostream& out, const Row& row);
 /// Reads rows up to the end. Throws std::runtime_error for a line that is none.
 std::vector<Row> readRows(std::istream& in);
 
-/// Where a program's results go: the file named on its command line behind --results, else
+/// Where a program's results go: the file named on its command line after --results, else
 /// standard output.
 class Results {
  public:
@@ -48,7 +48,7 @@ class Results {
   void addP99s(const std::string& group, const std::string& load, const std::string& unit,
                const std::vector<Outcome>& outcomes, const std::string& goal = "");
 
-  /// Says on standard error that something was left out, and adds a row that says so.
+  /// Reports on standard error that something was left out, and adds a row about it.
   void skip(const std::string& group, const std::string& subject, const std::string& why);
 
  private:

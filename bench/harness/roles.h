@@ -17,7 +17,7 @@ namespace Bench {
 
 using Published = std::atomic<uint64_t>;
 
-/// Wants no message.
+/// Enables no level.
 class SilentHandler : public Brask::Platform::DebugHandler {
  public:
   bool isEnabled(int) override { return false; }

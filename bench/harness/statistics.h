@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// What is told about a number of samples, and the comparison of several subjects in one run:
-// their blocks take turns, so that whatever disturbs the machine disturbs all of them, and
-// each block is set against the baseline's block of the same turn.
+// The statistics of samples, and the comparison of several subjects in one run: their blocks
+// alternate, so that a disturbance of the machine affects all of them, and each block is compared
+// with the baseline's block of the same turn.
 #pragma once
 
 #include <functional>

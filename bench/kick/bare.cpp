@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The limit of any scheme: a wake-up and nothing else. The writer sleeps until the last
-// reader has answered; the 8 bytes are left in shared memory, and nobody notices an end.
+// reader has answered; the 8 bytes are in shared memory, and the end of a process is not noticed.
 #include <linux/futex.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>

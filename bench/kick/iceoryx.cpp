@@ -34,8 +34,8 @@ iox::RuntimeName_t runtimeName() {
   return {iox::cxx::TruncateToCapacity, name.c_str()};
 }
 
-// What the daemon leaves behind: asked to end, it would remove them, but it would end its
-// clients first.
+// Files that the daemon leaves: ended by a signal that it handles it would remove them, but it
+// would end its clients first.
 void removeSegments() {
   const group* const own = ::getgrgid(::getegid());
   static_cast<void>(::shm_unlink("/iceoryx_mgmt"));

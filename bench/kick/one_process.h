@@ -13,8 +13,8 @@
 
 namespace Bench {
 
-/// A writer and its readers on one loop: nothing is left to chance, so that instructions and
-/// allocations can be counted. All readers sleep.
+/// A writer and its readers on one loop: deterministic, so that instructions and allocations can
+/// be counted. All readers sleep.
 class OneProcess {
  public:
   explicit OneProcess(size_t readers) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// One sleeping reader in another process: publish, wake, answer. The library beside the floor
-// and beside what a user would pick instead, all in turns within one run.
+// One sleeping reader in another process: publish, wake, answer. The library, the floor and the
+// alternatives of a user, all in turns within one run.
 #include <utility>
 
 #include "harness/processes.h"

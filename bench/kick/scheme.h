@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Ways to tell readers in other processes that there is something new, all put to the same
-// work: one round publishes, every reader wakes and answers with 8 bytes, and ends when the
-// writer has seen the last answer.
+// Ways to notify readers in other processes of a change, all with the same work: one round
+// publishes, every reader wakes and answers with 8 bytes, and the round ends when the writer has
+// received the last answer.
 #pragma once
 
 #include <cstdint>
@@ -22,10 +22,10 @@ class Scheme {
   /// Before any process is started: starts brokers, maps what processes share.
   virtual void prepare() {}
 
-  /// A reader's life, in a process of its own.
+  /// What a reader does, in a process of its own.
   virtual void read() = 0;
 
-  /// The writer's side, as far as readers need it in order to begin.
+  /// Starts the part of the writer that readers need in order to begin.
   virtual void open(int readers) = 0;
 
   /// Returns when all readers sleep and a round can begin.
@@ -33,8 +33,8 @@ class Scheme {
 
   virtual void round() = 0;
 
-  /// False where a second round cannot begin before the first one's stragglers, or where
-  /// the scheme knows one reader only.
+  /// False where a second round cannot begin before the last reader of the first one, or where
+  /// the scheme has one reader only.
   virtual bool fansOut() const { return true; }
 };
 
@@ -47,7 +47,7 @@ class MessageScheme : public Scheme {
   }
 
   /// Publishes until all readers have answered one publication: some schemes lose what is
-  /// published while a reader is still on its way.
+  /// published while a reader is connecting.
   void settle() final {
     while (!tryRound(200)) {
     }
@@ -109,7 +109,7 @@ class Field {
   std::vector<std::unique_ptr<Crew>> crews_;
 };
 
-/// Lets the schemes of a field take turns, the times being those of single rounds.
+/// Compares the schemes of a field, round by round.
 std::vector<Outcome> race(Field& field, int blocks, int rounds);
 
 }  // namespace Bench

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Event loops, put to the same work.
+// Event loops, all with the same work.
 #pragma once
 
 #include <memory>

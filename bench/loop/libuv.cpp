@@ -53,8 +53,8 @@ class Libuv : public LoopDriver {
     require(uv_timer_stop(&timer_));
   }
 
-  // An idle handle: a timer that starts itself anew with no delay keeps this version of the
-  // library inside one turn for ever.
+  // An idle handle: a timer that restarts itself with no delay keeps this version of the library
+  // inside one turn for ever.
   void turn(int count) override {
     left_ = count;
     require(

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The bundled loop beside others: one descriptor event, one timer moved, one turn without
+// The bundled loop and others: one descriptor event, one timer moved, one turn without
 // delay, while many descriptors are watched and silent.
 #include <sys/eventfd.h>
 #include <unistd.h>

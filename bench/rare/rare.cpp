@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Starting up, and what happens seldom: on a quiet host, and on one with many processes and
-// descriptors, where whoever is refused the writer lock has to be told who holds it.
+// Start-up and rare operations: on a quiet host, and on one with many processes and descriptors,
+// where a process that is refused the writer lock has to find out which process holds it.
 #include <sched.h>
 #include <stdlib.h>
 #include <sys/eventfd.h>

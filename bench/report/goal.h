@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a row was to reach, and whether it has.
+// The goal of a row, and whether it was met.
 #pragma once
 
 #include <string>

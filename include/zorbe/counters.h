@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Statistics records of readers and writers: plain memory that its owner zeroes,
-// and that the table code and the kick machinery count up.
+// Statistics of readers and writers: plain memory, which its owner zeroes and which the table
+// code and the kick state machines count up.
 #pragma once
 
 #include <zorbe/export.h>
@@ -22,25 +22,25 @@ struct ZORBE_EXPORT Counters {
 
   // Looking up keys.
   uint32_t occupiedSlots;    ///< slots that hold a key
-  uint32_t usedLookaside;    ///< keys kept outside of their slot
+  uint32_t usedLookaside;    ///< keys kept outside their slot
   uint32_t slotProbes;       ///< slots looked at; not printed
-  uint32_t lookasideProbes;  ///< places outside of slots looked at; not printed
+  uint32_t lookasideProbes;  ///< places outside slots looked at; not printed
   uint32_t slotResizes;      ///< times the slots were found resized
-  uint32_t chainRestarts;    ///< walks along a chain begun again
+  uint32_t chainRestarts;    ///< walks along a chain that were restarted
   uint32_t chainSteps;       ///< steps along chains; not printed
   uint32_t tornRecords;      ///< records read again because they were being written; not printed
 
   // Following the writer.
-  uint32_t syncerYields;        ///< times that synchronising gave way to the loop
+  uint32_t syncerYields;        ///< times that synchronising returned to the loop
   uint64_t syncerSequence;      ///< sequence up to which was synchronised
-  uint32_t conquerRestarts;     ///< passes begun again
+  uint32_t conquerRestarts;     ///< passes that were restarted
   uint32_t conquerProbes;       ///< entries of the change log looked at
   uint32_t conquerEmpty;        ///< passes that found nothing new
   uint32_t conquerEnd;          ///< passes that got to the end
   uint32_t conquerKicks;        ///< batches of kicks received, counted by ReaderKickSm
-  uint32_t conquerTombed;       ///< entries that told of a removal
-  uint32_t conquerNotified;     ///< changes told to the client
-  uint32_t conquerYields;       ///< passes that gave way to the loop
+  uint32_t conquerTombed;       ///< entries that reported a removal
+  uint32_t conquerNotified;     ///< changes reported to the client
+  uint32_t conquerYields;       ///< passes that returned to the loop
   uint32_t conquerConnections;  ///< connections made to a writer
   uint64_t conquerSequence;     ///< sequence up to which was read
   uint32_t conquerOverruns;     ///< times the unread change log was overwritten; not printed
@@ -48,7 +48,7 @@ struct ZORBE_EXPORT Counters {
 
   // Staying on the right table.
   uint32_t keyShadowMismatch;  ///< keys that differed from their shadow
-  uint32_t invalidIterHints;   ///< hints of iterators that were of no use
+  uint32_t invalidIterHints;   ///< hints of iterators that did not match
   uint32_t shadowWrites;       ///< shadows written
   uint32_t shadowResyncs;      ///< shadows made again
   uint32_t keyMoves;           ///< keys found in another slot
@@ -71,8 +71,8 @@ struct ZORBE_EXPORT Counters {
   uint64_t slotAllocs;            ///< slots taken
   uint64_t slotDeallocs;          ///< slots given back
   uint64_t slotReuses;            ///< slots taken again; not printed
-  uint64_t conquerTombstones;     ///< removals told in the change log
-  uint64_t conquerNotifications;  ///< changes told in the change log
+  uint64_t conquerTombstones;     ///< removals entered in the change log
+  uint64_t conquerNotifications;  ///< changes entered in the change log
   uint64_t conquerCompactions;    ///< times the change log was compacted
   uint64_t conquerPrunings;       ///< times the change log was pruned
   uint64_t conquerSequence;       ///< sequence that was published last

@@ -16,7 +16,7 @@ class ZORBE_EXPORT Debuggable {
   Debuggable(const Debuggable&) = default;
   Debuggable& operator=(const Debuggable&) = default;  ///< as above
 
-  /// Deletes the handler only when `ownsHandler` says so, then forgets it.
+  /// Deletes the handler if `ownsHandler` is true, then sets `handler` to null.
   virtual ~Debuggable();
 
  protected:

@@ -19,7 +19,7 @@
 
 namespace Brask {
 
-/// An operation could not go on: a system call failed, or calls came in an order
+/// An operation could not continue: a system call failed, or calls came in an order
 /// that cannot work.
 class ZORBE_EXPORT RuntimeException : public Exception {
  public:

@@ -36,7 +36,7 @@ class ReaderKickClientSm;
 /// sleep. The table's writer derives from it.
 ///
 ///     createKickSocket()   become the writer, or throw
-///     doEnableListen()     from now on the loop brings readers
+///     doEnableListen()     from now on the loop accepts readers
 ///       ++writerSequence; doKickSleepers();    after each publish
 ///     deleteKickSocket()   (also by the destructor) stop being the writer
 ///
@@ -51,7 +51,7 @@ class ZORBE_EXPORT WriterKickSm : public Brask::Platform::TimeoutHandler,
   WriterKickSm(const WriterKickSm&) = delete;
   WriterKickSm& operator=(const WriterKickSm&) = delete;
 
-  /// Gives the lock up and closes every connection; `readersChanged` is not called.
+  /// Releases the lock and closes every connection; `readersChanged` is not called.
   ~WriterKickSm() override;
 
   /// The wait for returning readers is over: calls `handleReaderConnectionTimeout`.
@@ -60,8 +60,8 @@ class ZORBE_EXPORT WriterKickSm : public Brask::Platform::TimeoutHandler,
   /// A reader is connecting: calls `handleReaderConnection`.
   void fdEvent(int fd) override;
 
-  /// Asked once, when listening has started: nonzero when readers of an earlier
-  /// writer are expected back, and `readersChanged` shall be called 30 seconds later.
+  /// Called once, when listening has started. Nonzero when readers of an earlier writer
+  /// are expected to reconnect: `readersChanged` is then called 30 seconds later.
   virtual int expectReconnects() = 0;
 
   /// The set of connections has changed, or the wait for returning readers is over.
@@ -90,10 +90,10 @@ class ZORBE_EXPORT WriterKickSm : public Brask::Platform::TimeoutHandler,
   /// reported yet, all ones when there is no reader.
   uint64_t lowestSequence() const;
 
-  /// Forgets and destroys one connection, then calls `readersChanged`.
+  /// Removes and destroys one connection, then calls `readersChanged`.
   void doCloseReaderConnection(int fd, ReaderKickClientSm* client);
 
-  /// Gives the lock up and closes every connection; `readersChanged` is not called.
+  /// Releases the lock and closes every connection; `readersChanged` is not called.
   void deleteKickSocket();
 
   /// Always true.
@@ -130,7 +130,7 @@ class ZORBE_EXPORT ReaderKickClientSm : public Brask::Platform::FdEventHandler,
   /// Closes the connection.
   ~ReaderKickClientSm() override;
 
-  /// The reader has reported or gone: calls `handleReaderData`.
+  /// The reader has reported or disconnected: calls `handleReaderData`.
   void fdEvent(int fd) override;
 
   /// Reads all pending reports and answers the last. Any violation of the protocol
@@ -155,7 +155,7 @@ class ZORBE_EXPORT ReaderKickClientSm : public Brask::Platform::FdEventHandler,
 ///       writerAcknowledged()        the first batch of kicks; runs no pass, so the
 ///                                   subclass runs one itself (it may hold the kick
 ///                                   of a publish that the first report missed)
-///       readerSequence()            every later batch: read the table, say how far
+///       readerSequence()            every later batch: read the table, return how far
 ///       writerConnectionChanged()   connection lost
 ///
 /// The subclass must not destroy this object from within these calls.
@@ -187,7 +187,7 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
   /// than the writer's, keeps itself and the writer busy for ever.
   virtual uint64_t readerSequence() = 0;
 
-  /// The connection has come up, or was lost: `connected` says which.
+  /// The connection was made, or was lost: `connected` says which.
   virtual void writerConnectionChanged() = 0;
 
   /// The first kicks of this connection have arrived.
@@ -224,7 +224,7 @@ class ZORBE_EXPORT ReaderKickSm : public Brask::Platform::TimeoutHandler,
  protected:
   RootPath rootPath;          ///< the table's
   bool initialized = false;   ///< construction is finished
-  bool connected = false;     ///< a connection to the writer is up
+  bool connected = false;     ///< a connection to the writer is open
   bool acknowledged = false;  ///< the first kicks of this connection have arrived
   bool enabled = false;       ///< set by the subclass: kicks are read and passes run. Left false
                               ///< on a connection, unread kicks keep waking the loop.

@@ -66,7 +66,7 @@ class ZORBE_EXPORT ParentMounterSm : public MounterSmBase {
   /// The parent cannot be watched, or events were lost: passed on to the child.
   void inotifyError(const std::string& what) override;
 
-  /// The parent itself was removed or moved. Throws Brask::RuntimeException, out of the loop.
+  /// The parent itself was removed or moved. Throws Brask::RuntimeException, which leaves the loop.
   void inotifyDeleted() override;
 
   /// An entry of the parent was deleted or moved. When it is the child: calls the child's

@@ -25,9 +25,9 @@ namespace Zorbe {
 ///     Zorbe::RootPath root(handler, "quotes", true);
 ///     map(root.fullPath("slots"));
 ///
-/// A value: the state machines keep copies. Immutable after construction; but where a
-/// directory that has vanished is created again (Util::acquireWriterLock, MounterSm), the
-/// name is resolved again from the environment of that moment.
+/// A value: the state machines keep copies. Immutable after construction. Where a directory
+/// that was removed is created again (Util::acquireWriterLock, MounterSm), the name is
+/// resolved again from the environment of that moment.
 class ZORBE_EXPORT RootPath : public Brask::Debuggable {
  public:
   /// Resolves the directory of the table `tableName`, which may be empty and may

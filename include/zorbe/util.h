@@ -17,9 +17,9 @@ namespace Zorbe::Util {
 
 // ---- Codecs: pure, bit-exact on every host, any thread -----------------------
 
-/// 32-bit FNV-1a over the bytes of `s`, each taken as a signed value: bytes from
-/// 0x80 up differ from the textbook (Fowler, Noll, Vo), and stored hashes depend
-/// on it. The empty string hashes to 0x811c9dc5.
+/// 32-bit FNV-1a (Fowler, Noll, Vo) over the bytes of `s`, each taken as a signed
+/// value: the result for bytes from 0x80 up differs from the textbook, and stored
+/// hashes depend on it. The empty string hashes to 0x811c9dc5.
 ZORBE_EXPORT uint32_t hash(const std::string& s);
 
 /// Jenkins's one-at-a-time hash over exactly `len` bytes, each taken as a signed
@@ -28,7 +28,7 @@ ZORBE_EXPORT uint32_t hash(const char* p, unsigned len);
 
 /// Checksum of the 16-bit words from `begin` up to `end`, modulo 2^16: words with
 /// the top bit set are added without that bit, all others are subtracted. Not the
-/// Internet checksum, whatever the name says. Both pointers are aligned for
+/// Internet checksum, in spite of the name. Both pointers are aligned for
 /// uint16_t; words are read in host byte order.
 ZORBE_EXPORT uint16_t ipChecksumRange(const uint16_t* begin, const uint16_t* end);
 
@@ -73,8 +73,8 @@ ZORBE_EXPORT bool touch(Brask::Platform::DebugHandler& handler, const std::strin
 /// its length; modulo 2^32. 0, and a message, when it cannot be examined.
 ZORBE_EXPORT uint32_t memSize(Brask::Platform::DebugHandler& handler, const std::string& path);
 
-/// Leaves the file "corruption-detected" in the directory `dir`, saying which
-/// process found what. A directory that does not exist is no error; any other file
+/// Writes the file "corruption-detected" in the directory `dir`: which process found
+/// what. A directory that does not exist is no error; any other file
 /// that cannot be opened throws Brask::RuntimeException. Otherwise as `fileWrite`.
 ZORBE_EXPORT void writeCorruptionFile(Brask::Platform::DebugHandler& handler,
                                       const std::string& dir, const std::string& reason);
@@ -87,28 +87,29 @@ ZORBE_EXPORT bool isZorbeFile(Brask::Platform::DebugHandler& handler, const std:
 /// socket(2) inside the network namespace named by DEFAULT_NS, where the abstract
 /// names of all tables live. Afterwards the calling thread is in the namespace of the
 /// process's main thread (/proc/self/ns/net): a thread that has entered another one by
-/// itself does not get back there. Where the well-known namespace, or
+/// itself does not return there. Where the well-known namespace, or
 /// /proc/self/ns/net, cannot be entered or opened, the socket is opened in the
 /// caller's.
 ///
 /// Returns the descriptor, which the caller owns, or -1 with `errno` set. Throws
 /// Brask::RuntimeException, without a message and leaving the new socket open, when
-/// the thread cannot get back (no later socket of this thread would be where it is
-/// expected) and when the descriptor of the namespace cannot be closed. What
-/// the handler throws passes through, with the thread back and nothing left open.
+/// the thread cannot return (later sockets of this thread would be opened in the wrong
+/// namespace) and when the descriptor of the namespace cannot be closed. What
+/// the handler throws passes through, after the thread has returned and the socket was
+/// closed.
 ZORBE_EXPORT int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int protocol);
 
 /// Fills `addr`, a caller's `struct sockaddr_un`, with the abstract address of the
 /// table whose root directory is `name`, and returns the length for bind(2) and
-/// connect(2). Throws Brask::RuntimeException, leaving `addr` alone, when the last
+/// connect(2). Throws Brask::RuntimeException, leaving `addr` unchanged, when the last
 /// component of `name` is longer than 91 bytes. See unix(7).
 ZORBE_EXPORT unsigned int createSockaddr(Brask::Platform::DebugHandler& handler, void* addr,
                                          const std::string& name);
 
 // ---- Writer lock -------------------------------------------------------------
 
-/// Becomes the table's only writer by binding its abstract socket name, and leaves
-/// a note of who did in "last-owner". Returns the bound socket: the caller owns it
+/// Becomes the table's only writer by binding its abstract socket name, and writes
+/// its process into "last-owner". Returns the bound socket: the caller owns it
 /// and is the writer for as long as it stays open in any process.
 ///
 /// The name follows from the spelling of `rootPath.path`, while "last-owner" is
@@ -119,12 +120,12 @@ ZORBE_EXPORT unsigned int createSockaddr(Brask::Platform::DebugHandler& handler,
 /// Throws Zorbe::DuplicateWriterException, naming the holder as far as /proc shows
 /// it, when there is a writer; Brask::InvalidInitializeException when the directory
 /// does not exist and cannot be created; Brask::RuntimeException on any other
-/// failure. After any of them there is no lock. A note that cannot be written is
-/// logged and nothing else.
+/// failure. After any of them there is no lock. A "last-owner" that cannot be written
+/// is only logged.
 ZORBE_EXPORT int acquireWriterLock(Brask::Platform::DebugHandler& handler,
                                    const RootPath& rootPath);
 
-/// Gives the lock up by closing its socket; returns what close(2) returned.
+/// Releases the lock by closing its socket; returns the result of close(2).
 ZORBE_EXPORT int releaseWriterLock(Brask::Platform::DebugHandler& handler, int fd);
 
 // ---- Who holds it ------------------------------------------------------------
@@ -132,20 +133,20 @@ ZORBE_EXPORT int releaseWriterLock(Brask::Platform::DebugHandler& handler, int f
 /// The process that holds the abstract socket of the table whose root directory is
 /// `socketName`, or 0 when none is found: it may live in another network namespace,
 /// or belong to a user whose descriptors the caller cannot see. `owner` receives its
-/// executable, and is left alone otherwise. Walks every descriptor of every process.
+/// executable, and is unchanged otherwise. Walks every descriptor of every process.
 /// Throws Brask::RuntimeException when /proc cannot be read, and what `createSockaddr`
 /// throws for a name that is too long.
 ///
 /// A hint for people, not evidence: any local user can bind a socket whose name
-/// contains the table's, and have a process of its choice named.
+/// contains the table's, and so choose which process this function names.
 ZORBE_EXPORT unsigned int readOwnerPid(Brask::Platform::DebugHandler& handler,
                                        const std::string& socketName, std::string& owner);
 
-/// The executable of a process, empty when it cannot be told. See proc(5).
+/// The executable of a process, empty when it cannot be read. See proc(5).
 ZORBE_EXPORT std::string readOwner(Brask::Platform::DebugHandler& handler, unsigned int pid);
 
 /// The command line of a process, each argument followed by a blank, empty when it
-/// cannot be told. See proc(5).
+/// cannot be read. See proc(5).
 ZORBE_EXPORT std::string readCmdline(Brask::Platform::DebugHandler& handler, int pid);
 
 }  // namespace Zorbe::Util

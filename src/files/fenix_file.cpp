@@ -20,7 +20,7 @@ std::string fenixPath(const std::string& dir) {
 unsigned FenixFile::read(Brask::Platform::DebugHandler& handler, const std::string& dir) {
   const std::string file = fenixPath(dir);
   const std::string content = Util::fileRead(handler, file, true);
-  // A long of 32 bits ends at the middle of the ids.
+  // A long of 32 bits does not hold the upper half of the ids.
   const auto id = static_cast<unsigned>(std::strtoll(content.c_str(), nullptr, 10));
   if (id == 0) {
     ZORBE_LOG(handler, kMilestone, "FenixFile::read() unable to read fenixId from " << file);

@@ -22,16 +22,16 @@ constexpr std::size_t kLargestRead = std::size_t{16} << 20;
 constexpr const char* kTableFiles[] = {"slots", "conquer.1",  "conquer.2",          "buckets",
                                        "fenix", "last-owner", "corruption-detected"};
 
-// Why `fd` must not be read, as an errno, or 0: what is no file may block, or never end. A
-// directory's own refusal to be read says more.
+// Why `fd` must not be read, as an errno, or 0: what is not a regular file may block or never
+// end. A directory is allowed, since the error of reading it is more precise.
 int whyUnreadable(int fd) {
   struct stat status = {};
   if (::fstat(fd, &status) != 0) return errno;
   return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ? 0 : EINVAL;
 }
 
-// Appends what is left in `fd`. Returns the errno of a read that failed, which leaves what was
-// read before it, or 0.
+// Appends the rest of `fd`. Returns 0, or the errno of a read that failed; what was read before
+// it stays.
 int readAll(int fd, std::string& content) {
   char chunk[8192];
   for (;;) {
@@ -97,7 +97,7 @@ void fileWrite(Brask::Platform::DebugHandler& handler, const std::string& path,
     Log::write(handler, Log::kFailure, words);
     if (!noThrow) {
       Brask::RuntimeException exception(Log::text(words));
-      errno = error;  // callers tell a missing directory from other failures by it
+      errno = error;  // by it callers recognise a missing directory
       throw exception;
     }
   }
@@ -143,7 +143,7 @@ void writeCorruptionFile(Brask::Platform::DebugHandler& handler, const std::stri
   try {
     fileWrite(handler, dir + "/corruption-detected", text, false);
   } catch (const Brask::RuntimeException&) {
-    if (errno != ENOENT) throw;  // a directory that is gone needs no marker
+    if (errno != ENOENT) throw;  // a directory that was removed needs no marker
   }
 }
 

@@ -12,7 +12,7 @@ namespace Zorbe::Util {
 
 namespace {
 
-// `char` is unsigned on some hosts and with some flags; the hashes are not.
+// `char` is unsigned on some hosts and with some flags; the hashes take signed bytes.
 uint32_t signedByte(char c) {
   return static_cast<uint32_t>(static_cast<signed char>(c));
 }
@@ -40,8 +40,7 @@ struct Sums {
   }
 };
 
-// The same in parts that do not wait for each other, for as many words as fill all lanes.
-// Returns where those end.
+// The same in independent lanes, for as many words as fill all lanes. Returns where those end.
 const uint16_t* addLanes(Sums& sums, const uint16_t* begin, const uint16_t* end) {
   constexpr std::ptrdiff_t kLanes = 32;
   if (end - begin < kLanes) return begin;

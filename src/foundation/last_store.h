@@ -3,8 +3,8 @@
 
 namespace Zorbe {
 
-/// Stores a last value in a member of an object that is being destroyed, where the
-/// compiler would drop a plain store: whoever still looks finds null, not a stale value.
+/// Stores a last value in a member of an object that is being destroyed, where the compiler
+/// would drop a plain store. Code that still uses the object reads null, not a stale value.
 template <typename Value>
 void lastStore(Value& member, Value value) {
   *static_cast<volatile Value*>(&member) = value;

@@ -4,9 +4,12 @@
 //
 //     ZORBE_LOG(*handler, kStep, "WriterKickSm::doKickSleepers() sleepingReaders: " << count);
 //
-// The level is one of those below; what follows it is evaluated only when it is wanted. `errno`
-// may be changed by the handler: callers keep it in a variable, read right after the call
-// that failed, and print it with `reason(error)`.
+// The level is one of those below; what follows it is evaluated only when the handler wants the
+// level. The handler may change `errno`: callers read it right after the call that failed, keep it
+// in a variable, and print it with `reason(error)`.
+//
+// ZORBE_LOG_NOEXCEPT is the same for destructors, and for functions that have to finish a step
+// after the message.
 #pragma once
 
 #include <brask/platform.h>
@@ -39,7 +42,7 @@ inline std::ostringstream freshStream() {
   return message;
 }
 
-// Out of line, so that the callers' own code stays together: most messages are not wanted.
+// Out of line, so that the code of the callers stays compact: most messages are disabled.
 template <typename Words>
 [[gnu::noinline, gnu::cold]] void compose(Brask::Platform::DebugHandler& handler, int level,
                                           Words words) {
@@ -53,18 +56,18 @@ void write(Brask::Platform::DebugHandler& handler, int level, Words words) {
   if (handler.isEnabled(level)) compose(handler, level, words);
 }
 
-/// For destructors, and wherever something has to be undone first: a message for which there
-/// is no memory is lost instead of throwing.
+/// Drops a message for which there is no memory instead of throwing. Other exceptions of the
+/// handler pass through.
 template <typename Words>
 void writeNoexcept(Brask::Platform::DebugHandler& handler, int level, Words words) {
   try {
     write(handler, level, words);
-  } catch (const std::bad_alloc&) {  // as lost as the message is whatever else could be done
+  } catch (const std::bad_alloc&) {  // the message is lost
   }
 }
 
-/// The text, whole: where there is no memory for it, std::bad_alloc comes out, while a stream
-/// by itself would cut the text short.
+/// The whole text. Throws std::bad_alloc when there is no memory for it, where a stream by itself
+/// would cut the text short.
 template <typename Words>
 std::string text(Words words) {
   std::ostringstream message = freshStream();
@@ -73,8 +76,7 @@ std::string text(Words words) {
   return message.str();
 }
 
-/// A C string that may be null, in which case the stream fails instead of being given
-/// nothing to print.
+/// A C string that may be null: the stream then fails, since printing null is undefined.
 struct CString {
   const char* text;
 };

@@ -23,8 +23,8 @@ std::ostream& operator<<(std::ostream& out, ReaderData data) {
 
 enum class Drained { kReports, kNothing, kBroken };
 
-// Reads the pending reports, as many as one event may; the last one stays in `report`. A
-// record that is too long arrives as its first 8 bytes: the socket drops the rest.
+// Reads the pending reports, at most kRecordsPerEvent; the last one is in `report`. A record that
+// is too long arrives as its first 8 bytes: the socket drops the rest.
 Drained drainReports(Brask::Platform::DebugHandler* handler, int fd, uint64_t& report) {
   unsigned numSeqs = 0;
   ssize_t received;
@@ -74,7 +74,7 @@ ReaderKickClientSm::~ReaderKickClientSm() {
   handleReaderData();
 }
 
-// Closing the connection destroys this object: nothing of it is touched afterwards.
+// Closing the connection destroys this object: no member is used afterwards.
 [[gnu::hot]] void ReaderKickClientSm::handleReaderData() {
   const int fd = fdControl->fd();
   ZORBE_LOG(*handler, kStep, ReaderData{fd});

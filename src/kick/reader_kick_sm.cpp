@@ -18,9 +18,9 @@ namespace {
 constexpr const char* kConnecting = "ReaderKickSm::doConnect()";
 constexpr std::size_t kKicksAtOnce = 32;
 
-// Reads the pending kicks, as many records as one event may, and counts them. Returns what
-// ended it: 0 when the writer has closed the connection, else an errno, EAGAIN when there are
-// no more or the rest is left to the next event.
+// Reads the pending kicks, at most kRecordsPerEvent records, and counts them. Returns why it
+// ended: 0 when the writer has closed the connection, else an errno, which is EAGAIN when there
+// are no more or the rest is left to the next event.
 int drainKicks(int fd, std::size_t& kicks) {
   char buffer[kKicksAtOnce];
   unsigned records = 0;

@@ -12,7 +12,7 @@ namespace Zorbe {
 
 namespace {
 
-// What becomes of processes that end during a scan, and of entries that are none.
+// The errors for processes that end during a scan, and for entries that are no processes.
 bool isExpected(int error) {
   return error == EACCES || error == ENOENT || error == ENOTDIR;
 }

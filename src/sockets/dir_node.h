@@ -9,7 +9,7 @@
 
 namespace Zorbe {
 
-/// One directory, read entry by entry. Lives on the stack for one scan.
+/// One directory, read entry by entry. A local variable of one scan.
 class DirNode : public Brask::Debuggable {
  public:
   /// Opens `directory`. A failure is logged and leaves a node without entries.

@@ -56,7 +56,7 @@ unsigned int pidOf(DebugHandler& handler, const std::string& entry) {
   return pid;
 }
 
-// Looks through the descriptors of the process that `entry` of /proc stands for.
+// Searches the descriptors of the process that `entry` of /proc names.
 unsigned int scanDescriptors(DebugHandler& handler, const std::string& entry, uint64_t inode) {
   const std::string directory = "/proc/" + entry + "/fd";
   DirNode descriptors(handler, nullptr, directory);

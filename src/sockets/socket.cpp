@@ -27,7 +27,7 @@ int openLocalSocket(Brask::Platform::DebugHandler& handler, int domain, int type
   return sd.release();
 }
 
-// Says in `entered` where the thread is before anything can be thrown.
+// Sets `entered` to where the thread is before the handler can throw.
 void enterDefaultNamespace(Brask::Platform::DebugHandler& handler, bool& entered) {
   entered = setnsByName(DEFAULT_NS, CLONE_NEWNET) == 0;
   if (entered) {
@@ -79,7 +79,7 @@ int socket(Brask::Platform::DebugHandler& handler, int domain, int type, int pro
   int sd = -1;
   try {
     sd = openDefaultSocket(handler, domain, type, protocol, entered);
-  } catch (...) {  // from the handler; that the thread cannot get back is worse and comes first
+  } catch (...) {  // from the handler; a failure to return is more important and replaces it
     returnTo(localNsFd, entered);
     throw;
   }

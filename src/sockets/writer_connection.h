@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A connection to the socket that is a table's writer lock, as both reader state machines
-// make it. They differ in what they say, so each hands in the name under which it logs.
+// A connection to the socket that is a table's writer lock, as both reader state machines make
+// it. Their messages differ: each passes the name under which it logs.
 #pragma once
 
 #include <brask/platform.h>
@@ -9,9 +9,9 @@
 
 namespace Zorbe {
 
-/// Opens the socket. When none can be had, logs the whole story and throws
-/// Brask::RuntimeException whose text is only `where`, the step that failed, "failed" and
-/// `tail`. After a failing setsockopt(2) the descriptor stays open.
+/// Opens the socket. On failure logs the details and throws Brask::RuntimeException, whose text
+/// is only `where`, the step that failed, "failed" and `tail`. After a failing setsockopt(2) the
+/// descriptor stays open.
 int openWriterConnection(Brask::Platform::DebugHandler& handler, const char* where,
                          const RootPath& rootPath, const char* tail);
 

@@ -48,8 +48,8 @@ void leaveNote(DebugHandler& handler, const RootPath& rootPath, const std::strin
 
 // The pid in a note of `ownerNote`'s form.
 std::string pidInNote(const std::string& note) {
-  const std::string behindColon = note.substr(note.find(':') + 1);
-  return behindColon.substr(0, behindColon.find(' '));
+  const std::string afterColon = note.substr(note.find(':') + 1);
+  return afterColon.substr(0, afterColon.find(' '));
 }
 
 [[noreturn]] void refuse(DebugHandler& handler, const RootPath& rootPath,
@@ -74,7 +74,7 @@ int acquireWriterLock(DebugHandler& handler, const RootPath& rootPath) {
   const TableAddress address(handler, rootPath.path);
   if (::bind(fd.get(), address.get(), address.length()) != 0) {
     static_cast<void>(::close(fd.release()));
-    const int error = errno;  // a close that fails has the last word
+    const int error = errno;  // of a close that fails, if it does
     if (error == EADDRINUSE) refuse(handler, rootPath, address.abstractName());
     Log::fail<Brask::RuntimeException>(
         handler, ZORBE_TEXT("Util::acquireWriterLock() bind() failed for "

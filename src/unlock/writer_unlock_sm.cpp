@@ -70,7 +70,7 @@ void WriterUnlockSm::doConnect() {
     closeWriterConnection(*handler, kConnecting, fd.release(), rootPath);
     return;
   }
-  if (error == EINTR) {  // handleFdEvent sees how it ends: see connect(2)
+  if (error == EINTR) {  // handleFdEvent reads the outcome: see connect(2)
     ZORBE_LOG(*handler, kStep,
               kConnecting << " connect() socket:" << fd.get() << " " << rootPath
                           << " couldn't connect: " << Log::reason(error)

@@ -50,7 +50,7 @@ void checkFields(const std::string& table, const std::vector<Field>& fields, uin
   }
 }
 
-// Reads a number, and then `end`.
+// Reads a number and the character `end` after it.
 bool readNumber(const std::string& text, size_t& at, uint32_t& number) {
   const size_t begin = at;
   uint64_t value = 0;
@@ -115,7 +115,7 @@ std::string printHex(const unsigned char* bytes, size_t length) {
   return text;
 }
 
-// Bytes that a terminal would take for something else are shown as they are counted.
+// Bytes that are not printable are written as \xNN.
 std::string printText(const unsigned char* bytes, size_t length) {
   while (length > 0 && bytes[length - 1] == 0) --length;
   std::string text = "'";

@@ -71,7 +71,7 @@ class InotifyHub {
   InotifyNotices notices_;
   InotifyTree tree_{watches_, notices_};
 
-  // The event being delivered and those it goes to.
+  // The event being delivered and its receivers.
   Kind kind_ = Kind::kChange;
   InotifyEvent event_;
   std::vector<Handle> targets_;

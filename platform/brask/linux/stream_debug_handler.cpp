@@ -73,7 +73,7 @@ void StreamDebugHandler::tellLeftOut(int64_t now) {
 }
 
 void StreamDebugHandler::write(int64_t now, int level, const std::string& text) {
-  // One insertion of a whole line, whatever format the client's stream is set to.
+  // One insertion of a whole line, regardless of the format of the client's stream.
   const std::string line = secondsWithMicroseconds(now) + " " + std::to_string(level) + " " +
                            escapeControls(text) + "\n";
   stream_.write(line.data(), static_cast<std::streamsize>(line.size()));

@@ -8,12 +8,12 @@
 
 namespace Zorbe::Table {
 
-/// Who is connected to a writer, and since when in which state.
+/// The connections of a writer: which process, in which state, since when.
 class Peers {
  public:
   using Connections = std::unordered_map<int, ReaderKickClientSm*>;
 
-  /// What the connections, by their descriptors, are like now.
+  /// The state of the connections, by their descriptors, now.
   Status look(const Connections& all, const Connections& asleep);
 
  private:

@@ -16,7 +16,7 @@ class ReaderConnection : public ReaderKickSm {
    public:
     virtual ~Owner() = default;
 
-    /// The connection has come up, or was lost. Must not destroy the connection.
+    /// The connection was made, or was lost. Must not destroy the connection.
     virtual void connectionChanged() = 0;
 
     /// The writer has published. Must not destroy the connection.
@@ -34,8 +34,8 @@ class ReaderConnection : public ReaderKickSm {
   /// had. Calls connectionChanged() when it succeeds.
   bool tryConnect();
 
-  /// Tells the writer how far was read, unless it knows: it kicks when there is more. A position
-  /// below one that was reported before takes a new connection.
+  /// Reports to the writer how far was read, unless it was reported before; the writer kicks when
+  /// there is more. A position below one that was reported before needs a new connection.
   void report(uint64_t position);
 
   /// The highest position that was ever reported.

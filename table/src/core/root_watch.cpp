@@ -39,7 +39,7 @@ std::string RootWatch::nearest() const {
   return path;
 }
 
-// What appears after the look and before the watch is found by the next look.
+// Looks again after each addWatch(), for a directory that was made before the watch began.
 void RootWatch::set() {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const std::string found = nearest();

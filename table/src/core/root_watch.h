@@ -8,25 +8,24 @@
 
 namespace Zorbe::Table {
 
-/// Watches the directory of a table, or the nearest one above it that exists, and creates
-/// nothing.
+/// Watches the directory of a table, or its nearest ancestor that exists. Creates nothing.
 class RootWatch : public Brask::Platform::InotifyHandler {
  public:
   class Owner {
    public:
     virtual ~Owner() = default;
 
-    /// The table's files, or the way to them, may have changed.
+    /// The table's files, or a directory of their path, may have changed.
     virtual void rootChanged() = 0;
   };
 
   /// `path` is absolute.
   RootWatch(const std::string& path, Owner& owner);
 
-  /// Watches what is nearest now. To be called again after each rootChanged().
+  /// Watches the nearest existing directory. To be called again after each rootChanged().
   void set();
 
-  /// Whether changes are reported; otherwise they have to be looked for.
+  /// Whether changes are reported; otherwise the owner has to poll.
   bool isWatching() const { return watching_; }
 
   void inotifyError(const std::string& what) override;

@@ -11,8 +11,8 @@
 
 namespace Zorbe::Table {
 
-/// What the views of one reader have in common: the table that is current. Views look at the
-/// version with one relaxed load for each get().
+/// What the views of one reader share: the current table. A view checks the version with one
+/// relaxed load for each get().
 class ViewCore::Shared {
  public:
   /// From now on views use this table.

@@ -57,7 +57,7 @@ Follower::Change Follower::begin() {
   return {Kind::kReset, position_};
 }
 
-// A scan follows the log, too, or a fast writer would have overwritten it at the scan's end.
+// A scan also reads the log: a fast writer would have overwritten it by the end of the scan.
 bool Follower::isPassDue() const {
   if (mode_ == Mode::kScan && slot_ % kSlice != 0) return false;
   return reader_.published() != position_;

@@ -9,8 +9,8 @@
 
 namespace Zorbe::Table {
 
-/// Delivers what changes in a table, one change at a call. It begins with all records, and does
-/// so again whenever more has changed than the log holds. A copy to which every change is applied
+/// Delivers the changes of a table, one at a call. It begins with all records, and again whenever
+/// more has changed than the log holds. A copy to which every change is applied
 /// equals the table at position() after each call that returns nothing.
 class Follower {
  public:
@@ -18,7 +18,7 @@ class Follower {
     kPut,       ///< a record, with its newest value
     kErased,    ///< a key whose record was erased
     kReset,     ///< everything follows again
-    kComplete,  ///< every record has been delivered since the last kReset: others are gone
+    kComplete,  ///< every record has been delivered since the last kReset: others were erased
   };
 
   struct Change {
@@ -26,7 +26,7 @@ class Follower {
     uint64_t sequence;  // of the record's last change; of the table for kReset and kComplete
   };
 
-  /// The reader outlives this object and is used by nobody else at the same time.
+  /// The reader outlives this object, which alone uses it at the same time.
   explicit Follower(TableReader& reader) : reader_(reader) {}
 
   /// The next change, if there is one; never waits. `key` gets the key's words, `value` as many

@@ -12,7 +12,7 @@ std::string newName(const std::string& name) {
   return name + ".new";
 }
 
-// Under the writer's locks: what lies there was left behind by a writer that was killed.
+// Called under the writer's locks: a file of that name is from a writer that was killed.
 File createNew(const Place& place, const std::string& name, uint64_t bytes, mode_t mode) {
   removeFile(place, newName(name));
   std::optional<File> file = File::create(place, newName(name), mode);

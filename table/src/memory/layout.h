@@ -5,13 +5,13 @@
 //
 //   slots                  SlotsHeader | Image | Slot 0 | Slot 1 | ...      the records
 //   buckets                IndexHeader | bucket 0 | bucket 1 | ...          where a key's slot is
-//   conquer.1, conquer.2   LogHeader | entry 0 | entry 1 | ...              what has changed lately
+//   conquer.1, conquer.2   LogHeader | entry 0 | entry 1 | ...              the latest changes
 //
 // Everything is a 64-bit word in the byte order of the host. One process writes (it holds the
 // writer lock), every other one only reads. All words are atomic, every store of the writer is
 // a release store: at any instant memory is a prefix of the writer's program order.
 //
-// A file is complete when its magic is there, which is stored last. Each header holds the
+// A file is complete when it has its magic, which is stored last. Each header holds the
 // incarnation; `slots` decides which one is current.
 #pragma once
 
@@ -36,7 +36,7 @@ inline void release(Word& word, uint64_t value) {
   word.store(value, std::memory_order_release);
 }
 
-/// Eight characters as they lie in memory, in any byte order.
+/// Eight characters in memory order, in any byte order of the host.
 uint64_t magicOf(const char (&text)[9]);
 
 inline constexpr char kSlotsMagic[] = "ZTSLOTS1";
@@ -94,7 +94,7 @@ struct SlotsHeader {
   alignas(kLine) Word indexGeneration;
   Word logGeneration;
   Word capacity;  // slots
-  Word retired;   // 1: look whether `slots` is another file now
+  Word retired;   // 1: check whether `slots` is another file now
   Word origin;    // where the records come from: see origin.h
 
   // Who reads: two copies, and which one is valid.
@@ -104,8 +104,8 @@ struct SlotsHeader {
   alignas(kLine) Word description[kDescriptionWords];
 };
 
-/// What a slot held before the store that is going on: the value that readers get while the
-/// slot's guard is odd. `words` continue as far as a slot's do.
+/// The content of a slot before the current store: what readers get while the slot's guard is
+/// odd. `words` has as many words as a slot.
 struct alignas(kLine) Image {
   Word sequence;  // odd while the image itself is being written
   Word slot;      // its number, kNoSlot for none
@@ -149,7 +149,7 @@ inline constexpr bool hasTag(uint64_t entry, uint64_t sequence) {
 inline constexpr size_t kIndexEntries = 2 * kLine;  // where the entries begin
 inline constexpr size_t kLogEntries = 2 * kLine;
 
-/// Where things lie in `slots`, derived from the sizes of key and value.
+/// The offsets in `slots`, derived from the sizes of key and value.
 class Geometry {
  public:
   Geometry() = default;

@@ -40,8 +40,8 @@ Mapping::Mapping(const Place& place, const File& file, Access access, uint64_t b
     const int error = errno;
     failCall(place, "mmap()", file.path(), error);
   }
-  // Both are wishes: a kernel without huge pages has reported that already, and a child that
-  // inherits the mapping is kept from using it by other means, too.
+  // Failures are ignored: huge pages are optional, and a child process that inherits the mapping
+  // is refused by ForkMember as well.
   if (hints.hugePages) static_cast<void>(::madvise(memory_, size_, MADV_HUGEPAGE));
   if (access == Access::kWrite) static_cast<void>(::madvise(memory_, size_, MADV_DONTFORK));
 }

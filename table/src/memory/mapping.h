@@ -8,7 +8,7 @@
 
 namespace Zorbe::Table {
 
-/// What mapping a table costs and brings: see Options.
+/// How a table is mapped: see Options.
 struct MappingHints {
   bool populate = false;   // MAP_POPULATE
   bool hugePages = false;  // MADV_HUGEPAGE

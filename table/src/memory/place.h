@@ -7,7 +7,7 @@
 
 namespace Zorbe::Table {
 
-/// Where a table lies and what it is called: the context of every failure.
+/// The directory and the name of a table: the context of every failure.
 struct Place {
   std::string directory;  // absolute
   std::string table;

@@ -9,11 +9,11 @@
 
 namespace Zorbe::Table {
 
-/// Which slots the next new keys get: the writer's own memory, rebuilt from the slots when a
-/// writer takes over. Once prepare() has made room, nothing here allocates.
+/// Chooses the slots of new keys. Memory of the writer alone, rebuilt from the slots when a writer
+/// takes over. After prepare() has reserved memory, nothing here allocates.
 ///
-/// An erased record keeps its slot until the log holds no entry of the erasure any more, so that
-/// every follower can learn of it. Erased slots are kept in the order of their erasure.
+/// An erased record keeps its slot for as long as the log holds the entry of the erasure, so that
+/// every follower can deliver it. Erased slots are kept in the order of their erasure.
 class SlotAllocator {
  public:
   /// Allocates what `capacity` slots need; they may not be used yet.

@@ -10,7 +10,8 @@ namespace Zorbe::Table {
 
 namespace {
 
-// Address space for a table to grow in, where there is enough of it: costs nothing but numbers.
+// Address space that is reserved for a table to grow, where there is enough of it; it takes no
+// memory.
 uint64_t reserveFor(const Geometry& geometry, uint64_t maxRecords) {
   constexpr uint64_t kReserve = sizeof(void*) == 8 ? uint64_t{64} << 30 : uint64_t{64} << 20;
   if (maxRecords == 0) return kReserve;

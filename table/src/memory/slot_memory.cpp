@@ -7,8 +7,8 @@ namespace Zorbe::Table {
 
 namespace {
 
-// A writer that never rests makes a reader try again a few times in a million reads. So many
-// attempts in a row mean that the memory is not a table's.
+// A writer that stores without a pause makes a reader try again a few times in a million reads.
+// So many attempts in a row mean that the memory is not a table.
 constexpr uint32_t kMaxAttempts = 1u << 20;
 
 constexpr bool isOdd(uint64_t value) {

@@ -8,7 +8,7 @@
 
 namespace Zorbe::Table {
 
-/// A record on its way out of a slot: the caller provides the room.
+/// A record that is read from a slot: the caller provides the memory.
 struct RecordOut {
   uint64_t* key;            // as many words as the table's keys have
   void* value;              // null: not wanted
@@ -17,7 +17,7 @@ struct RecordOut {
   uint64_t sequence = 0;
 };
 
-/// A record on its way into a slot.
+/// A record that is stored in a slot.
 struct RecordIn {
   uint64_t state;
   uint64_t sequence;
@@ -45,8 +45,8 @@ class SlotMemory {
   }
   void prefetch(uint32_t index) const { __builtin_prefetch(&slot(index)); }
 
-  /// Any process: a whole record, the newest or the one before a store that is going on. False
-  /// when the guard contradicts the image, which no writer leaves behind.
+  /// Any process: a whole record, the newest or the one before the current store. False when the
+  /// guard contradicts the image, which no writer causes.
   bool read(uint32_t index, RecordOut& out) const {
     const Slot& from = slot(index);
     const uint64_t guard = acquire(from.guard);

@@ -10,14 +10,15 @@
 
 namespace Zorbe::Table {
 
-/// Connections that a table has room to tell of; of the others only the number is known.
+/// The connections that a table has room for; of the others only the number is stored.
 inline constexpr size_t kMaxPeers = 250;
 
-/// The writer: replaces what the header says about its readers. Two copies and a selector: the
-/// one that readers look at is never written.
+/// The writer: replaces the status of its readers in the header. There are two copies and a
+/// selector: the copy that is selected is never written.
 void storeStatus(SlotsHeader& header, const Status& status);
 
-/// Any process: nothing when the writer replaces it faster than it can be read, which none does.
+/// Any process. Nothing when the status is replaced faster than it can be read, which no writer
+/// does.
 std::optional<Status> loadStatus(const SlotsHeader& header);
 
 }  // namespace Zorbe::Table

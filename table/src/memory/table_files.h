@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The files of a table, opened and validated, or being built. Their sizes are looked at once
-// and kept: nothing that the shared memory says later makes anybody leave the mapping.
+// The files of a table, opened and validated, or being built. Their sizes are read once and kept:
+// later content of the shared memory cannot make a process access memory outside the mapping.
 #pragma once
 
 #include <sys/types.h>
@@ -58,7 +58,7 @@ class SlotFile {
   uint64_t capacity() const { return capacity_; }
 
   /// A reader: the slots that there are now. Throws Zorbe::CorruptionDetectedException when the
-  /// header tells of more than the file holds. Nothing when the mapping is too small for them:
+  /// header names more than the file holds. Nothing when the mapping is too small for them:
   /// open the file again.
   std::optional<uint64_t> currentCapacity() const;
 

@@ -45,7 +45,7 @@ uint32_t TableWriter::makeRoom() {
   return *slot;
 }
 
-// By half, so that a growing table is copied nowhere and wastes little.
+// Grows by half: few steps, and little unused memory.
 void TableWriter::growRecords() {
   const uint64_t slots = capacity();
   if (slots == kMaxSlots) {
@@ -64,7 +64,7 @@ void TableWriter::growRecords() {
   try {
     enlargeLog();
   } catch (const Error&) {
-    // A log that is short for its table makes slow followers read everything again, and no more.
+    // A log that is short for its table only makes slow followers read everything again.
   }
 }
 
@@ -105,7 +105,7 @@ void TableWriter::enlargeLog() {
   if (entries > log_->entries()) replaceLog(entries);
 }
 
-// The old log is never written again: a reader that still maps it finds in it what it looks for.
+// The old log is not written any more: a reader that still maps it finds its entries.
 void TableWriter::replaceLog(uint64_t entries) {
   const uint64_t generation = log_->generation() + 1;
   const uint64_t held = std::min(log_->entries(), appended_);

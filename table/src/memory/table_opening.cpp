@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// How a writer comes by its files. The lock is an open-file-description lock on `slots`, on a
+// How a writer opens or makes its files. The lock is an open-file-description lock on `slots`, on a
 // descriptor that nothing is mapped from: a mapping would keep the lock beyond the descriptor.
 #include <zorbe/exceptions.h>
 
@@ -13,7 +13,7 @@ namespace Zorbe::Table {
 namespace {
 
 constexpr const char* kNewSlots = "slots.new";
-constexpr int kAttempts = 16;  // against somebody who replaces the file again and again
+constexpr int kAttempts = 16;  // against a process that replaces the file repeatedly
 
 [[noreturn]] void failLocked(const Place& place) {
   throw DuplicateWriterException("table '" + place.table + "': " + place.path(kSlotsFile) +
@@ -125,7 +125,7 @@ bool TableWriter::tryCreate() {
   return true;
 }
 
-// `slots.new`, which another writer may be about to fill at the same moment.
+// `slots.new`, which another writer may be filling at the same time.
 File TableWriter::createNamed() {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     std::optional<File> file = File::create(options_.place, kNewSlots, options_.mode);
@@ -230,8 +230,8 @@ void TableWriter::buildIndexAndLog() {
   log_->complete();
 }
 
-// What has taken the old files' place is of no interest, unless somebody writes it: its lock is
-// held until the new file has the name.
+// The content of a file that has replaced the old ones does not matter, unless a writer has it:
+// its lock is held until the new file has the name.
 std::unique_ptr<TableWriter> TableWriter::recreate() const {
   const std::optional<File> there = isInPlace() ? std::nullopt : lockOccupant(options_.place);
   std::unique_ptr<TableWriter> table(new TableWriter(options_));

@@ -7,7 +7,7 @@ namespace Zorbe::Table {
 
 namespace {
 
-// A writer that replaces the table does so in a few steps: how often to look again meanwhile.
+// How often to open the table again while a writer replaces it, which takes a few steps.
 constexpr int kOpenAttempts = 8;
 
 // New indexes that may appear during one search.
@@ -88,7 +88,7 @@ bool TableReader::read(uint32_t slot, const uint64_t* key, void* value) {
   return get(key, value);
 }
 
-// What is not in the index that is mapped may be in a newer one.
+// A key that is not in the mapped index may be in a newer one.
 TableReader::Lookup TableReader::lookUp(const uint64_t* key, void* value, uint32_t& slot) {
   for (int attempt = 0; attempt < kIndexAttempts; ++attempt) {
     if (!index_) return lookUpInSlots(key, value, slot);
@@ -111,8 +111,8 @@ TableReader::Lookup TableReader::lookUpIn(const IndexMemory& index, const uint64
   return found ? result : Lookup::kMissing;
 }
 
-// Where `buckets` belongs to another table already, and when somebody has overwritten the
-// generation: slow, and right.
+// For a `buckets` that already belongs to another table, and for a generation that another process
+// has overwritten: slow, but correct.
 TableReader::Lookup TableReader::lookUpInSlots(const uint64_t* key, void* value, uint32_t& slot) {
   for (slot = 0; slot < capacity(); ++slot) {
     const Lookup result = examine(slot, key, value);

@@ -22,8 +22,8 @@ struct ReaderOptions {
   MappingHints hints{};
 };
 
-/// One thread at a time. For any content of the files it stays inside of what it has mapped, and
-/// every call ends: what contradicts itself is a Zorbe::CorruptionDetectedException.
+/// One thread at a time. For any content of the files it accesses only what it has mapped, and
+/// every call ends. Contradictory content is a Zorbe::CorruptionDetectedException.
 class TableReader {
  public:
   /// Maps the table; null when there is none, it is not complete yet, or it was written before
@@ -38,8 +38,7 @@ class TableReader {
   /// must neither grow nor be destroyed while it lives.
   static std::unique_ptr<TableReader> over(const TableWriter& writer);
 
-  /// What the records look like, says the file: to be compared with what the caller has room for
-  /// before any record is read.
+  /// The schema in the file: to be compared with the caller's before any record is read.
   const Schema& schema() const { return slots_->schema(); }
   uint64_t incarnation() const { return slots_->identity().incarnation; }
   uint32_t keyWords() const { return slots_->memory().geometry().keyWords; }
@@ -49,7 +48,7 @@ class TableReader {
   uint32_t valueBytes() const { return valueBytes_; }
 
   /// Copies the value of a key's record, unless `value` is null; false when there is none, and
-  /// `value` then holds nothing of use.
+  /// `value` is then undefined.
   bool get(const uint64_t* key, void* value);
 
   /// The slot of a key's record: read() then saves the search. A key keeps its slot until it is

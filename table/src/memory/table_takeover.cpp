@@ -15,7 +15,7 @@ namespace Zorbe::Table {
 
 namespace {
 
-// So many changes nobody makes: beyond it a sequence is not one.
+// More changes than any table has: a larger number is not a sequence.
 constexpr uint64_t kMaxSequence = uint64_t{1} << 62;
 
 }  // namespace
@@ -72,9 +72,9 @@ bool TableWriter::openLog() {
   return true;
 }
 
-// What was put and not published. The log's entry comes first, the index's last, so a slot may
-// lack the latter: also one whose former key was taken out of the index for a new one that never
-// came.
+// Changes that were not published. The log's entry is stored first, the index's last, so a slot
+// may lack the latter; also a slot whose former key was removed from the index for a new one that
+// was never stored.
 void TableWriter::keepFinishedStores() {
   const SlotMemory& memory = slots_->memory();
   for (uint64_t step = 0; step < log_->entries(); ++step) {
@@ -94,7 +94,7 @@ void TableWriter::enterIfMissing(uint32_t slot) {
   if (!find(key, hash(key))) static_cast<void>(index_->memory().insert(hash(key), slot));
 }
 
-// Takes over what the slots hold. Returns the newest sequence among them.
+// Reads the content of the slots. Returns the newest sequence among them.
 uint64_t TableWriter::adoptSlots() {
   const SlotMemory& memory = slots_->memory();
   allocator_.extend(capacity());
@@ -149,8 +149,8 @@ void TableWriter::startNewLog() {
   removeFile(options_.place, logFileOf(generation + 1));
 }
 
-// A process that may write the files may have overwritten what must not change. What follows
-// from that for readers ends when it is stored again.
+// A process with write access may have overwritten constant words. Readers recover when they are
+// stored again.
 void TableWriter::repairHeaders() {
   const auto repair = [](Word& word, uint64_t value) {
     if (relaxed(word) != value) release(word, value);

@@ -60,7 +60,7 @@ void TableWriter::put(const uint64_t* key, const void* value) {
 }
 
 // The order matters: a reader never finds an entry of the index before its record, and a writer
-// that takes over finds what was begun from the log's entry.
+// that takes over finds an unfinished change by the log's entry.
 void TableWriter::storeNew(uint32_t slot, uint64_t sequence, const uint64_t* key,
                            const void* value) {
   const SlotMemory& memory = slots_->memory();

@@ -36,11 +36,11 @@ struct WriterOptions {
 
 class TableWriter {
  public:
-  /// How open() came by the table.
+  /// What open() did.
   enum class Start {
     kCreated,    // there was none
     kContinued,  // the table of an earlier writer, in place
-    kReplaced,   // what was there could not be continued: whyReplaced() says why
+    kReplaced,   // it could not be continued: whyReplaced() says why
   };
 
   /// Becomes the writer of the table's files. Throws Zorbe::DuplicateWriterException when
@@ -69,18 +69,18 @@ class TableWriter {
   /// Where the records come from, for readers.
   void setOrigin(Origin origin);
 
-  /// Says who reads, for readers.
+  /// Stores the status of the connections, for readers.
   void setStatus(const Status& status);
 
-  /// The writer that goes on after the files were removed or replaced: new files of a new
-  /// incarnation with the same records. This one is of no use afterwards. Throws like open(),
-  /// and then stays as it was.
+  /// The writer after the files were removed or replaced: new files of a new incarnation with the
+  /// same records. This object may only be destroyed afterwards. Throws like open(), and is then
+  /// unchanged.
   std::unique_ptr<TableWriter> recreate() const;
 
   /// Whether the directory still holds this table's files.
   bool isInPlace() const;
 
-  /// Stores again what in the headers has to be so, in case somebody else has overwritten it.
+  /// Stores the constant words of the headers again, in case another process has overwritten them.
   void repairHeaders();
 
   /// Makes index and change log again whose files somebody has removed or replaced. Throws Error,

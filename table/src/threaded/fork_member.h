@@ -5,8 +5,8 @@
 
 namespace Zorbe::Table {
 
-/// An object that stays the parent's when the process forks: its descriptors would keep the
-/// parent's lock and connections in the child.
+/// An object that belongs to the parent when the process forks: in the child its descriptors
+/// would keep the parent's lock and connections open.
 class ForkMember {
  public:
   ForkMember(const ForkMember&) = delete;

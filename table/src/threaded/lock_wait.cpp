@@ -19,8 +19,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// Between two looks at a writer that cannot be connected to: it has just begun, or is about to
-// end. Looking for the holder of a lock takes a walk through all processes.
+// Between two attempts at a writer that refuses connections: it is starting or ending. The search
+// for the holder of a lock examines all processes.
 constexpr milliseconds kRetry{100};
 
 // Until the writer ends, or has ended the connection for another reason.

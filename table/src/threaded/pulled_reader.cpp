@@ -19,8 +19,8 @@ using Brask::Linux::EventLoop;
 using Clock = std::chrono::steady_clock;
 using std::chrono::nanoseconds;
 
-// A program that only calls next() still follows the next writer and the directory: so often
-// does the loop turn then.
+// How often the loop turns for a program that only calls next(), which then still follows the next
+// writer and the directory.
 constexpr std::chrono::milliseconds kTurn{20};
 
 constexpr nanoseconds kDay = std::chrono::hours(24);
@@ -132,8 +132,8 @@ class PulledReader::Impl : public ForkMember {
     }
   }
 
-  // In a child process: the loop's descriptors are shared with the parent, which would notice
-  // what is done to them.
+  // In a child process: the parent shares the loop's descriptors and would be affected by
+  // changes to them.
   void leaveAlone() {
     static_cast<void>(ready_.release());
     static_cast<void>(core_.release());
@@ -145,7 +145,7 @@ class PulledReader::Impl : public ForkMember {
   std::unique_ptr<EventLoop> loop_;
   std::unique_ptr<ReaderCore> core_;
   std::unique_ptr<Timer<Impl>> ready_;
-  bool isPolled_ = false;  // somebody has asked for fd()
+  bool isPolled_ = false;  // fd() was called
   Clock::time_point lastTurn_{};
 };
 

@@ -44,8 +44,8 @@ class SignalsBlocked {
 
 }  // namespace
 
-/// The thread waits for the loop's descriptor without the mutex and turns the loop under it, as
-/// everybody does who calls the writer.
+/// The thread waits for the loop's descriptor without the mutex and turns the loop under it. Calls
+/// of the writer hold the mutex, too.
 class ServedWriter::Impl : public ForkMember {
  public:
   Impl(const std::string& name, const Options& options, const Schema& schema)
@@ -69,11 +69,11 @@ class ServedWriter::Impl : public ForkMember {
     }
   }
 
-  /// Runs `act` with the core, while nobody else does.
+  /// Runs `act` with the core, under the mutex.
   template <class Act>
   auto with(Act act) {
     check(name_);
-    // A program that calls without a pause would hardly ever let the thread have its turn.
+    // A program that calls without a pause would hardly ever leave the mutex to the thread.
     if (serverWaits_.load(std::memory_order_relaxed)) std::this_thread::yield();
     const std::lock_guard<std::mutex> lock(mutex_);
     const EventLoop::Use use(*loop_);
@@ -102,7 +102,7 @@ class ServedWriter::Impl : public ForkMember {
   void serve(int loopFd) {
     pollfd waiting[] = {{loopFd, POLLIN, 0}, {stop_.get(), POLLIN, 0}};
     while (!stopping_.load(std::memory_order_acquire)) {
-      static_cast<void>(::poll(waiting, 2, -1));  // a failure makes it turn, which does no harm
+      static_cast<void>(::poll(waiting, 2, -1));  // a failure only causes a turn
       serverWaits_.store(true, std::memory_order_relaxed);
       const std::lock_guard<std::mutex> lock(mutex_);
       serverWaits_.store(false, std::memory_order_relaxed);
@@ -110,7 +110,7 @@ class ServedWriter::Impl : public ForkMember {
     }
   }
 
-  // An exception of a callback concerns one reader or one attempt: the next turn continues.
+  // An exception of a callback concerns one reader or one attempt; the next turn continues.
   void turn() {
     try {
       loop_->turn(0);
@@ -120,8 +120,8 @@ class ServedWriter::Impl : public ForkMember {
     }
   }
 
-  // In a child process: the thread is not here, and the loop's descriptors are shared with the
-  // parent, which would notice what is done to them.
+  // In a child process: it does not have the thread, and the parent shares the loop's descriptors
+  // and would be affected by changes to them.
   void leaveAlone() {
     static_cast<void>(core_.release());
     static_cast<void>(loop_.release());

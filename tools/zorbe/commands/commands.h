@@ -22,7 +22,7 @@ struct Context {
 
 struct WatchOptions {
   std::string table;
-  bool connect;  ///< connect to the writer, to notice when it comes and goes
+  bool connect;  ///< connect to the writer, to report its start and its end
 };
 
 int list(Context& context);

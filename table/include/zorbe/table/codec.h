@@ -140,8 +140,8 @@ class Codec {
     return key;
   }
 
-  /// Calls `use(bytes)` with the value's bytes, those between the fields being zero: the files
-  /// can be read by others, who shall not see what lay on this program's stack.
+  /// Calls `use(bytes)` with the value's bytes, those between the fields being zero: other users
+  /// can read the files, and must not see former content of this program's stack.
   template <class Use>
   void withBytes(const V& value, Use use) const {
     if (gaps_.empty()) return use(static_cast<const void*>(&value));

@@ -22,13 +22,13 @@
 namespace Zorbe::Table {
 
 /// The writing side in an event loop of the contracts: everything runs on that loop's thread.
-/// While the loop turns, readers are accepted and woken, and what was put is published after a
-/// millisecond at the latest.
+/// While the loop turns, it accepts and wakes readers, and publishes changes after a millisecond
+/// at the latest.
 class WriterCore {
  public:
-  /// Becomes the table's writer: creates it, or continues the one that is there. Throws
-  /// Zorbe::DuplicateWriterException when there is a writer, Error for anything else; what is
-  /// there then stays as it is. The loop's getters have to work on this thread.
+  /// Becomes the table's writer: creates the table, or continues the existing one. Throws
+  /// Zorbe::DuplicateWriterException when there is a writer, Error for anything else; an existing
+  /// table is then unchanged. The loop's getters have to work on this thread.
   WriterCore(const std::string& name, const Options& options, const Schema& schema);
   WriterCore(const WriterCore&) = delete;
   WriterCore& operator=(const WriterCore&) = delete;
@@ -57,7 +57,7 @@ class WriterCore {
   /// Says where the records come from; readers see it in Info.
   void setOrigin(Origin origin);
 
-  /// In a child process after fork(2): lets go of the parent's lock and connections. Nothing else
+  /// In a child process after fork(2): closes the parent's lock and connections. Nothing else
   /// may be called afterwards, and the object must not be destroyed.
   void leaveToParent() noexcept;
 
@@ -66,7 +66,7 @@ class WriterCore {
   std::unique_ptr<Impl> impl_;
 };
 
-/// One thread's way to read a table. Follows a new table in the old one's place by itself.
+/// Reads a table, for one thread. Follows a new table in the old one's place.
 class ViewCore {
  public:
   class Shared;
@@ -109,8 +109,8 @@ class ViewCore {
 };
 
 /// The reading side in an event loop of the contracts: everything but view() runs on that loop's
-/// thread. It connects, follows the next writer and a table that is removed and made again by
-/// itself, and creates nothing.
+/// thread. It connects, follows the next writer and a table that is removed and made again, and
+/// creates nothing.
 class ReaderCore {
  public:
   /// Looks for the table at once. Throws Error only for a name or options that cannot work (usage),
@@ -139,7 +139,7 @@ class ReaderCore {
   /// object.
   void onReady(void (*function)(void* context), void* context);
 
-  /// Looks whether the table is still the one in its place. Returns whether another one was
+  /// Checks whether the table is still the one in its place. Returns whether another one was
   /// mapped.
   bool refresh();
 

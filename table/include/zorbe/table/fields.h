@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The list of a struct's fields, which is stored in the table: other programs and languages read
-// the records by it, and a reader whose list is the beginning of the table's goes on reading
+// the records by it, and a reader whose list is the beginning of the table's continues to read
 // after fields were appended.
 //
 //     struct Quote {

@@ -12,8 +12,8 @@
 
 namespace Zorbe::Table {
 
-/// How a table is made, and how it is opened. What only one side looks at says so. Options that
-/// contradict themselves are Error (usage).
+/// How a table is made, and how it is opened. Options of one side only are marked. Contradictory
+/// options are Error (usage).
 struct Options {
   /// The directory in which the tables' directories are. Empty: from the environment, see
   /// Zorbe::RootPath.
@@ -24,7 +24,7 @@ struct Options {
   std::string keyName = "key";
 
   size_t records = 1024;   ///< writer: room from the start, in records
-  size_t maxRecords = 0;   ///< writer: never more records than these; 0: as far as memory goes
+  size_t maxRecords = 0;   ///< writer: the most records; 0: as many as memory allows
   size_t logEntries = 0;   ///< writer: changes that a follower may be behind; 0: by `records`
   mode_t mode = 0644;      ///< writer: of new files, regardless of the umask
   double waitForLock = 0;  ///< writer: seconds to wait for another writer to end
@@ -44,7 +44,7 @@ struct Options {
   Brask::Platform::DebugHandler* log = nullptr;
 };
 
-/// How a reader stands with its table.
+/// The state of a reader.
 enum class State {
   waiting,    ///< there is no table yet: get() finds nothing
   connected,  ///< the writer is there, and followed
@@ -68,9 +68,9 @@ enum class Origin {
   mirroredLost,  ///< another host's, to which the connection is lost
 };
 
-/// How a connection stands, as the writer sees it.
+/// The state of a connection, as the writer sees it.
 enum class PeerState {
-  watcher,  ///< has never reported: it only looks whether the writer is there, or only get()s
+  watcher,  ///< has never reported: it only waits for the writer's end, or only calls get()
   asleep,   ///< has everything that was published
   behind,   ///< was woken, and has not reported since
 };

@@ -26,7 +26,7 @@ class Text {
   /// Empty.
   constexpr Text() = default;
 
-  /// What does not fit is cut off; look at fits() before where that matters.
+  /// Cuts off what does not fit; call fits() before where that matters.
   Text(std::string_view text) : length_(static_cast<Length>(text.size() < N ? text.size() : N)) {
     std::memcpy(bytes_, text.data(), length_);
   }

@@ -21,40 +21,40 @@ bool isExpected(int error) {
 
 DirNode::DirNode(Brask::Platform::DebugHandler& debugHandler, std::shared_ptr<DirNode> linkedNode,
                  const std::string& directory)
-    : Debuggable(debugHandler), linked(std::move(linkedNode)), path(directory) {
-  ZORBE_LOG(*handler, kItem, "DirNode::DirNode() path: " << path);
-  stream = ::opendir(path.c_str());
-  if (stream != nullptr) return;
+    : Debuggable(debugHandler), linked_(std::move(linkedNode)), path_(directory) {
+  ZORBE_LOG(*handler, kItem, "DirNode::DirNode() path: " << path_);
+  stream_ = ::opendir(path_.c_str());
+  if (stream_ != nullptr) return;
   const int error = errno;
   const auto words = [&](std::ostream& message) {
-    message << "DirNode::DirNode() failed to open " << path << " errno: " << Log::reason(error);
+    message << "DirNode::DirNode() failed to open " << path_ << " errno: " << Log::reason(error);
   };
   Log::write(*handler, isExpected(error) ? Log::kStep : Log::kNotable, words);
 }
 
 DirNode::~DirNode() {
-  ZORBE_LOG_NOEXCEPT(*handler, kItem, "DirNode::~DirNode() path: " << path);
-  if (stream == nullptr || ::closedir(stream) == 0) return;
+  ZORBE_LOG_NOEXCEPT(*handler, kItem, "DirNode::~DirNode() path: " << path_);
+  if (stream_ == nullptr || ::closedir(stream_) == 0) return;
   const int error = errno;
   ZORBE_LOG_NOEXCEPT(
       *handler, kNotable,
-      "DirNode::~DirNode() failed to close " << path << " errno: " << Log::reason(error));
+      "DirNode::~DirNode() failed to close " << path_ << " errno: " << Log::reason(error));
 }
 
 const dirent* DirNode::readEntry() {
-  ZORBE_LOG(*handler, kItem, "DirNode::readEntry() path: " << path);
-  if (stream == nullptr) {
+  ZORBE_LOG(*handler, kItem, "DirNode::readEntry() path: " << path_);
+  if (stream_ == nullptr) {
     ZORBE_LOG(*handler, kStep,
-              "DirNode::readEntry() cannot read " << path << " because the directory is not open");
+              "DirNode::readEntry() cannot read " << path_ << " because the directory is not open");
     return nullptr;
   }
   errno = 0;
-  const dirent* const entry = ::readdir(stream);
+  const dirent* const entry = ::readdir(stream_);
   const int error = errno;
   if (entry == nullptr && error != 0) {
     Log::fail<Brask::RuntimeException>(*handler,
                                        ZORBE_TEXT("DirNode::readEntry() failed to read "
-                                                  << path << " errno: " << Log::reason(error)));
+                                                  << path_ << " errno: " << Log::reason(error)));
   }
   return entry;
 }

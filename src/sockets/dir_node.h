@@ -20,16 +20,16 @@ class DirNode : public Brask::Debuggable {
   DirNode& operator=(const DirNode&) = delete;
   ~DirNode() override;
 
-  bool isOpen() const { return stream != nullptr; }
+  bool isOpen() const { return stream_ != nullptr; }
 
   /// The next entry, valid until the next call, or null at the end. Throws
   /// Brask::RuntimeException when the directory cannot be read.
   const dirent* readEntry();
 
  private:
-  DIR* stream = nullptr;
-  std::shared_ptr<DirNode> linked;
-  std::string path;
+  DIR* stream_ = nullptr;
+  std::shared_ptr<DirNode> linked_;
+  std::string path_;
 };
 
 }  // namespace Zorbe

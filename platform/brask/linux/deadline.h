@@ -20,11 +20,11 @@ class Deadline {
 
   /// The remaining time for epoll_wait(2), rounded up; -1 for ever.
   int milliseconds() const {
-    constexpr int64_t nanoseconds = kNanosecondsPerSecond / 1000;
+    constexpr int64_t kNanoseconds = kNanosecondsPerSecond / 1000;  // in a millisecond
     if (never_) return -1;
     if (end_ == 0) return 0;
     const int64_t left = std::max<int64_t>(0, end_ - monotonicNow());
-    const int64_t rounded = left / nanoseconds + (left % nanoseconds != 0 ? 1 : 0);
+    const int64_t rounded = left / kNanoseconds + (left % kNanoseconds != 0 ? 1 : 0);
     return static_cast<int>(std::min<int64_t>(rounded, std::numeric_limits<int>::max()));
   }
 

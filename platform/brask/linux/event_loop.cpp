@@ -14,15 +14,15 @@ namespace {
 // Each turn reads it. In this model an access is an offset from the thread pointer and needs no
 // call, also in a shared library. One pointer fits into the static TLS that the C library keeps
 // for libraries that dlopen(3) loads.
-[[gnu::tls_model("initial-exec")]] thread_local EventLoop* current_ = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local EventLoop* loopOfThread = nullptr;
 
 // Inline, unlike EventLoop::Use, which other libraries may call.
 class Current {
  public:
-  explicit Current(EventLoop* loop) noexcept : former_(std::exchange(current_, loop)) {}
+  explicit Current(EventLoop* loop) noexcept : former_(std::exchange(loopOfThread, loop)) {}
   Current(const Current&) = delete;
   Current& operator=(const Current&) = delete;
-  ~Current() { current_ = former_; }
+  ~Current() { loopOfThread = former_; }
 
  private:
   EventLoop* former_;
@@ -31,26 +31,26 @@ class Current {
 }  // namespace
 
 EventLoop::EventLoop() {
-  if (current_ != nullptr) throw std::logic_error("this thread has an event loop already");
+  if (loopOfThread != nullptr) throw std::logic_error("this thread has an event loop already");
   loop_ = std::make_unique<Loop>();
-  current_ = this;
+  loopOfThread = this;
 }
 
 EventLoop::EventLoop(Unbound /*unbound*/) : loop_(std::make_unique<Loop>()) {}
 
 EventLoop::~EventLoop() {
-  if (current_ == this) current_ = nullptr;
+  if (loopOfThread == this) loopOfThread = nullptr;
 }
 
 EventLoop& EventLoop::current() {
-  if (current_ == nullptr) throw std::logic_error("this thread has no event loop");
-  return *current_;
+  if (loopOfThread == nullptr) throw std::logic_error("this thread has no event loop");
+  return *loopOfThread;
 }
 
-EventLoop::Use::Use(EventLoop& loop) noexcept : former_(std::exchange(current_, &loop)) {}
+EventLoop::Use::Use(EventLoop& loop) noexcept : former_(std::exchange(loopOfThread, &loop)) {}
 
 EventLoop::Use::~Use() {
-  current_ = former_;
+  loopOfThread = former_;
 }
 
 void EventLoop::run() {

@@ -118,9 +118,9 @@ struct Linked {
 struct Path {
   friend auto pointerTo(Path);
 };
-template struct Open<Stream, &DirNode::stream>;
-template struct Open<Linked, &DirNode::linked>;
-template struct Open<Path, &DirNode::path>;
+template struct Open<Stream, &DirNode::stream_>;
+template struct Open<Linked, &DirNode::linked_>;
+template struct Open<Path, &DirNode::path_>;
 
 TEST(DirNodeLayoutTest, HoldsItsMembersInOrder) {
   struct Mirror : Brask::Debuggable {

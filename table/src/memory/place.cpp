@@ -40,10 +40,6 @@ Advice adviceFor(int error) {
       return {ErrorCode::system, "; raise the limit of descriptors (ulimit -n)"};
     case ENFILE:
       return {ErrorCode::system, "; raise the host's limit of open files (fs.file-max)"};
-    case EEXIST:
-    case EISDIR:
-    case ENOTDIR:
-      return {ErrorCode::system, "; remove what is there, or use another root directory"};
     case ENOMEM:
       return {ErrorCode::system, "; raise the limit of address space (ulimit -v)"};
     default:

@@ -9,6 +9,8 @@
 #include "unit/table/record.h"
 
 #include <brask/linux/event_loop.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -30,6 +32,13 @@ class TableOptions : public TableTest {
       return {error.code(), error.what()};
     }
     return {ErrorCode::closed, "nothing was thrown"};
+  }
+
+  /// Stores a word in the header of `slots`.
+  void overwrite(off_t at, uint64_t word) const {
+    const int fd = ::open(path("slots").c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(::pwrite(fd, &word, sizeof word, at), static_cast<ssize_t>(sizeof word));
+    EXPECT_EQ(::close(fd), 0);
   }
 
   std::pair<ErrorCode, std::string> errorOfOpening() {
@@ -90,6 +99,29 @@ TEST_F(TableOptions, AFileInThePlaceOfTheRootIsNamed) {
                       "table 'x': mkpath() " + below.root +
                           "/x: Not a directory; something else has this name: remove it, or use "
                           "another root directory"));
+}
+
+// Words of the header of `slots`.
+constexpr off_t kByteOrderAt = 8;
+constexpr off_t kVersionAt = 16;
+
+TEST_F(TableOptions, FilesOfAnotherVersionOrByteOrderAreNamed) {
+  const auto textFor = [&](const std::string& cause) {
+    return std::pair(ErrorCode::version, "table 't': " + path("slots") + cause +
+                                             "; remove it, or use another root directory");
+  };
+  const auto expectError = [&](const std::string& cause) {
+    EXPECT_EQ(errorOfOpening(), textFor(cause));
+    EXPECT_EQ(errorOf([this] { openReader(); }), textFor(cause));
+  };
+  put(*openWriter(), 1, 1);
+  overwrite(kVersionAt, 2);
+  expectError(" has version 2 instead of 1");
+  overwrite(kVersionAt, 1);
+  overwrite(kByteOrderAt, 0x0807060504030201);
+  expectError(" was written by a host of the other byte order");
+  options.replaceOtherSchema = true;
+  EXPECT_EQ(openWriter()->size(), 0u);
 }
 
 TEST_F(TableOptions, ASmallerLimitKeepsTheRecordsThatAreThere) {

@@ -38,8 +38,8 @@ struct ZORBE_EXPORT Counters {
   uint32_t conquerEmpty;        ///< passes that found nothing new
   uint32_t conquerEnd;          ///< passes that got to the end
   uint32_t conquerKicks;        ///< batches of kicks received, counted by ReaderKickSm
-  uint32_t conquerTombed;       ///< entries that told of a removal
-  uint32_t conquerNotified;     ///< changes told to the client
+  uint32_t conquerTombed;       ///< entries that reported a removal
+  uint32_t conquerNotified;     ///< changes reported to the client
   uint32_t conquerYields;       ///< passes that gave way to the loop
   uint32_t conquerConnections;  ///< connections made to a writer
   uint64_t conquerSequence;     ///< sequence up to which was read
@@ -71,8 +71,8 @@ struct ZORBE_EXPORT Counters {
   uint64_t slotAllocs;            ///< slots taken
   uint64_t slotDeallocs;          ///< slots given back
   uint64_t slotReuses;            ///< slots taken again; not printed
-  uint64_t conquerTombstones;     ///< removals told in the change log
-  uint64_t conquerNotifications;  ///< changes told in the change log
+  uint64_t conquerTombstones;     ///< removals written to the change log
+  uint64_t conquerNotifications;  ///< changes written to the change log
   uint64_t conquerCompactions;    ///< times the change log was compacted
   uint64_t conquerPrunings;       ///< times the change log was pruned
   uint64_t conquerSequence;       ///< sequence that was published last

@@ -130,7 +130,7 @@ class ZORBE_EXPORT ReaderKickClientSm : public Brask::Platform::FdEventHandler,
   /// Closes the connection.
   ~ReaderKickClientSm() override;
 
-  /// The reader has reported or gone: calls `handleReaderData`.
+  /// The reader has reported or disconnected: calls `handleReaderData`.
   void fdEvent(int fd) override;
 
   /// Reads all pending reports and answers the last. Any violation of the protocol

@@ -28,7 +28,7 @@ ZORBE_EXPORT uint32_t hash(const char* p, unsigned len);
 
 /// Checksum of the 16-bit words from `begin` up to `end`, modulo 2^16: words with
 /// the top bit set are added without that bit, all others are subtracted. Not the
-/// Internet checksum, whatever the name says. Both pointers are aligned for
+/// Internet checksum, despite the name. Both pointers are aligned for
 /// uint16_t; words are read in host byte order.
 ZORBE_EXPORT uint16_t ipChecksumRange(const uint16_t* begin, const uint16_t* end);
 
@@ -141,11 +141,11 @@ ZORBE_EXPORT int releaseWriterLock(Brask::Platform::DebugHandler& handler, int f
 ZORBE_EXPORT unsigned int readOwnerPid(Brask::Platform::DebugHandler& handler,
                                        const std::string& socketName, std::string& owner);
 
-/// The executable of a process, empty when it cannot be told. See proc(5).
+/// The executable of a process, empty when it cannot be read. See proc(5).
 ZORBE_EXPORT std::string readOwner(Brask::Platform::DebugHandler& handler, unsigned int pid);
 
 /// The command line of a process, each argument followed by a blank, empty when it
-/// cannot be told. See proc(5).
+/// cannot be read. See proc(5).
 ZORBE_EXPORT std::string readCmdline(Brask::Platform::DebugHandler& handler, int pid);
 
 }  // namespace Zorbe::Util

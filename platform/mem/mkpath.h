@@ -8,7 +8,7 @@
 namespace Mem {
 
 /// Creates the directory `path` with every missing component, each with exactly
-/// `mode` whatever the umask. A directory that is already there is success and
+/// `mode` regardless of the umask. A directory that is already there is success and
 /// keeps its mode.
 ///
 /// Safe against other processes that create, or remove, parts of the same path at the same

@@ -31,7 +31,7 @@ unsigned newId() {
 
 // Every block is allocated here, so that a full disk fails now, and not in a later store.
 void makeFile(Brask::Platform::DebugHandler& handler, const std::string& path, off_t size) {
-  Zorbe::Util::touch(handler, path);  // mode 0666, whatever the umask
+  Zorbe::Util::touch(handler, path);  // mode 0666, regardless of the umask
   const int fd = ::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
   if (const int error = errno; fd < 0) fail("cannot make " + path, error);
   const int error = ::posix_fallocate(fd, 0, size);

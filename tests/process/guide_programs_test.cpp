@@ -44,7 +44,7 @@ class GuidePrograms : public Zorbe::Test::ExamplePrograms {
 
   /// Waits until a program that runs has written `words` so often to its standard error.
   static void awaitErrors(const ChildProcess& program, const std::string& words, int times = 1) {
-    for (int i = 0; i < 100000; ++i) {
+    for (int i = 0; i < 6000; ++i) {
       const std::string log = program.log();
       int found = 0;
       for (size_t at = 0; (at = log.find(words, at)) != std::string::npos; ++at) ++found;

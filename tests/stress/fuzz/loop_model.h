@@ -29,7 +29,7 @@ class LoopModel {
   int watched(size_t control) const { return watched_[control].fd; }
   bool isArmed(size_t timer) const { return armed_[timer].order != 0; }
 
-  // A turn, and what comes in it.
+  // A turn and its callbacks.
   void beginTurn(int64_t now);
   void fdEvent(size_t control, int fd);
   void timeout(size_t timer);

@@ -221,7 +221,7 @@ class WriterCase {
     EXPECT_EQ(writer_->sleepingReaders.size(), asleep);
     EXPECT_EQ(writer_->lowestSequence(), lowest);
     EXPECT_EQ(writer_->kickCount, kicks_);
-    EXPECT_EQ(told_, changes_);
+    EXPECT_EQ(reports_, changes_);
     EXPECT_EQ(handler_.texts(0), failures_);
     handler_.clear();
     failures_.clear();
@@ -242,11 +242,11 @@ class WriterCase {
   std::vector<std::string> failures_;
   uint64_t kicks_ = 0;
   size_t changes_ = 0;
-  size_t told_ = 0;
+  size_t reports_ = 0;
 
   std::unique_ptr<TestWriter> makeWriter() {
     auto writer = std::make_unique<TestWriter>(platform_, handler_, rootPath_);
-    writer->onReadersChanged = [this] { ++told_; };
+    writer->onReadersChanged = [this] { ++reports_; };
     return writer;
   }
 };

@@ -11,7 +11,7 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-const std::string overflowText =
+const std::string kOverflowText =
     "inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the limit)";
 
 }  // namespace
@@ -19,7 +19,7 @@ const std::string overflowText =
 // The other controls of a directory, in the order of their first watch.
 std::vector<size_t> InotifyModel::othersOf(size_t directory, size_t control) const {
   std::vector<size_t> others;
-  for (size_t i = 0; i < controls; ++i) {
+  for (size_t i = 0; i < kControls; ++i) {
     const Control& c = controls_[i];
     if (i != control && c.asked && c.directory == directory) others.push_back(i);
   }
@@ -168,7 +168,7 @@ void InotifyModel::deleted(size_t control) {
 
 void InotifyModel::error(size_t control, const std::string& what) {
   const bool more = next();
-  if (what == overflowText) {
+  if (what == kOverflowText) {
     EXPECT_TRUE(more && isOverflow());
     const auto isIts = [&](const Report& report) { return report.control == control; };
     const auto found = std::find_if(due_.begin(), due_.end(), isIts);

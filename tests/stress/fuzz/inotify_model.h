@@ -18,7 +18,7 @@ namespace Zorbe::Test::Fuzz {
 
 class InotifyModel {
  public:
-  static constexpr size_t controls = 4;
+  static constexpr size_t kControls = 4;
 
   explicit InotifyModel(Kernel::FakeInotify& kernel) : kernel_(kernel) {}
 
@@ -93,7 +93,7 @@ class InotifyModel {
   bool next();
 
   Kernel::FakeInotify& kernel_;
-  std::array<Control, controls> controls_;
+  std::array<Control, kControls> controls_;
   std::map<int, std::vector<size_t>> users_;  // of each watch, in the order in which they joined
   std::deque<Notice> notices_;
   uint64_t asked_ = 0;

@@ -12,7 +12,7 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-constexpr uint32_t selfBits = IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr uint32_t kSelfBits = IN_DELETE_SELF | IN_MOVE_SELF;
 
 }  // namespace
 
@@ -44,7 +44,7 @@ void InotifyModel::take() {
   }
   const auto report = [&](size_t control) { due_.push_back({control, controls_[control].since}); };
   if (isOverflow()) {
-    for (size_t i = 0; i < controls; ++i) {
+    for (size_t i = 0; i < kControls; ++i) {
       if (controls_[i].wd != 0) report(i);
     }
     const std::set<int> there = kernel_.takeList();
@@ -72,7 +72,7 @@ void InotifyModel::takeEnd(int wd) {
 // May the control be spared the end of its directory?
 InotifyModel::Spared InotifyModel::sparedEnd(size_t control) const {
   const Control& c = controls_[control];
-  const bool mayBe = (c.mask & IN_DELETE) != 0 && (c.mask & selfBits) == 0 &&
+  const bool mayBe = (c.mask & IN_DELETE) != 0 && (c.mask & kSelfBits) == 0 &&
                      (event_.mask & IN_UNMOUNT) == 0 && !Kernel::FakeInotify::isInner(c.directory);
   if (!mayBe) return {false, ""};
   for (const size_t i : othersOf(c.directory + 1, control)) {
@@ -100,7 +100,7 @@ InotifyModel::Moved InotifyModel::move(size_t control) {
 bool InotifyModel::settle(const Report& report) {
   if (settled_) return true;
   if (!concerns(report)) return false;
-  expectEnd_ = isEnd() || (!isOverflow() && (event_.mask & selfBits) != 0);
+  expectEnd_ = isEnd() || (!isOverflow() && (event_.mask & kSelfBits) != 0);
   expectRemoval_.clear();
   settled_ = true;
   if (!isEnd()) return true;

@@ -80,7 +80,7 @@ class InotifyCase {
 
   // What may be done from inside a callback, too.
   void act(unsigned what) {
-    const size_t which = input_.below(InotifyModel::controls);
+    const size_t which = input_.below(InotifyModel::kControls);
     switch (what) {
       case 4:
       case 5:
@@ -170,7 +170,7 @@ class InotifyCase {
   Kernel::FakeInotify kernel_;
   Brask::Linux::EventLoop loop_;
   InotifyModel model_{kernel_};
-  std::array<std::unique_ptr<Probe>, InotifyModel::controls> probes_;
+  std::array<std::unique_ptr<Probe>, InotifyModel::kControls> probes_;
 };
 
 }  // namespace

@@ -47,7 +47,7 @@ void LoopModel::beginTurn(int64_t now) {
 void LoopModel::fdEvent(size_t control, int fd) {
   ++callbacks_;
   const Watch& watch = watched_[control];
-  EXPECT_NE(watch.fd, nothing) << "its registration has ended";
+  EXPECT_NE(watch.fd, kNothing) << "its registration has ended";
   EXPECT_EQ(watch.fd, fd);
   EXPECT_EQ(allowed_.erase(watch.id), 1u) << "it was not ready, or was reported already";
 }

@@ -14,8 +14,8 @@ namespace {
 
 // The name is taken once; each input's writer listens on a duplicate.
 const TestRoot root;
-const std::string path = root / "t";
-const RawPeer bound = RawPeer::bind(path);
+const std::string kPath = root / "t";
+const RawPeer kBound = RawPeer::bind(kPath);
 
 /// A reader, and what the writer has to know about it.
 struct Peer {
@@ -55,7 +55,7 @@ class WriterCase {
  private:
   void listen() {
     const Fault::Bypass bypass;
-    writer_->kickSocket = ::dup(bound.fd());
+    writer_->kickSocket = ::dup(kBound.fd());
     writer_->kickSocketCreated = true;
     writer_->doEnableListen();
   }
@@ -84,7 +84,7 @@ class WriterCase {
   void connect(Peer& peer) {
     if (peer.socket.isOpen() || peer.fd >= 0) return;
     peer = Peer();
-    peer.socket = RawPeer::connect(path);
+    peer.socket = RawPeer::connect(kPath);
     if (input_.flag()) refuseOne();
     platform_.fd(0).fire();
     peer.control = platform_.fdCount() - 1;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "process/process_fixture.h"
+#include "support/sanitized.h"
 #include "support/tracer.h"
 
 namespace Zorbe::Test {
@@ -53,14 +54,7 @@ void runRoundsReader(Channel& parent, SharedTable& table) {
 }
 
 bool isOfTheSanitizers(const std::string& call) {
-#if defined(__SANITIZE_ADDRESS__)
-  constexpr bool sanitized = true;
-#elif defined(__has_feature)
-  constexpr bool sanitized = __has_feature(address_sanitizer);
-#else
-  constexpr bool sanitized = false;
-#endif
-  return sanitized && (call == "mmap" || call == "munmap" || call == "madvise");
+  return kIsSanitized && (call == "mmap" || call == "munmap" || call == "madvise");
 }
 
 Calls measured(const SystemCallTrace& trace, pid_t child) {

@@ -88,7 +88,7 @@ void Channel::await(const std::string& message) {
 
 std::string Channel::awaitLine(const std::string& prefix) {
   for (;;) {
-    const std::string line = receive();
+    std::string line = receive();
     if (line.compare(0, prefix.size(), prefix) == 0) return line;
   }
 }

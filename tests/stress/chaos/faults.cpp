@@ -15,7 +15,7 @@ constexpr size_t kKeptLines = 40;
 
 }  // namespace
 
-const Faults::Kind Faults::kinds[] = {
+const Faults::Kind Faults::kKinds[] = {
     {"reader killed", 36, &Faults::killReader},
     {"writer killed", 14, &Faults::killWriter},
     {"reader restarted", 6, &Faults::restartReader},
@@ -51,9 +51,9 @@ void Faults::inject() {
 
 const Faults::Kind& Faults::draw() {
   unsigned sum = 0;
-  for (const Kind& kind : kinds) sum += kind.weight;
+  for (const Kind& kind : kKinds) sum += kind.weight;
   unsigned drawn = random_.below(sum);
-  const Kind* kind = kinds;
+  const Kind* kind = kKinds;
   while (drawn >= kind->weight) drawn -= kind++->weight;
   return *kind;
 }

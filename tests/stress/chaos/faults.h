@@ -37,7 +37,7 @@ class Faults {
     unsigned weight;
     Member* (Faults::*inject)();  ///< returns the process, or null when none fits
   };
-  static const Kind kinds[];
+  static const Kind kKinds[];
 
   void inject();
   const Kind& draw();

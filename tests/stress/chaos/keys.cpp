@@ -10,8 +10,8 @@
 
 namespace Zorbe::Test::Chaos {
 
-Keys::Keys(Board& board, std::string kTableName)
-    : board_(board), log_(std::cerr, -1), root_(log_, std::move(kTableName), false) {}
+Keys::Keys(Board& board, const std::string& table)
+    : board_(board), log_(std::cerr, -1), root_(log_, table, false) {}
 
 bool Keys::areInPlace(uint32_t fenix) {
   table_ = Quotes::TableReader::open(root_);

@@ -18,7 +18,7 @@ namespace Zorbe::Test::Chaos {
 /// happened to the writers.
 class Keys {
  public:
-  Keys(Board& board, std::string kTableName);
+  Keys(Board& board, const std::string& table);
 
   /// The directory holds the complete table of this incarnation, which `verify` looks at then.
   bool areInPlace(uint32_t fenix);

@@ -87,7 +87,7 @@ struct Option {
 
 constexpr uint64_t kMostAtAll = std::numeric_limits<unsigned>::max();
 
-const Option options[] = {
+const Option kOptions[] = {
     {"--kills",
      {1, kMostAtAll},
      [](Settings& settings, uint64_t number) { settings.kills = static_cast<unsigned>(number); }},
@@ -104,7 +104,7 @@ const Option options[] = {
 
 /// Returns what is wrong with them, or nothing.
 std::string readOption(Settings& settings, const std::string& name, const char* value) {
-  for (const Option& option : options) {
+  for (const Option& option : kOptions) {
     if (name != option.name) continue;
     const auto number = value ? Zorbe::Test::readNumber(value, option.range) : std::nullopt;
     if (!number) return name + " needs " + Zorbe::Test::describe(option.range);
@@ -116,7 +116,7 @@ std::string readOption(Settings& settings, const std::string& name, const char* 
 
 std::string readOptions(Settings& settings, int argc, char** argv) {
   for (int i = 1; i < argc; i += 2) {
-    const std::string wrong = readOption(settings, argv[i], argv[i + 1]);  // argv ends with a null
+    std::string wrong = readOption(settings, argv[i], argv[i + 1]);  // argv ends with a null
     if (!wrong.empty()) return wrong;
   }
   if (settings.kills == 0 && settings.seconds == 0)

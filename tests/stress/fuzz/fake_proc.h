@@ -31,7 +31,7 @@ struct FakeProc {
   void takePlace() const;
 
   int error = 0;     // of opening /proc
-  int endError = 0;  // of reading it behind the last process
+  int endError = 0;  // of reading it after the last process
   std::vector<FakeProcess> processes;
   std::string executable;  // of each of them
 

@@ -11,15 +11,15 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-const std::string overflowText =
+const std::string kOverflowText =
     "inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the limit)";
 
 }  // namespace
 
-// Those at a directory other than the control, in the order of their coming.
+// The other controls of a directory, in the order of their first watch.
 std::vector<size_t> InotifyModel::othersOf(size_t directory, size_t control) const {
   std::vector<size_t> others;
-  for (size_t i = 0; i < controls; ++i) {
+  for (size_t i = 0; i < kControls; ++i) {
     const Control& c = controls_[i];
     if (i != control && c.asked && c.directory == directory) others.push_back(i);
   }
@@ -50,7 +50,7 @@ void InotifyModel::add(size_t control, size_t directory, uint32_t mask) {
     leave(control);
     c.mask = mask;
     refuse(control, -found);
-    if (again && found == -ENOENT) tellParents(control);
+    if (again && found == -ENOENT) reportToParents(control);
     return;
   }
   c.mask = (mask & IN_MASK_ADD) != 0 && c.wd == found ? c.mask | mask : mask;
@@ -67,7 +67,7 @@ void InotifyModel::refuse(size_t control, int error) {
 }
 
 // The path was removed before it could be watched again.
-void InotifyModel::tellParents(size_t control) {
+void InotifyModel::reportToParents(size_t control) {
   Control& c = controls_[control];
   c.orphaned = (c.mask & IN_DELETE) != 0;
   if (!Kernel::FakeInotify::isInner(c.directory)) return;
@@ -134,9 +134,9 @@ void InotifyModel::changed(size_t control, const std::string& what) {
     settled_ = false;
     return;
   }
-  EXPECT_EQ(toTell_.front().control, control);
+  EXPECT_EQ(due_.front().control, control);
   EXPECT_FALSE(expectEnd_ || isOverflow());
-  toTell_.pop_front();
+  due_.pop_front();
   settled_ = false;
   Control& c = controls_[control];
   if (!expectRemoval_.empty()) {
@@ -153,8 +153,8 @@ void InotifyModel::changed(size_t control, const std::string& what) {
 
 void InotifyModel::deleted(size_t control) {
   if (next()) {
-    EXPECT_EQ(toTell_.front().control, control);
-    toTell_.pop_front();
+    EXPECT_EQ(due_.front().control, control);
+    due_.pop_front();
   } else {
     ASSERT_TRUE(settleNotices()) << "no report was expected";
     EXPECT_EQ(notices_.front().kind, Kind::kEnd);
@@ -168,12 +168,12 @@ void InotifyModel::deleted(size_t control) {
 
 void InotifyModel::error(size_t control, const std::string& what) {
   const bool more = next();
-  if (what == overflowText) {
+  if (what == kOverflowText) {
     EXPECT_TRUE(more && isOverflow());
-    const auto isIts = [&](const Told& told) { return told.control == control; };
-    const auto found = std::find_if(toTell_.begin(), toTell_.end(), isIts);
-    ASSERT_NE(found, toTell_.end());
-    toTell_.erase(found);
+    const auto isIts = [&](const Report& report) { return report.control == control; };
+    const auto found = std::find_if(due_.begin(), due_.end(), isIts);
+    ASSERT_NE(found, due_.end());
+    due_.erase(found);
     return;
   }
   EXPECT_FALSE(more) << "an event was passed over";
@@ -186,8 +186,8 @@ void InotifyModel::error(size_t control, const std::string& what) {
 
 void InotifyModel::endTurn(bool thrown) {
   if (!thrown) {
-    EXPECT_FALSE(settleAll()) << "something was not told";
-    EXPECT_FALSE(settleNotices()) << "a notice was not told";
+    EXPECT_FALSE(settleAll()) << "an event was not reported";
+    EXPECT_FALSE(settleNotices()) << "a notice was not reported";
   }
   interrupted_ = thrown;
 }

@@ -18,22 +18,22 @@ namespace Zorbe::Test::Fuzz {
 
 class InotifyModel {
  public:
-  static constexpr size_t controls = 4;
+  static constexpr size_t kControls = 4;
 
   explicit InotifyModel(Kernel::FakeInotify& kernel) : kernel_(kernel) {}
 
-  /// Right after the loop was asked.
+  /// Called right after the control of the loop.
   void add(size_t control, size_t directory, uint32_t mask);
   void remove(size_t control);
 
-  // A turn, and what comes in it.
+  // A turn and its callbacks.
   void beginTurn();
   void changed(size_t control, const std::string& what);
   void deleted(size_t control);
   void error(size_t control, const std::string& what);
   void endTurn(bool thrown);
 
-  /// No event is lost by a mask that is too narrow, and no watch is kept for nobody.
+  /// No event is lost by a mask that is too narrow, and every watch has a user.
   void checkKernel() const;
 
  private:
@@ -42,7 +42,7 @@ class InotifyModel {
     uint32_t mask = 0;
     bool asked = false;
     uint64_t number = 0;    // counts those that asked
-    bool orphaned = false;  // refused because its path was gone
+    bool orphaned = false;  // refused because its path did not exist
     uint64_t lastEnd = 0;   // when its directory ended
     // The registration.
     int wd = 0;  // 0: nothing is watched
@@ -50,7 +50,7 @@ class InotifyModel {
     bool removalReported = false;  // of an entry that another one watches
   };
   /// The report that a control has to receive for an event or a notice.
-  struct Told {
+  struct Report {
     size_t control;
     uint64_t since;  // of the registration
   };
@@ -72,7 +72,7 @@ class InotifyModel {
   void leave(size_t control);
   void enter(size_t control, int wd);
   void refuse(size_t control, int error);
-  void tellParents(size_t control);
+  void reportToParents(size_t control);
   void resumeParents(size_t control);
   void drop(size_t control, bool removalsToo);
   bool awaits(size_t control, Kind kind) const;
@@ -80,12 +80,12 @@ class InotifyModel {
 
   bool isEnd() const;
   bool isOverflow() const;
-  bool concerns(const Told& told) const;
+  bool concerns(const Report& report) const;
   void take();
   void takeEnd(int wd);
   Spared sparedEnd(size_t control) const;
   Moved move(size_t control);
-  bool settle(const Told& told);
+  bool settle(const Report& report);
   bool settleNotices();
   bool settleEvents();
   bool settleBehindRead();
@@ -93,8 +93,8 @@ class InotifyModel {
   bool next();
 
   Kernel::FakeInotify& kernel_;
-  std::array<Control, controls> controls_;
-  std::map<int, std::vector<size_t>> users_;  // of each watch, in the order of their coming
+  std::array<Control, kControls> controls_;
+  std::map<int, std::vector<size_t>> users_;  // of each watch, in the order in which they joined
   std::deque<Notice> notices_;
   uint64_t asked_ = 0;
   uint64_t turn_ = 1;
@@ -106,10 +106,10 @@ class InotifyModel {
   size_t admitted_ = 0;    // of them, to this turn
   bool readDone_ = false;  // in this turn, by the loop itself
   Kernel::InotifyEvent event_ = {};
-  std::deque<Told> toTell_;
-  bool expectEnd_ = false;     // the first of those has to receive an end
-  std::string expectRemoval_;  // or this
-  bool settled_ = false;       // which of the two is known
+  std::deque<Report> due_;
+  bool expectEnd_ = false;     // the first report that is due is an end
+  std::string expectRemoval_;  // or the removal of this entry
+  bool settled_ = false;       // the two members before are valid
   std::set<int> lost_;         // watches whose end an overflow has swallowed
 };
 

@@ -12,7 +12,7 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-constexpr uint32_t selfBits = IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr uint32_t kSelfBits = IN_DELETE_SELF | IN_MOVE_SELF;
 
 }  // namespace
 
@@ -24,9 +24,9 @@ bool InotifyModel::isOverflow() const {
   return (event_.mask & IN_Q_OVERFLOW) != 0;
 }
 
-bool InotifyModel::concerns(const Told& told) const {
-  const Control& c = controls_[told.control];
-  if (c.wd == 0 || c.since != told.since) return false;  // its registration has ended
+bool InotifyModel::concerns(const Report& report) const {
+  const Control& c = controls_[report.control];
+  if (c.wd == 0 || c.since != report.since) return false;  // its registration has ended
   EXPECT_FALSE(event_.first < c.since && event_.last > c.since) << "one from before took it in";
   if (event_.first < c.since) return false;
   return isEnd() || isOverflow() || (event_.mask & c.mask & IN_ALL_EVENTS) != 0;
@@ -42,10 +42,10 @@ void InotifyModel::take() {
     }
     return takeEnd(event_.wd);
   }
-  const auto tell = [&](size_t control) { toTell_.push_back({control, controls_[control].since}); };
+  const auto report = [&](size_t control) { due_.push_back({control, controls_[control].since}); };
   if (isOverflow()) {
-    for (size_t i = 0; i < controls; ++i) {
-      if (controls_[i].wd != 0) tell(i);
+    for (size_t i = 0; i < kControls; ++i) {
+      if (controls_[i].wd != 0) report(i);
     }
     const std::set<int> there = kernel_.takeList();
     for (const auto& [wd, users] : users_) {
@@ -57,14 +57,14 @@ void InotifyModel::take() {
   }
   const auto found = users_.find(event_.wd);
   if (found == users_.end()) return;
-  for (const size_t control : found->second) tell(control);
+  for (const size_t control : found->second) report(control);
 }
 
 void InotifyModel::takeEnd(int wd) {
   const auto found = users_.find(wd);
   if (found == users_.end()) return;
   for (const size_t control : found->second) {
-    toTell_.push_back({control, controls_[control].since});
+    due_.push_back({control, controls_[control].since});
   }
   users_.erase(found);
 }
@@ -72,7 +72,7 @@ void InotifyModel::takeEnd(int wd) {
 // May the control be spared the end of its directory?
 InotifyModel::Spared InotifyModel::sparedEnd(size_t control) const {
   const Control& c = controls_[control];
-  const bool mayBe = (c.mask & IN_DELETE) != 0 && (c.mask & selfBits) == 0 &&
+  const bool mayBe = (c.mask & IN_DELETE) != 0 && (c.mask & kSelfBits) == 0 &&
                      (event_.mask & IN_UNMOUNT) == 0 && !Kernel::FakeInotify::isInner(c.directory);
   if (!mayBe) return {false, ""};
   for (const size_t i : othersOf(c.directory + 1, control)) {
@@ -97,22 +97,23 @@ InotifyModel::Moved InotifyModel::move(size_t control) {
 }
 
 // Does what needs no callback; true when one has to come.
-bool InotifyModel::settle(const Told& told) {
+bool InotifyModel::settle(const Report& report) {
   if (settled_) return true;
-  if (!concerns(told)) return false;
-  expectEnd_ = isEnd() || (!isOverflow() && (event_.mask & selfBits) != 0);
+  if (!concerns(report)) return false;
+  expectEnd_ = isEnd() || (!isOverflow() && (event_.mask & kSelfBits) != 0);
   expectRemoval_.clear();
   settled_ = true;
   if (!isEnd()) return true;
-  const Spared spared = sparedEnd(told.control);
-  leave(told.control);
+  const Spared spared = sparedEnd(report.control);
+  leave(report.control);
   if (!spared.spared) return true;
-  const Moved moved = move(told.control);
+  const Moved moved = move(report.control);
   if (moved == Moved::kRefused) return true;
   expectEnd_ = false;
   expectRemoval_ = spared.removal;
   if (moved == Moved::kYes && !spared.removal.empty()) return true;
-  if (moved == Moved::kGone) notices_.push_back({told.control, Kind::kEnd, spared.removal, turn_});
+  if (moved == Moved::kGone)
+    notices_.push_back({report.control, Kind::kEnd, spared.removal, turn_});
   settled_ = false;
   return false;
 }
@@ -126,13 +127,13 @@ bool InotifyModel::takeRead() {
 // Advances to the next event to report; false when there is none.
 bool InotifyModel::settleEvents() {
   for (;;) {
-    if (isOverflow()) {  // told in any order
-      const auto isVain = [&](const Told& told) { return !concerns(told); };
-      toTell_.erase(std::remove_if(toTell_.begin(), toTell_.end(), isVain), toTell_.end());
-      if (!toTell_.empty()) return true;
+    if (isOverflow()) {  // reported in any order
+      const auto isVain = [&](const Report& report) { return !concerns(report); };
+      due_.erase(std::remove_if(due_.begin(), due_.end(), isVain), due_.end());
+      if (!due_.empty()) return true;
     }
-    while (!toTell_.empty() && !settle(toTell_.front())) toTell_.pop_front();
-    if (!toTell_.empty()) return true;
+    while (!due_.empty() && !settle(due_.front())) due_.pop_front();
+    if (!due_.empty()) return true;
     if (!lost_.empty()) {
       const int wd = *lost_.begin();
       lost_.erase(lost_.begin());
@@ -146,7 +147,7 @@ bool InotifyModel::settleEvents() {
   }
 }
 
-// Likewise, with the loop's own read, which comes behind the rest of the turn before.
+// Likewise, with the loop's own read, which follows the rest of the turn before.
 bool InotifyModel::settleBehindRead() {
   if (settleEvents()) return true;
   if (readDone_ || !takeRead()) return false;
@@ -155,7 +156,7 @@ bool InotifyModel::settleBehindRead() {
   return settleEvents();
 }
 
-// Likewise. A turn behind an exception goes on with what the one before has left, and becomes
+// Likewise. A turn after an exception continues with what the one before has left, and becomes
 // a new one if nothing was.
 bool InotifyModel::settleAll() {
   if (interrupted_ && callbacks_ == 0) {

@@ -74,7 +74,7 @@ class LoopCase {
   }
 
  private:
-  static constexpr size_t stopper = LoopModel::timers - 1;
+  static constexpr size_t kStopper = LoopModel::kTimers - 1;
 
   void turn(unsigned what) {
     if (what == 0) return look();
@@ -96,7 +96,7 @@ class LoopCase {
       EXPECT_EQ(model_.callbacks(), 0u);
       return;
     }
-    start(stopper, 0);
+    start(kStopper, 0);
     model_.beginTurn(Kernel::FakeClock::now());
     bool thrown = false;
     try {
@@ -106,7 +106,7 @@ class LoopCase {
       thrown = true;
     }
     model_.endTurn(thrown);
-    cancel(stopper);
+    cancel(kStopper);
   }
 
   // Somebody else polls the loop.
@@ -118,7 +118,7 @@ class LoopCase {
 
   // What may be done from inside a callback, too.
   void act(unsigned what) {
-    const size_t which = input_.below(LoopModel::controls);
+    const size_t which = input_.below(LoopModel::kControls);
     switch (what) {
       case 7:
       case 8:
@@ -126,7 +126,7 @@ class LoopCase {
       case 9:
         return unwatch(which);
       case 10:
-        return input_.flag() ? renewFd(which) : renewTimer(input_.below(stopper));
+        return input_.flag() ? renewFd(which) : renewTimer(input_.below(kStopper));
       case 11:
       case 12:
         return makeReady(files_[which]);
@@ -134,9 +134,9 @@ class LoopCase {
         return drain(files_[which]);
       case 14:
       case 15:
-        return start(input_.below(stopper), delay());
+        return start(input_.below(kStopper), delay());
       case 16:
-        return cancel(input_.below(stopper));
+        return cancel(input_.below(kStopper));
       case 17:
         return Kernel::FakeClock::advance(static_cast<int64_t>(delay() * 1e9));
       case 18:
@@ -176,7 +176,7 @@ class LoopCase {
     timers_[timer].reset();
     timers_[timer] = std::make_unique<TimerProbe>([this, timer] {
       model_.timeout(timer);
-      timer == stopper ? stop() : callback();
+      timer == kStopper ? stop() : callback();
     });
   }
 
@@ -207,15 +207,15 @@ class LoopCase {
   // watches, before the old one is called.
   void reuse(int& file) {
     const int old = file;
-    size_t former = LoopModel::controls;
+    size_t former = LoopModel::kControls;
     for (size_t i = 0; i < fds_.size(); ++i) former = model_.watched(i) == old ? i : former;
     EXPECT_EQ(::close(old), 0);
     model_.notReady(old);
-    if (former != LoopModel::controls && input_.flag()) unwatch(former);
+    if (former != LoopModel::kControls && input_.flag()) unwatch(former);
     file = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     EXPECT_EQ(file, old);
     watch(input_.below(fds_.size()), file);
-    if (former != LoopModel::controls && model_.watched(former) != file) unwatch(former);
+    if (former != LoopModel::kControls && model_.watched(former) != file) unwatch(former);
   }
 
   void stop() {
@@ -245,8 +245,8 @@ class LoopCase {
   LoopModel model_;
   bool stopped_ = false;
   std::array<int, 4> files_;
-  std::array<std::unique_ptr<FdProbe>, LoopModel::controls> fds_;
-  std::array<std::unique_ptr<TimerProbe>, LoopModel::timers> timers_;
+  std::array<std::unique_ptr<FdProbe>, LoopModel::kControls> fds_;
+  std::array<std::unique_ptr<TimerProbe>, LoopModel::kTimers> timers_;
 };
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Any events in any portions from an inotify descriptor, directories that go, come back and
-// are replaced, alone or with the one above, queues that overflow, limits, and clients that add and
+// Any events in any portions from an inotify descriptor, directories that are removed, made again
+// and replaced, alone or with the one above, queues that overflow, limits, and clients that add and
 // remove watches from inside callbacks: each control gets exactly what a naive model expects.
 #include "stress/fuzz/fuzzer.h"
 #include "stress/fuzz/inotify_model.h"
@@ -59,7 +59,7 @@ class InotifyCase {
       what < 4 ? static_cast<void>(turn()) : act(what);
       model_.checkKernel();
     }
-    // What is on its way arrives, in one more turn behind each that throws.
+    // What is queued is delivered, in one more turn after each that throws.
     while (turn()) {
     }
   }
@@ -80,7 +80,7 @@ class InotifyCase {
 
   // What may be done from inside a callback, too.
   void act(unsigned what) {
-    const size_t which = input_.below(InotifyModel::controls);
+    const size_t which = input_.below(InotifyModel::kControls);
     switch (what) {
       case 4:
       case 5:
@@ -106,7 +106,7 @@ class InotifyCase {
     }
   }
 
-  // An event that nobody asked for, of a watch that need not be there.
+  // An event that no mask selects, of a watch that need not exist.
   void invent(unsigned wd) {
     const uint32_t mask = bits() & IN_ALL_EVENTS;
     kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, name(), 0, 0});
@@ -170,7 +170,7 @@ class InotifyCase {
   Kernel::FakeInotify kernel_;
   Brask::Linux::EventLoop loop_;
   InotifyModel model_{kernel_};
-  std::array<std::unique_ptr<Probe>, InotifyModel::controls> probes_;
+  std::array<std::unique_ptr<Probe>, InotifyModel::kControls> probes_;
 };
 
 }  // namespace

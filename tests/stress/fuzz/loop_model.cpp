@@ -47,9 +47,9 @@ void LoopModel::beginTurn(int64_t now) {
 void LoopModel::fdEvent(size_t control, int fd) {
   ++callbacks_;
   const Watch& watch = watched_[control];
-  EXPECT_NE(watch.fd, nothing) << "its registration has ended";
+  EXPECT_NE(watch.fd, kNothing) << "its registration has ended";
   EXPECT_EQ(watch.fd, fd);
-  EXPECT_EQ(allowed_.erase(watch.id), 1u) << "it was not ready, or was told already";
+  EXPECT_EQ(allowed_.erase(watch.id), 1u) << "it was not ready, or was reported already";
 }
 
 void LoopModel::timeout(size_t timer) {
@@ -67,7 +67,7 @@ void LoopModel::endTurn(bool thrown) {
   // A turn after an exception may deliver only what the one before has left.
   if (!thrown && !interrupted_) {
     for (const Watch& watch : watched_) {
-      EXPECT_EQ(allowed_.count(watch.id), 0u) << "descriptor " << watch.fd << " was not told";
+      EXPECT_EQ(allowed_.count(watch.id), 0u) << "descriptor " << watch.fd << " was not reported";
     }
     for (const Timer& timer : armed_) EXPECT_FALSE(isDue(timer)) << "a due timer did not run";
   }

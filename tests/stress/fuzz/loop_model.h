@@ -13,9 +13,9 @@ namespace Zorbe::Test::Fuzz {
 
 class LoopModel {
  public:
-  static constexpr size_t controls = 4;
-  static constexpr size_t timers = 9;  // the last one stops the loop
-  static constexpr int nothing = -1;
+  static constexpr size_t kControls = 4;
+  static constexpr size_t kTimers = 9;  // the last one stops the loop
+  static constexpr int kNothing = -1;
 
   // What is done to the loop.
   void watch(size_t control, int fd);
@@ -29,7 +29,7 @@ class LoopModel {
   int watched(size_t control) const { return watched_[control].fd; }
   bool isArmed(size_t timer) const { return armed_[timer].order != 0; }
 
-  // A turn, and what comes in it.
+  // A turn and its callbacks.
   void beginTurn(int64_t now);
   void fdEvent(size_t control, int fd);
   void timeout(size_t timer);
@@ -41,7 +41,7 @@ class LoopModel {
 
  private:
   struct Watch {
-    int fd = nothing;
+    int fd = kNothing;
     uint64_t id = 0;  // of the registration, which no other one has
   };
   struct Timer {
@@ -56,8 +56,8 @@ class LoopModel {
   bool isReady(const Watch& watch) const { return ready_.count(watch.fd) != 0; }
   bool isDue(const Timer& timer) const;
 
-  std::array<Watch, controls> watched_;
-  std::array<Timer, timers> armed_;
+  std::array<Watch, kControls> watched_;
+  std::array<Timer, kTimers> armed_;
   std::set<int> ready_;
   uint64_t count_ = 0;  // of registrations and starts
 

@@ -20,8 +20,8 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-const int socketList = ::memfd_create("unix", MFD_CLOEXEC);
-const std::string heading = "Util::readOwnerPid() ";
+const int kSocketList = ::memfd_create("unix", MFD_CLOEXEC);
+const std::string kHeading = "Util::readOwnerPid() ";
 
 /// strtoul of base 10, as the manual has it.
 uint64_t naiveNumber(const std::string& text) {
@@ -82,12 +82,12 @@ class Search {
 
  private:
   void read(const std::string& line) {
-    naive_.lines.push_back(heading + line);
+    naive_.lines.push_back(kHeading + line);
     if (line.find(name_) == std::string::npos) return;
     const std::string token = naiveInode(line);
     const uint64_t inode = naiveNumber(token);
     if (inode == 0) {
-      naive_.notable.push_back(heading + "Couldn't convert inode token \"" + token + "\" to U32.");
+      naive_.notable.push_back(kHeading + "Couldn't convert inode token \"" + token + "\" to U32.");
       return;
     }
     naive_.failed = !opens("/proc", proc_.error);
@@ -115,14 +115,14 @@ class Search {
 
   void look(const FakeProcess& process, const FakeDescriptor& descriptor, uint64_t inode) {
     if (descriptor.error != 0) {
-      naive_.notable.push_back(heading + "stat failed: " + std::strerror(descriptor.error));
+      naive_.notable.push_back(kHeading + "stat failed: " + std::strerror(descriptor.error));
     }
     if (descriptor.error != 0 || !S_ISSOCK(descriptor.mode) || descriptor.inode != inode) return;
     naive_.pid = process.name == "self" ? static_cast<unsigned>(::getpid())
                                         : static_cast<unsigned>(naiveNumber(process.name));
     if (naive_.pid != 0) return;
-    naive_.notable.push_back(heading + "could not convert  pid directory string \"" + process.name +
-                             "\" to U32");
+    naive_.notable.push_back(kHeading + "could not convert  pid directory string \"" +
+                             process.name + "\" to U32");
   }
 
   const FakeProc& proc_;
@@ -138,9 +138,9 @@ std::string withName(const std::string& text, const std::string& name) {
 
 void list(const std::string& text) {
   const Fault::Bypass bypass;
-  EXPECT_EQ(::ftruncate(socketList, 0), 0);
-  EXPECT_EQ(::pwrite(socketList, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-  Fault::redirect("fopen", "/proc/net/unix", "/proc/self/fd/" + std::to_string(socketList));
+  EXPECT_EQ(::ftruncate(kSocketList, 0), 0);
+  EXPECT_EQ(::pwrite(kSocketList, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+  Fault::redirect("fopen", "/proc/net/unix", "/proc/self/fd/" + std::to_string(kSocketList));
 }
 
 void check(RecordingHandler& handler, const FakeProc& proc, const std::string& table,

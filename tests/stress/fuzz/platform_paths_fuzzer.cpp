@@ -127,8 +127,8 @@ void enter(const std::string& name) {
   EXPECT_EQ(opened, expected);
   const bool tooLong = text.size() > NAME_MAX && text.find('/') == std::string::npos;
   EXPECT_EQ(errno, isName ? ENOENT : tooLong ? ENAMETOOLONG : EINVAL);
-  const std::string told = netnsGetTracebuffer();
-  EXPECT_EQ(told.rfind(isName ? "open() " : "setnsByName() ", 0), 0u);
+  const std::string trace = netnsGetTracebuffer();
+  EXPECT_EQ(trace.rfind(isName ? "open() " : "setnsByName() ", 0), 0u);
 }
 
 }  // namespace

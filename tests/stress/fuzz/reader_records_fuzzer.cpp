@@ -13,13 +13,13 @@ namespace Zorbe::Test::Fuzz {
 namespace {
 
 const TestRoot root;
-const std::string path = root / "t";
+const std::string kPath = root / "t";
 
 RawPeer& listening() {
-  static RawPeer socket = RawPeer::listen(path);
+  static RawPeer socket = RawPeer::listen(kPath);
   return socket;
 }
-const bool opened = listening().isOpen();
+const bool kOpened = listening().isOpen();
 
 /// What the table code does when it is asked how far it has read.
 enum class Answer { kSequence, kCorruption, kSuspend, kNotDone };

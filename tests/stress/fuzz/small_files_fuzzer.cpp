@@ -21,14 +21,14 @@ namespace Zorbe::Test::Fuzz {
 namespace {
 
 const TestRoot directory;
-const std::string path = directory.path();
-const RawPeer lock = RawPeer::bind(path);
+const std::string kPath = directory.path();
+const RawPeer kLock = RawPeer::bind(kPath);
 std::vector<std::string> opened;
 bool refused = false;  // the name is taken: from here on files are read
 
 void put(const std::string& file, const std::string& content) {
   const Fault::Bypass bypass;
-  const std::string whole = path + "/" + file;
+  const std::string whole = kPath + "/" + file;
   const int fd = ::open(whole.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   EXPECT_EQ(::write(fd, content.data(), content.size()), static_cast<ssize_t>(content.size()));
   EXPECT_EQ(::close(fd), 0);
@@ -77,14 +77,14 @@ class Files {
   void incarnation(const std::string& content) {
     put("fenix", content);
     const unsigned id = naiveId(content);
-    EXPECT_EQ(FenixFile::read(handler_, path), id);
-    EXPECT_TRUE(FenixFile::validate(handler_, path, id));
+    EXPECT_EQ(FenixFile::read(handler_, kPath), id);
+    EXPECT_TRUE(FenixFile::validate(handler_, kPath, id));
     EXPECT_TRUE(handler_.texts(0).empty());
-    const std::string text = "FenixFile::validate() fenix changed " + path +
+    const std::string text = "FenixFile::validate() fenix changed " + kPath +
                              " fenixId:" + std::to_string(id) +
                              " expectedId:" + std::to_string(id + 1);
     try {
-      FenixFile::validate(handler_, path, id + 1);
+      FenixFile::validate(handler_, kPath, id + 1);
       ADD_FAILURE() << "another incarnation was taken for the same";
     } catch (const CorruptionDetectedException& exception) {
       EXPECT_EQ(exception.what(), text);
@@ -93,13 +93,13 @@ class Files {
   }
 
   void incarnationAgain(unsigned id) {
-    FenixFile::write(handler_, path, id);
-    EXPECT_EQ(Util::fileRead(handler_, path + "/fenix", true), std::to_string(id) + "\n");
-    EXPECT_EQ(FenixFile::read(handler_, path), id);
+    FenixFile::write(handler_, kPath, id);
+    EXPECT_EQ(Util::fileRead(handler_, kPath + "/fenix", true), std::to_string(id) + "\n");
+    EXPECT_EQ(FenixFile::read(handler_, kPath), id);
   }
 
   void writtenAndRead(const std::string& content) {
-    const std::string file = path + "/conquer.1";
+    const std::string file = kPath + "/conquer.1";
     Util::fileWrite(handler_, file, content, false);
     EXPECT_EQ(Util::fileRead(handler_, file, true), content + "\n");
     EXPECT_TRUE(Util::touch(handler_, file));
@@ -108,10 +108,10 @@ class Files {
   }
 
   void corruption(const std::string& reason) {
-    Util::writeCorruptionFile(handler_, path, reason);
-    EXPECT_EQ(Util::fileRead(handler_, path + "/corruption-detected", true),
-              "Pid " + std::to_string(::getpid()) + " thinks " + path + " is corrupted: " + reason +
-                  "\n");
+    Util::writeCorruptionFile(handler_, kPath, reason);
+    EXPECT_EQ(Util::fileRead(handler_, kPath + "/corruption-detected", true),
+              "Pid " + std::to_string(::getpid()) + " thinks " + kPath +
+                  " is corrupted: " + reason + "\n");
   }
 
   void name(const std::string& file) {
@@ -125,7 +125,7 @@ class Files {
   void rootPath(const std::string& table) {
     const RootPath resolved(handler_, table, false);
     const std::string separator = table.empty() || table[0] == '/' ? "" : "/";
-    EXPECT_EQ(resolved.path, path + separator + table);
+    EXPECT_EQ(resolved.path, kPath + separator + table);
     EXPECT_EQ(resolved.fullPath("slots"), resolved.path + "/slots");
   }
 
@@ -137,7 +137,7 @@ class Files {
     Fault::before("bind", 1, [] { refused = true; });
     Fault::divert("fopen", openStreamNoted);
     Fault::divert("open", openNoted);
-    Fault::redirect("opendir", "/proc", path);
+    Fault::redirect("opendir", "/proc", kPath);
     opened.clear();
     try {
       Util::acquireWriterLock(handler_, taken);
@@ -149,7 +149,7 @@ class Files {
     }
     // The system takes a name up to its first zero.
     const std::string stat = ("/proc/" + notedPid(note) + "/stat").c_str();
-    EXPECT_EQ(opened, (std::vector<std::string>{path + "/last-owner", stat, "/proc/net/unix"}));
+    EXPECT_EQ(opened, (std::vector<std::string>{kPath + "/last-owner", stat, "/proc/net/unix"}));
   }
 
   // Each file that a refused writer reads. Other processes are none of the input's.
@@ -163,7 +163,7 @@ class Files {
   }
   static std::string noted(const char* file) {
     opened.emplace_back(file);
-    return opened.back().rfind("/proc", 0) == 0 ? path + "/slots" : file;
+    return opened.back().rfind("/proc", 0) == 0 ? kPath + "/slots" : file;
   }
 
   static std::string notedPid(const std::string& note) {
@@ -173,8 +173,8 @@ class Files {
   }
 
   void expectReport(const std::string& what, const std::string& note) {
-    const std::string report = "Util::acquireWriterLock() duplicate writer detected :0 " + path +
-                               " socket:" + TableSocket(path).abstractName() +
+    const std::string report = "Util::acquireWriterLock() duplicate writer detected :0 " + kPath +
+                               " socket:" + TableSocket(kPath).abstractName() +
                                " lastOwner:" + note + " /proc/" + notedPid(note) + "/stat: ";
     EXPECT_EQ(what, report.c_str());
     EXPECT_EQ(handler_.texts(0), std::vector<std::string>{report});

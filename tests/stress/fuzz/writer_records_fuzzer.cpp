@@ -14,8 +14,8 @@ namespace {
 
 // The name is taken once; each input's writer listens on a duplicate.
 const TestRoot root;
-const std::string path = root / "t";
-const RawPeer bound = RawPeer::bind(path);
+const std::string kPath = root / "t";
+const RawPeer kBound = RawPeer::bind(kPath);
 
 /// A reader, and what the writer has to know about it.
 struct Peer {
@@ -55,7 +55,7 @@ class WriterCase {
  private:
   void listen() {
     const Fault::Bypass bypass;
-    writer_->kickSocket = ::dup(bound.fd());
+    writer_->kickSocket = ::dup(kBound.fd());
     writer_->kickSocketCreated = true;
     writer_->doEnableListen();
   }
@@ -84,7 +84,7 @@ class WriterCase {
   void connect(Peer& peer) {
     if (peer.socket.isOpen() || peer.fd >= 0) return;
     peer = Peer();
-    peer.socket = RawPeer::connect(path);
+    peer.socket = RawPeer::connect(kPath);
     if (input_.flag()) refuseOne();
     platform_.fd(0).fire();
     peer.control = platform_.fdCount() - 1;
@@ -221,7 +221,7 @@ class WriterCase {
     EXPECT_EQ(writer_->sleepingReaders.size(), asleep);
     EXPECT_EQ(writer_->lowestSequence(), lowest);
     EXPECT_EQ(writer_->kickCount, kicks_);
-    EXPECT_EQ(told_, changes_);
+    EXPECT_EQ(reports_, changes_);
     EXPECT_EQ(handler_.texts(0), failures_);
     handler_.clear();
     failures_.clear();
@@ -242,11 +242,11 @@ class WriterCase {
   std::vector<std::string> failures_;
   uint64_t kicks_ = 0;
   size_t changes_ = 0;
-  size_t told_ = 0;
+  size_t reports_ = 0;
 
   std::unique_ptr<TestWriter> makeWriter() {
     auto writer = std::make_unique<TestWriter>(platform_, handler_, rootPath_);
-    writer->onReadersChanged = [this] { ++told_; };
+    writer->onReadersChanged = [this] { ++reports_; };
     return writer;
   }
 };

@@ -19,7 +19,7 @@ struct Leak {
 
 // The only exceptions that leave descriptors open: a thread in the wrong namespace must not
 // continue as if nothing had happened, and sockets that cannot be set up stay as they are.
-const Leak leaks[] = {
+const Leak kLeaks[] = {
     {"Util::socket() failed to switch back to caller's namespace", 2},
     {"Util::socket() failed to close( localNsFd )", 1},
     {"Util::acquireWriterLock() setsockopt() failed: ", 1},
@@ -58,7 +58,7 @@ void EventRecorder::note(const std::exception_ptr& exception) {
 unsigned EventRecorder::documentedLeaks() const {
   unsigned descriptors = 0;
   for (const std::string& text : thrown_) {
-    for (const Leak& leak : leaks) {
+    for (const Leak& leak : kLeaks) {
       if (text.compare(0, std::string(leak.text).size(), leak.text) == 0) {
         descriptors += leak.descriptors;
       }

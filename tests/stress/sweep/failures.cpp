@@ -20,7 +20,7 @@ struct Ways {
 
 // clang-format off
 // Sections 2 and 3 of the manual; EINTR is listed for all that may block.
-const std::map<std::string, Ways> ways = {
+const std::map<std::string, Ways> kWays = {
     {"accept", {{EMFILE, ECONNABORTED, EINTR, EAGAIN, ENFILE, ENOBUFS, ENOMEM, EPERM, EPROTO,
                  EBADF, EFAULT, EINVAL, ENOTSOCK, EOPNOTSUPP, ENETDOWN, ENOPROTOOPT, EHOSTDOWN,
                  ENONET, EHOSTUNREACH, ENETUNREACH, ENOSR, ESOCKTNOSUPPORT, EPROTONOSUPPORT,
@@ -110,7 +110,7 @@ struct Harmless {
 constexpr int kShortened = -1;  // instead of an error: a short result
 
 // Failures that need not be reported, and why. The sweep checks the recovery nevertheless.
-const Harmless harmless[] = {
+const Harmless kHarmless[] = {
     {"accept", "socket:", "", EAGAIN, "reported again while a reader is waiting"},
     {"bind", "socket:", "", EADDRINUSE, "what the second writer meets anyway"},
     {"close", "/", "", 0, "a directory: nothing was written that could be lost"},
@@ -167,8 +167,8 @@ bool isFull() {
 
 std::vector<Fault::Failure> failuresOf(const std::string& call, unsigned nth) {
   std::vector<Fault::Failure> failures;
-  const auto found = ways.find(call);
-  if (found == ways.end()) throw std::logic_error("how " + call + "() fails is not known");
+  const auto found = kWays.find(call);
+  if (found == kWays.end()) throw std::logic_error("how " + call + "() fails is not known");
   const auto& [errors, results] = found->second;
   for (const int error : errors) {
     if (isFull() || error == errors[nth % errors.size()]) failures.push_back({error});
@@ -180,7 +180,7 @@ std::vector<Fault::Failure> failuresOf(const std::string& call, unsigned nth) {
 }
 
 std::string whyHarmless(const Fault::InterceptedCall& victim, const Fault::Failure& failure) {
-  for (const Harmless& entry : harmless) {
+  for (const Harmless& entry : kHarmless) {
     if (victim.call == entry.call && startsWith(victim.target, entry.start) &&
         endsWith(victim.target, entry.end) &&
         (entry.error == 0 || entry.error == (failure.result ? kShortened : failure.error))) {

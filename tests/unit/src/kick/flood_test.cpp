@@ -10,7 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr unsigned atOnce = 1024;
+constexpr unsigned kAtOnce = 1024;
 
 class FloodedWriterTest : public WriterTest {
  protected:
@@ -31,21 +31,21 @@ class FloodedWriterTest : public WriterTest {
 };
 
 TEST_F(FloodedWriterTest, AnEventReadsSoManyReportsAndTheNextEventTheRest) {
-  expectReports(atOnce + 500);
+  expectReports(kAtOnce + 500);
   client().fire();
-  EXPECT_EQ(Fault::calls("recv"), atOnce);
-  EXPECT_EQ(accepted().sequence, atOnce);
+  EXPECT_EQ(Fault::calls("recv"), kAtOnce);
+  EXPECT_EQ(accepted().sequence, kAtOnce);
   EXPECT_THAT(reader.received(), ElementsAre("#"));
   client().fire();
-  EXPECT_EQ(Fault::calls("recv"), atOnce + 500 + 1);
-  EXPECT_EQ(accepted().sequence, atOnce + 500);
+  EXPECT_EQ(Fault::calls("recv"), kAtOnce + 500 + 1);
+  EXPECT_EQ(accepted().sequence, kAtOnce + 500);
   EXPECT_THAT(reader.received(), ElementsAre("#"));
   EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
 TEST_F(FloodedWriterTest, WhatWasReadIsHandledAsIfTheSocketWereEmpty) {
-  expectReports(atOnce);
-  writer->writerSequence = atOnce;
+  expectReports(kAtOnce);
+  writer->writerSequence = kAtOnce;
   client().fire();
   const std::string data =
       "ReaderKickClientSm::handleReaderData() socket:" + std::to_string(client().fd());
@@ -59,16 +59,16 @@ TEST_F(FloodedWriterTest, WhatWasReadIsHandledAsIfTheSocketWereEmpty) {
 }
 
 TEST_F(FloodedWriterTest, OneReportLessIsReadUntilTheSocketIsEmpty) {
-  expectReports(atOnce - 1);
+  expectReports(kAtOnce - 1);
   client().fire();
-  EXPECT_EQ(Fault::calls("recv"), atOnce);
-  EXPECT_EQ(accepted().sequence, atOnce - 1);
+  EXPECT_EQ(Fault::calls("recv"), kAtOnce);
+  EXPECT_EQ(accepted().sequence, kAtOnce - 1);
 }
 
 TEST_F(FloodedWriterTest, AViolationBehindThemIsForTheNextEvent) {
   handler.expectFailures();
-  expectReports(atOnce);
-  Fault::before("recv", atOnce + 1, [this] { reader.send("short"); });
+  expectReports(kAtOnce);
+  Fault::before("recv", kAtOnce + 1, [this] { reader.send("short"); });
   client().fire();
   EXPECT_THAT(reader.received(), ElementsAre("#"));
   EXPECT_EQ(writer->readers.size(), 1u);
@@ -77,8 +77,8 @@ TEST_F(FloodedWriterTest, AViolationBehindThemIsForTheNextEvent) {
 }
 
 TEST_F(FloodedWriterTest, AHangUpBehindThemIsForTheNextEvent) {
-  expectReports(atOnce);
-  Fault::before("recv", atOnce + 1, [this] { reader.close(); });
+  expectReports(kAtOnce);
+  Fault::before("recv", kAtOnce + 1, [this] { reader.close(); });
   client().fire();
   EXPECT_THAT(reader.received(), ElementsAre("#"));
   EXPECT_EQ(writer->readers.size(), 1u);
@@ -100,22 +100,22 @@ class FloodedReaderTest : public ReaderTest {
 
 TEST_F(FloodedReaderTest, AnEventReadsSoManyRecordsAndTheNextEventTheRest) {
   reader->acknowledged = true;
-  expectKicks(atOnce + 500);
+  expectKicks(kAtOnce + 500);
   control().fire();
-  EXPECT_EQ(Fault::calls("recv"), atOnce);
+  EXPECT_EQ(Fault::calls("recv"), kAtOnce);
   EXPECT_THAT(handler.texts(5),
               testing::Contains("ReaderKickSm::handleKickFromWriter() read 2048 kicks"));
   EXPECT_THAT(platform.calls(), ElementsAre("readerSequence", "timer#0 cancel"));
   handler.clear();
   control().fire();
-  EXPECT_EQ(Fault::calls("recv"), atOnce + 500 + 1);
+  EXPECT_EQ(Fault::calls("recv"), kAtOnce + 500 + 1);
   EXPECT_THAT(handler.texts(5),
               testing::Contains("ReaderKickSm::handleKickFromWriter() read 1000 kicks"));
   EXPECT_EQ(counters.conquerKicks, 2u);
 }
 
 TEST_F(FloodedReaderTest, TheRestOfAFirstBatchRunsAPass) {
-  expectKicks(atOnce + 1);
+  expectKicks(kAtOnce + 1);
   control().fire();
   EXPECT_THAT(platform.calls(), ElementsAre("writerAcknowledged"));
   control().fire();
@@ -124,14 +124,14 @@ TEST_F(FloodedReaderTest, TheRestOfAFirstBatchRunsAPass) {
 }
 
 TEST_F(FloodedReaderTest, OneRecordLessIsReadUntilTheSocketIsEmpty) {
-  expectKicks(atOnce - 1);
+  expectKicks(kAtOnce - 1);
   control().fire();
-  EXPECT_EQ(Fault::calls("recv"), atOnce);
+  EXPECT_EQ(Fault::calls("recv"), kAtOnce);
 }
 
 TEST_F(FloodedReaderTest, AHangUpBehindThemIsForTheNextEvent) {
-  expectKicks(atOnce);
-  Fault::before("recv", atOnce + 1, [this] { writerEnd.close(); });
+  expectKicks(kAtOnce);
+  Fault::before("recv", kAtOnce + 1, [this] { writerEnd.close(); });
   control().fire();
   EXPECT_TRUE(reader->connected);
   EXPECT_EQ(counters.conquerKicks, 1u);

@@ -3,12 +3,14 @@
 // Instructions in user space, counted one by one in a traced child.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <sys/mman.h>
+#include "support/child_process.h"
+#include "support/shared.h"
+#include "support/tracer.h"
+
 #include <sys/ptrace.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <functional>
 #include <optional>
@@ -18,40 +20,37 @@ namespace LoopTesting {
 /// Calls what it is given; what that executes is counted.
 using Counted = std::function<void(const std::function<void()>&)>;
 
-/// Runs `scenario` in a child and returns how many instructions it executed inside of the
-/// function that it is handed; nothing when this process may not trace its children. The child has
-/// to end with 0.
+/// Runs `scenario` in a child and returns how many instructions it executed inside the function
+/// that it is passed; nothing when this process may not trace its children.
 inline std::optional<long> stepsOf(const std::function<void(const Counted&)>& scenario) {
-  constexpr int kUntraceable = 99;
-  void* const shared =
-      ::mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (shared == MAP_FAILED) return std::nullopt;
-  volatile int& counting = *static_cast<volatile int*>(shared);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(kUntraceable);
-    scenario([&counting](const std::function<void()>& work) {
-      counting = 1;
+  enum Phase { kUncounted, kCounted, kOver };
+  Zorbe::Test::Shared<std::atomic<Phase>> phase;
+  Zorbe::Test::ChildProcess child("stepped", [&](Zorbe::Test::Channel& parent) {
+    parent.await("begin");
+    scenario([&phase](const std::function<void()>& work) {
+      *phase = kCounted;
       ::raise(SIGSTOP);
       work();
-      counting = 0;
+      *phase = kUncounted;
     });
-    ::_exit(::testing::Test::HasFailure() ? 1 : 0);
-  }
+    *phase = kOver;
+    ::raise(SIGSTOP);
+  });
+  if (!Zorbe::Test::Tracer::attach(child.pid())) return std::nullopt;
+  child.send("begin");
   long steps = 0;
-  int status = kUntraceable << 8;
-  while (child > 0 && ::waitpid(child, &status, 0) == child && WIFSTOPPED(status)) {
+  int signal = 0;
+  while (*phase != kOver) {
+    const auto how = *phase == kCounted ? PTRACE_SINGLESTEP : PTRACE_CONT;
+    Zorbe::Test::Tracer::resume(child.pid(), how, signal);
+    const int status = Zorbe::Test::Tracer::wait(child.pid()).status;
+    if (!WIFSTOPPED(status)) throw std::runtime_error("the traced child has ended");
     const bool ours = WSTOPSIG(status) == SIGSTOP || WSTOPSIG(status) == SIGTRAP;
-    const long signal = ours ? 0 : WSTOPSIG(status);
-    // So that it ends with this process; refused for none that is stopped.
-    if (steps == 0) ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_EXITKILL);
-    if (counting != 0) ++steps;
-    const auto how = counting != 0 ? PTRACE_SINGLESTEP : PTRACE_CONT;
-    if (::ptrace(how, child, nullptr, signal) != 0) break;
+    signal = ours ? 0 : WSTOPSIG(status);
+    if (*phase == kCounted) ++steps;
   }
-  ::munmap(shared, sizeof(int));
-  if (WIFEXITED(status) && WEXITSTATUS(status) == kUntraceable) return std::nullopt;
-  EXPECT_EQ(0, status) << "of the traced child";
+  Zorbe::Test::Tracer::resume(child.pid(), PTRACE_CONT);
+  EXPECT_EQ(0, child.finish());
   return steps;
 }
 

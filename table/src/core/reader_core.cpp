@@ -23,7 +23,6 @@ namespace {
 
 // How long what is missing may stay so before the next look.
 constexpr double kRetrySeconds = 0.25;
-
 // Changes of a directory come in groups: one look after the last of them.
 constexpr double kSettleSeconds = 0.01;
 
@@ -113,9 +112,10 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
 
   const std::shared_ptr<ViewCore::Shared>& shared() const { return shared_; }
 
-  // The connection and the watch call these: objects that look() may replace.
+  // The connection and the watch call these, objects that look() may replace. A lost connection
+  // is not renewed at once: the writer may have a reason to end each one of this reader.
   void connectionChanged() override {
-    if (!connection_->isConnected()) lookWithin(0.0);
+    if (!connection_->isConnected()) lookWithin(kSettleSeconds);
   }
   void kicked() override {
     if (reader_ && reader_->isRetired()) lookWithin(0.0);

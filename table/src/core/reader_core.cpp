@@ -23,8 +23,7 @@ namespace {
 
 // Between two looks while the table, its writer or the watch is missing.
 constexpr double kRetrySeconds = 0.25;
-
-// The delay of a look after a change of the directory: changes come in groups.
+// Changes of a directory come in groups: one look after the last of them.
 constexpr double kSettleSeconds = 0.01;
 
 Kind kindOf(Follower::Kind kind) {
@@ -113,9 +112,10 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
 
   const std::shared_ptr<ViewCore::Shared>& shared() const { return shared_; }
 
-  // Called by the connection and the watch, which look() may replace.
+  // The connection and the watch call these, objects that look() may replace. A lost connection
+  // is not renewed at once: the writer may have a reason to end each one of this reader.
   void connectionChanged() override {
-    if (!connection_->isConnected()) lookWithin(0.0);
+    if (!connection_->isConnected()) lookWithin(kSettleSeconds);
   }
   void kicked() override {
     if (reader_ && reader_->isRetired()) lookWithin(0.0);

@@ -54,7 +54,7 @@ class WriterCore::Impl : public WriterKickSm {
     logStart();
     writerSequence = table_->published();
     doEnableListen();
-    keepTimer_.start(kKeepSeconds);
+    keepWithin(kKeepSeconds);
   }
 
   ~Impl() override {
@@ -70,7 +70,7 @@ class WriterCore::Impl : public WriterKickSm {
   int expectReconnects() override { return 0; }
   void readersChanged() override {
     if (!keepTimer_.isArmed()) return;  // not before the constructor has finished
-    keepTimer_.start(kStatusSeconds);
+    if (keepSeconds_ > kStatusSeconds) keepWithin(kStatusSeconds);  // never later than it was due
   }
 
   void put(const uint64_t* key, const void* value) {
@@ -138,7 +138,7 @@ class WriterCore::Impl : public WriterKickSm {
   // Restores words that were overwritten, and makes files that were removed again, with all their
   // records. Tries again later when the directory cannot be made.
   void keep() {
-    keepTimer_.start(readers.empty() ? kKeepSeconds : kStatusSeconds);
+    keepWithin(readers.empty() ? kKeepSeconds : kStatusSeconds);
     table_->setStatus(peers_.look(readers, sleepingReaders));
     try {
       if (table_->isInPlace()) {
@@ -154,6 +154,11 @@ class WriterCore::Impl : public WriterKickSm {
     }
   }
 
+  void keepWithin(double seconds) {
+    keepSeconds_ = seconds;
+    keepTimer_.start(seconds);
+  }
+
   void recreate() {
     createDirectory(place_);
     table_ = table_->recreate();
@@ -166,6 +171,7 @@ class WriterCore::Impl : public WriterKickSm {
   std::unique_ptr<TableWriter> table_;
   Peers peers_;
   std::string lastFailure_;
+  double keepSeconds_ = 0;  // until keep(), when it was decided on
   Timer<Impl> publishTimer_{*this, &Impl::publish};
   Timer<Impl> keepTimer_{*this, &Impl::keep};
 };

@@ -68,7 +68,7 @@ class InotifyHandler {
   /// (reported to every control that has a watch); `what` says why.
   virtual void inotifyError(const std::string& what) = 0;
 
-  /// The watched path was removed, and with it the watch. Reported once.
+  /// The watched path was removed, and with it the watch. Reported once, after all of its changes.
   virtual void inotifyDeleted() = 0;
 
   /// Something that the mask asked for happened; `what` is the name of the

@@ -11,6 +11,7 @@ namespace Brask::Linux {
 
 namespace {
 
+using Notice = InotifyNotices::Kind;
 using Refusal = InotifyWatches::Refusal;
 
 constexpr uint32_t kSelfBits = IN_DELETE_SELF | IN_MOVE_SELF;
@@ -41,9 +42,8 @@ void InotifyHub::add(InotifyWatcher& watcher, std::string path, uint32_t mask) {
   const bool again = watcher.asked && watcher.path == path;
   tree_.paths().place(watcher, std::move(path));
   watcher.mask = mask;
-  using Keep = InotifyNotices::Keep;
-  notices_.drop(watcher, again ? Keep::kRemovals : Keep::kNothing);
-  tree_.forget(watcher);
+  notices_.drop(watcher, again ? std::optional(Notice::kRemoval) : std::nullopt);
+  watcher.orphaned = false;
   const size_t most = size_t{watches_.size()} + 1;
   if (targets_.capacity() < most) targets_.reserve(2 * most);
   Refusal refusal = open();
@@ -55,8 +55,7 @@ void InotifyHub::add(InotifyWatcher& watcher, std::string path, uint32_t mask) {
 
 void InotifyHub::remove(InotifyWatcher& watcher) {
   watches_.leave(watcher);
-  notices_.drop(watcher, InotifyNotices::Keep::kNothing);
-  tree_.forget(watcher);
+  notices_.drop(watcher);
   tree_.paths().remove(watcher);
 }
 
@@ -121,10 +120,7 @@ bool InotifyHub::deliverTo(Handle handle) {
 bool InotifyHub::deliverChange(InotifyWatcher& watcher, uint32_t asked) {
   const bool self = (event_.mask & kSelfBits) != 0;
   if (self || (asked & IN_ONESHOT) != 0) watches_.leave(watcher);
-  if (self) {
-    watcher.handler->inotifyDeleted();
-    return true;
-  }
+  if (self) return reportEnd(watcher);
   what_ = event_.name.empty() ? watcher.path : event_.name;
   watcher.handler->inotifyChanged(what_);
   return true;
@@ -134,27 +130,32 @@ bool InotifyHub::deliverEnd(InotifyWatcher& watcher, uint32_t asked) {
   const bool mayMove = (asked & kSelfBits) == 0 && (event_.mask & IN_UNMOUNT) == 0;
   std::string removal;
   const InotifyTree::End end = tree_.endOf(watcher, mayMove, removal);
-  if (end == InotifyTree::End::kReported) {
-    watcher.handler->inotifyDeleted();
-    return true;
-  }
+  if (end == InotifyTree::End::kReported) return reportEnd(watcher);
   if (end == InotifyTree::End::kLater || removal.empty()) return false;
   what_ = removal;
   watcher.handler->inotifyChanged(what_);
   return true;
 }
 
+// No removal of an entry is reported after the end of its directory. The refusal of a watch
+// that could not move is.
+bool InotifyHub::reportEnd(InotifyWatcher& watcher) {
+  notices_.drop(watcher, Notice::kRefusal);
+  watcher.handler->inotifyDeleted();
+  return true;
+}
+
 bool InotifyHub::deliverNotice(const InotifyNotices::Notice& notice) {
   Platform::InotifyHandler& handler = *notice.watcher->handler;
-  const bool isEnd = notice.kind == InotifyNotices::Kind::kEnd;
-  if (notice.kind == InotifyNotices::Kind::kRefusal) {
+  if (notice.kind == Notice::kRefusal) {
     handler.inotifyError(notice.what);
-  } else if (isEnd && tree_.move(*notice.watcher) != InotifyTree::End::kMoved) {
-    handler.inotifyDeleted();
-  } else {
-    if (isEnd && notice.what.empty()) return false;
-    handler.inotifyChanged(notice.what);
+    return true;
   }
+  if (notice.kind == Notice::kEnd) {
+    if (tree_.move(*notice.watcher) != InotifyTree::End::kMoved) return reportEnd(*notice.watcher);
+    if (notice.what.empty()) return false;
+  }
+  handler.inotifyChanged(notice.what);
   return true;
 }
 

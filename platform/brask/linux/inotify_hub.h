@@ -61,6 +61,7 @@ class InotifyHub {
   bool deliverTo(Handle handle);
   bool deliverChange(InotifyWatcher& watcher, uint32_t asked);
   bool deliverEnd(InotifyWatcher& watcher, uint32_t asked);
+  bool reportEnd(InotifyWatcher& watcher);
   bool deliverNotice(const InotifyNotices::Notice& notice);
 
   Poller& poller_;

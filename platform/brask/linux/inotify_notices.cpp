@@ -34,10 +34,10 @@ bool InotifyNotices::take(Notice& notice) {
   return true;
 }
 
-void InotifyNotices::drop(InotifyWatcher& watcher, Keep keep) {
+void InotifyNotices::drop(InotifyWatcher& watcher, std::optional<Kind> kept) {
   for (auto next = watcher.notices.begin(); next != watcher.notices.end();) {
     const auto notice = notices_.find(*next++);  // extract() erases the number
-    if (keep == Keep::kNothing || notice->second.kind != Kind::kRemoval) extract(notice);
+    if (notice->second.kind != kept) extract(notice);
   }
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "brask/linux/inotify_watcher.h"
@@ -31,8 +32,8 @@ class InotifyNotices {
   /// The next one that was added before this turn; false when there is none.
   bool take(Notice& notice);
 
-  enum class Keep { kNothing, kRemovals };
-  void drop(InotifyWatcher& watcher, Keep keep);
+  /// None of the watcher's is taken any more, except those of the kind `kept`.
+  void drop(InotifyWatcher& watcher, std::optional<Kind> kept = std::nullopt);
 
  private:
   using Notices = std::map<uint64_t, Notice>;

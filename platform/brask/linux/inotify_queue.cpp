@@ -36,7 +36,7 @@ InotifyQueue::InotifyQueue() = default;
 // Removes the taken events from the buffer once they are more than those that have to be moved.
 void InotifyQueue::shift() {
   const size_t rest = end_ - next_;
-  if (next_ == 0 || rest > next_) return;
+  if (rest >= next_) return;
   std::memmove(buffer_.data(), buffer_.data() + next_, rest);
   base_ += next_;
   turnEnd_ -= next_;

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <utility>
 
 namespace Brask::Linux {
 
@@ -43,26 +42,18 @@ void InotifyTree::refused(InotifyWatcher& watcher, const Refusal& refusal, bool 
       return false;
     });
   }
-  if ((watcher.mask & IN_DELETE) != 0) {
-    watcher.orphaned = true;
-    ++orphans_;
-  }
-}
-
-void InotifyTree::forget(InotifyWatcher& watcher) {
-  if (std::exchange(watcher.orphaned, false)) --orphans_;
+  if ((watcher.mask & IN_DELETE) != 0) watcher.orphaned = true;
 }
 
 // An entry of the directory is watched, so that it is there.
 void InotifyTree::watched(const InotifyWatcher& watcher) {
-  if (orphans_ == 0) return;
   const PathEntry entry = entryOf(watcher.path);
   if (entry.name.empty()) return;
   paths_.findAt(entryOf(entry.directory), [&](InotifyWatcher& parent) {
     if (!parent.orphaned) return false;
     const Refusal refusal = watchAgain(parent);
     if (refusal.error == 0) {
-      forget(parent);
+      parent.orphaned = false;
     } else if (!isMissing(refusal)) {
       notices_.add(parent, Kind::kRefusal, textOf(refusal, parent.path));
     }
@@ -83,7 +74,8 @@ void InotifyTree::reported(InotifyWatches::Registration& registration, std::stri
 }
 
 bool InotifyTree::awaits(const InotifyWatcher& watcher) {
-  return watches_.find(watcher.registration) != nullptr || watcher.refusals + watcher.ends != 0;
+  return watches_.find(watcher.registration) != nullptr || watcher.refusals != 0 ||
+         watcher.ends != 0;
 }
 
 bool InotifyTree::isSpared(InotifyWatcher& watcher, std::string& removal) {

@@ -31,10 +31,9 @@ class InotifyTree {
 
   WatchedPaths& paths() { return paths_; }
 
-  /// The watcher has got a watch, was refused one, or has ended it.
+  /// The watcher has got a watch, or was refused one.
   void watched(const InotifyWatcher& watcher);
   void refused(InotifyWatcher& watcher, const InotifyWatches::Refusal& refusal, bool again);
-  void forget(InotifyWatcher& watcher);
 
   /// The removal of `name` is about to be reported to the watcher.
   void reported(InotifyWatches::Registration& registration, std::string_view name);
@@ -58,7 +57,6 @@ class InotifyTree {
   InotifyWatches& watches_;
   InotifyNotices& notices_;
   WatchedPaths paths_;
-  size_t orphans_ = 0;
 };
 
 }  // namespace Brask::Linux

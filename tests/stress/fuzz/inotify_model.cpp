@@ -164,6 +164,10 @@ void InotifyModel::deleted(size_t control) {
   EXPECT_TRUE(expectEnd_);
   settled_ = false;
   leave(control);
+  const auto isItsRemoval = [&](const Notice& notice) {
+    return notice.control == control && notice.kind == Kind::kRemoval;
+  };
+  notices_.erase(std::remove_if(notices_.begin(), notices_.end(), isItsRemoval), notices_.end());
 }
 
 void InotifyModel::error(size_t control, const std::string& what) {

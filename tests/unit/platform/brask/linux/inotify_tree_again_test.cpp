@@ -74,13 +74,13 @@ TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterSparesNobodyTheEnd) {
 }
 
 TEST_F(InotifyTreeAgainTest, TheLastMaskDecidesWhetherALostWatchIsResumed) {
-  InotifyProbe wider, narrower;
-  wider.control->addWatch(top, IN_CREATE);
-  narrower.control->addWatch(top, IN_DELETE);
   outer.control->removeWatch();
+  InotifyProbe narrower, wider;
+  narrower.control->addWatch(top, IN_DELETE);
+  wider.control->addWatch(top, IN_CREATE);
   removeTree();
-  wider.control->addWatch(top, IN_CREATE | IN_DELETE);
   narrower.control->addWatch(top, IN_CREATE);
+  wider.control->addWatch(top, IN_CREATE | IN_DELETE);
   settle();
   makeTree();
   askForLeafAgain();
@@ -88,6 +88,62 @@ TEST_F(InotifyTreeAgainTest, TheLastMaskDecidesWhetherALostWatchIsResumed) {
   settle();
   EXPECT_EQ("changed one", wider.told.back());
   EXPECT_NE("changed one", narrower.told.back());
+}
+
+TEST_F(InotifyTreeAgainTest, AllWhoseWatchWasLostAreResumed) {
+  InotifyProbe another;
+  another.control->addWatch(top, IN_DELETE);
+  removeTree();
+  another.control->addWatch(top, IN_DELETE);
+  outer.control->addWatch(top, IN_DELETE);
+  makeTree();
+  askForLeafAgain();
+  touch(top + "/one");
+  erase(top + "/one");
+  settle();
+  EXPECT_EQ("changed one", outer.told.back());
+  EXPECT_EQ("changed one", another.told.back());
+}
+
+TEST_F(InotifyTreeAgainTest, ARemovalIsReportedToAllWhoWatchTheParent) {
+  InotifyProbe another;
+  another.control->addWatch(top, IN_DELETE);
+  move(leaf, directory.path + "/elsewhere");
+  askForLeafAgain();
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Told{"changed leaf"}, another.told);
+}
+
+TEST_F(InotifyTreeAgainTest, ARemovalIsReportedToThoseWhoseWatchWasLost) {
+  loseTree();
+  askForLeafAgain();
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+}
+
+TEST_F(InotifyTreeAgainTest, ARemovalThatOnlyTheRefusalShowedSparesTheEnd) {
+  move(leaf, directory.path + "/elsewhere");
+  inner.control->addWatch(leaf, IN_CREATE);
+  remove(top);
+  makeTree();
+  settle();
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(1u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeAgainTest, AnEntryWhoseOwnEndWaitsSparesTheEnd) {
+  InotifyProbe outermost;
+  outermost.control->addWatch(directory.path, IN_DELETE);
+  inner.onEvent = [&] {
+    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  remove(directory.path);
+  EXPECT_TRUE(loop->turn(0));
+  ASSERT_EQ(0, ::mkdir(directory.path.c_str(), 0700));
+  settle();
+  EXPECT_EQ(Told{"changed top"}, outermost.told);
+  EXPECT_EQ("deleted", outer.told.back());
+  EXPECT_EQ(1u, kernelWatches().size());
 }
 
 TEST_F(InotifyTreeAgainTest, AWatchThatMovesKeepsTheMaskThatWasAddedTo) {
@@ -120,10 +176,34 @@ TEST_F(InotifyTreeAgainTest, AWatchThatWasSetAgainByItsClientStaysWhereItIs) {
   EXPECT_EQ(Told{"changed one"}, outer.told);
 }
 
+TEST_F(InotifyTreeAgainTest, AWatchThatWasResumedStaysWhereItIs) {
+  loseTree();
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  const std::string moved = directory.path + "/moved";
+  touch(top + "/one");
+  move(top, moved);
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  erase(moved + "/one");
+  settle();
+  EXPECT_EQ(Told{"changed one"}, outer.told);
+}
+
 TEST_F(InotifyTreeAgainTest, NothingThatWaitsForAnotherPathIsReported) {
   remove(leaf);
   inner.control->addWatch(leaf, IN_CREATE);  // which outer is to be notified of
   outer.control->addWatch(directory.path, IN_DELETE);
   settle();
   EXPECT_EQ(Told{}, outer.told);
+}
+
+TEST_F(InotifyTreeAgainTest, NoRemovalIsReportedAfterTheEnd) {
+  outer.control->addWatch(top, IN_DELETE | IN_DELETE_SELF);
+  inner.onEvent = [&] {
+    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+  };
+  removeTree();
+  settle();
+  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
 }

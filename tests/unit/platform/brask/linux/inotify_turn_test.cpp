@@ -15,6 +15,7 @@ class InotifyLoneEndTest : public InotifyTreeFixture {
  protected:
   InotifyLoneEndTest() {
     inner.onEvent = [this] {
+      if (inner.told.back() != "deleted") return;
       directory.make("top/leaf");
       inner.control->addWatch(leaf, IN_CREATE);
     };
@@ -101,4 +102,23 @@ TEST_F(InotifyLoneEndTest, SoDoesOneThatReportsItLater) {
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ(Told{"changed leaf"}, outer.told);
   expectOuterToFollow();
+}
+
+TEST_F(InotifyLoneEndTest, ARemovalIsReportedWhileTheEndWaits) {
+  removeLeafAfterOuterCame();
+  remove(top);
+  EXPECT_FALSE(loop->turn(0));
+  inner.control->addWatch(leaf, IN_CREATE);
+  directory.make("top");
+  settle();
+  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+}
+
+TEST_F(InotifyLoneEndTest, NoRemovalIsReportedAfterAnEndThatHasWaited) {
+  removeLeafAfterOuterCame();
+  remove(top);
+  EXPECT_FALSE(loop->turn(0));
+  inner.control->addWatch(leaf, IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{"deleted"}, outer.told);
 }

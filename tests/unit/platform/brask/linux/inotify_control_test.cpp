@@ -52,6 +52,15 @@ TEST_F(InotifyControlTest, AnEventWithoutANameReportsTheWatchedPath) {
   EXPECT_EQ(Told{"changed " + directory.path}, probe.told);
 }
 
+TEST_F(InotifyControlTest, AnEventWithoutANameTakesNoneFromTheNext) {
+  InotifyProbe probe;
+  probe.control->addWatch(directory.path, IN_ATTRIB | IN_CREATE);
+  ASSERT_EQ(0, ::chmod(directory.path.c_str(), 0750));
+  touch(directory.path + "/one");
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ((Told{"changed " + directory.path, "changed one"}), probe.told);
+}
+
 TEST_F(InotifyControlTest, RemoveWatchAndDeletionEndTheKernelsWatch) {
   InotifyProbe probe;
   auto deleted = std::make_unique<InotifyProbe>();

@@ -123,3 +123,34 @@ TEST_F(InotifyRegistrationTest, WhatIsTakenOverIsKeptThroughManyTurns) {
   settle();
   EXPECT_EQ(expected, other.told);
 }
+
+TEST_F(InotifyRegistrationTest, HoweverMuchHappenedBeforeAControlJoinedIsNotItsOwn) {
+  constexpr size_t kMoreThanOneRead = 300;
+  for (size_t each = 0; each < kMoreThanOneRead; ++each) {
+    touch(directory.path + "/" + std::to_string(each) + std::string(240, 'x'));
+  }
+  probe.control->addWatch(directory.path, IN_CREATE);
+  settle();
+  EXPECT_EQ(Told{}, probe.told);
+  EXPECT_EQ(kMoreThanOneRead, other.told.size());
+}
+
+TEST_F(InotifyRegistrationTest, WhatComesWhileOtherEventsWaitIsKeptInItsOrder) {
+  constexpr size_t kWaiting = 10, kAll = 1000;
+  Told expected;
+  const auto make = [&] {
+    if (expected.size() == kAll) return;
+    const std::string name = std::to_string(expected.size()) + std::string(200, 'x');
+    touch(directory.path + "/" + name);
+    expected.push_back("changed " + name);
+  };
+  other.onEvent = [&] {
+    make();
+    probe.control->removeWatch();
+    probe.control->addWatch(directory.path, IN_CREATE);
+  };
+  for (size_t each = 0; each < kWaiting; ++each) make();
+  settle();
+  EXPECT_EQ(expected, other.told);
+  EXPECT_EQ(Told{}, probe.told);
+}

@@ -26,3 +26,16 @@ TEST_F(InotifyWatchesTest, NothingIsAskedOfTheKernelForAWatchThatItHasEnded) {
   EXPECT_EQ(0u, Fault::calls("inotify_add_watch"));
   EXPECT_EQ(0u, Fault::calls("inotify_rm_watch"));
 }
+
+TEST_F(InotifyWatchesTest, AReadThatBringsNothingIsTheLastBeforeAWatchIsAdded) {
+  InotifyProbe first, second;
+  first.control->addWatch(directory.path, IN_CREATE);
+  directory.make("one");
+  Fault::reset();
+  Fault::armResult("read", 1, 0);
+  errno = EIO;  // which nobody reported
+  second.control->addWatch(directory.path, IN_CREATE);
+  EXPECT_EQ(1u, Fault::calls("read"));
+  settle();
+  EXPECT_EQ(Told{"changed one"}, first.told);
+}

@@ -18,7 +18,7 @@ namespace {
 constexpr uint32_t kLookupBits = IN_ONLYDIR | IN_DONT_FOLLOW;
 
 // They would act on a watch that others share; the hub applies them to the watcher instead.
-constexpr uint32_t kOwnBits = IN_ONESHOT | IN_MASK_CREATE | IN_MASK_ADD;
+constexpr uint32_t kOwnBits = IN_ONESHOT | IN_MASK_CREATE;
 
 }  // namespace
 
@@ -146,7 +146,6 @@ void InotifyWatches::undo(int wd, const std::string& path) {
     static_cast<void>(::inotify_rm_watch(fd_.get(), wd));
     return;
   }
-  other->second.mask |= wanted(other->second);
   static_cast<void>(request(path, other->second.mask | IN_MASK_ADD));
 }
 

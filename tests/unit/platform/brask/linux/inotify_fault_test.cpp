@@ -1,28 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// Watches that the kernel refuses, and paths that change meanwhile.
+// Watches that the kernel refuses, and events that it cannot deliver.
 #include <stdexcept>
 
 #include "unit/platform/brask/linux/inotify_fault_fixture.h"
 
 using namespace LoopTesting;
-
-namespace {
-
-// One of two watchers of a directory leaves it, while its path comes to lead elsewhere.
-class InotifyRaceTest : public InotifyFaultTest {
- protected:
-  InotifyRaceTest() {
-    stays.control->addWatch(path, IN_CREATE);
-    leaves.control->addWatch(path, IN_CREATE | IN_DELETE);
-  }
-
-  const std::string path = directory.make("d");
-  const std::string moved = directory.path + "/moved";
-  InotifyProbe stays, leaves;
-};
-
-}  // namespace
 
 TEST_F(InotifyFaultTest, AWatchCanBeAddedOnceThereIsAnInotifyInstanceForIt) {
   Fault::arm("inotify_init1", 1, EMFILE);
@@ -82,37 +65,6 @@ TEST_F(InotifyFaultTest, AnEndThatAnOverflowSwallowedIsReportedAfterAnException)
   EXPECT_TRUE(readable(loop->fd()));
   settle();
   EXPECT_EQ((Told{kOverflowError, "deleted"}), probe.told);
-}
-
-TEST_F(InotifyRaceTest, ADirectoryThatTookThePathIsNotWatched) {
-  Fault::before("inotify_add_watch", 2, [this] {
-    move(path, moved);
-    directory.make("d");
-  });
-  leaves.control->removeWatch();
-  EXPECT_EQ(1u, kernelWatches().size());
-  touch(moved + "/one");
-  touch(path + "/two");
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, stays.told);
-}
-
-TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathReceivesAllThatItAskedFor) {
-  const std::string other = directory.make("other");
-  InotifyProbe taker;
-  taker.control->addWatch(other, IN_DELETE | IN_ATTRIB);
-  Fault::before("inotify_add_watch", 2, [&] {
-    move(path, moved);
-    move(other, path);
-  });
-  leaves.control->removeWatch();
-  touch(path + "/one");
-  erase(path + "/one");
-  touch(moved + "/two");
-  settle();
-  EXPECT_EQ(2u, kernelWatches().size());
-  EXPECT_EQ(Told{"changed one"}, taker.told);
-  EXPECT_EQ(Told{"changed two"}, stays.told);
 }
 
 TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchIsNotReportedToIt) {

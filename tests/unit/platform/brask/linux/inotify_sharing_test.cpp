@@ -147,3 +147,31 @@ TEST_F(InotifySharingTest, UnlinkedFilesAreLeftOutOnlyWhereNoMaskAsksForThem) {
   EXPECT_TRUE(excluding.told.empty());
   ::close(fd);
 }
+
+TEST_F(InotifySharingTest, AnUnlinkedFileIsReportedToThoseWhoAskForItInAnyOrder) {
+  InotifyProbe including, excluding;
+  including.control->addWatch(directory.path, IN_MODIFY);
+  excluding.control->addWatch(directory.path, IN_MODIFY | IN_EXCL_UNLINK);
+  const std::string file = directory.path + "/one";
+  const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  erase(file);
+  EXPECT_EQ(1, ::write(fd, "x", 1));
+  settle();
+  EXPECT_EQ(Told{"changed one"}, including.told);
+  ::close(fd);
+}
+
+TEST_F(InotifySharingTest, TheKernelsMaskIsNarrowedThroughALinkToo) {
+  const std::string link = directory.path + "/link", place = directory.make("place");
+  ASSERT_EQ(0, ::symlink(place.c_str(), link.c_str()));
+  InotifyProbe stays;
+  auto leaves = std::make_unique<InotifyProbe>();
+  stays.control->addWatch(link, IN_CREATE | IN_ATTRIB);
+  leaves->control->addWatch(link, IN_DELETE);
+  stays.control->addWatch(link, IN_CREATE);
+  ASSERT_EQ(1u, kernelWatches().size());
+  EXPECT_NE(std::string::npos, kernelWatches()[0].find(" mask:300 "));
+  leaves.reset();
+  ASSERT_EQ(1u, kernelWatches().size());
+  EXPECT_NE(std::string::npos, kernelWatches()[0].find(" mask:100 "));
+}

@@ -183,6 +183,8 @@ TEST_F(InotifyTreeEndTest, IsReplacedByTheRemovalThatOnlyTheInnerOneWasReported)
 }
 
 TEST_F(InotifyTreeEndTest, AnOldRemovalIsNotReportedAgain) {
+  InotifyProbe others[2];
+  for (InotifyProbe& other : others) other.control->addWatch(directory.path, IN_ATTRIB);
   inner.control->addWatch(leaf, IN_CREATE);
   whenInnerEnds(makingItAgain());
   removeTree();

@@ -89,6 +89,15 @@ TEST_F(LogLimitTest, ABurstIsWrittenAndThenSoManyASecond) {
   }
 }
 
+TEST_F(LogLimitTest, TheLimitIsTwoHundredAtOnceAndFiftyASecondUnlessGiven) {
+  handler = std::make_unique<StreamDebugHandler>(stream, 9, StreamDebugHandler::Limit());
+  emit(0, 1000);
+  EXPECT_EQ(200u, countLines());
+  ++seconds;
+  emit(0, 1000);
+  EXPECT_EQ(51u, countLines());
+}
+
 TEST_F(LogLimitTest, OneLineSaysHowManyWereLeftOut) {
   limit(2, 1);
   emit(0, 5);
@@ -152,6 +161,30 @@ TEST_F(LogLimitTest, AQuietTimeMakesRoomForTheBurstAndNoMore) {
   seconds += 1000000000;
   emit(0, 20);
   EXPECT_EQ(1u + 10u, countLines());
+}
+
+TEST_F(LogLimitTest, AQuietTimeAfterPartOfTheBurstMakesRoomForNoMoreEither) {
+  limit(10, 4);
+  for (const int quiet : {1, 2, 1000}) {
+    emit(0, 7);
+    seconds += quiet;
+    takeLines();
+    emit(0, 20);
+    EXPECT_EQ(quiet == 1 ? 7u : 10u, countLines()) << quiet;
+    seconds += 1000;
+    emit(2);
+    takeLines();
+  }
+}
+
+TEST_F(LogLimitTest, TheTimeIsCutToMicroseconds) {
+  limit(2, 1);
+  seconds = 1234567;
+  nanoseconds = 1999;
+  emit(0);
+  nanoseconds = 999999999;
+  emit(0);
+  EXPECT_EQ("1234567.000001 0 x\n1234567.999999 0 x\n", stream.str());
 }
 
 TEST_F(LogLimitTest, LessThanASecondMakesNoRoomButCounts) {

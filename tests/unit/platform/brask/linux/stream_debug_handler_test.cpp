@@ -63,7 +63,7 @@ TEST(StreamDebugHandlerTest, ControlCharactersAreEscaped) {
 TEST(StreamDebugHandlerTest, TheControlCharactersOfUtf8AreEscapedAndItsLettersAreNot) {
   EXPECT_EQ("\\xc2\\x80 \\xc2\\x9b31m \\xc2\\x9f", textOf("\u0080 \u009b31m \u009f"));
   const std::string letters =
-      "\u00a0\u00e9\u07ff\u0800\u65e5\ud7ff\uffff\U00010000\U0001f642\U0010ffff";
+      "\u00a0\u00e9\u07ff\u0800\u65e5\ud7ff\ue000\uffff\U00010000\U0001f642\U0010ffff";
   EXPECT_EQ(letters, textOf(letters));
 }
 
@@ -77,6 +77,7 @@ TEST(StreamDebugHandlerTest, BytesThatAreNotUtf8AreEscaped) {
   EXPECT_EQ("\\xed\\xa0\\x80", textOf("\xed\xa0\x80")) << "a surrogate";
   EXPECT_EQ("\\xf4\\x90\\x80\\x80", textOf("\xf4\x90\x80\x80")) << "above the last character";
   EXPECT_EQ("\\xf8\\x88\\x80\\x80\\x80", textOf("\xf8\x88\x80\x80\x80"));
+  EXPECT_EQ("\\xf8\\x90\\x80\\x80", textOf("\xf8\x90\x80\x80"));
   EXPECT_EQ("\\xff\u00e9", textOf("\xff\u00e9"));
 }
 

@@ -65,6 +65,15 @@ TEST_F(InotifyTurnTest, ReturnsFalseWhenEventsConcernNobodyAnyMore) {
   EXPECT_EQ(Told{}, later.told);
 }
 
+TEST_F(InotifyTurnTest, ReturnsTrueWhenAnEndIsReported) {
+  const std::string doomed = directory.make("doomed");
+  InotifyProbe probe;
+  probe.control->addWatch(doomed, IN_CREATE);
+  remove(doomed);
+  EXPECT_TRUE(loop->turn(0));
+  EXPECT_EQ(Told{"deleted"}, probe.told);
+}
+
 TEST_F(InotifyLoneEndTest, ATurnThatOnlyMovesAWatchReturnsFalse) {
   removeLeafAfterOuterCame();
   remove(top);

@@ -58,6 +58,12 @@ TEST_F(MkpathFaultTest, LeavesTheErrnoOfMkdir) {
   }
 }
 
+TEST_F(MkpathFaultTest, LeavesTheErrnoOfMkdirWhenACloseFails) {
+  Fault::arm("mkdirat", 1, EROFS);
+  Fault::arm("close", 1, EIO);
+  EXPECT_EQ(errorOf(inRoot("a")), EROFS);
+}
+
 TEST_F(MkpathFaultTest, LeavesTheErrnoOfStat) {
   Fault::arm("stat", 2, EIO);
   EXPECT_EQ(errorOf(inRoot("a/b")), EIO);

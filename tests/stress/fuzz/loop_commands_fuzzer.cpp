@@ -147,9 +147,9 @@ class LoopCase {
   }
 
   double delay() {
-    constexpr std::array<double, 4> some = {0.0, 1e-9, 0.5, 1e6};
+    constexpr std::array<double, 4> kSome = {0.0, 1e-9, 0.5, 1e6};
     const unsigned chosen = input_.byte();
-    return chosen < some.size() ? some[chosen] : chosen;
+    return chosen < kSome.size() ? kSome[chosen] : chosen;
   }
 
   void watch(size_t control, int fd) {

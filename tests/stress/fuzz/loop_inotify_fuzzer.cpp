@@ -120,12 +120,12 @@ class InotifyCase {
   }
 
   uint32_t bits() {
-    constexpr std::array<uint32_t, 8> all = {IN_CLOSE_WRITE, IN_DELETE,    IN_MOVED_FROM,
-                                             IN_CREATE,      IN_MOVE_SELF, IN_DELETE_SELF,
-                                             IN_ONESHOT,     IN_MASK_ADD};
+    constexpr std::array<uint32_t, 8> kAll = {IN_CLOSE_WRITE, IN_DELETE,    IN_MOVED_FROM,
+                                              IN_CREATE,      IN_MOVE_SELF, IN_DELETE_SELF,
+                                              IN_ONESHOT,     IN_MASK_ADD};
     uint32_t mask = 0;
     const unsigned chosen = input_.byte();
-    for (size_t i = 0; i < all.size(); ++i) mask |= (chosen >> i & 1) != 0 ? all[i] : 0;
+    for (size_t i = 0; i < kAll.size(); ++i) mask |= (chosen >> i & 1) != 0 ? kAll[i] : 0;
     return mask;
   }
 

@@ -12,8 +12,8 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-const TestRoot root;
-const std::string kPath = root / "t";
+const TestRoot kRoot;
+const std::string kPath = kRoot / "t";
 
 RawPeer& listening() {
   static RawPeer socket = RawPeer::listen(kPath);

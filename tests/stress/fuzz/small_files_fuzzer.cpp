@@ -20,8 +20,8 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-const TestRoot directory;
-const std::string kPath = directory.path();
+const TestRoot kDirectory;
+const std::string kPath = kDirectory.path();
 const RawPeer kLock = RawPeer::bind(kPath);
 std::vector<std::string> opened;
 bool refused = false;  // the name is taken: from here on files are read

@@ -13,8 +13,8 @@ namespace Zorbe::Test::Fuzz {
 namespace {
 
 // The name is taken once; each input's writer listens on a duplicate.
-const TestRoot root;
-const std::string kPath = root / "t";
+const TestRoot kRoot;
+const std::string kPath = kRoot / "t";
 const RawPeer kBound = RawPeer::bind(kPath);
 
 /// A reader, and what the writer has to know about it.

@@ -7,7 +7,7 @@
 namespace Zorbe::Model {
 
 uint64_t Explorer::View::hash() const {
-  uint64_t hash = static_cast<uint64_t>(horizon + 1);
+  auto hash = static_cast<uint64_t>(horizon) + 1;
   for (size_t i = 0; i < count; ++i) {
     hash = mix(hash, static_cast<uint64_t>(newer[i].location) << 32 |
                          static_cast<uint64_t>(newer[i].store));

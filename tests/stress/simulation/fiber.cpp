@@ -24,8 +24,8 @@
 namespace Zorbe::Test::Simulation {
 namespace {
 
-constexpr std::size_t kStackSize = 512 * 1024;
-constexpr std::size_t kGuardSize = 64 * 1024;  // a multiple of every page size
+constexpr std::size_t kStackSize = std::size_t{512} * 1024;
+constexpr std::size_t kGuardSize = std::size_t{64} * 1024;  // a multiple of every page size
 
 Fiber* starting = nullptr;
 

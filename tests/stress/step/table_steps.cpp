@@ -106,7 +106,8 @@ std::unique_ptr<SteppedProcess> TableSteps::startWriter(const TableOperation& op
 }
 
 std::unique_ptr<SteppedProcess> TableSteps::startTakeover() {
-  return std::make_unique<SteppedProcess>([] {}, [this] { openWriter().release(); });
+  return std::make_unique<SteppedProcess>([] {},
+                                          [this] { static_cast<void>(openWriter().release()); });
 }
 
 std::unique_ptr<WatchedFiles> TableSteps::watchFiles() const {

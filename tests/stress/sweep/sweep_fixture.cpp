@@ -123,7 +123,7 @@ std::vector<std::string> SweepTest::newExceptions(const EventRecorder& recorder)
 
 void SweepTest::clearRoot() {
   const Fault::Bypass bypass;
-  table.sequence() = 0;
+  table_.sequence() = 0;
   std::filesystem::remove_all(inRoot("quotes"));
   std::filesystem::create_directories(inRoot("processes/self"));
 }
@@ -177,7 +177,7 @@ void SweepTest::runScenario(const Run& run) {
 }
 
 SweepTest::Ending SweepTest::lead(EventRecorder& recorder, Scenario::Effort effort) {
-  Scenario scenario(recorder, table, effort);
+  Scenario scenario(recorder, table_, effort);
   scenario.run();
   return {scenario.recovered(), !scenario.neverIdle()};
 }

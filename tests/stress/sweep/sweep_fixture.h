@@ -67,7 +67,7 @@ class SweepTest : public ZorbeTest {
 
   std::terminate_handler terminate_;
   std::map<int, void (*)(int)> signals_;
-  SharedTable table;
+  SharedTable table_;
   std::multiset<std::string> baseline_;  // texts of messages
   unsigned problems_ = 0;
 };

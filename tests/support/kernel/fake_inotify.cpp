@@ -61,7 +61,7 @@ std::optional<std::vector<InotifyEvent>> FakeInotify::takeRead() {
 
 std::set<int> FakeInotify::takeList() {
   EXPECT_FALSE(lists_.empty()) << "the watches were not listed";
-  const std::set<int> list = lists_.front();
+  std::set<int> list = lists_.front();
   lists_.pop_front();
   return list;
 }

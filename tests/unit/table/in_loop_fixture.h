@@ -4,8 +4,8 @@
 #include "unit/table/record.h"
 
 #include "support/fixture.h"
+#include "support/roles.h"
 
-#include <brask/linux/event_loop.h>
 #include <zorbe/table/in_loop.h>
 
 #include <map>
@@ -25,20 +25,7 @@ class InLoop : public ZorbeTest {
     options.root = rootPath();
   }
 
-  template <class Done>
-  bool turnUntil(Done done) {
-    for (const double end = now() + 20; !done();) {
-      if (now() > end) return false;
-      loop.turn(0.05);
-    }
-    return true;
-  }
-
-  static double now() {
-    timespec time{};
-    ::clock_gettime(CLOCK_MONOTONIC, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-  }
+  bool turnUntil(const std::function<bool()>& done) { return Zorbe::Test::turnUntil(loop, done); }
 
   // What the reader has delivered so far.
   void drain(Reader& reader) {

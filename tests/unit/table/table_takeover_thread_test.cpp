@@ -3,6 +3,8 @@
 // The table of several writers, and of processes that fork or stop.
 #include "unit/table/table_program.h"
 
+#include "support/child_process.h"
+
 #include <zorbe/exceptions.h>
 
 #include <sys/socket.h>
@@ -86,36 +88,25 @@ TEST_F(TableProgram, AChildThatLivesOnKeepsNoLock) {
 
 // The threads of a stopped process do not accept: six connections fill its queue.
 TEST_F(TableProgram, AReaderOfAStoppedWriterIsHeldUpByNothing) {
-  int ends[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
+  ChildProcess child("writer", [this](Channel& parent) {
     Writer writer("t", options);
     writer.put(1, {10, 0});
-    if (::write(ends[1], "", 1) != 1) ::_exit(1);
-    for (;;) ::pause();
+    parent.send("written");
+    parent.receive();
+  });
+  child.await("written");
+  child.stop();
+  std::vector<std::unique_ptr<Reader>> readers;
+  for (int i = 0; i < 12; ++i) {
+    readers.push_back(std::make_unique<Reader>("t", options));
+    EXPECT_EQ(readers.back()->get(1)->a, 10);
+    copy.clear();
+    EXPECT_GT(drain(*readers.back()), 0u);
   }
-  char byte = 0;
-  ASSERT_EQ(::read(ends[0], &byte, 1), 1);
-  ASSERT_EQ(::kill(child, SIGSTOP), 0);
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
-  {
-    std::vector<std::unique_ptr<Reader>> readers;
-    for (int i = 0; i < 12; ++i) {
-      readers.push_back(std::make_unique<Reader>("t", options));
-      EXPECT_EQ(readers.back()->get(1)->a, 10);
-      copy.clear();
-      EXPECT_GT(drain(*readers.back()), 0u);
-    }
-    EXPECT_EQ(readers.back()->state(), State::orphaned);
-    ASSERT_EQ(::kill(child, SIGCONT), 0);
-    EXPECT_TRUE(
-        waitUntil(*readers.back(), [&] { return readers.back()->state() == State::connected; }));
-  }
-  ASSERT_EQ(::kill(child, SIGKILL), 0);
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  ASSERT_EQ(::close(ends[0]) + ::close(ends[1]), 0);
+  Reader& last = *readers.back();
+  EXPECT_EQ(last.state(), State::orphaned);
+  child.signal(SIGCONT);
+  EXPECT_TRUE(waitUntil(last, [&] { return last.state() == State::connected; }));
 }
 
 }  // namespace

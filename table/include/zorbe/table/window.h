@@ -202,7 +202,7 @@ class Glance {
     }
     if constexpr (valueBytes % 8 != 0) {
       const uint64_t word = acquire(from[valueBytes / 8]);
-      std::memcpy(to + valueBytes / 8 * 8, &word, valueBytes % 8);
+      std::memcpy(to + size_t{valueBytes} / 8 * 8, &word, valueBytes % 8);
     }
   }
 

@@ -46,7 +46,7 @@ class LoopThreadTest : public LoopTest {
 };
 
 TEST_F(LoopThreadTest, WhatAThreadWroteBeforeItsStopIsSeenAfterRun) {
-  constexpr int kRounds = 1000;
+  constexpr int kRounds = 300;
   int written = 0;  // no atomic: stop() and run() are what orders its uses
   std::atomic<int> seen{0};
   keepBusy();

@@ -76,6 +76,7 @@ TEST_F(GuidePrograms, AWriterContinuesWhereAKilledOneStopped) {
   EXPECT_EQ(continued, incarnation);
   int number = 0;
   for (int i = 0; i < 5; ++i) number = awaitAbove(number, reader);
+  EXPECT_EQ(next.log(), "") << "what the reader had reported was refused";
 }
 
 TEST_F(GuidePrograms, AReaderMapsANewIncarnation) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Writers and readers in processes of their own that are stopped, starved or robbed of their files.
+// Writers and readers in processes of their own that lack descriptors or lose their files.
 #include "unit/table/table_program.h"
 
 #include "support/child_process.h"
@@ -13,41 +13,7 @@
 namespace Zorbe::Test {
 namespace {
 
-class TableProcess : public TableProgram {
- protected:
-  // A writer that says "ready" after its first record, and after each number puts that record.
-  void write(Channel& parent) const {
-    Writer writer("t", options);
-    writer.put(1, {10, 0});
-    writer.publish();
-    parent.send("ready");
-    for (;;) {
-      const auto key = static_cast<uint32_t>(std::stoul(parent.receive()));
-      writer.put(key, {int64_t{key} * 10, 0});
-      writer.publish();
-      parent.send("done");
-    }
-  }
-};
-
-TEST_F(TableProcess, AReaderDoesNotWaitForAStoppedWriterWhoseQueueIsFull) {
-  ChildProcess writer("writer", [&](Channel& parent) { write(parent); });
-  writer.await("ready");
-  writer.stop();
-  std::vector<RawPeer> pending;
-  do {
-    pending.push_back(RawPeer::connect(inRoot("t")));
-  } while (pending.back().isOpen());
-  Reader reader("t", options);
-  EXPECT_EQ(reader.get(1)->a, 10);
-  EXPECT_EQ(reader.state(), State::orphaned);
-  EXPECT_TRUE(sees(reader, 1, 10));
-  writer.signal(SIGCONT);
-  writer.send("2");
-  writer.await("done");
-  EXPECT_TRUE(sees(reader, 2, 20));
-  EXPECT_TRUE(waitUntil(reader, [&] { return reader.state() == State::connected; }));
-}
+using TableProcess = TableProgram;
 
 TEST_F(TableProcess, AReaderReadsWhileAWriterHasNoDescriptorForIt) {
   ChildProcess writer("writer", [&](Channel& parent) {

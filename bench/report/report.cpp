@@ -158,6 +158,9 @@ void writeDocuments(const std::string& form, const std::filesystem::path& folder
   plot("fan-out.svg", "One round, per reader, by the number of readers", rowsOf(rows, "fan-out"));
   plot("loop-event.svg", "One descriptor event, by the number of watched descriptors",
        rowsOf(rows, "loop-event"));
+  plot("table-get.svg", "One get, by the number of records", rowsOf(rows, "table-get"));
+  plot("table-slowest.svg", "The slowest read, by what the writer does",
+       rowsOf(rows, "table-slowest"));
   plot("checksum.svg", "Checksum, by the number of bytes", rowsOf(rows, "codec-checksum"));
 }
 

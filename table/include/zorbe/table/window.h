@@ -162,7 +162,7 @@ class Glance {
   }
 
  private:
-  static constexpr int kMaxLines = 4;  // in a full table one key of a thousand is beyond
+  static constexpr int kMaxLines = 4;      // in a full table one key of a thousand is beyond
   static constexpr size_t kUnrolled = 32;  // words of a value
 
   bool isCurrent() const {

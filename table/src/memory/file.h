@@ -25,7 +25,7 @@ struct FileId {
   }
 };
 
-/// Whether the name is this file's, and not another's or nobody's.
+/// Whether the name is the name of this file.
 bool isAt(const Place& place, const std::string& name, const FileId& id);
 
 /// One open file of a table. Owns the descriptor. Failing system calls throw Error.

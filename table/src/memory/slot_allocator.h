@@ -26,7 +26,7 @@ class SlotAllocator {
   /// stays where it is until take(). Nothing when there is none.
   std::optional<uint32_t> candidate(const SlotMemory& memory, uint64_t oldest) const;
 
-  /// The slot now holds a live record. False when it did before: somebody has
+  /// The slot now holds a live record. False when it did before: another process has
   /// overwritten its state.
   bool take(uint32_t slot);
 

@@ -153,7 +153,7 @@ void SlotFile::grow(uint64_t capacity) {
   file_.allocate(end, bytes);
   mapping_.extend(place_, bytes);
   memory_ = SlotMemory(mapping_.at<char>(0), geometry_);
-  // What somebody has left behind the last slot would be taken for records.
+  // Words after the last slot that another process has stored would be taken for records.
   for (uint64_t at = end; at < std::min(length, bytes); at += 8) {
     Word& word = *mapping_.at<Word>(at);
     if (relaxed(word) != 0) release(word, 0);

@@ -74,8 +74,10 @@ TEST_F(TableRefusal, EachFailingCallSaysWhatToDo) {
       {EPERM, ErrorCode::denied, "; give this user the right, or use another root directory"},
       {EMFILE, ErrorCode::system, "; raise the limit of descriptors (ulimit -n)"},
       {ENFILE, ErrorCode::system, "; raise the host's limit of open files (fs.file-max)"},
-      {EISDIR, ErrorCode::system, "; remove what is there, or use another root directory"},
-      {ENOTDIR, ErrorCode::system, "; remove what is there, or use another root directory"},
+      {EISDIR, ErrorCode::system,
+       "; something else has this name: remove it, or use another root directory"},
+      {ENOTDIR, ErrorCode::system,
+       "; something else has this name: remove it, or use another root directory"},
       {ENOMEM, ErrorCode::system, "; raise the limit of address space (ulimit -v)"},
   };
   makeTable();

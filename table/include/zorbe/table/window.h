@@ -47,7 +47,7 @@ struct Hash {
 };
 
 /// Of a key's words. Stored in files: never changes within a version of the format. The seed
-/// differs between indexes, so that nobody can choose keys that all begin in one place.
+/// differs between indexes, so that keys cannot be chosen to have the same home.
 inline Hash hashOf(const uint64_t* words, uint32_t count, uint64_t seed) {
   uint64_t hash = seed ^ 0x9e3779b97f4a7c15u;
   for (uint32_t i = 0; i < count; ++i) {
@@ -137,7 +137,7 @@ class Glance {
   explicit Glance(const Window& window) : window_(window) {}
 
   /// The slot of a key's record, whose value is copied unless `value` is null; kMiss when the
-  /// library has to look. What is copied is of use only if a slot is returned.
+  /// library has to look. The copy is valid only if a slot is returned.
   [[gnu::always_inline]] uint64_t find(Key key, void* value) const {
     if (!isCurrent()) return kMiss;
     const Hash hash = hashOf(key.data(), keyWords, window_.seed);
@@ -162,7 +162,7 @@ class Glance {
   }
 
  private:
-  static constexpr int kMaxLines = 4;  // in a full table one key of a thousand is beyond
+  static constexpr int kMaxLines = 4;      // in a full table one key of a thousand is beyond
   static constexpr size_t kUnrolled = 32;  // words of a value
 
   bool isCurrent() const {

@@ -11,18 +11,18 @@ class Reader : public Zorbe::ReaderKickSm {
  public:
   Reader(Brask::Platform::DebugHandler& log, const Zorbe::RootPath& root,
          Zorbe::Reader::Counters& statistics)
-      : ReaderKickSm(log, root, statistics), table(mapCounter(log, root)) {}
+      : ReaderKickSm(log, root, statistics), table_(mapCounter(log, root)) {}
 
   bool connect() {
     doConnect();
     return connected;
   }
   uint64_t readerSequence() override {  // woken: read the table, return how far
-    const uint64_t sequence = table;
+    const uint64_t sequence = table_;
     // A report below the writer's sequence brings the next kick at once. Woken twice for nothing:
     // the writer publishes elsewhere, since somebody has removed or replaced the file.
-    idlePasses = sequence == sentSequence ? idlePasses + 1 : 0;
-    if (idlePasses > 1) throw std::runtime_error("this is not the writer's table any more");
+    idlePasses_ = sequence == sentSequence ? idlePasses_ + 1 : 0;
+    if (idlePasses_ > 1) throw std::runtime_error("this is not the writer's table any more");
     std::cout << "the table is at " << sequence << std::endl;
     return sequence;
   }
@@ -35,8 +35,8 @@ class Reader : public Zorbe::ReaderKickSm {
   std::string readerName() const override { return "minimal"; }
 
  private:
-  std::atomic<uint64_t>& table;
-  unsigned idlePasses = 0;  // in a row
+  std::atomic<uint64_t>& table_;
+  unsigned idlePasses_ = 0;  // in a row
 };
 
 int main() try {

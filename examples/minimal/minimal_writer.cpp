@@ -13,19 +13,19 @@ class Writer : public Zorbe::WriterKickSm {
   Writer(Brask::Platform::DebugHandler& log, const Zorbe::RootPath& root)
       : WriterKickSm(log, root, false) {
     createKickSocket();  // become the writer, or throw
-    table = &mapCounter(log, root);
-    writerSequence = *table;  // go on where an earlier writer has stopped
+    table_ = &mapCounter(log, root);
+    writerSequence = *table_;  // go on where an earlier writer has stopped
     doEnableListen();
   }
   void publish() {
-    *table = ++writerSequence;  // first the table, then the kick
+    *table_ = ++writerSequence;  // first the table, then the kick
     doKickSleepers();
   }
   int expectReconnects() override { return 0; }
   void readersChanged() override { std::cout << readers.size() << " readers" << std::endl; }
 
  private:
-  std::atomic<uint64_t>* table = nullptr;
+  std::atomic<uint64_t>* table_ = nullptr;
 };
 
 int main() try {

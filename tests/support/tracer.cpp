@@ -78,8 +78,7 @@ bool SystemCallTrace::watch(pid_t child) {
 // Returns false when there is nothing more to record of this child.
 bool SystemCallTrace::record(pid_t child) {
   __ptrace_syscall_info info = {};
-  const long size =
-      ::ptrace(PTRACE_GET_SYSCALL_INFO, child, reinterpret_cast<void*>(sizeof info), &info);
+  const long size = ::ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info);
   EXPECT_GT(size, 0);
   if (info.op != PTRACE_SYSCALL_INFO_ENTRY) return true;
   Watched& watched = watched_.at(child);

@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 
 namespace Zorbe::Test {
@@ -51,7 +52,8 @@ class InLoopDamage : public InLoop {
   // A loop whose work is never done turns thousands of times meanwhile.
   void expectNoSpinning(Reader& reader) {
     unsigned turns = 0;
-    for (const double end = now() + 0.6; now() < end; ++turns) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(600);
+    for (; std::chrono::steady_clock::now() < end; ++turns) {
       drainDamaged(reader);
       loop.turn(0.05);
     }

@@ -56,7 +56,8 @@ TEST_F(TableFilesTest, WhatIsNoRegularFileIsNotOpened) {
   ASSERT_EQ(::unlink(slots.c_str()), 0);
   ASSERT_EQ(::mkdir(slots.c_str(), 0755), 0);
   expectText(slots + " is not a regular file", [&] { openReader(); });
-  expectText("rename() " + slots + ": Is a directory; remove what is there", [&] { openWriter(); });
+  expectText("rename() " + slots + ": Is a directory; something else has this name",
+             [&] { openWriter(); });
   ASSERT_EQ(::rmdir(slots.c_str()), 0);
   EXPECT_EQ(openWriter()->start(), TableWriter::Start::kCreated);
 }

@@ -78,6 +78,7 @@ TEST_F(TableRefusal, EachFailingCallSaysWhatToDo) {
        "; something else has this name: remove it, or use another root directory"},
       {ENOTDIR, ErrorCode::system,
        "; something else has this name: remove it, or use another root directory"},
+      {ENAMETOOLONG, ErrorCode::system, "; use a shorter name or root directory"},
       {ENOMEM, ErrorCode::system, "; raise the limit of address space (ulimit -v)"},
   };
   makeTable();
@@ -85,7 +86,6 @@ TEST_F(TableRefusal, EachFailingCallSaysWhatToDo) {
     SCOPED_TRACE(reason.advice);
     const auto table = openWriter();
     Fault::arm("rename", 1, reason.error);
-    const std::string text = "rename() " + path("buckets") + ": ";
     expectError(reason.code, std::strerror(reason.error) + std::string(reason.advice), [&] {
       for (uint64_t key = 1000; key < 2000; ++key) put(*table, key, key);
     });

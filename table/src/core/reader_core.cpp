@@ -184,7 +184,14 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     const bool isSettled = reader_ && connection_->isConnected() && watch_.isWatching() &&
                            !refused_ && reader_->isInPlace();
     if (!isSettled) lookWithin(kRetrySeconds);
+    reportIfCaughtUp();
     signalReadiness();
+  }
+
+  // A new connection: the program, which has everything, does not call next() before it is woken,
+  // and the writer wakes only those that have reported.
+  void reportIfCaughtUp() {
+    if (follower_ && !corrupt_ && connection_->isConnected() && !follower_->hasNext()) caughtUp();
   }
 
   void connect() {

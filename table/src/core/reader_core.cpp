@@ -115,9 +115,11 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   // The connection and the watch call these, objects that look() may replace. A lost connection
   // is not renewed at once: the writer may have a reason to end each one of this reader.
   void connectionChanged() override {
-    if (!connection_->isConnected()) lookWithin(kSettleSeconds);
+    const bool wasAccepted = std::exchange(isAccepted_, false);
+    if (!connection_->isConnected()) lookWithin(wasAccepted ? kSettleSeconds : kRetrySeconds);
   }
   void kicked() override {
+    isAccepted_ = true;
     if (reader_ && reader_->isRetired()) lookWithin(0.0);
     signalReadiness();
   }
@@ -247,6 +249,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   bool refused_ = false;              // this program cannot read the table in place
   bool corrupt_ = false;              // until the next look
   bool renewConnection_ = false;
+  bool isAccepted_ = false;     // the writer has answered a report on this connection
   std::exception_ptr trouble_;  // for next() to throw
   std::string lastTrouble_;
   void (*ready_)(void*) = nullptr;

@@ -25,10 +25,6 @@ uint64_t parseNumber(const std::string& option, const std::string& text, uint64_
   return number;
 }
 
-int parseLevel(const std::string& text) {
-  return text == "-1" ? -1 : static_cast<int>(parseNumber("--level", text, 0, 9));
-}
-
 // The one NAME; empty when --help is asked for.
 static std::string parse(int argc, char** argv, const std::vector<Argument>& arguments) {
   std::vector<option> known;
@@ -60,7 +56,6 @@ int runProgram(int argc, char** argv, const char* usage, const std::vector<Argum
     std::cerr << program << ": " << mistake.what() << std::endl;
     return kUsage;
   } catch (const Zorbe::DuplicateWriterException& refused) {
-    // The library has logged the whole report already.
     std::cerr << program << ": refused, process " << refused.pid << " (" << refused.owner
               << ") is the writer" << std::endl;
     return kDuplicateWriter;

@@ -10,7 +10,6 @@
 
 namespace Quotes {
 
-/// Exit codes.
 enum Exit : int { kOk = 0, kBadRows = 1, kUsage = 2, kDuplicateWriter = 3, kFailure = 4 };
 
 /// The number in `text`. Throws std::invalid_argument, naming the option, when it is not
@@ -19,7 +18,9 @@ uint64_t parseNumber(const std::string& option, const std::string& text, uint64_
                      uint64_t most);
 
 /// The value of --level: 0 to 9, or -1 for no messages at all. Throws as above.
-int parseLevel(const std::string& text);
+inline int parseLevel(const std::string& text) {
+  return text == "-1" ? -1 : static_cast<int>(parseNumber("--level", text, 0, 9));
+}
 
 /// An option without its dashes, and what to do when it is given.
 struct Argument {

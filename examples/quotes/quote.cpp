@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <stdexcept>
 #include <string_view>
 
@@ -76,12 +75,6 @@ void Digest::add(const Symbol& symbol, const Quote& quote) {
     hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
   }
   sum_ += hash;
-}
-
-std::string Digest::text() const {
-  char digits[17];
-  std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(sum_));
-  return digits;
 }
 
 }  // namespace Quotes

@@ -37,7 +37,7 @@ std::string formatRow(const Symbol& symbol, const Quote& quote);
 class Digest {
  public:
   void add(const Symbol& symbol, const Quote& quote);
-  std::string text() const;
+  std::string text() const { return std::to_string(sum_); }
 
  private:
   uint64_t sum_ = 0;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// quotes-reader: follows a table until a signal ends it. See usage() below.
+// quotes-reader: follows a table until a signal ends it.
 #include <brask/linux/stream_debug_handler.h>
 #include <poll.h>
 #include <zorbe/table.h>
@@ -84,7 +84,6 @@ class Program {
       isComplete_ = change.kind == Kind::complete;
     }
     applied_ += change.kind == Kind::put || change.kind == Kind::erased ? 1u : 0u;
-    scans_ += change.kind == Kind::reset ? 1u : 0u;
   }
 
   void printEvents() {
@@ -97,7 +96,6 @@ class Program {
     if (state == State::connected && state != before) printEvent("connected");
   }
 
-  // Nanoseconds of the clock that all processes of the host share.
   void printEvent(const std::string& event) const {
     if (!options_.events) return;
     const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
@@ -118,7 +116,7 @@ class Program {
     std::cout << "reader incarnation=" << info.incarnation << " sequence=" << info.position
               << " digest=" << digest.text() << " symbols=" << copy_.size()
               << " connected=" << (table_.state() == State::connected ? "yes" : "no")
-              << " applied=" << applied_ << " scans=" << scans_ << std::endl;
+              << " applied=" << applied_ << std::endl;
   }
 
   const Options& options_;
@@ -129,7 +127,6 @@ class Program {
   uint64_t incarnation_ = 0;
   State state_ = State::waiting;
   uint64_t applied_ = 0;
-  uint64_t scans_ = 0;
 };
 
 int printOne(const Reader& table, const std::string& symbol) {

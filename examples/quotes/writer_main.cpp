@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// quotes-writer: becomes the writer of a table and publishes the rows of its standard
-// input. See usage() below.
+// quotes-writer: becomes the writer of a table and publishes the rows of its standard input.
 #include <brask/linux/stream_debug_handler.h>
 #include <unistd.h>
 #include <zorbe/table.h>

@@ -2,6 +2,9 @@
 #include "cli.h"
 
 #include <getopt.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
 #include <zorbe/exceptions.h>
 
 #include <charconv>
@@ -10,28 +13,6 @@
 #include <stdexcept>
 
 namespace Quotes {
-
-namespace {
-
-// What a signal handler may touch: lock-free atomics, and stop(), which allows it.
-std::atomic<Brask::Linux::EventLoop*> signalledLoop{nullptr};
-std::atomic<bool> endRequested{false};
-std::atomic<bool> printRequested{false};
-
-extern "C" void onSignal(int number) {
-  (number == SIGUSR1 ? printRequested : endRequested).store(true);
-  if (Brask::Linux::EventLoop* loop = signalledLoop.load()) loop->stop();
-}
-
-// Without SA_RESTART: a signal ends a connect(2) that waits for a stopped writer.
-void handle(int number, void (*handler)(int)) {
-  struct sigaction action {};
-  action.sa_handler = handler;
-  sigemptyset(&action.sa_mask);
-  if (::sigaction(number, &action, nullptr) != 0) throw std::runtime_error("sigaction() failed");
-}
-
-}  // namespace
 
 uint64_t parseNumber(const std::string& option, const std::string& text, uint64_t least,
                      uint64_t most) {
@@ -44,14 +25,9 @@ uint64_t parseNumber(const std::string& option, const std::string& text, uint64_
   return number;
 }
 
-int parseLevel(const std::string& text) {
-  return text == "-1" ? -1 : static_cast<int>(parseNumber("--level", text, 0, 9));
-}
-
-std::optional<std::string> parseCommandLine(int argc, char** argv,
-                                            const std::vector<Argument>& arguments) {
+// The one NAME; empty when --help is asked for.
+static std::string parse(int argc, char** argv, const std::vector<Argument>& arguments) {
   std::vector<option> known;
-  known.reserve(arguments.size() + 2);
   for (const Argument& argument : arguments) {
     known.push_back(
         {argument.name, argument.takesValue ? required_argument : no_argument, nullptr, 0});
@@ -60,7 +36,7 @@ std::optional<std::string> parseCommandLine(int argc, char** argv,
   known.push_back({});
   int which = 0;
   for (int letter; (letter = ::getopt_long(argc, argv, "h", known.data(), &which)) != -1;) {
-    if (letter == 'h') return std::nullopt;
+    if (letter == 'h') return "";
     if (letter != 0) throw std::invalid_argument("see --help");
     arguments[static_cast<std::size_t>(which)].take(optarg != nullptr ? optarg : "");
   }
@@ -68,14 +44,18 @@ std::optional<std::string> parseCommandLine(int argc, char** argv,
   return argv[optind];
 }
 
-int runProgram(const std::string& program, const std::function<int()>& run) {
+int runProgram(int argc, char** argv, const char* usage, const std::vector<Argument>& arguments,
+               const std::function<int(const std::string& name)>& run) {
+  const std::string program = std::string(usage).substr(7, std::string(usage).find(" NAME") - 7);
   try {
-    return run();
+    const std::string name = parse(argc, argv, arguments);
+    if (!name.empty()) return run(name);
+    std::cout << usage;
+    return kOk;
   } catch (const std::invalid_argument& mistake) {
     std::cerr << program << ": " << mistake.what() << std::endl;
     return kUsage;
   } catch (const Zorbe::DuplicateWriterException& refused) {
-    // The library has logged the whole report already.
     std::cerr << program << ": refused, process " << refused.pid << " (" << refused.owner
               << ") is the writer" << std::endl;
     return kDuplicateWriter;
@@ -85,34 +65,27 @@ int runProgram(const std::string& program, const std::function<int()>& run) {
   }
 }
 
-void runLoop(Brask::Linux::EventLoop& loop, const std::function<void()>& recover) {
-  for (;;) {
-    try {
-      return loop.run();
-    } catch (const Brask::Exception& failure) {
-      std::cerr << failure.msg() << std::endl;
-      recover();
-    }
+Signals::Signals() {
+  sigset_t wanted;
+  ::sigemptyset(&wanted);
+  for (const int number : {SIGINT, SIGTERM, SIGUSR1}) ::sigaddset(&wanted, number);
+  if (::sigprocmask(SIG_BLOCK, &wanted, nullptr) == 0) {
+    fd_ = ::signalfd(-1, &wanted, SFD_NONBLOCK | SFD_CLOEXEC);
   }
+  if (fd_ < 0) throw std::runtime_error("signalfd() failed");
 }
 
-Signals::Signals(Brask::Linux::EventLoop& loop) {
-  signalledLoop.store(&loop);
-  for (const int number : {SIGINT, SIGTERM, SIGUSR1}) handle(number, onSignal);
-}
-
+// They stay blocked: a program that ends already is not to end otherwise for a second one.
 Signals::~Signals() {
-  for (const int number : {SIGINT, SIGTERM, SIGUSR1})
-    static_cast<void>(std::signal(number, SIG_IGN));
-  signalledLoop.store(nullptr);
+  static_cast<void>(::close(fd_));
 }
 
-bool Signals::takePrintRequest() {
-  return printRequested.exchange(false);
-}
-
-bool Signals::ended() const {
-  return endRequested.load();
+int Signals::take(int milliseconds) const {
+  pollfd waiting{fd_, POLLIN, 0};
+  signalfd_siginfo signal{};
+  if (::poll(&waiting, 1, milliseconds) != 1) return 0;
+  if (::read(fd_, &signal, sizeof signal) != sizeof signal) return 0;
+  return static_cast<int>(signal.ssi_signo);
 }
 
 }  // namespace Quotes

@@ -3,18 +3,13 @@
 // What the command-line programs have in common.
 #pragma once
 
-#include <brask/linux/event_loop.h>
-
-#include <atomic>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace Quotes {
 
-/// Exit codes.
 enum Exit : int { kOk = 0, kBadRows = 1, kUsage = 2, kDuplicateWriter = 3, kFailure = 4 };
 
 /// The number in `text`. Throws std::invalid_argument, naming the option, when it is not
@@ -23,7 +18,9 @@ uint64_t parseNumber(const std::string& option, const std::string& text, uint64_
                      uint64_t most);
 
 /// The value of --level: 0 to 9, or -1 for no messages at all. Throws as above.
-int parseLevel(const std::string& text);
+inline int parseLevel(const std::string& text) {
+  return text == "-1" ? -1 : static_cast<int>(parseNumber("--level", text, 0, 9));
+}
 
 /// An option without its dashes, and what to do when it is given.
 struct Argument {
@@ -32,33 +29,28 @@ struct Argument {
   std::function<void(const std::string& value)> take;
 };
 
-/// Reads the options and returns the one NAME among them; nothing when --help is asked for.
-/// Throws std::invalid_argument for a command line that makes no sense.
-std::optional<std::string> parseCommandLine(int argc, char** argv,
-                                            const std::vector<Argument>& arguments);
+/// Reads the options and returns what `run` returns for the one NAME among them. Prints `usage`
+/// when --help is asked for, and on standard error what is thrown: std::invalid_argument for a
+/// command line that makes no sense.
+int runProgram(int argc, char** argv, const char* usage, const std::vector<Argument>& arguments,
+               const std::function<int(const std::string& name)>& run);
 
-/// Returns what `run` returns, or tells on standard error what it throws.
-int runProgram(const std::string& program, const std::function<int()>& run);
-
-/// Runs the loop until it is stopped. After each exception of the library that has left it, calls
-/// `recover` and goes on.
-void runLoop(Brask::Linux::EventLoop& loop, const std::function<void()>& recover);
-
-/// For its lifetime: SIGINT and SIGTERM end `loop.run()`, and so does SIGUSR1, which also
-/// asks for a printout. One at a time. Afterwards they are ignored: a program that ends
-/// already is not to end otherwise for a second signal.
+/// For its lifetime SIGINT, SIGTERM and SIGUSR1 do not interrupt the program: they make a
+/// descriptor readable. To be made before there is a second thread.
 class Signals {
  public:
-  explicit Signals(Brask::Linux::EventLoop& loop);
+  Signals();
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
   ~Signals();
 
-  /// True once after each SIGUSR1.
-  bool takePrintRequest();
+  int fd() const { return fd_; }
 
-  /// True after SIGINT or SIGTERM.
-  bool ended() const;
+  /// The next one, waited for at most that long; 0 when there is none.
+  int take(int milliseconds) const;
+
+ private:
+  int fd_ = -1;
 };
 
 }  // namespace Quotes

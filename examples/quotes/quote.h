@@ -1,40 +1,46 @@
 // SPDX-License-Identifier: MIT
 //
-// A quote in ordinary memory, its stored form, and its text form.
+// The record of the table, and its text form.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <unordered_map>
+#include <zorbe/table/fields.h>
 
-#include "table_format.h"
+#include <cstdint>
+#include <map>
+#include <string>
 
 namespace Quotes {
 
+using Symbol = Zorbe::Table::Text<15>;
+
 struct Quote {
-  std::string symbol;  // 1 to 15 bytes, none of them zero
-  int64_t price = 0;   // in ten-thousandths
-  uint32_t size = 0;
+  int64_t price;  // in ten-thousandths
+  uint32_t size;
 };
+ZORBE_FIELDS(Quote, price, size);
 
 /// A process's own copy of a table.
-using Copy = std::unordered_map<std::string, Quote>;
+using Copy = std::map<Symbol, Quote>;
 
-/// The stored form, checksum included. Throws Brask::RuntimeException when the symbol
-/// does not fit.
-Record makeRecord(const Quote& quote, uint64_t sequence);
-
-Quote quoteOf(const Record& record);
-
-bool checksumHolds(const Record& record);
+struct Row {
+  Symbol symbol;
+  Quote quote;
+};
 
 /// Reads "symbol,price,size". Throws std::invalid_argument saying what is wrong.
-Quote parseRow(const std::string& row);
+Row parseRow(const std::string& row);
 
 /// The inverse of parseRow, without a line end.
-std::string formatRow(const Quote& quote);
+std::string formatRow(const Symbol& symbol, const Quote& quote);
 
-/// One number for a whole copy, whatever its order: equal copies, equal digests.
-uint32_t digest(const Copy& copy);
+/// One number for many records, in any order: equal records, equal digests.
+class Digest {
+ public:
+  void add(const Symbol& symbol, const Quote& quote);
+  std::string text() const { return std::to_string(sum_); }
+
+ private:
+  uint64_t sum_ = 0;
+};
 
 }  // namespace Quotes

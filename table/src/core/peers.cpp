@@ -19,40 +19,37 @@ PeerState stateOf(const ReaderKickClientSm& client, bool isAsleep) {
   return client.acknowledged ? PeerState::behind : PeerState::watcher;
 }
 
+// Asked each time: between two looks another process may have got the descriptor of one that has
+// ended, and its connection the same place in memory.
+void identify(int fd, Peer& peer) {
+  ucred who{};
+  socklen_t length = sizeof who;
+  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &length) != 0) return;
+  peer.pid = static_cast<uint32_t>(who.pid);
+  peer.uid = who.uid;
+}
+
 }  // namespace
 
 Status Peers::look(const Connections& all, const Connections& asleep) {
   Status status;
   status.now = monotonicNow();
   status.connections = all.size();
-  std::unordered_map<int, Known> former;
+  std::unordered_map<int, Peer> former;
   former.swap(known_);
   for (const auto& [fd, client] : all) {
+    Peer peer;
+    identify(fd, peer);
+    peer.reported = client->sequence;
+    peer.state = stateOf(*client, asleep.count(fd) != 0);
     const auto found = former.find(fd);
-    if (found != former.end() && found->second.client == client) {
-      known_.insert(former.extract(found));
-    }
-    Known& known = find(fd, *client, status.now);
-    const PeerState state = stateOf(*client, asleep.count(fd) != 0);
-    if (state != known.peer.state) known.peer.since = status.now;
-    known.peer.state = state;
-    known.peer.reported = client->sequence;
-    status.peers.push_back(known.peer);
+    const bool isAsBefore =
+        found != former.end() && found->second.pid == peer.pid && found->second.state == peer.state;
+    peer.since = isAsBefore ? found->second.since : status.now;
+    known_[fd] = peer;
+    status.peers.push_back(peer);
   }
   return status;
-}
-
-Peers::Known& Peers::find(int fd, const ReaderKickClientSm& client, int64_t now) {
-  const auto [at, isNew] = known_.try_emplace(fd, Known{&client, {}});
-  if (!isNew) return at->second;
-  ucred who{};
-  socklen_t length = sizeof who;
-  if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &length) == 0) {
-    at->second.peer.pid = static_cast<uint32_t>(who.pid);
-    at->second.peer.uid = who.uid;
-  }
-  at->second.peer.since = now;
-  return at->second;
 }
 
 }  // namespace Zorbe::Table

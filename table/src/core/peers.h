@@ -17,14 +17,7 @@ class Peers {
   Status look(const Connections& all, const Connections& asleep);
 
  private:
-  struct Known {
-    const ReaderKickClientSm* client;
-    Peer peer;
-  };
-
-  Known& find(int fd, const ReaderKickClientSm& client, int64_t now);
-
-  std::unordered_map<int, Known> known_;
+  std::unordered_map<int, Peer> known_;  // by the descriptors of the connections
 };
 
 }  // namespace Zorbe::Table

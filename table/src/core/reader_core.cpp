@@ -115,9 +115,11 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   // The connection and the watch call these, objects that look() may replace. A lost connection
   // is not renewed at once: the writer may have a reason to end each one of this reader.
   void connectionChanged() override {
-    if (!connection_->isConnected()) lookWithin(kSettleSeconds);
+    const bool wasAccepted = std::exchange(isAccepted_, false);
+    if (!connection_->isConnected()) lookWithin(wasAccepted ? kSettleSeconds : kRetrySeconds);
   }
   void kicked() override {
+    isAccepted_ = true;
     if (reader_ && reader_->isRetired()) lookWithin(0.0);
     signalReadiness();
   }
@@ -184,7 +186,14 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     const bool isSettled = reader_ && connection_->isConnected() && watch_.isWatching() &&
                            !refused_ && reader_->isInPlace();
     if (!isSettled) lookWithin(kRetrySeconds);
+    reportIfCaughtUp();
     signalReadiness();
+  }
+
+  // A new connection: the program, which has everything, does not call next() before it is woken,
+  // and the writer wakes only those that have reported.
+  void reportIfCaughtUp() {
+    if (follower_ && !corrupt_ && connection_->isConnected() && !follower_->hasNext()) caughtUp();
   }
 
   void connect() {
@@ -240,6 +249,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   bool refused_ = false;              // this program cannot read the table in place
   bool corrupt_ = false;              // until the next look
   bool renewConnection_ = false;
+  bool isAccepted_ = false;     // the writer has answered a report on this connection
   std::exception_ptr trouble_;  // for next() to throw
   std::string lastTrouble_;
   void (*ready_)(void*) = nullptr;

@@ -18,11 +18,6 @@ constexpr uint32_t kTableMask =
 // Directories that may appear between two looks.
 constexpr int kAttempts = 16;
 
-bool isDirectory(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 }  // namespace
 
 RootWatch::RootWatch(const std::string& path, Owner& owner)
@@ -30,21 +25,32 @@ RootWatch::RootWatch(const std::string& path, Owner& owner)
   while (path_.size() > 1 && path_.back() == '/') path_.pop_back();
 }
 
-std::string RootWatch::nearest() const {
+bool RootWatch::isDirectory(const std::string& path, Identity& identity) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return false;
+  identity = {status.st_dev, status.st_ino};
+  return true;
+}
+
+std::string RootWatch::nearest(Identity& identity) const {
   std::string path = path_;
-  while (path.size() > 1 && !isDirectory(path)) {
+  while (!isDirectory(path, identity) && path.size() > 1) {
     const size_t slash = path.rfind('/');
     path.resize(slash == 0 ? 1 : slash);
   }
   return path;
 }
 
-// Looks again after each addWatch(), for a directory that was made before the watch began.
+// Looks again after each addWatch(), for a directory that was made before the watch began. The path
+// alone does not identify a directory: the kernel reports the end of a removed one only when none of
+// its files is open or mapped, and by then another one may have taken its place.
 void RootWatch::set() {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    const std::string found = nearest();
-    if (watching_ && found == watched_) return;
+    Identity identity;
+    const std::string found = nearest(identity);
+    if (watching_ && found == watched_ && identity == identity_) return;
     watched_ = found;
+    identity_ = identity;
     const size_t begin = found.size() == 1 ? 1 : found.size() + 1;
     next_ = found == path_ ? "" : path_.substr(begin, path_.find('/', begin) - begin);
     watching_ = true;

@@ -3,6 +3,8 @@
 
 #include <brask/platform.h>
 
+#include <sys/types.h>
+
 #include <memory>
 #include <string>
 
@@ -33,14 +35,25 @@ class RootWatch : public Brask::Platform::InotifyHandler {
   void inotifyChanged(const std::string& what) override;
 
  private:
-  std::string nearest() const;
+  /// Of a directory; another one at the same path has another.
+  struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const Identity& other) const {
+      return device == other.device && inode == other.inode;
+    }
+  };
+
+  std::string nearest(Identity& identity) const;
+  static bool isDirectory(const std::string& path, Identity& identity);
   bool concerns(const std::string& name) const;
 
   std::string path_;
   Owner& owner_;
   std::unique_ptr<Brask::Platform::InotifyControl> control_;
   std::string watched_;
-  std::string next_;  // the component below the watched one, empty for the table's directory
+  Identity identity_;  // of what is watched
+  std::string next_;   // the component below the watched one, empty for the table's directory
   bool watching_ = false;
 };
 

@@ -5,7 +5,7 @@
 
 #include <brask/linux/event_loop.h>
 #include <brask/linux/stream_debug_handler.h>
-#include <zorbe/root_path.h>
+#include <zorbe/table/options.h>
 
 #include <string>
 
@@ -14,7 +14,7 @@
 
 namespace Zorbe::Test::Chaos {
 
-inline constexpr const char* kTableName = "quotes";
+inline constexpr const char* kTableName = "chaos";
 
 /// Keeps only the latest failures: a process that is never killed logs many.
 class ShortLog final : public Brask::Platform::DebugHandler {
@@ -42,14 +42,20 @@ class ClientContext {
     }
   }
 
+  /// With this process's log.
+  Table::Options options() {
+    Table::Options result;
+    result.log = &log_;
+    return result;
+  }
+
   Brask::Linux::EventLoop loop;
-  ShortLog log;
-  RootPath root{log, kTableName, true};
 
  private:
   static bool isStopRequested();
   void notifyParent();
 
+  ShortLog log_;
   Channel& parent_;
 };
 

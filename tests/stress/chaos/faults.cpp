@@ -179,11 +179,11 @@ Member* Faults::killCompetitor() {
   return &competitor;
 }
 
-// Writer and readers create it again while it is being removed.
+// The writer may create it again while it is being removed.
 Member* Faults::removeDirectory() {
+  processes_.board().removed = true;
   std::error_code interrupted;
   std::filesystem::remove_all(directory_, interrupted);
-  removed_ = true;
   return &processes_.expectedWriter();
 }
 

@@ -25,9 +25,6 @@ class Faults {
   /// A few faults, while the writer publishes. Afterwards no writer is stopped.
   void burst(Span span);
 
-  /// Whether the directory was removed since the last call.
-  bool takeRemoval() { return std::exchange(removed_, false); }
-
   /// The latest, a line each.
   std::string history() const;
 
@@ -65,7 +62,6 @@ class Faults {
   Random random_;
   Report& report_;
   bool sparingWriter_ = false;
-  bool removed_ = false;
   std::deque<std::string> history_;
 };
 

@@ -8,12 +8,14 @@
 namespace Zorbe::Test::Chaos {
 namespace {
 
-constexpr unsigned kChecksUntilWarm = 10;
+constexpr unsigned kChecksUntilWarm = 5;
 
 }  // namespace
 
-IdleCheck::IdleCheck(Processes& processes, std::chrono::seconds timeout, Report& report)
+IdleCheck::IdleCheck(Processes& processes, Probe& probe, std::chrono::seconds timeout,
+                     Report& report)
     : processes_(processes),
+      probe_(probe),
       timeout_(timeout),
       report_(report),
       longLived_(processes.longLivedReaders()) {}
@@ -23,7 +25,6 @@ void IdleCheck::check(bool warm) {
     Member& reader = processes_.readers()[i];
     if (reader.isAwake()) checkLongLived(reader, longLived_[i], warm);
   }
-  if (Member* const writer = processes_.writer()) checkWriter(*writer);
   sumUp();
 }
 
@@ -36,21 +37,50 @@ void IdleCheck::checkLongLived(Member& reader, LongLived& usage, bool warm) {
   requireFlat(reader, usage.pages);
 }
 
-// Between its kills: what it has besides its connections.
-void IdleCheck::checkWriter(Member& writer) {
+// Also between its kills: what it has besides its connections.
+void IdleCheck::checkWriter() {
+  Member& writer = *processes_.writer();
+  if (!processes_.await(Clock::now() + timeout_, [this] { return awake().empty(); }))
+    throw Failure(writer.name() + " does not know that readers sleep:" + awake());
   const pid_t pid = writer.pid();
   if (std::exchange(writer_, pid) != pid) {
     writerCourse_ = {};
     writerChecks_ = 0;
   }
   report_.longestWriter = std::max(report_.longestWriter, ++writerChecks_);
-  Place& place = writer.place();
-  const auto count = [&] { return long{descriptorsOf(pid)} - place.connections; };
+  const auto count = [&] { return long{descriptorsOf(pid)} - connections(); };
   checkDescriptors(writer, writerCourse_.descriptors, count);
   if (writerChecks_ < kChecksUntilWarm) return;
   writerCourse_.pages.note(residentPagesOf(pid));
   requireFlat(writer, writerCourse_.pages);
   report_.writerGrowth = std::max(report_.writerGrowth, writerCourse_.pages.growth());
+}
+
+// The running readers of which the writer does not say that they sleep and have everything.
+std::string IdleCheck::awake() {
+  const std::optional<Table::Status> status = probe_.status();
+  if (!status) return " there is no status";
+  std::string names;
+  for (Member& reader : processes_.readers()) {
+    if (!reader.isAwake()) continue;
+    const auto isItsOwn = [&](const Table::Peer& peer) {
+      return static_cast<pid_t>(peer.pid) == reader.pid();
+    };
+    const auto peer = std::find_if(status->peers.begin(), status->peers.end(), isItsOwn);
+    if (peer == status->peers.end()) {
+      names += " " + reader.name() + " is missing;";
+    } else if (peer->state != Table::PeerState::asleep ||
+               peer->reported != probe_.info().published) {
+      names += " " + reader.name() + " has reported " + std::to_string(peer->reported) + " of " +
+               std::to_string(probe_.info().published) + ";";
+    }
+  }
+  return names;
+}
+
+long IdleCheck::connections() {
+  const std::optional<Table::Status> status = probe_.status();
+  return status ? static_cast<long>(status->connections) : 0;
 }
 
 void IdleCheck::checkDescriptors(Member& member, Course& course,

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "stress/chaos/processes.h"
@@ -12,11 +14,15 @@ namespace Zorbe::Test::Chaos {
 /// Checks the resources of long-lived processes whenever all have converged.
 class IdleCheck {
  public:
-  IdleCheck(Processes& processes, std::chrono::seconds timeout, Report& report);
+  IdleCheck(Processes& processes, Probe& probe, std::chrono::seconds timeout, Report& report);
 
   /// Throws Failure when something has grown. Memory counts from the first check that is
   /// `warm`.
   void check(bool warm);
+
+  /// Besides, what the writer says about its readers: that each running one sleeps and has
+  /// reported everything. It says so ten times a second.
+  void checkWriter();
 
  private:
   struct LongLived {
@@ -25,7 +31,8 @@ class IdleCheck {
   };
 
   void checkLongLived(Member& reader, LongLived& usage, bool warm);
-  void checkWriter(Member& writer);
+  std::string awake();
+  long connections();
   void sumUp();
   void checkDescriptors(Member& member, Course& course, const std::function<long()>& count);
   long firstCount(Member& member, const std::function<long()>& count);
@@ -33,6 +40,7 @@ class IdleCheck {
   static void requireFlat(const Member& member, const Course& pages);
 
   Processes& processes_;
+  Probe& probe_;
   std::chrono::seconds timeout_;
   Report& report_;
   std::vector<LongLived> longLived_;

@@ -46,14 +46,10 @@ void Member::clearPlace() {
   place_.pid = 0;
   place_.writing = false;
   place_.attached = false;
-  for (auto* number : {&place_.fenix, &place_.departures, &place_.corruptions,
-                       &place_.reportedFenix, &place_.answered, &place_.connections}) {
+  for (auto* number : {&place_.incarnation, &place_.position, &place_.digest}) *number = 0;
+  for (auto* number : {&place_.torn, &place_.answered, &place_.takeovers, &place_.lost})
     *number = 0;
-  }
-  place_.sequence = 0;
-  place_.reportedSequence = 0;
   place_.otherWriter = 0;
-  expectedWriter_ = 0;
 }
 
 void Member::kill() {
@@ -95,18 +91,9 @@ void Member::requireSanity() {
     throw Failure("two writers: " + name_ + " has become one beside process " +
                   std::to_string(other));
   }
-  if (place_.corruptions > 0) throw Failure(name_ + " has read a corrupt table");
-}
-
-void Member::expectDeparture(pid_t writer) {
-  expectedWriter_ = writer;
-  departuresBefore_ = place_.departures;
-}
-
-void Member::requireDepartureReported(pid_t writer) {
-  if (expectedWriter_ == 0 || expectedWriter_ == writer) return;
-  if (place_.departures == departuresBefore_)
-    throw Failure(name_ + " was not notified of a departure");
+  if (place_.torn > 0) throw Failure(name_ + " has received a torn record");
+  if (const uint32_t lost = place_.lost)
+    throw Failure(name_ + " took over a table that has lost " + std::to_string(lost) + " changes");
 }
 
 void Member::signal(int number) {

@@ -23,16 +23,19 @@ Processes::Processes(unsigned readerCount, const std::string& oraclePath, Flaw f
     : longLived_(1 + readerCount / kReadersPerLongLived) {
   for (unsigned i = 0; i < readerCount; ++i) {
     const Flaw own = i == 0 ? flaw : Flaw::kNone;
-    readers_.emplace_back("reader " + std::to_string(i + 1), board_->places.at(i),
-                          [own](Channel& parent, Place& place) { runReader(parent, place, own); });
+    const Kind kind = i % 2 == 0 ? Kind::kOwnLoop : Kind::kProcessLoop;
+    readers_.emplace_back(
+        "reader " + std::to_string(i + 1), board_->places.at(i),
+        [=](Channel& parent, Place& place) { runReader(parent, place, kind, own); });
   }
   for (const char* name : {"candidate", "competitor"}) {
     const bool isFirst = candidates_.empty();
-    const bool isOfCandidate = flaw == Flaw::kWriterLeaks || flaw == Flaw::kStartsEmpty;
-    const Flaw own = isFirst == isOfCandidate ? flaw : Flaw::kNone;
+    const bool isOfCompetitor = flaw == Flaw::kIgnoresTheLock;
+    const Flaw own = isFirst == isOfCompetitor ? Flaw::kNone : flaw;
+    const Kind kind = isFirst ? Kind::kOwnLoop : Kind::kProcessLoop;
     candidates_.emplace_back(name, board_->places.at(readerCount + candidates_.size()),
-                             [this, own, oraclePath](Channel& parent, Place& place) {
-                               runCandidate(parent, *board_, place, oraclePath, own);
+                             [=](Channel& parent, Place& place) {
+                               runCandidate(parent, *board_, place, oraclePath, kind, own);
                              });
   }
 }
@@ -88,34 +91,35 @@ void Processes::wait(Clock::time_point deadline) {
   }
 }
 
-bool Processes::isBehind(Member& reader, Place& writer) const {
+bool Processes::isBehind(Member& reader, const Probe& probe) {
   const Place& place = reader.place();
-  return !place.attached || place.fenix != writer.fenix || place.sequence != writer.sequence ||
-         place.reportedFenix != writer.fenix || place.reportedSequence != writer.sequence;
+  return !place.attached || place.incarnation != probe.info().incarnation ||
+         place.position != probe.info().published || place.digest != probe.digest();
 }
 
-bool Processes::isConverged() {
+bool Processes::isConverged(const Probe& probe) {
   Member* const present = writer();
   if (present == nullptr || present->place().answered != request_) return false;
-  return std::none_of(readers_.begin(), readers_.end(), [&](Member& reader) {
-    return reader.isAwake() && isBehind(reader, present->place());
-  });
+  return std::none_of(readers_.begin(), readers_.end(),
+                      [&](Member& reader) { return reader.isAwake() && isBehind(reader, probe); });
 }
 
-std::string Processes::describe() {
+std::string Processes::describe(const Probe& probe) {
   Member* const present = writer();
   if (present == nullptr) return "there is no writer";
-  const auto position = [](uint32_t fenix, uint64_t sequence) {
-    return std::to_string(fenix) + "/" + std::to_string(sequence);
+  const auto position = [](uint64_t incarnation, uint64_t sequence) {
+    return std::to_string(incarnation) + "/" + std::to_string(sequence);
   };
-  const Place& writing = present->place();
-  std::string text = present->name() + " is at " + position(writing.fenix, writing.sequence);
+  std::string text = present->name() + " is at " +
+                     position(probe.info().incarnation, probe.info().published) +
+                     (present->place().answered == request_ ? "" : ", has not answered") +
+                     (probe.lack().empty() ? "" : ", " + probe.lack());
   for (Member& reader : readers_) {
     const Place& place = reader.place();
-    if (!reader.isAwake() || !isBehind(reader, present->place())) continue;
-    text += "; " + reader.name() + " is at " + position(place.fenix, place.sequence) +
-            ", reported at " + position(place.reportedFenix, place.reportedSequence) +
-            (place.attached ? ", attached" : ", not attached");
+    if (!reader.isAwake() || !isBehind(reader, probe)) continue;
+    text += "; " + reader.name() + " is at " + position(place.incarnation, place.position) +
+            (place.attached ? ", attached" : ", not attached") +
+            (place.digest == probe.digest() ? "" : ", its copy differs");
   }
   return text;
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "stress/chaos/board.h"
+#include "stress/chaos/probe.h"
 #include "support/child_process.h"
 #include "support/shared.h"
 
@@ -51,12 +52,6 @@ class Member {
   /// Throws Failure for a state that must never occur.
   void requireSanity();
 
-  /// This reader is attached to the writer `pid`, whose departure must be reported to it.
-  void expectDeparture(pid_t writer);
-
-  /// Throws Failure when `writer` is another one, and the departure was not reported.
-  void requireDepartureReported(pid_t writer);
-
  private:
   void clearPlace();
   void signal(int number);
@@ -66,8 +61,6 @@ class Member {
   Role role_;
   std::unique_ptr<ChildProcess> process_;
   bool stopped_ = false;
-  pid_t expectedWriter_ = 0;
-  uint32_t departuresBefore_ = 0;
 };
 
 /// All of them: readers, of which some are never killed, the candidate that is always there,
@@ -96,12 +89,12 @@ class Processes {
   /// in time. Throws Failure when a process has ended by itself.
   bool await(Clock::time_point deadline, const std::function<bool()>& condition);
 
-  /// All running readers are attached to the writer, and have read and reported its last
-  /// publication.
-  bool isConverged();
+  /// The writer has done everything that it was asked for, and each running reader is attached to
+  /// it and has a copy of the table, which `probe` has looked at.
+  bool isConverged(const Probe& probe);
 
   /// Why it is not.
-  std::string describe();
+  std::string describe(const Probe& probe);
 
   /// What the writers have published so far.
   Board& board() { return *board_; }
@@ -112,7 +105,7 @@ class Processes {
   void forEach(const std::function<void(Member&)>& action);
 
  private:
-  bool isBehind(Member& reader, Place& writer) const;
+  static bool isBehind(Member& reader, const Probe& probe);
   void wait(Clock::time_point deadline);
 
   Shared<Board> board_;

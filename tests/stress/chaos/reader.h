@@ -6,8 +6,14 @@
 
 namespace Zorbe::Test::Chaos {
 
-/// Follows the quotes table as its example does, until SIGTERM, and publishes its
-/// position at its place.
-void runReader(Channel& parent, Place& place, Flaw flaw);
+/// How a process turns its table's reader or writer.
+enum class Kind {
+  kOwnLoop,      ///< Table::Reader, Table::Writer
+  kProcessLoop,  ///< Table::LoopReader, Table::LoopWriter
+};
+
+/// Follows the table until SIGTERM, keeps a copy of it, and publishes its position and the copy's
+/// digest at its place.
+void runReader(Channel& parent, Place& place, Kind kind, Flaw flaw);
 
 }  // namespace Zorbe::Test::Chaos

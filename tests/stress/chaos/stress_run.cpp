@@ -16,11 +16,14 @@
 #include "stress/chaos/client_context.h"
 #include "stress/chaos/faults.h"
 #include "stress/chaos/idle_check.h"
-#include "stress/chaos/keys.h"
+#include "stress/chaos/probe.h"
 #include "support/test_root.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
+
+// The writer tells ten times a second who reads: that is waited for, now and then.
+constexpr unsigned kBurstsPerCheckOfWriter = 4;
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -31,8 +34,8 @@ class StressRun {
         report_(report),
         processes_(settings.readers, root / "writers", settings.flaw),
         faults_(processes_, root / kTableName, settings.seed, report),
-        keys_(processes_.board(), kTableName),
-        idleCheck_(processes_, settings.timeout, report) {}
+        probe_(processes_.board(), root / kTableName),
+        idleCheck_(processes_, probe_, settings.timeout, report) {}
 
   void run() {
     begin();
@@ -41,6 +44,7 @@ class StressRun {
       faults_.burst(spanNow());
       converge();
       idleCheck_.check(isWarm());
+      if (++bursts_ % kBurstsPerCheckOfWriter == 0) idleCheck_.checkWriter();
     }
     end();
   }
@@ -63,6 +67,7 @@ class StressRun {
     });
     converge();
     idleCheck_.check(isWarm());
+    idleCheck_.checkWriter();
     processes_.forEach([](Member& member) {
       if (member.isAlive()) member.leave();
     });
@@ -104,25 +109,16 @@ class StressRun {
     processes_.publish(1);
     const auto start = Clock::now();
     if (!processes_.await(start + settings_.timeout, [&] { return isConverged(); }))
-      throw Failure("not converged: " + processes_.describe());
+      throw Failure("not converged: " + processes_.describe(probe_));
     const std::chrono::duration<double, std::milli> took = Clock::now() - start;
     const pid_t writer = processes_.writer()->pid();
     const bool same = std::exchange(writer_, writer) == writer;
     (same ? report_.underSame : report_.underAnother).push_back(took.count());
-    // A writer that lives restores a removed directory. One that is killed meanwhile may be the
-    // only process that had the table.
-    keys_.verify(faults_.takeRemoval() && !same);
-    for (Member& reader : processes_.readers()) {
-      if (!reader.isAwake()) continue;
-      reader.requireDepartureReported(writer);
-      reader.expectDeparture(writer);
-    }
+    probe_.verify();
+    processes_.board().removed = false;  // a writer that lives has made it again
   }
 
-  // Checks the directory, too: after its removal, the writer's table is another one.
-  bool isConverged() {
-    return processes_.isConverged() && keys_.areInPlace(processes_.writer()->place().fenix);
-  }
+  bool isConverged() { return probe_.look() && processes_.isConverged(probe_); }
 
   const Settings& settings_;
   Report& report_;
@@ -130,8 +126,9 @@ class StressRun {
   pid_t writer_ = 0;
   Processes processes_;
   Faults faults_;
-  Keys keys_;
+  Probe probe_;
   IdleCheck idleCheck_;
+  unsigned bursts_ = 0;
 };
 
 void lead(const Settings& settings, const TestRoot& root, Report& report) {
@@ -149,7 +146,7 @@ std::string whatIsLeft() {
   if (::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD) return "a process is left";
   Brask::Linux::StreamDebugHandler log(std::cerr, 0);
   try {
-    Util::releaseWriterLock(log, Util::acquireWriterLock(log, RootPath(log, "quotes", true)));
+    Util::releaseWriterLock(log, Util::acquireWriterLock(log, RootPath(log, kTableName, true)));
   } catch (const Brask::Exception& refusal) {
     return std::string("the lock's name is left: ") + refusal.what();
   }

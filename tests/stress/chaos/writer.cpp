@@ -1,101 +1,51 @@
 // SPDX-License-Identifier: MIT
 #include "stress/chaos/writer.h"
 
-#include <quotes_writer.h>
-#include <sys/socket.h>
 #include <zorbe/exceptions.h>
-#include <zorbe/unlock.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <sstream>
-#include <system_error>
+#include <utility>
 
 #include "stress/chaos/client_context.h"
 #include "stress/chaos/mutual_exclusion_oracle.h"
-#include "support/periodic_signal.h"
+#include "stress/chaos/published_table.h"
 #include "support/table.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
 
-constexpr std::chrono::milliseconds kConnectTimeout{100};
-constexpr double kRetrySeconds = 0.02;
-constexpr Quotes::Shape kShape{64, 256};
-
-pid_t peerOf(int connection) {
-  ucred peer{};
-  socklen_t length = sizeof peer;
-  if (::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0)
-    throw std::system_error(errno, std::generic_category(), "getsockopt");
-  return peer.pid;
-}
-
-/// The example's writer, which publishes what its readers have reported.
-class Writer final : public Quotes::QuotesWriter {
- public:
-  Writer(ClientContext& context, Board& board)
-      : QuotesWriter(context.log, context.root, kShape), board_(board) {}
-
-  void publish(unsigned count) {
-    for (; count > 0; --count) {
-      const uint64_t next = sequence() + 1;
-      const size_t key = next % kKeys;
-      QuotesWriter::publish({"S" + std::to_string(key), static_cast<int64_t>(next), 1});
-      board_.published[key] = next;  // afterwards: a kill in between claims too little
-    }
-  }
-
-  bool updateState(Place& place) {
-    bool news = update(place.fenix, fenix());
-    news |= update(place.sequence, sequence());
-    news |= update(place.connections, static_cast<uint32_t>(readers.size()));
-    for (const auto& [fd, client] : readers) {
-      if (client->acknowledged && client->sequence == sequence())
-        news |= updateReported(peerOf(fd));
-    }
-    return news;
-  }
-
- private:
-  bool updateReported(pid_t reader) {
-    for (Place& place : board_.places) {
-      if (place.pid != reader) continue;
-      const bool news = update(place.reportedFenix, fenix());
-      return update(place.reportedSequence, sequence()) || news;
-    }
-    return false;  // killed and replaced
-  }
-
-  Board& board_;
-};
+constexpr double kRetrySeconds = 0.1;
 
 /// Waits for the lock as long as another process has it, takes it, and writes.
-class Candidate final : public WriterUnlockSm {
+class Candidate final {
  public:
   Candidate(ClientContext& context, Board& board, Place& place, const std::string& oraclePath,
-            Flaw flaw)
-      : WriterUnlockSm(context.log, "candidate", context.root),
-        root_(context.root),
+            Kind kind, Flaw flaw)
+      : context_(context),
+        board_(board),
         place_(place),
+        kind_(kind),
         flaw_(flaw),
         oracle_(oraclePath),
-        makeWriter_([&] { return std::make_unique<Writer>(context, board); }),
-        retry_([this] { attempt(); }) {}
-  ~Candidate() override { endWriting(); }
+        retry_([this] { table_ ? publish() : attempt(); }) {}
+  ~Candidate() { endWriting(); }
+  Candidate(const Candidate&) = delete;
+  Candidate& operator=(const Candidate&) = delete;
 
   void attempt() {
-    if (flaw_ == Flaw::kStartsEmpty) root_.removeFile("slots");
-    writer_ = makeWriter_();
     try {
-      writer_->open();
+      std::unique_ptr<TableOfWriter> table = becomeWriter(context_, kind_);
       beginWriting();
-      writer_->publish(1);
+      table_ = std::make_unique<PublishedTable>(std::move(table), board_, place_, flaw_);
+      count_ = std::max(count_, 1u);
+      publish();
     } catch (const DuplicateWriterException&) {
-      writer_.reset();
-      flaw_ == Flaw::kIgnoresTheLock ? beginWriting() : awaitDeparture();
-    } catch (const Brask::Exception&) {  // logged; the directory was removed in between
+      if (flaw_ == Flaw::kIgnoresTheLock) return beginWriting();
+      retry_.start(kRetrySeconds);
+    } catch (const Table::Error&) {  // logged; the directory was removed in between
+      table_.reset();
       endWriting();
-      writer_.reset();
       retry_.start(kRetrySeconds);
     }
   }
@@ -107,22 +57,30 @@ class Candidate final : public WriterUnlockSm {
     uint32_t request = 0;
     order >> verb >> count >> request;
     if (flaw_ == Flaw::kWriterLeaks) leakDescriptor();
-    if (writer_) writer_->publish(count);
-    place_.answered = request;
+    count_ += count;
+    request_ = request;
+    publish();
   }
 
-  void writerUnlocked() override { retry_.start(kRetrySeconds); }
-
-  bool updateState() {
-    const bool news = std::exchange(newlyWriting_, false);
-    return (writer_ && writer_->updateState(place_)) || news;
-  }
+  bool takeNews() { return std::exchange(isNews_, false); }
 
  private:
+  // A table whose directory was removed cannot grow before it has been made again.
+  void publish() {
+    if (!table_) return;  // answered when it has become the writer
+    try {
+      table_->publish(count_);
+      count_ = 0;
+      isNews_ |= update(place_.answered, request_);
+    } catch (const Table::Error&) {
+      retry_.start(kRetrySeconds);
+    }
+  }
+
   void beginWriting() {
     place_.otherWriter = oracle_.take();
     place_.writing = true;
-    newlyWriting_ = true;
+    isNews_ = true;
   }
 
   // Before the release of the lock: the next writer finds it free.
@@ -130,30 +88,28 @@ class Candidate final : public WriterUnlockSm {
     if (place_.writing.exchange(false)) oracle_.release();
   }
 
-  void awaitDeparture() {
-    const PeriodicSignal signals(kConnectTimeout);
-    doConnect();
-  }
-
-  RootPath root_;
+  ClientContext& context_;
+  Board& board_;
   Place& place_;
+  Kind kind_;
   Flaw flaw_;
-  bool newlyWriting_ = false;
+  bool isNews_ = false;
+  unsigned count_ = 0;
+  uint32_t request_ = 0;
   MutualExclusionOracle oracle_;
-  std::function<std::unique_ptr<Writer>()> makeWriter_;
-  std::unique_ptr<Writer> writer_;
+  std::unique_ptr<PublishedTable> table_;
   Pause retry_;
 };
 
 }  // namespace
 
 void runCandidate(Channel& parent, Board& board, Place& place, const std::string& oraclePath,
-                  Flaw flaw) {
+                  Kind kind, Flaw flaw) {
   ClientContext context(parent, place);
-  Candidate candidate(context, board, place, oraclePath, flaw);
+  Candidate candidate(context, board, place, oraclePath, kind, flaw);
   const Commands commands(parent, [&](const std::string& words) { candidate.handle(words); });
   candidate.attempt();
-  context.run([&] { return candidate.updateState(); });
+  context.run([&] { return candidate.takeNews(); });
 }
 
 }  // namespace Zorbe::Test::Chaos

@@ -4,14 +4,15 @@
 #include <string>
 
 #include "stress/chaos/board.h"
+#include "stress/chaos/reader.h"
 #include "support/child_process.h"
 
 namespace Zorbe::Test::Chaos {
 
-/// Becomes the writer of the quotes table as soon as there is none, and publishes its own
-/// position and the reports of the readers on the board. Handles "publish COUNT REQUEST"; leaves
-/// on SIGTERM. `oraclePath` is the file of the MutualExclusionOracle.
+/// Becomes the writer of the table as soon as there is none, and verifies then that no change of
+/// the writers before it is missing. Handles "publish COUNT REQUEST"; leaves on SIGTERM.
+/// `oraclePath` is the file of the MutualExclusionOracle.
 void runCandidate(Channel& parent, Board& board, Place& place, const std::string& oraclePath,
-                  Flaw flaw);
+                  Kind kind, Flaw flaw);
 
 }  // namespace Zorbe::Test::Chaos

@@ -8,7 +8,7 @@
 
 #include "descriptor.h"
 
-namespace Quotes {
+namespace Demo {
 
 /// A program started as a child process, its output readable line by line. The destructor
 /// kills and awaits a child that still runs: nothing is left behind.
@@ -39,9 +39,6 @@ class Child {
   /// True when it ends within that time.
   bool endsWithin(double seconds);
 
-  /// The processor time it has used so far.
-  double cpuSeconds() const;
-
   /// Everything it has written to standard error; complete after `awaitEnd`.
   std::string errors();
 
@@ -63,4 +60,4 @@ std::string field(const std::string& line, const std::string& key);
 /// The path of a program that lies beside the running one.
 std::string sibling(const std::string& name);
 
-}  // namespace Quotes
+}  // namespace Demo

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cstdint>
 
-namespace Quotes {
+namespace Demo {
 
 /// CLOCK_MONOTONIC: the same clock in every process of a host.
 inline uint64_t monotonicNanoseconds() {
@@ -12,4 +12,4 @@ inline uint64_t monotonicNanoseconds() {
   return static_cast<uint64_t>(std::chrono::nanoseconds(now).count());
 }
 
-}  // namespace Quotes
+}  // namespace Demo

@@ -5,7 +5,7 @@
 
 #include <unistd.h>
 
-namespace Quotes {
+namespace Demo {
 
 /// Owns a descriptor, -1 for none.
 class Descriptor {
@@ -26,4 +26,4 @@ class Descriptor {
   int fd_;
 };
 
-}  // namespace Quotes
+}  // namespace Demo

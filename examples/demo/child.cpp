@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -22,7 +20,7 @@
 
 extern char** environ;
 
-namespace Quotes {
+namespace Demo {
 
 namespace {
 
@@ -118,8 +116,8 @@ std::string Child::awaitLine(const std::string& prefix, double seconds) {
     const size_t end = pending_.find('\n');
     if (end == pending_.npos) {
       if (readOutput(until)) continue;
-      throw std::runtime_error("process " + std::to_string(pid_) + " did not say '" + prefix +
-                               "'; it said: " + errors());
+      throw std::runtime_error("process " + std::to_string(pid_) + " did not print '" + prefix +
+                               "'; it printed: " + errors());
     }
     std::string line = pending_.substr(0, end);
     pending_.erase(0, end + 1);
@@ -133,21 +131,6 @@ void Child::signal(int number) {
 
 bool Child::endsWithin(double seconds) {
   return readableUntil(end_.get(), secondsNow() + seconds);
-}
-
-// See proc(5): the user and the system time are fields 14 and 15, and the second field, the
-// name in parentheses, is the only one that may hold blanks.
-double Child::cpuSeconds() const {
-  std::ifstream file("/proc/" + std::to_string(pid_) + "/stat");
-  std::string line;
-  std::getline(file, line);
-  std::istringstream fields(line.substr(line.rfind(')') + 1));
-  std::string skipped;
-  for (int i = 3; i < 14; ++i) fields >> skipped;
-  double user = 0;
-  double system = 0;
-  if (!(fields >> user >> system)) throw std::runtime_error("no processor time of a process");
-  return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 int Child::awaitEnd(double seconds) {
@@ -185,4 +168,4 @@ std::string sibling(const std::string& name) {
   return self.substr(0, self.rfind('/') + 1) + name;
 }
 
-}  // namespace Quotes
+}  // namespace Demo

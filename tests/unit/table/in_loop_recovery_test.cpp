@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+//
+// A reader and a writer on the bundled loop find each other and their files again.
+#include "unit/table/in_loop_fixture.h"
+
+#include "support/descriptor.h"
+#include "support/raw_peer.h"
+#include "support/table.h"
+
+#include <fcntl.h>
+
+#include <chrono>
+#include <filesystem>
+
+namespace Zorbe::Test {
+namespace {
+
+// It calls next() only from onReady, and has nothing to read when it connects again.
+TEST_F(InLoop, AReaderThatHasEverythingIsWokenByTheNextWriter) {
+  handler.allowFailures();  // of the connection that a writer ends
+  auto writer = std::make_unique<Writer>("t", options);
+  writer->put(1, {10, 0});
+  writer->publish();
+  Reader reader("t", options);
+  reader.onReady([&] { drain(reader); });
+  EXPECT_TRUE(turnUntil([&] { return copy[1] == 10; }));
+  writer.reset();
+  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+  writer = std::make_unique<Writer>("t", options);
+  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::connected; }));
+  while (loop.turn(0.0)) continue;
+  writer->put(1, {11, 0});
+  writer->publish();
+  EXPECT_TRUE(turnUntil([&] { return copy[1] == 11; }));
+}
+
+// Whose end the kernel does not report for as long as one of its files is open.
+TEST_F(InLoop, ADirectoryThatTakesTheRemovedOnesPlaceIsWatched) {
+  Writer writer("t", options);
+  writer.put(1, {10, 0});
+  Reader reader("t", options);
+  reader.onReady([&] { drain(reader); });
+  EXPECT_TRUE(turnUntil([&] { return copy[1] == 10; }));
+  const Descriptor open(::open(inRoot("t/slots").c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_GE(open.get(), 0);
+  for (int round = 0; round < 2; ++round) {
+    const uint64_t incarnation = reader.info().incarnation;
+    std::filesystem::remove_all(inRoot("t"));
+    std::filesystem::create_directory(inRoot("t"));  // before anybody looks
+    EXPECT_TRUE(turnUntil([&] {
+      return reader.info().incarnation != incarnation && reader.state() == State::connected;
+    })) << round;
+    while (loop.turn(0.0)) continue;
+  }
+}
+
+TEST_F(InLoop, ConnectionsThatComeAndGoDoNotKeepAWriterFromItsFiles) {
+  handler.allowFailures();  // of the connections that end
+  Writer writer("t", options);
+  writer.put(1, {10, 0});
+  while (loop.turn(0.0)) continue;
+  std::filesystem::remove_all(inRoot("t"));
+  EXPECT_TRUE(turnUntil([&] {
+    static_cast<void>(RawPeer::connect(inRoot("t")));
+    return std::filesystem::exists(inRoot("t/slots"));
+  }));
+}
+
+// The writer that has the lock is not that of the files: a report of what they hold ends the
+// connection.
+TEST_F(InLoop, AReaderThatIsRefusedByTheWriterDoesNotSpin) {
+  handler.allowFailures();
+  std::make_unique<Writer>("t", options)->put(1, {10, 0});
+  SharedTable other;
+  TableWriter stranger(handler, RootPath(handler, "t", true), other);
+  stranger.open();
+  Reader reader("t", options);
+  reader.onReady([&] { drain(reader); });
+  EXPECT_TRUE(turnUntil([&] { return stranger.changes >= 3; }));
+  const unsigned before = stranger.changes;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  while (std::chrono::steady_clock::now() < end) loop.turn(0.01);
+  EXPECT_LE(stranger.changes - before, 8u) << "each connection comes and goes, four times a second";
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

@@ -42,8 +42,8 @@ std::string RootWatch::nearest(Identity& identity) const {
 }
 
 // Looks again after each addWatch(), for a directory that was made before the watch began. The path
-// alone does not identify a directory: the kernel reports the end of a removed one only when none of
-// its files is open or mapped, and by then another one may have taken its place.
+// alone does not identify a directory: the kernel reports the end of a removed one only when none
+// of its files is open or mapped, and by then another one may have taken its place.
 void RootWatch::set() {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     Identity identity;

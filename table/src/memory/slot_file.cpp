@@ -72,23 +72,23 @@ SlotFile::SlotFile(const Place& place, File file, Access access, const Schema& s
                reserveFor(geometry_, maxRecords), hints),
       memory_(mapping_.at<char>(0), geometry_) {}
 
-SlotFile SlotFile::create(const Place& place, File file, const Spec& spec) {
-  const Geometry geometry(spec.schema.keyBytes, spec.schema.valueBytes);
-  file.allocate(0, geometry.fileBytes(spec.capacity));
-  SlotFile slots(place, std::move(file), Access::kWrite, spec.schema, spec.capacity,
-                 spec.maxRecords, spec.hints);
-  slots.identity_ = spec.identity;
+SlotFile SlotFile::create(const Place& place, File file, const Settings& settings) {
+  const Geometry geometry(settings.schema.keyBytes, settings.schema.valueBytes);
+  file.allocate(0, geometry.fileBytes(settings.capacity));
+  SlotFile slots(place, std::move(file), Access::kWrite, settings.schema, settings.capacity,
+                 settings.maxRecords, settings.hints);
+  slots.identity_ = settings.identity;
   SlotsHeader& header = slots.memory_.header();
-  fillPrologue(header.prologue, spec.identity, 0, 0);
-  release(header.keyBytes, spec.schema.keyBytes);
-  release(header.valueBytes, spec.schema.valueBytes);
-  release(header.maxRecords, spec.maxRecords);
-  release(header.descriptionBytes, spec.schema.description.size());
-  storeText(header.description, spec.schema.description);
-  release(header.published, spec.sequence);
+  fillPrologue(header.prologue, settings.identity, 0, 0);
+  release(header.keyBytes, settings.schema.keyBytes);
+  release(header.valueBytes, settings.schema.valueBytes);
+  release(header.maxRecords, settings.maxRecords);
+  release(header.descriptionBytes, settings.schema.description.size());
+  storeText(header.description, settings.schema.description);
+  release(header.published, settings.sequence);
   release(header.indexGeneration, 1);
   release(header.logGeneration, 1);
-  release(header.capacity, spec.capacity);
+  release(header.capacity, settings.capacity);
   release(slots.memory_.image().slot, kNoSlot);
   return slots;
 }

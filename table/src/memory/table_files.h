@@ -29,7 +29,7 @@ class SlotFile {
     kTable,
   };
 
-  struct Spec {
+  struct Settings {
     Identity identity;
     Schema schema;
     uint64_t capacity = 0;    // slots
@@ -39,7 +39,7 @@ class SlotFile {
   };
 
   /// Fills an empty file with a header; complete() is still to come.
-  static SlotFile create(const Place& place, File file, const Spec& spec);
+  static SlotFile create(const Place& place, File file, const Settings& settings);
 
   /// Opens what is there. Throws Zorbe::CorruptionDetectedException when it contradicts itself,
   /// Error when it is of another version or cannot be opened.

@@ -201,18 +201,18 @@ void TableWriter::replace(const std::string& why, const TableWriter* source) {
 }
 
 void TableWriter::fillSlots(const TableWriter* source) {
-  SlotFile::Spec spec;
-  spec.identity = newIdentity(options_.place);
-  spec.schema = options_.schema;
-  spec.maxRecords = options_.maxRecords;
-  spec.capacity = source != nullptr ? source->capacity() : firstCapacity();
-  spec.sequence = source != nullptr ? source->appended() : options_.firstSequence;
-  spec.hints = options_.hints;
-  slots_.emplace(SlotFile::create(options_.place, lock_->reopen(), spec));
-  appended_ = published_ = spec.sequence;
+  SlotFile::Settings settings;
+  settings.identity = newIdentity(options_.place);
+  settings.schema = options_.schema;
+  settings.maxRecords = options_.maxRecords;
+  settings.capacity = source != nullptr ? source->capacity() : firstCapacity();
+  settings.sequence = source != nullptr ? source->appended() : options_.firstSequence;
+  settings.hints = options_.hints;
+  slots_.emplace(SlotFile::create(options_.place, lock_->reopen(), settings));
+  appended_ = published_ = settings.sequence;
   allocator_ = {};  // of a table that turned out to contradict itself
   size_ = 0;
-  if (source == nullptr) return allocator_.extend(spec.capacity);
+  if (source == nullptr) return allocator_.extend(settings.capacity);
   release(header().origin, relaxed(source->header().origin));
   copySlots(*source, slots_->memory());
   adoptSlots();

@@ -69,7 +69,7 @@ void checkCaughtUp(World& world, const TableWriter& writer, const Process& proce
   if (reader == nullptr || !reader->isConnected())
     return world.fail(process.name() + " is at rest without a connection");
   if (!peerLives(process, reader->descriptor()))
-    return world.fail(process.name() + " was not told that its writer has gone");
+    return world.fail(process.name() + " was not notified that its writer has exited");
   if (!reader->isAcknowledged())
     return world.fail(process.name() + " is at rest without an acknowledgement");
   if (reader->table() != writer.table())
@@ -110,7 +110,7 @@ void checkIdle(World& world) {
     checkCaughtUp(world, *writer, process, program.reader());
     const Departure* departure = program.departure();
     if (departure != nullptr && !peerLives(process, departure->descriptor()))
-      world.fail(process.name() + " watches a writer that has gone");
+      world.fail(process.name() + " watches a writer that has exited");
     connections += departure != nullptr ? 2 : 1;
   });
   if (writer->connections().size() != connections)
@@ -123,7 +123,7 @@ void checkDepartureReported(World& world) {
     const Departure* departure = program.departure();
     if ((program.reader() != nullptr && program.reader()->isConnected()) ||
         (departure != nullptr && departure->seesWriter()))
-      world.fail(process.name() + " was not told that its writer has gone");
+      world.fail(process.name() + " was not notified that its writer has exited");
   });
 }
 

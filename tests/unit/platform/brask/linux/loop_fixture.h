@@ -63,7 +63,7 @@ struct TimerProbe : Brask::Platform::TimeoutHandler {
   std::unique_ptr<Brask::Platform::TimerControl> control;
 };
 
-/// A handler of inotify events with its control. Keeps what it was told.
+/// A handler of inotify events with its control. Keeps what was reported to it.
 struct InotifyProbe : Brask::Platform::InotifyHandler {
   explicit InotifyProbe(std::function<void()> action = {})
       : onEvent(std::move(action)), control(Brask::Platform::getInotifyControl(this)) {}

@@ -150,12 +150,13 @@ class Play {
   }
 
   void awaitOtherIncarnation(const std::string& old) {
+    const std::string left = "has left incarnation " + old + " for ";
     for (unsigned i = 0; i < kReaders; ++i) {
       std::string mapped = old;
       while (mapped == old) {
         mapped = field(readers_[i].awaitLine("event mapped", kDeadline), "incarnation");
       }
-      sayOfReader(i, "has left incarnation " + old + " for " + mapped);
+      sayOfReader(i, left + mapped);
     }
   }
 

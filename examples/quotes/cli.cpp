@@ -27,13 +27,12 @@ uint64_t parseNumber(const std::string& option, const std::string& text, uint64_
 
 // The one NAME; empty when --help is asked for.
 static std::string parse(int argc, char** argv, const std::vector<Argument>& arguments) {
-  std::vector<option> known;
-  for (const Argument& argument : arguments) {
-    known.push_back(
-        {argument.name, argument.takesValue ? required_argument : no_argument, nullptr, 0});
+  std::vector<option> known(arguments.size() + 2);  // the last one ends the list
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const int value = arguments[i].takesValue ? required_argument : no_argument;
+    known[i] = {arguments[i].name, value, nullptr, 0};
   }
-  known.push_back({"help", no_argument, nullptr, 'h'});
-  known.push_back({});
+  known[arguments.size()] = {"help", no_argument, nullptr, 'h'};
   int which = 0;
   for (int letter; (letter = ::getopt_long(argc, argv, "h", known.data(), &which)) != -1;) {
     if (letter == 'h') return "";

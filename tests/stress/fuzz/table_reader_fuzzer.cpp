@@ -15,8 +15,8 @@ constexpr unsigned kMostChanges = 5000;  // of files that nobody writes any more
 constexpr uint64_t kMostKilobytes = 16;
 
 const HostileTable& table() {
-  static const HostileTable only;
-  return only;
+  static const HostileTable kOnly;
+  return kOnly;
 }
 
 class Reading {

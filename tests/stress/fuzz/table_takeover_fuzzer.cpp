@@ -17,8 +17,8 @@ namespace {
 using Table::TableWriter;
 
 const HostileTable& table() {
-  static const HostileTable only;
-  return only;
+  static const HostileTable kOnly;
+  return kOnly;
 }
 
 class Takeover {

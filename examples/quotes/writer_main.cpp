@@ -73,7 +73,7 @@ class Program {
     const Zorbe::Table::Info info = look().info();
     std::cout << "ready incarnation=" << info.incarnation << " sequence=" << info.published
               << std::endl;
-    await([&] { return countReaders() >= options_.awaitReaders; });
+    await([&] { return options_.awaitReaders == 0 || countReaders() >= options_.awaitReaders; });
     publishRows();
     await([&] { return countReaders(look().info().published) == 0; });
     if (!ended_) std::cout << "read readers=" << countReaders() << std::endl;

@@ -93,7 +93,7 @@ TEST_F(SimulationTest, AMissingPassAfterTheAcknowledgementIsNoticed) {
 }
 
 TEST_F(SimulationTest, AnIgnoredDepartureIsNoticed) {
-  EXPECT_THAT(found(withReader<IgnoresDeparture>()).failure, HasSubstr("was not told"));
+  EXPECT_THAT(found(withReader<IgnoresDeparture>()).failure, HasSubstr("was not notified"));
 }
 
 TEST_F(SimulationTest, AWriterThatWasRefusedAndContinuesIsNoticed) {

@@ -190,7 +190,8 @@ TEST_F(InLoopDamage, FilesThatSomebodyPutsInPlaceAreReplaced) {
   writer.put(1, {10, 0});
   Reader reader("t", options);
   ASSERT_TRUE(sees(reader, 1, 10));
-  for (const mode_t type : {S_IFREG, S_IFIFO}) {
+  constexpr mode_t kTypes[] = {S_IFREG, S_IFIFO};
+  for (const mode_t type : kTypes) {
     const uint64_t incarnation = reader.info().incarnation;
     ASSERT_EQ(::unlink(slots().c_str()), 0);
     ASSERT_EQ(::mknod(slots().c_str(), type | 0644, 0), 0);

@@ -65,7 +65,10 @@ ChildProcess Command::start(Words arguments) {
 
 ChildProcess Command::startWriter(const std::string& table) {
   ChildProcess writer({example("quotes-writer"), table});
-  writer.awaitLine("ready ");
+  // Until then it looks at its table as a reader does.
+  writer.awaitLine("read ");
+  listedOnce(table,
+             [](const Json& found) { return found["connections"] == 0 && found["pending"] == 0; });
   return writer;
 }
 

@@ -126,7 +126,8 @@ std::string document(const std::string& form, const std::vector<Row>& rows) {
   std::string text;
   for (std::string line; std::getline(in, line);) {
     if (const std::string group = groupIn(line); !group.empty()) {
-      text += markdown(tableOf(rowsOf(rows, group)));
+      const std::vector<Row> found = rowsOf(rows, group);
+      text += found.empty() ? "Not measured in this run.\n" : markdown(tableOf(found));
     } else if (line == "@summary@") {
       text += summaryText(rows) + "\n\n" + markdown(summaryOf(rows, chaptersOf(form)));
     } else if (line == "@machine@") {

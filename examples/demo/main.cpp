@@ -111,11 +111,16 @@ class Play {
     return code == 3 && report.find(":" + std::to_string(writer.pid()) + " ") != report.npos;
   }
 
+  // How far a reader has read; 0 while it has no table.
+  static uint64_t sequenceOf(Child& reader) {
+    const std::string state = stateOf(reader, "reader ");
+    return state == "reader without a table" ? 0 : std::stoull(field(state, "sequence"));
+  }
+
   // In the middle of its rows.
   void killWriter(Child& writer) {
     const std::string pid = std::to_string(writer.pid());
-    for (std::string state; state.empty() || std::stoull(field(state, "sequence")) < kRowsBefore;) {
-      state = stateOf(readers_[0], "reader ");
+    while (sequenceOf(readers_[0]) < kRowsBefore) {
     }
     const uint64_t killedAt = monotonicNanoseconds();
     writer.signal(SIGKILL);
@@ -130,7 +135,7 @@ class Play {
 
   /// True when it has the table of the one before it, with everything that readers have seen.
   bool nextWriterContinues(Child& writer, const std::string& incarnation) {
-    const uint64_t seen = std::stoull(field(stateOf(readers_[0], "reader "), "sequence"));
+    const uint64_t seen = sequenceOf(readers_[0]);
     const std::string ready = writer.awaitLine("ready ", kDeadline);
     say("the next writer continues incarnation " + field(ready, "incarnation") + " at sequence " +
         field(ready, "sequence") + "; readers have seen " + std::to_string(seen));

@@ -5,6 +5,8 @@
 #include <zorbe/table.h>
 #include <zorbe/table/in_loop.h>
 
+#include <sched.h>
+
 #include <atomic>
 #include <utility>
 
@@ -64,9 +66,12 @@ class TableScheme : public Scheme {
     const EventLoop::Use use(*loop_);
     writer_->put(keyOf(0), recordOf(++number_));
     writer_->publish();
-    do {
-      loop_->turn(-1);
-    } while (seen_->load() != number_);
+    loop_->turn(-1);  // until the report, most of the time
+    // next() reports before it returns the last change: the value may be seen only afterwards.
+    while (seen_->load() != number_) {
+      ::sched_yield();
+      loop_->turn(0);
+    }
   }
 
  private:

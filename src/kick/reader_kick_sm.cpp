@@ -76,8 +76,7 @@ void ReaderKickSm::doConnect() {
     return;
   }
   fdControl->watch(fd.get());
-  static_cast<void>(
-      fd.release());  // closed by doCloseWriterConnection or the destructor from here on
+  static_cast<void>(fd.release());  // doCloseWriterConnection or the destructor closes it
   connected = true;
   writerConnectionChanged();
   ZORBE_LOG(*handler, kStep,

@@ -12,30 +12,56 @@
 
 namespace Zorbe {
 
-TableAddress::TableAddress(Brask::Platform::DebugHandler& handler, const std::string& name)
-    : address_(), abstractName_(Zorbe::abstractName(name)) {
-  if (abstractName_.size() > kLongestAbstractName) {
+namespace {
+
+// Throws when no address holds the name.
+std::string checkedName(Brask::Platform::DebugHandler& handler, const std::string& path) {
+  std::string abstract = abstractName(path);
+  if (abstract.size() > kLongestAbstractName) {
     Log::fail<Brask::RuntimeException>(
         handler, ZORBE_TEXT("Util::createSockaddr() zorbeName too large "
-                            << baseName(name) << " for " << sizeof(sockaddr_un::sun_path)
+                            << baseName(path) << " for " << sizeof(sockaddr_un::sun_path)
                             << " sockaddr_un"));
   }
-  address_.sun_family = AF_UNIX;
-  // After the zero byte: see unix(7).
-  abstractName_.copy(address_.sun_path + 1, kLongestAbstractName);
+  return abstract;
+}
+
+sockaddr_un addressOf(const std::string& abstract) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  abstract.copy(address.sun_path + 1, kLongestAbstractName);  // after the zero byte: see unix(7)
+  return address;
+}
+
+socklen_t lengthOf(const std::string& abstract) {
+  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + abstract.size());
+}
+
+void logName(Brask::Platform::DebugHandler& handler, const std::string& path,
+             const std::string& abstract) {
   ZORBE_LOG(handler, kMilestone,
-            "Util::createSockaddr() " << name << " using abstract socket " << abstractName_);
+            "Util::createSockaddr() " << path << " using abstract socket " << abstract);
+}
+
+}  // namespace
+
+TableAddress::TableAddress(Brask::Platform::DebugHandler& handler, const std::string& name)
+    : abstractName_(checkedName(handler, name)), address_(addressOf(abstractName_)) {
+  logName(handler, name, abstractName_);
 }
 
 socklen_t TableAddress::length() const {
-  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + abstractName_.size());
+  return lengthOf(abstractName_);
 }
 
+// The address is complete before the message: the handler may throw.
 unsigned int Util::createSockaddr(Brask::Platform::DebugHandler& handler, void* addr,
                                   const std::string& name) {
-  const TableAddress address(handler, name);
-  std::memcpy(addr, address.get(), sizeof(sockaddr_un));
-  return address.length();
+  const std::string abstract = checkedName(handler, name);
+  const sockaddr_un address = addressOf(abstract);
+  std::memcpy(addr, &address, sizeof address);
+  logName(handler, name, abstract);
+  return lengthOf(abstract);
 }
 
 }  // namespace Zorbe

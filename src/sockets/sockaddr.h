@@ -22,8 +22,8 @@ class TableAddress {
   const std::string& abstractName() const { return abstractName_; }
 
  private:
-  sockaddr_un address_;
   std::string abstractName_;
+  sockaddr_un address_;  // of this name
 };
 
 }  // namespace Zorbe

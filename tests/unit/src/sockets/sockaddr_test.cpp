@@ -129,6 +129,12 @@ TEST_F(SockaddrTest, ABaseNameOf92BytesIsRefused) {
   EXPECT_THAT(bytes, Each('\x7f'));
 }
 
+TEST_F(SockaddrTest, TheAddressIsCompleteBeforeItIsLogged) {
+  handler.throwAt(1);
+  EXPECT_THROW(create("/there/quotes"), std::logic_error);
+  EXPECT_THAT(name(22), StartsWith("zorbe_quotes_"));
+}
+
 TEST_F(SockaddrTest, TheDirectoriesDoNotCountForTheLength) {
   EXPECT_EQ(create("/" + std::string(4000, 'd') + "/t"), 3 + 6 + 1 + 1 + 8u);
 }

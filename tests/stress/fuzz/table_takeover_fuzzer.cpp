@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// A writer that takes over files that hold anything. What it makes of them is a table: whatever was
-// put then is found by readers and by the next writer. Words that somebody overwrites under it
-// later neither crash nor hang it.
+// A writer takes over files with arbitrary content. The result is a table: readers and the next
+// writer find every record that is put afterwards. Words that another process overwrites later
+// neither crash the writer nor hang it.
 #include "stress/fuzz/fuzzer.h"
 #include "stress/fuzz/hostile_table.h"
 #include "support/table_fixture.h"

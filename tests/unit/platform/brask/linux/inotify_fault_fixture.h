@@ -39,18 +39,18 @@ inline ssize_t readOverflowAlone(int fd, void* buffer, size_t size) {
   return readOverflow(fd, buffer, size);
 }
 
+// The kernel reports an overflow, and then what it has.
+inline void overflow() {
+  overflowing = true;
+  Fault::divert("read", readOverflow);
+}
+inline void overflowAlone() {
+  overflowing = true;
+  Fault::divert("read", readOverflowAlone);
+}
+
 class InotifyFaultTest : public WithFaults<InotifyTest> {
  protected:
-  // The kernel reports an overflow, and then what it has.
-  static void overflow() {
-    overflowing = true;
-    Fault::divert("read", readOverflow);
-  }
-  static void overflowAlone() {
-    overflowing = true;
-    Fault::divert("read", readOverflowAlone);
-  }
-
   // A refused watch is reported as `error`; added again, it works.
   void expectRefusedOnce(const std::string& error) {
     InotifyProbe probe;

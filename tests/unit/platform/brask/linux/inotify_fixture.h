@@ -48,6 +48,23 @@ class InotifyTest : public LoopTest {
 /// A directory in another one, and a control for each.
 class InotifyTreeFixture : public InotifyTest {
  protected:
+  void watch(uint32_t outerMask = IN_DELETE) {
+    outer.control->addWatch(top, outerMask);
+    inner.control->addWatch(leaf, IN_CREATE);
+  }
+
+  // In inotifyDeleted() the inner control's client does this, and asks for its watch again.
+  void whenInnerEnds(const std::function<void()>& action) {
+    inner.onEvent = [this, action] {
+      if (inner.told.back() != "deleted") return;
+      action();
+      inner.control->addWatch(leaf, IN_CREATE);
+    };
+  }
+  std::function<void()> makingItAgain() {
+    return [this] { makeTree(); };
+  }
+
   void removeTree() {
     remove(leaf);
     remove(top);

@@ -9,10 +9,7 @@ namespace {
 
 class InotifyTreeAgainTest : public InotifyTreeFixture {
  protected:
-  InotifyTreeAgainTest() {
-    outer.control->addWatch(top, IN_DELETE);
-    inner.control->addWatch(leaf, IN_CREATE);
-  }
+  InotifyTreeAgainTest() { watch(); }
 
   void askForLeafAgain() {
     inner.control->addWatch(leaf, IN_CREATE);
@@ -148,11 +145,7 @@ TEST_F(InotifyTreeAgainTest, AnEntryWhoseOwnEndWaitsSparesTheEnd) {
 
 TEST_F(InotifyTreeAgainTest, AWatchThatMovesKeepsTheMaskThatWasAddedTo) {
   outer.control->addWatch(top, IN_CREATE | IN_MASK_ADD);
-  inner.onEvent = [&] {
-    if (inner.told.back() != "deleted") return;
-    makeTree();
-    inner.control->addWatch(leaf, IN_CREATE);
-  };
+  whenInnerEnds(makingItAgain());
   removeTree();
   settle();
   outer.told.clear();

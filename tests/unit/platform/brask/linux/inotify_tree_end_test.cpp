@@ -9,23 +9,6 @@ namespace {
 
 class InotifyTreeEndTest : public InotifyTreeFixture {
  protected:
-  void watch(uint32_t outerMask) {
-    outer.control->addWatch(top, outerMask);
-    inner.control->addWatch(leaf, IN_CREATE);
-  }
-
-  // The inner control's client makes the tree again, or only asks for its watch again.
-  void whenInnerEnds(const std::function<void()>& action) {
-    inner.onEvent = [this, action] {
-      if (inner.told.back() != "deleted") return;
-      action();
-      inner.control->addWatch(leaf, IN_CREATE);
-    };
-  }
-  std::function<void()> makingItAgain() {
-    return [this] { makeTree(); };
-  }
-
   // Whether the outer control receives events of the present directory.
   bool hears(const std::string& name) {
     const size_t before = outer.told.size();

@@ -25,30 +25,9 @@ ssize_t readAsUnmounted(int fd, void* buffer, size_t size) {
 }
 
 // A directory and the one above it, each with its watcher.
-class InotifyTreeFaultTest : public InotifyFaultTest {
+class InotifyTreeFaultTest : public WithFaults<InotifyTreeFixture> {
  protected:
-  InotifyTreeFaultTest() {
-    outer.control->addWatch(top, IN_DELETE);
-    inner.control->addWatch(leaf, IN_CREATE);
-  }
-
-  // The inner control's client makes the tree again.
-  void makeItAgain() {
-    inner.onEvent = [&] {
-      if (inner.told.back() != "deleted") return;
-      directory.make("top");
-      directory.make("top/leaf");
-      inner.control->addWatch(leaf, IN_CREATE);
-    };
-  }
-  void removeTree() {
-    remove(leaf);
-    remove(top);
-  }
-
-  const std::string top = directory.make("top");
-  const std::string leaf = directory.make("top/leaf");
-  InotifyProbe outer, inner;
+  InotifyTreeFaultTest() { watch(); }
 };
 
 }  // namespace
@@ -78,7 +57,7 @@ TEST_F(InotifyTreeFaultTest, AWatcherThatCannotBeResumedIsResumedLater) {
 }
 
 TEST_F(InotifyTreeFaultTest, AnEndIsReportedWhenTheWatchCannotMoveAndSoIsTheRefusal) {
-  makeItAgain();
+  whenInnerEnds(makingItAgain());
   removeTree();
   Fault::arm("inotify_add_watch", 2, ENOSPC);
   settle();
@@ -90,7 +69,7 @@ TEST_F(InotifyTreeFaultTest, AnEndIsReportedWhenTheWatchCannotMoveAndSoIsTheRefu
 }
 
 TEST_F(InotifyTreeFaultTest, TheEndOfAMountIsReportedThoughItsPathIsADirectoryAgain) {
-  makeItAgain();
+  whenInnerEnds(makingItAgain());
   removeTree();
   Fault::divert("read", readAsUnmounted);
   settle();
@@ -116,7 +95,7 @@ TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedHearsWhy) {
 TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverTheirOrder) {
   outer.control->removeWatch();
   outer.control->addWatch(top, IN_DELETE);  // the later watch of the two
-  makeItAgain();
+  whenInnerEnds(makingItAgain());
   removeTree();
   overflowAlone();
   settle();
@@ -126,7 +105,7 @@ TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverThei
 }
 
 TEST_F(InotifyTreeFaultTest, AWatchThatMovesAtTheSecondAttemptIsSparedTheEnd) {
-  makeItAgain();
+  whenInnerEnds(makingItAgain());
   removeTree();
   Fault::arm("inotify_add_watch", 2, ENOENT);
   settle();

@@ -11,10 +11,7 @@ namespace {
 
 class InotifyTreeTest : public InotifyTreeFixture {
  protected:
-  InotifyTreeTest() {
-    outer.control->addWatch(top, IN_DELETE);
-    inner.control->addWatch(leaf, IN_CREATE);
-  }
+  InotifyTreeTest() { watch(); }
 };
 
 }  // namespace
@@ -27,11 +24,7 @@ TEST_F(InotifyTreeTest, TheEndOfBothIsReportedToBoth) {
 }
 
 TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
-  inner.onEvent = [&] {
-    if (inner.told.back() != "deleted") return;
-    makeTree();
-    inner.control->addWatch(leaf, IN_CREATE);
-  };
+  whenInnerEnds(makingItAgain());
   removeTree();
   settle();
   touch(leaf + "/one");

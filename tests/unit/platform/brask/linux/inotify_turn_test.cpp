@@ -14,11 +14,7 @@ class InotifyTurnTest : public InotifyTest {};
 class InotifyLoneEndTest : public InotifyTreeFixture {
  protected:
   InotifyLoneEndTest() {
-    inner.onEvent = [this] {
-      if (inner.told.back() != "deleted") return;
-      directory.make("top/leaf");
-      inner.control->addWatch(leaf, IN_CREATE);
-    };
+    whenInnerEnds([this] { directory.make("top/leaf"); });
     inner.control->addWatch(leaf, IN_CREATE);
   }
 

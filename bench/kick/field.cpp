@@ -6,7 +6,7 @@
 
 namespace Bench {
 
-struct Field::Crew {
+struct Field::ReaderProcesses {
   Children readers;
 };
 
@@ -15,20 +15,20 @@ struct Field::Crew {
 Field::Field(Schemes schemes, int readers, int readerCpu) : schemes_(std::move(schemes)) {
   for (const auto& scheme : schemes_) {
     scheme->prepare();
-    crews_.push_back(std::make_unique<Crew>());
+    readers_.push_back(std::make_unique<ReaderProcesses>());
     for (int each = 0; each < readers; ++each) {
-      crews_.back()->readers.start(readerCpu, [&scheme] { scheme->read(); });
+      readers_.back()->readers.start(readerCpu, [&scheme] { scheme->read(); });
     }
   }
   for (size_t each = 0; each < schemes_.size(); ++each) {
     schemes_[each]->open(readers);
-    crews_[each]->readers.release();
+    readers_[each]->readers.release();
     schemes_[each]->settle();
   }
 }
 
 Field::~Field() {
-  crews_.clear();
+  readers_.clear();
   while (!schemes_.empty()) schemes_.pop_back();
 }
 

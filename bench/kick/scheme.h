@@ -105,8 +105,8 @@ class Field {
 
  private:
   Schemes schemes_;
-  struct Crew;
-  std::vector<std::unique_ptr<Crew>> crews_;
+  struct ReaderProcesses;
+  std::vector<std::unique_ptr<ReaderProcesses>> readers_;
 };
 
 /// Compares the schemes of a field, round by round.

@@ -31,7 +31,7 @@ constexpr uint64_t kRowsBefore = 10000;  // the writer is killed
 constexpr double kPlayingSeconds = 60;   // all rows, at that rate, on a busy machine
 constexpr double kDeadline = 20;         // anything else
 
-/// A directory for this run's tables, gone afterwards.
+/// A directory for the tables of this run, removed afterwards.
 class TemporaryRoot {
  public:
   TemporaryRoot() {

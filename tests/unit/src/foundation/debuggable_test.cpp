@@ -36,7 +36,7 @@ class Logging : public Brask::Debuggable {
 
 /// Where an object and its handler were when it has been destroyed.
 template <class Object>
-class HandlerCorpse : public DestroyedObject<Object> {
+class DestroyedDebuggable : public DestroyedObject<Object> {
  public:
   using DestroyedObject<Object>::DestroyedObject;
   const void* handlerLeftBehind() { return this->destroyAndRead((*this)->handlerSlot()); }
@@ -83,11 +83,11 @@ TEST_F(DebuggableTest, IsCopiedMemberByMember) {
 }
 
 TEST_F(DebuggableTest, ForgetsTheHandlerWhenItIsDestroyed) {
-  EXPECT_EQ(HandlerCorpse<Logging>(handler).handlerLeftBehind(), nullptr);
+  EXPECT_EQ(DestroyedDebuggable<Logging>(handler).handlerLeftBehind(), nullptr);
 }
 
 TEST_F(DebuggableTest, ForgetsTheHandlerThatItDeletes) {
-  HandlerCorpse<Logging> object(*new DyingHandler(deaths));
+  DestroyedDebuggable<Logging> object(*new DyingHandler(deaths));
   object->owns() = true;
   EXPECT_EQ(object.handlerLeftBehind(), nullptr);
   EXPECT_EQ(deaths, 1);
@@ -131,23 +131,29 @@ class MounterClient : public MounterBase {
 TEST_F(DebuggableTest, EveryClassOfTheLibraryForgetsTheHandler) {
   const RootPath root(handler, "t", false);
   MounterClient client;
-  EXPECT_EQ(HandlerCorpse<Exposed<RootPath>>(handler, "t", false).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(HandlerCorpse<Exposed<TableWriter>>(handler, root, true).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(HandlerCorpse<Exposed<TableReader>>(handler, root, counters).handlerLeftBehind(),
+  EXPECT_EQ(DestroyedDebuggable<Exposed<RootPath>>(handler, "t", false).handlerLeftBehind(),
             nullptr);
-  EXPECT_EQ(HandlerCorpse<Exposed<Watcher>>(handler, "label", root).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(HandlerCorpse<Exposed<MounterSm>>(handler, "t", &client).handlerLeftBehind(), nullptr);
-  EXPECT_EQ(HandlerCorpse<Exposed<ParentMounterSm>>(handler, nullptr, "/a/b").handlerLeftBehind(),
+  EXPECT_EQ(DestroyedDebuggable<Exposed<TableWriter>>(handler, root, true).handlerLeftBehind(),
             nullptr);
-  EXPECT_EQ(HandlerCorpse<Exposed<DirNode>>(handler, nullptr, rootPath()).handlerLeftBehind(),
+  EXPECT_EQ(DestroyedDebuggable<Exposed<TableReader>>(handler, root, counters).handlerLeftBehind(),
+            nullptr);
+  EXPECT_EQ(DestroyedDebuggable<Exposed<Watcher>>(handler, "label", root).handlerLeftBehind(),
+            nullptr);
+  EXPECT_EQ(DestroyedDebuggable<Exposed<MounterSm>>(handler, "t", &client).handlerLeftBehind(),
+            nullptr);
+  EXPECT_EQ(
+      DestroyedDebuggable<Exposed<ParentMounterSm>>(handler, nullptr, "/a/b").handlerLeftBehind(),
+      nullptr);
+  EXPECT_EQ(DestroyedDebuggable<Exposed<DirNode>>(handler, nullptr, rootPath()).handlerLeftBehind(),
             nullptr);
 }
 
 TEST_F(DebuggableTest, AConnectionForgetsTheHandler) {
   const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);  // closed by the connection
   TableWriter writer(handler, RootPath(handler, "t", false), true);
-  EXPECT_EQ(HandlerCorpse<Exposed<ReaderKickClientSm>>(handler, &writer, fd).handlerLeftBehind(),
-            nullptr);
+  EXPECT_EQ(
+      DestroyedDebuggable<Exposed<ReaderKickClientSm>>(handler, &writer, fd).handlerLeftBehind(),
+      nullptr);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The end of a directory of which another control watches an entry: who is spared it.
+// The end of a directory of which another control watches an entry: which controls receive it.
 #include "unit/platform/brask/linux/inotify_fixture.h"
 
 using namespace LoopTesting;

@@ -18,7 +18,7 @@ class InotifyLoneEndTest : public InotifyTreeFixture {
     inner.control->addWatch(leaf, IN_CREATE);
   }
 
-  // The outer control hears of the removal, or comes too late for it.
+  // The outer control receives the removal, or asks for its watch too late.
   void removeLeafBeforeOuterComes() {
     remove(leaf);
     outer.control->addWatch(top, IN_DELETE);

@@ -21,12 +21,12 @@ using testing::HasSubstr;
 /// Records its callbacks.
 class Client : public MounterBase {
  public:
-  void rootChanged(const std::string& what) override { told.push_back(what); }
+  void rootChanged(const std::string& what) override { reports.push_back(what); }
   bool wasTold(const std::string& what) const {
-    return std::find(told.begin(), told.end(), what) != told.end();
+    return std::find(reports.begin(), reports.end(), what) != reports.end();
   }
 
-  std::vector<std::string> told;
+  std::vector<std::string> reports;
 };
 
 unsigned inotifyDescriptors() {
@@ -82,7 +82,7 @@ TEST_F(Mounting, AnOverflowIsReportedAndARescanRecovers) {
   for (uint64_t i = 0; i <= limit; ++i) put(inRoot("quotes/") + (i % 2 == 0 ? "even" : "odd"));
   put(inRoot("quotes/last"), "unheard");
   const auto lost = Contains(HasSubstr("inotify queue overflow"));
-  EXPECT_TRUE(until([&] { return testing::Value(client.told, lost); }));
+  EXPECT_TRUE(until([&] { return testing::Value(client.reports, lost); }));
   EXPECT_FALSE(client.wasTold("last"));
   EXPECT_EQ(Util::fileRead(handler, inRoot("quotes/last"), true), "unheard");
   expectWatched(client, inRoot("quotes"));
@@ -142,7 +142,7 @@ TEST_F(Mounting, ATreeThatIsRemovedAgainAndAgainComesBackAndIsWatched) {
     remover->await("removed");
     ASSERT_TRUE(until([&] { return fs::exists(tree + "/quotes"); })) << i;
     while (loop.turn(0)) continue;
-    client.told.clear();
+    client.reports.clear();
     expectWatched(client, tree + "/quotes");
   }
   leave(remover);
@@ -171,7 +171,7 @@ TEST_F(Mounting, ATreeThatIsRemovedWhileItIsBeingMadeComesBackAndIsWatched) {
   ASSERT_TRUE(until([&] { return removed; }));
   ASSERT_TRUE(until([&] { return fs::exists(tree + "/quotes"); }));
   while (loop.turn(0)) continue;
-  client.told.clear();
+  client.reports.clear();
   expectWatched(client, tree + "/quotes");
   fs::rename(tree + "/quotes", tree + "/elsewhere");
   EXPECT_TRUE(until([&] { return client.wasTold("watch deleted"); }));

@@ -2,7 +2,7 @@
 //
 // What the bundled loop promises to those who watch paths: each gets exactly the events of
 // its own mask that happened while it had its watch, in order, and the end of its directory
-// unless it may be spared that.
+// unless it is exempt from that.
 #pragma once
 
 #include "support/kernel/fake_inotify.h"
@@ -61,8 +61,8 @@ class InotifyModel {
     std::string what;
     uint64_t turn;
   };
-  struct Spared {
-    bool spared;
+  struct Exemption {
+    bool isExempt;
     std::string removal;  // to be reported instead, if any
   };
   enum class Moved { kYes, kGone, kRefused };
@@ -83,7 +83,7 @@ class InotifyModel {
   bool concerns(const Report& report) const;
   void take();
   void takeEnd(int wd);
-  Spared sparedEnd(size_t control) const;
+  Exemption exemptionFromEnd(size_t control) const;
   Moved move(size_t control);
   bool settle(const Report& report);
   bool settleNotices();

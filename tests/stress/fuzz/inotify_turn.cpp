@@ -69,8 +69,8 @@ void InotifyModel::takeEnd(int wd) {
   users_.erase(found);
 }
 
-// May the control be spared the end of its directory?
-InotifyModel::Spared InotifyModel::sparedEnd(size_t control) const {
+// Is the control exempt from the report of its end?
+InotifyModel::Exemption InotifyModel::exemptionFromEnd(size_t control) const {
   const Control& c = controls_[control];
   const bool mayBe = (c.mask & IN_DELETE) != 0 && (c.mask & kSelfBits) == 0 &&
                      (event_.mask & IN_UNMOUNT) == 0 && !Kernel::FakeInotify::isInner(c.directory);
@@ -104,16 +104,16 @@ bool InotifyModel::settle(const Report& report) {
   expectRemoval_.clear();
   settled_ = true;
   if (!isEnd()) return true;
-  const Spared spared = sparedEnd(report.control);
+  const Exemption exemption = exemptionFromEnd(report.control);
   leave(report.control);
-  if (!spared.spared) return true;
+  if (!exemption.isExempt) return true;
   const Moved moved = move(report.control);
   if (moved == Moved::kRefused) return true;
   expectEnd_ = false;
-  expectRemoval_ = spared.removal;
-  if (moved == Moved::kYes && !spared.removal.empty()) return true;
+  expectRemoval_ = exemption.removal;
+  if (moved == Moved::kYes && !exemption.removal.empty()) return true;
   if (moved == Moved::kGone)
-    notices_.push_back({report.control, Kind::kEnd, spared.removal, turn_});
+    notices_.push_back({report.control, Kind::kEnd, exemption.removal, turn_});
   settled_ = false;
   return false;
 }

@@ -42,10 +42,10 @@ void EventRecorder::note(const std::exception_ptr& exception) {
   const Fault::Bypass bypass;
   try {
     std::rethrow_exception(exception);
-  } catch (const Brask::Exception& told) {
-    thrown_.emplace_back(told.what());
-  } catch (const std::system_error& told) {
-    thrown_.emplace_back(told.what());
+  } catch (const Brask::Exception& error) {
+    thrown_.emplace_back(error.what());
+  } catch (const std::system_error& error) {
+    thrown_.emplace_back(error.what());
   } catch (const std::bad_alloc&) {
     ++badAllocs_;
   } catch (const std::exception& other) {

@@ -37,8 +37,8 @@ class ExhaustionTest : public ZorbeTest {
 
   /// Whether a message of level 0 contains this text.
   bool isReported(const std::string& text) const {
-    for (const std::string& told : handler.texts(0)) {
-      if (told.find(text) != std::string::npos) return true;
+    for (const std::string& message : handler.texts(0)) {
+      if (message.find(text) != std::string::npos) return true;
     }
     return false;
   }

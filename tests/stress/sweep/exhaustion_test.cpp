@@ -16,8 +16,8 @@ namespace {
 
 class ChangeCount : public MounterBase {
  public:
-  void rootChanged(const std::string& what) override { told.push_back(what); }
-  std::vector<std::string> told;
+  void rootChanged(const std::string& what) override { reports.push_back(what); }
+  std::vector<std::string> reports;
 };
 
 /// With a writer in a process that is stopped.
@@ -111,7 +111,7 @@ TEST_F(ExhaustionTest, AForkedChildKeepsTheLockUntilItEnds) {
 }
 
 TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsReportedAndWatchedByANewWatcher) {
-  const std::string told = resultInChild([this]() -> std::string {
+  const std::string result = resultInChild([this]() -> std::string {
     const std::string limit = "/proc/sys/user/max_inotify_watches";
     if (::unshare(CLONE_NEWUSER) != 0 || !writeSetting(limit, "0")) return "skip";
     Brask::Linux::EventLoop loop;
@@ -120,17 +120,17 @@ TEST_F(ExhaustionTest, ADirectoryThatCannotBeWatchedIsReportedAndWatchedByANewWa
       const MounterSm refused(handler, "quotes", &client);
       loop.turn(0);
     }
-    if (client.told.empty() || !writeSetting(limit, "9")) return "reported nothing";
+    if (client.reports.empty() || !writeSetting(limit, "9")) return "reported nothing";
     const MounterSm watcher(handler, "quotes", &client);
     Util::touch(handler, root.fullPath("slots"));
     root.removeFile("slots");
     loop.turn(0);
-    return client.told.front() + "; " + client.told.back();
+    return client.reports.front() + "; " + client.reports.back();
   });
-  if (told == "skip") GTEST_SKIP() << "no user namespace with limits of its own";
+  if (result == "skip") GTEST_SKIP() << "no user namespace with limits of its own";
   EXPECT_EQ("inotify_add_watch() " + rootPath() +
                 ": No space left on device (raise fs.inotify.max_user_watches); slots",
-            told);
+            result);
 }
 
 TEST_F(StoppedWriterTest, TheWaitForAFullQueueEndsWithASignal) {

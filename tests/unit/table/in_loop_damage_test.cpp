@@ -178,11 +178,11 @@ TEST_F(InLoopDamage, ADirectoryThatCannotBeMadeAgainForAWhileIsSurvived) {
   EXPECT_TRUE(turnUntil([&] { return reader.info().incarnation != incarnation; }));
   EXPECT_TRUE(sees(reader, 19, 19));
   EXPECT_EQ(copy.size(), 20u);
-  size_t told = 0;
+  size_t messages = 0;
   for (const std::string& text : handler.texts(0)) {
-    told += text.find("WriterCore::keep()") != std::string::npos ? 1 : 0;
+    messages += text.find("WriterCore::keep()") != std::string::npos ? 1 : 0;
   }
-  EXPECT_EQ(told, 1u);
+  EXPECT_EQ(messages, 1u);
 }
 
 TEST_F(InLoopDamage, FilesThatSomebodyPutsInPlaceAreReplaced) {

@@ -81,8 +81,8 @@ ChildProcess Command::startReader(const std::string& table) {
 Json Command::listed(const std::string& table) {
   const Outcome run = zorbe({"list", "--json"});
   EXPECT_EQ(run.status, 0) << run.err;
-  const Json told = run.json();
-  for (const Json& found : told["tables"]) {
+  const Json output = run.json();
+  for (const Json& found : output["tables"]) {
     if (found["name"] == table) return found;
   }
   return nullptr;

@@ -18,8 +18,8 @@ class ZorbeDoctor : public Command {
   /// What a check found that is wrong, and nothing else is: "" when nothing is.
   static std::string problem(const Outcome& run, const std::string& check) {
     std::string found;
-    const Json told = run.json();
-    for (const Json& finding : told["findings"]) {
+    const Json output = run.json();
+    for (const Json& finding : output["findings"]) {
       if (finding["severity"] != "problem") continue;
       EXPECT_EQ(finding["check"], check) << finding;
       EXPECT_TRUE(finding["fix"].is_string()) << finding;

@@ -18,8 +18,8 @@ class ZorbeList : public Command {
  protected:
   static Words names(const Outcome& run) {
     Words names;
-    const Json told = run.json();
-    for (const Json& table : told["tables"]) names.push_back(table["name"]);
+    const Json output = run.json();
+    for (const Json& table : output["tables"]) names.push_back(table["name"]);
     return names;
   }
 

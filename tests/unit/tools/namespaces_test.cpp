@@ -28,8 +28,8 @@ class ZorbeNamespaces : public Command {
       "touch /run/netns/default && mount --bind /proc/self/ns/net /run/netns/default";
 
   static Json finding(const Outcome& run) {
-    const Json told = run.json();
-    for (const Json& found : told["findings"]) {
+    const Json output = run.json();
+    for (const Json& found : output["findings"]) {
       if (found["check"] == "namespace") return found;
     }
     return nullptr;

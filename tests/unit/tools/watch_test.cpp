@@ -97,7 +97,7 @@ TEST_F(ZorbeWatch, WithFilesOnlyTheWriterHasNoConnection) {
   ChildProcess writer = startWriter("t");
   ChildProcess watch = start({"watch", "t", "--json", "--files-only"});
   await(watch, "watching");
-  writeFile(inRoot("t") + "/mark", "");  // told from the loop: whatever it connects, it has
+  writeFile(inRoot("t") + "/mark", "");  // reported by the loop, after everything that it connects
   await(watch, "changed");
   EXPECT_EQ(listed("t")["connections"], 0);
   EXPECT_EQ(listed("t")["pending"], 0);

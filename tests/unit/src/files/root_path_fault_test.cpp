@@ -151,10 +151,10 @@ TEST_F(RootPathFaultTest, ChrootModeInformsTheUserAndContinues) {
   platform.failMkpath(EACCES);
   testing::internal::CaptureStderr();
   const RootPath root(handler, "t", true);
-  const std::string told = testing::internal::GetCapturedStderr();
+  const std::string output = testing::internal::GetCapturedStderr();
   const std::string text =
       "RootPath::RootPath() mkpath() error " + workingDirectory + "/zorbes/t: Permission denied";
-  EXPECT_EQ(told, text + "\nTry running from a writable directory.\n");
+  EXPECT_EQ(output, text + "\nTry running from a writable directory.\n");
   EXPECT_THAT(handler.take(), ElementsAre(Logged(0, text)));
   EXPECT_FALSE(root.initialized);
   EXPECT_TRUE(root.create);

@@ -57,13 +57,13 @@ class OwnerDiscoveryTest : public SocketsTest {
 
   /// What was said, without what concerns the entries "." and "..", wherever they come, and
   /// the walk over the directories.
-  std::vector<Message> story() const {
-    std::vector<Message> told;
+  std::vector<Message> messagesWithoutEntries() const {
+    std::vector<Message> messages;
     for (const Message& message : handler.messages()) {
       const bool dots = message.text.find("/.") != std::string::npos;
-      if (!dots && message.text.find("DirNode") != 0) told.push_back(message);
+      if (!dots && message.text.find("DirNode") != 0) messages.push_back(message);
     }
-    return told;
+    return messages;
   }
 
   static std::string executable() {
@@ -94,7 +94,7 @@ TEST_F(OwnerDiscoveryTest, LogsTheWholeSearch) {
   listOnly("self", fd);
   find();
   EXPECT_THAT(
-      story(),
+      messagesWithoutEntries(),
       ElementsAre(Logged(2, "Util::createSockaddr() " + root + " using abstract socket " +
                                 table.abstractName()),
                   Logged(5, std::string("Util::readOwnerPid() ") + kHeading),
@@ -215,9 +215,9 @@ TEST_F(OwnerDiscoveryTest, AHolderThatIsNoNumberIsNone) {
   listOnly("thread-self", fd);
   EXPECT_EQ(find(), 0u);
   EXPECT_EQ(owner, "unchanged");
-  const auto told = story();
-  ASSERT_GE(told.size(), 2u);
-  EXPECT_THAT(std::vector<Message>(told.end() - 2, told.end()),
+  const auto messages = messagesWithoutEntries();
+  ASSERT_GE(messages.size(), 2u);
+  EXPECT_THAT(std::vector<Message>(messages.end() - 2, messages.end()),
               ElementsAre(Logged(1,
                                  "Util::readOwnerPid() could not convert  pid directory string "
                                  "\"thread-self\" to U32"),

@@ -122,13 +122,14 @@ TEST_F(WriterUnlockSmTest, LogsThatItCouldNotConnect) {
   EXPECT_EQ(close(lowestFree), 0);
   // The socket gets the number after that of the namespace, which is open meanwhile.
   reader->doConnect();
-  const auto told = takeOwn();
-  ASSERT_EQ(told.size(), 2u);
-  EXPECT_THAT(told[0], Logged(5, label("doConnect")));
-  EXPECT_THAT(told[1], Logged(5, "WriterUnlockSm::doConnect() connect() socket:" +
-                                     std::to_string(lowestFree + 1) + " " + root.path +
-                                     " couldn't connect: Connection refused. Retrying doConnect() "
-                                     "later"));
+  const auto messages = takeOwn();
+  ASSERT_EQ(messages.size(), 2u);
+  EXPECT_THAT(messages[0], Logged(5, label("doConnect")));
+  EXPECT_THAT(messages[1],
+              Logged(5, "WriterUnlockSm::doConnect() connect() socket:" +
+                            std::to_string(lowestFree + 1) + " " + root.path +
+                            " couldn't connect: Connection refused. Retrying doConnect() "
+                            "later"));
 }
 
 TEST_F(WriterUnlockSmTest, TheTimerEndsInNotifyUnlockedWithoutAMessageOfItsOwn) {

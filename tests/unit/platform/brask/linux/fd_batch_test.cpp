@@ -19,7 +19,7 @@ class FdBatchTest : public LoopTest {
     for (int each : {0, 1}) {
       probes[each] = std::make_unique<FdProbe>();
       probes[each]->onEvent = [=](int) {
-        if (told++ == 0) whenFirst(1 - each);
+        if (events++ == 0) whenFirst(1 - each);
       };
       probes[each]->control->watch(pairs[each].here);
       pairs[each].makeReady();
@@ -29,7 +29,7 @@ class FdBatchTest : public LoopTest {
 
   Pair pairs[2];
   std::unique_ptr<FdProbe> probes[2];
-  int told = 0;
+  int events = 0;
 };
 
 int duplicateAt(int source, int number) {
@@ -41,33 +41,33 @@ int duplicateAt(int source, int number) {
 TEST_F(FdBatchTest, ACallbackMayDeleteItsOwnHandlerAndControl) {
   auto* probe = new FdProbe;
   probe->onEvent = [&](int) {
-    ++told;
+    ++events;
     delete probe;
   };
   probe->control->watch(pairs[0].here);
   pairs[0].makeReady();
   EXPECT_TRUE(loop->turn(0));
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(1, told);
+  EXPECT_EQ(1, events);
 }
 
 TEST_F(FdBatchTest, ADeletedControlIsNotNotifiedOfTheSameBatch) {
   turnBoth([this](int other) { probes[other].reset(); });
-  EXPECT_EQ(1, told);
+  EXPECT_EQ(1, events);
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(2, told);
+  EXPECT_EQ(2, events);
 }
 
 TEST_F(FdBatchTest, AnUnwatchedControlIsNotNotifiedOfTheSameBatch) {
   turnBoth([this](int other) { probes[other]->control->unwatch(); });
-  EXPECT_EQ(1, told);
+  EXPECT_EQ(1, events);
 }
 
 TEST_F(FdBatchTest, ARewatchedDescriptorIsReportedByTheNextTurn) {
   turnBoth([this](int other) { probes[other]->control->watch(pairs[other].here); });
-  EXPECT_EQ(1, told);
+  EXPECT_EQ(1, events);
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(3, told);
+  EXPECT_EQ(3, events);
 }
 
 TEST_F(FdBatchTest, ANumberReusedWithinABatchDoesNotInheritTheEvent) {
@@ -80,7 +80,7 @@ TEST_F(FdBatchTest, ANumberReusedWithinABatchDoesNotInheritTheEvent) {
     pairs[other].here = number;
     fresh.control->watch(number);
   });
-  EXPECT_EQ(1, told);
+  EXPECT_EQ(1, events);
   EXPECT_EQ(0, fresh.events);
   silent.makeReady();
   EXPECT_TRUE(loop->turn(0));
@@ -90,7 +90,7 @@ TEST_F(FdBatchTest, ANumberReusedWithinABatchDoesNotInheritTheEvent) {
 TEST_F(FdBatchTest, ATakenOverDescriptorIsReportedToTheNewControlOnly) {
   FdProbe taker;
   turnBoth([&](int other) { taker.control->watch(pairs[other].here); });
-  EXPECT_EQ(1, told);
+  EXPECT_EQ(1, events);
   EXPECT_EQ(0, taker.events);
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ(1, taker.events);

@@ -125,11 +125,11 @@ TEST_F(FdRegistrationTest, TheEpollDescriptorIsReplacedByWayOfDescriptorZeroToo)
 TEST_F(FdRegistrationTest, AReportFromAnInterruptedTurnIsCheckedWithoutAnyWait) {
   Pair pairs[2];
   FdProbe probes[2];
-  int told = 0;
+  int events = 0;
   for (const int each : {0, 1}) {
     probes[each].onEvent = [&, each](int) {
       pairs[each].drain();
-      if (told++ == 0) throw std::runtime_error("interrupts the turn");
+      if (events++ == 0) throw std::runtime_error("interrupts the turn");
     };
     probes[each].control->watch(pairs[each].here);
     pairs[each].makeReady();
@@ -138,7 +138,7 @@ TEST_F(FdRegistrationTest, AReportFromAnInterruptedTurnIsCheckedWithoutAnyWait) 
   polls.clear();
   Fault::divert("poll", notePoll);
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(2, told);
+  EXPECT_EQ(2, events);
   ASSERT_EQ(1u, polls.size());
   EXPECT_EQ(1u, polls[0].count);
   EXPECT_EQ(0, polls[0].timeout);

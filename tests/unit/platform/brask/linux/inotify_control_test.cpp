@@ -19,10 +19,11 @@ TEST_F(InotifyControlTest, ReportsTheNamesOfWhatTheMaskAsksForInOrder) {
   touch(directory.path + "/one");
   touch(directory.path + "/a-name-that-fits-no-small-string-buffer");
   erase(directory.path + "/one");
-  EXPECT_TRUE(probe.told.empty());
+  EXPECT_TRUE(probe.reports.empty());
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Told{"changed one", "changed a-name-that-fits-no-small-string-buffer", "changed one"}),
-            probe.told);
+  EXPECT_EQ(
+      (Reports{"changed one", "changed a-name-that-fits-no-small-string-buffer", "changed one"}),
+      probe.reports);
 }
 
 TEST_F(InotifyControlTest, ReportsNothingThatTheMaskDoesNotAskFor) {
@@ -49,7 +50,7 @@ TEST_F(InotifyControlTest, AnEventWithoutANameReportsTheWatchedPath) {
   probe.control->addWatch(directory.path, IN_ATTRIB);
   ASSERT_EQ(0, ::chmod(directory.path.c_str(), 0750));
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed " + directory.path}, probe.told);
+  EXPECT_EQ(Reports{"changed " + directory.path}, probe.reports);
 }
 
 TEST_F(InotifyControlTest, AnEventWithoutANameTakesNoneFromTheNext) {
@@ -58,7 +59,7 @@ TEST_F(InotifyControlTest, AnEventWithoutANameTakesNoneFromTheNext) {
   ASSERT_EQ(0, ::chmod(directory.path.c_str(), 0750));
   touch(directory.path + "/one");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Told{"changed " + directory.path, "changed one"}), probe.told);
+  EXPECT_EQ((Reports{"changed " + directory.path, "changed one"}), probe.reports);
 }
 
 TEST_F(InotifyControlTest, RemoveWatchAndDeletionEndTheKernelsWatch) {
@@ -73,7 +74,7 @@ TEST_F(InotifyControlTest, RemoveWatchAndDeletionEndTheKernelsWatch) {
   deleted.reset();
   EXPECT_TRUE(kernelWatches().empty());
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_TRUE(probe.told.empty());
+  EXPECT_TRUE(probe.reports.empty());
 }
 
 TEST_F(InotifyControlTest, AnotherDirectoryTakesThePlaceOfTheOld) {
@@ -85,7 +86,7 @@ TEST_F(InotifyControlTest, AnotherDirectoryTakesThePlaceOfTheOld) {
   touch(first + "/unseen");
   touch(second + "/seen");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed seen"}, probe.told);
+  EXPECT_EQ(Reports{"changed seen"}, probe.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
@@ -96,7 +97,7 @@ TEST_F(InotifyControlTest, WatchingTheSameDirectoryAgainLosesNoEvent) {
   probe.control->addWatch(directory.path, IN_CREATE);
   touch(directory.path + "/after");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Told{"changed before", "changed after"}), probe.told);
+  EXPECT_EQ((Reports{"changed before", "changed after"}), probe.reports);
 }
 
 TEST_F(InotifyControlTest, WatchingTheSameDirectoryAgainInACallbackLosesNoEvent) {
@@ -106,7 +107,7 @@ TEST_F(InotifyControlTest, WatchingTheSameDirectoryAgainInACallbackLosesNoEvent)
   touch(directory.path + "/one");
   touch(directory.path + "/two");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Told{"changed one", "changed two"}), probe.told);
+  EXPECT_EQ((Reports{"changed one", "changed two"}), probe.reports);
 }
 
 TEST_F(InotifyControlTest, AnotherMaskOnTheSameDirectoryTakesThePlaceOfTheOld) {
@@ -117,7 +118,7 @@ TEST_F(InotifyControlTest, AnotherMaskOnTheSameDirectoryTakesThePlaceOfTheOld) {
   touch(directory.path + "/two");
   erase(directory.path + "/one");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, probe.told) << "only the deletion";
+  EXPECT_EQ(Reports{"changed one"}, probe.reports) << "only the deletion";
 }
 
 TEST_F(InotifyControlTest, WhatStaysGoodAfterItsControlWasDeleted) {
@@ -146,5 +147,5 @@ TEST_F(InotifyControlTest, AddingToTheMaskKeepsWhatItAskedForBefore) {
   touch(directory.path + "/one");
   erase(directory.path + "/one");
   settle();
-  EXPECT_EQ(2u, probe.told.size());
+  EXPECT_EQ(2u, probe.reports.size());
 }

@@ -22,8 +22,8 @@ TEST_F(InotifyEndTest, TheEndOfADirectoryIsReportedOnceForAnyMask) {
     two.control->addWatch(doomed, IN_CREATE);
     remove(doomed);
     settle();
-    EXPECT_EQ(Told{"deleted"}, one.told);
-    EXPECT_EQ(Told{"deleted"}, two.told);
+    EXPECT_EQ(Reports{"deleted"}, one.reports);
+    EXPECT_EQ(Reports{"deleted"}, two.reports);
     EXPECT_TRUE(kernelWatches().empty());
   }
 }
@@ -32,7 +32,7 @@ TEST_F(InotifyEndTest, ADirectoryCanBeWatchedAgainFromInotifyDeleted) {
   const std::string again = directory.make("again");
   InotifyProbe probe;
   probe.onEvent = [&] {
-    if (probe.told.back() != "deleted") return;
+    if (probe.reports.back() != "deleted") return;
     directory.make("again");
     probe.control->addWatch(again, IN_CREATE | IN_DELETE_SELF);
   };
@@ -43,7 +43,7 @@ TEST_F(InotifyEndTest, ADirectoryCanBeWatchedAgainFromInotifyDeleted) {
   }
   touch(again + "/one");
   settle();
-  EXPECT_EQ((Told{"deleted", "deleted", "deleted", "changed one"}), probe.told);
+  EXPECT_EQ((Reports{"deleted", "deleted", "deleted", "changed one"}), probe.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
@@ -56,7 +56,7 @@ TEST_F(InotifyEndTest, TheEndOfADirectoryThatIsWatchedAgainAlreadyIsNotReported)
   probe.control->addWatch(again, IN_CREATE);
   touch(again + "/one");
   settle();
-  EXPECT_EQ(Told{"changed one"}, probe.told);
+  EXPECT_EQ(Reports{"changed one"}, probe.reports);
 }
 
 TEST_F(InotifyEndTest, AMoveEndsTheWatchOfThoseWhoAskedAndReportsNothingMore) {
@@ -70,30 +70,30 @@ TEST_F(InotifyEndTest, AMoveEndsTheWatchOfThoseWhoAskedAndReportsNothingMore) {
   erase(to + "/one");
   remove(to);
   settle();
-  EXPECT_EQ(Told{"deleted"}, asked.told);
-  EXPECT_EQ((Told{"changed one", "deleted"}), unasked.told);
+  EXPECT_EQ(Reports{"deleted"}, asked.reports);
+  EXPECT_EQ((Reports{"changed one", "deleted"}), unasked.reports);
 }
 
 TEST_F(InotifyEndTest, AFailedWatchIsReportedByALaterTurnWithPathAndReason) {
   InotifyProbe probe;
   probe.control->addWatch("/nonexistent/directory", IN_CREATE);
-  EXPECT_TRUE(probe.told.empty());
+  EXPECT_TRUE(probe.reports.empty());
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"error inotify_add_watch() /nonexistent/directory: No such file or directory"},
-            probe.told);
+  EXPECT_EQ(Reports{"error inotify_add_watch() /nonexistent/directory: No such file or directory"},
+            probe.reports);
   EXPECT_FALSE(loop->turn(0));
 }
 
 TEST_F(InotifyEndTest, AWatchThatFailsInACallbackIsReportedByALaterTurn) {
   InotifyProbe probe;
   probe.onEvent = [&] {
-    if (probe.told.size() < 3) probe.control->addWatch("/nonexistent", IN_CREATE);
+    if (probe.reports.size() < 3) probe.control->addWatch("/nonexistent", IN_CREATE);
   };
   probe.control->addWatch(directory.path, IN_CREATE);
   touch(directory.path + "/one");
   for (size_t turns = 1; turns <= 3; ++turns) {
     EXPECT_TRUE(loop->turn(0));
-    EXPECT_EQ(turns, probe.told.size());
+    EXPECT_EQ(turns, probe.reports.size());
   }
   EXPECT_FALSE(loop->turn(0));
 }
@@ -105,7 +105,7 @@ TEST_F(InotifyEndTest, AFailedWatchLeavesTheControlWithoutAWatch) {
   probe.control->addWatch("/nonexistent", IN_CREATE);
   touch(directory.path + "/two");
   settle();
-  EXPECT_EQ(1u, probe.told.size());
+  EXPECT_EQ(1u, probe.reports.size());
   EXPECT_TRUE(kernelWatches().empty());
 }
 
@@ -119,5 +119,5 @@ TEST_F(InotifyEndTest, AFailureThatHasBeenRepairedOrEndedIsNotReported) {
   ended.control->removeWatch();
   deleted.reset();
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_TRUE(mended.told.empty());
+  EXPECT_TRUE(mended.reports.empty());
 }

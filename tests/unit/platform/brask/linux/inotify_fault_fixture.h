@@ -59,7 +59,7 @@ class InotifyFaultTest : public WithFaults<InotifyTest> {
     probe.control->addWatch(directory.path, IN_CREATE);
     directory.make("one");
     settle();
-    EXPECT_EQ((Told{"error " + error, "changed one"}), probe.told);
+    EXPECT_EQ((Reports{"error " + error, "changed one"}), probe.reports);
   }
 };
 

@@ -38,7 +38,7 @@ TEST_F(InotifyFaultTest, AnEventThatCannotBeReadIsReadByTheNextTurn) {
   Fault::arm("read", 1, EAGAIN);
   EXPECT_FALSE(loop->turn(0));
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, probe.told);
+  EXPECT_EQ(Reports{"changed one"}, probe.reports);
 }
 
 TEST_F(InotifyFaultTest, AnOverflowIsReportedWhenTheKernelsWatchesCannotBeListed) {
@@ -50,7 +50,7 @@ TEST_F(InotifyFaultTest, AnOverflowIsReportedWhenTheKernelsWatchesCannotBeListed
   EXPECT_TRUE(loop->turn(0));
   Fault::reset();
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Told{kOverflowError, "changed one"}), probe.told);
+  EXPECT_EQ((Reports{kOverflowError, "changed one"}), probe.reports);
 }
 
 TEST_F(InotifyFaultTest, AnEndThatAnOverflowSwallowedIsReportedAfterAnException) {
@@ -64,7 +64,7 @@ TEST_F(InotifyFaultTest, AnEndThatAnOverflowSwallowedIsReportedAfterAnException)
   probe.onEvent = {};
   EXPECT_TRUE(readable(loop->fd()));
   settle();
-  EXPECT_EQ((Told{kOverflowError, "deleted"}), probe.told);
+  EXPECT_EQ((Reports{kOverflowError, "deleted"}), probe.reports);
 }
 
 TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchIsNotReportedToIt) {
@@ -73,8 +73,8 @@ TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchIsNotReportedToIt) {
   overflow();
   later.control->addWatch(directory.path, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{kOverflowError}, before.told);
-  EXPECT_EQ(Told{}, later.told);
+  EXPECT_EQ(Reports{kOverflowError}, before.reports);
+  EXPECT_EQ(Reports{}, later.reports);
 }
 
 TEST_F(InotifyFaultTest, AWatchIsAddedWhenTheEventsFromBeforeCannotBeRead) {
@@ -86,6 +86,6 @@ TEST_F(InotifyFaultTest, AWatchIsAddedWhenTheEventsFromBeforeCannotBeRead) {
   EXPECT_EQ("EventLoop read(inotify): Input/output error", refusalOf([this] { loop->turn(0); }));
   directory.make("two");
   settle();
-  EXPECT_EQ((Told{"changed one", "changed two"}), first.told);
-  EXPECT_EQ("changed two", second.told.back());
+  EXPECT_EQ((Reports{"changed one", "changed two"}), first.reports);
+  EXPECT_EQ("changed two", second.reports.back());
 }

@@ -10,7 +10,7 @@
 
 namespace LoopTesting {
 
-using Told = std::vector<std::string>;
+using Reports = std::vector<std::string>;
 
 /// A test with a directory to watch.
 class InotifyTest : public LoopTest {
@@ -56,7 +56,7 @@ class InotifyTreeFixture : public InotifyTest {
   // In inotifyDeleted() the inner control's client does this, and asks for its watch again.
   void whenInnerEnds(const std::function<void()>& action) {
     inner.onEvent = [this, action] {
-      if (inner.told.back() != "deleted") return;
+      if (inner.reports.back() != "deleted") return;
       action();
       inner.control->addWatch(leaf, IN_CREATE);
     };

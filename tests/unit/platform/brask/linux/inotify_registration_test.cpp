@@ -22,8 +22,8 @@ TEST_F(InotifyRegistrationTest, WhatHappenedBeforeAControlJoinedIsNotItsOwn) {
   probe.control->addWatch(directory.path, IN_CREATE);
   touch(directory.path + "/after");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed after"}, probe.told);
-  EXPECT_EQ((Told{"changed before", "changed after"}), other.told);
+  EXPECT_EQ(Reports{"changed after"}, probe.reports);
+  EXPECT_EQ((Reports{"changed before", "changed after"}), other.reports);
 }
 
 TEST_F(InotifyRegistrationTest, WhatHappenedBeforeAControlCameBackIsNotItsOwn) {
@@ -34,8 +34,8 @@ TEST_F(InotifyRegistrationTest, WhatHappenedBeforeAControlCameBackIsNotItsOwn) {
   probe.control->addWatch(directory.path, IN_CREATE);
   touch(directory.path + "/three");
   settle();
-  EXPECT_EQ(Told{"changed three"}, probe.told);
-  EXPECT_EQ((Told{"changed one", "changed two", "changed three"}), other.told);
+  EXPECT_EQ(Reports{"changed three"}, probe.reports);
+  EXPECT_EQ((Reports{"changed one", "changed two", "changed three"}), other.reports);
 }
 
 TEST_F(InotifyRegistrationTest, WhatHappenedWhileAControlWasElsewhereIsNotItsOwn) {
@@ -46,12 +46,12 @@ TEST_F(InotifyRegistrationTest, WhatHappenedWhileAControlWasElsewhereIsNotItsOwn
   touch(directory.path + "/one");
   probe.control->addWatch(directory.path, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{}, probe.told);
+  EXPECT_EQ(Reports{}, probe.reports);
 }
 
 TEST_F(InotifyRegistrationTest, AControlThatJoinsInACallbackIsNotReportedTheRestOfTheBatch) {
   other.onEvent = [&] {
-    if (other.told.size() != 1) return;
+    if (other.reports.size() != 1) return;
     touch(directory.path + "/three");
     probe.control->addWatch(directory.path, IN_CREATE);
     touch(directory.path + "/four");
@@ -59,8 +59,9 @@ TEST_F(InotifyRegistrationTest, AControlThatJoinsInACallbackIsNotReportedTheRest
   touch(directory.path + "/one");
   touch(directory.path + "/two");
   settle();
-  EXPECT_EQ((Told{"changed one", "changed two", "changed three", "changed four"}), other.told);
-  EXPECT_EQ(Told{"changed four"}, probe.told);
+  EXPECT_EQ((Reports{"changed one", "changed two", "changed three", "changed four"}),
+            other.reports);
+  EXPECT_EQ(Reports{"changed four"}, probe.reports);
 }
 
 // The kernel merges an event with an equal one that has not been read.
@@ -69,8 +70,8 @@ TEST_F(InotifyRegistrationTest, AnEventLikeOneFromBeforeIsNotLost) {
   probe.control->addWatch(directory.path, IN_ATTRIB);
   ASSERT_EQ(0, ::chmod(directory.path.c_str(), 0700));
   settle();
-  EXPECT_EQ(Told{"changed " + directory.path}, probe.told);
-  EXPECT_EQ(2u, other.told.size());
+  EXPECT_EQ(Reports{"changed " + directory.path}, probe.reports);
+  EXPECT_EQ(2u, other.reports.size());
 }
 
 TEST_F(InotifyRegistrationTest, TheEndOfAnEarlierWatchIsNotThatOfALaterOne) {
@@ -82,8 +83,8 @@ TEST_F(InotifyRegistrationTest, TheEndOfAnEarlierWatchIsNotThatOfALaterOne) {
   directory.make("again");
   probe.control->addWatch(again, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{}, probe.told);
-  EXPECT_EQ(Told{"deleted"}, stays.told);
+  EXPECT_EQ(Reports{}, probe.reports);
+  EXPECT_EQ(Reports{"deleted"}, stays.reports);
 }
 
 TEST_F(InotifyRegistrationTest, WhatIsTakenFromTheKernelForALaterTurnShowsInTheDescriptor) {
@@ -91,21 +92,21 @@ TEST_F(InotifyRegistrationTest, WhatIsTakenFromTheKernelForALaterTurnShowsInTheD
   probe.control->addWatch(directory.path, IN_CREATE);
   EXPECT_TRUE(readable(loop->fd()));
   EXPECT_TRUE(loop->turn(kPatience)) << "at once";
-  EXPECT_EQ(Told{"changed one"}, other.told);
+  EXPECT_EQ(Reports{"changed one"}, other.reports);
   EXPECT_FALSE(readable(loop->fd()));
 }
 
 // A callback that makes events and takes them over each time is not all that runs.
 TEST_F(InotifyRegistrationTest, ATurnEndsWhateverItsCallbacksCause) {
   other.onEvent = [&] {
-    touch(directory.path + "/" + std::to_string(other.told.size()));
+    touch(directory.path + "/" + std::to_string(other.reports.size()));
     probe.control->removeWatch();
     probe.control->addWatch(directory.path, IN_CREATE);
   };
   touch(directory.path + "/first");
   for (size_t turns = 1; turns < 5; ++turns) {
     EXPECT_TRUE(loop->turn(0));
-    EXPECT_EQ(turns, other.told.size());
+    EXPECT_EQ(turns, other.reports.size());
   }
 }
 
@@ -114,14 +115,14 @@ TEST_F(InotifyRegistrationTest, WhatIsTakenOverIsKeptThroughManyTurns) {
     probe.control->removeWatch();
     probe.control->addWatch(directory.path, IN_CREATE);
   };
-  Told expected;
+  Reports expected;
   for (int each = 0; each < 3000; ++each) {
     const std::string name = std::to_string(each) + std::string(100, 'x');
     touch(directory.path + "/" + name);
     expected.push_back("changed " + name);
   }
   settle();
-  EXPECT_EQ(expected, other.told);
+  EXPECT_EQ(expected, other.reports);
 }
 
 TEST_F(InotifyRegistrationTest, HoweverMuchHappenedBeforeAControlJoinedIsNotItsOwn) {
@@ -131,13 +132,13 @@ TEST_F(InotifyRegistrationTest, HoweverMuchHappenedBeforeAControlJoinedIsNotItsO
   }
   probe.control->addWatch(directory.path, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{}, probe.told);
-  EXPECT_EQ(kMoreThanOneRead, other.told.size());
+  EXPECT_EQ(Reports{}, probe.reports);
+  EXPECT_EQ(kMoreThanOneRead, other.reports.size());
 }
 
 TEST_F(InotifyRegistrationTest, WhatComesWhileOtherEventsWaitIsKeptInItsOrder) {
   constexpr size_t kWaiting = 10, kAll = 1000;
-  Told expected;
+  Reports expected;
   const auto make = [&] {
     if (expected.size() == kAll) return;
     const std::string name = std::to_string(expected.size()) + std::string(200, 'x');
@@ -151,6 +152,6 @@ TEST_F(InotifyRegistrationTest, WhatComesWhileOtherEventsWaitIsKeptInItsOrder) {
   };
   for (size_t each = 0; each < kWaiting; ++each) make();
   settle();
-  EXPECT_EQ(expected, other.told);
-  EXPECT_EQ(Told{}, probe.told);
+  EXPECT_EQ(expected, other.reports);
+  EXPECT_EQ(Reports{}, probe.reports);
 }

@@ -21,8 +21,8 @@ TEST_F(InotifySharingTest, TwoHundredControlsShareOneDescriptor) {
   }
   EXPECT_EQ(1u, inotifyDescriptors());
   for (int each = 0; each < 200; ++each) touch(directory.path + "/" + std::to_string(each) + "/x");
-  EXPECT_TRUE(turnUntil([&] { return !probes.back()->told.empty(); }));
-  for (const auto& probe : probes) EXPECT_EQ(Told{"changed x"}, probe->told);
+  EXPECT_TRUE(turnUntil([&] { return !probes.back()->reports.empty(); }));
+  for (const auto& probe : probes) EXPECT_EQ(Reports{"changed x"}, probe->reports);
 }
 
 TEST_F(InotifySharingTest, TwoControlsOnOneDirectoryGetTheEventsOfTheirOwnMasks) {
@@ -33,9 +33,9 @@ TEST_F(InotifySharingTest, TwoControlsOnOneDirectoryGetTheEventsOfTheirOwnMasks)
   touch(directory.path + "/one");
   erase(directory.path + "/one");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, creations.told);
-  EXPECT_EQ(Told{"changed one"}, deletions.told);
-  EXPECT_EQ((Told{"changed one", "changed one"}), both.told);
+  EXPECT_EQ(Reports{"changed one"}, creations.reports);
+  EXPECT_EQ(Reports{"changed one"}, deletions.reports);
+  EXPECT_EQ((Reports{"changed one", "changed one"}), both.reports);
 }
 
 TEST_F(InotifySharingTest, TheKernelsMaskIsTheUnionOfWhatIsWanted) {
@@ -60,8 +60,8 @@ TEST_F(InotifySharingTest, OneOfTwoLeavingADirectoryTakesNothingFromTheOther) {
   touch(directory.path + "/one");
   erase(directory.path + "/one");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, stays.told);
-  EXPECT_TRUE(leaves.told.empty());
+  EXPECT_EQ(Reports{"changed one"}, stays.reports);
+  EXPECT_TRUE(leaves.reports.empty());
 }
 
 TEST_F(InotifySharingTest, LeavingASharedDirectoryThatWasRenamedWatchesNothingElse) {
@@ -76,7 +76,7 @@ TEST_F(InotifySharingTest, LeavingASharedDirectoryThatWasRenamedWatchesNothingEl
   touch(directory.path + "/e/one");
   touch(old + "/two");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, stays.told);
+  EXPECT_EQ(Reports{"changed one"}, stays.reports);
 }
 
 TEST_F(InotifySharingTest, IsNotNotifiedOfEventsThatItsWatchWasLeftBehind) {
@@ -87,15 +87,15 @@ TEST_F(InotifySharingTest, IsNotNotifiedOfEventsThatItsWatchWasLeftBehind) {
   second.control->addWatch(directory.path, IN_CREATE);
   touch(directory.path + "/one");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1u, first.told.size() + second.told.size());
+  EXPECT_EQ(1u, first.reports.size() + second.reports.size());
 }
 
 TEST_F(InotifySharingTest, ACallbackMayDeleteItselfAndTheOthersOfItsDirectory) {
   std::vector<std::unique_ptr<InotifyProbe>> probes;
-  int told = 0;
+  int events = 0;
   for (int each = 0; each < 3; ++each) {
     probes.push_back(std::make_unique<InotifyProbe>([&] {
-      ++told;
+      ++events;
       probes.clear();
     }));
     probes.back()->control->addWatch(directory.path, IN_CREATE);
@@ -104,7 +104,7 @@ TEST_F(InotifySharingTest, ACallbackMayDeleteItselfAndTheOthersOfItsDirectory) {
   touch(directory.path + "/two");
   EXPECT_TRUE(loop->turn(0));
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(1, told);
+  EXPECT_EQ(1, events);
   EXPECT_TRUE(kernelWatches().empty());
 }
 
@@ -114,8 +114,9 @@ TEST_F(InotifySharingTest, AMaskThatAsksForNothingIsRefusedAndHarmsNoOtherContro
   probe.control->addWatch(directory.path, 0);
   touch(directory.path + "/one");
   settle();
-  EXPECT_EQ(Told{"error inotify_add_watch() " + directory.path + ": Invalid argument"}, probe.told);
-  EXPECT_EQ(Told{"changed one"}, other.told);
+  EXPECT_EQ(Reports{"error inotify_add_watch() " + directory.path + ": Invalid argument"},
+            probe.reports);
+  EXPECT_EQ(Reports{"changed one"}, other.reports);
 }
 
 TEST_F(InotifySharingTest, AOneShotWatchEndsWithItsFirstEventAndEndsNoOther) {
@@ -125,8 +126,8 @@ TEST_F(InotifySharingTest, AOneShotWatchEndsWithItsFirstEventAndEndsNoOther) {
   touch(directory.path + "/one");
   touch(directory.path + "/two");
   settle();
-  EXPECT_EQ(Told{"changed one"}, once.told);
-  EXPECT_EQ((Told{"changed one", "changed two"}), always.told);
+  EXPECT_EQ(Reports{"changed one"}, once.reports);
+  EXPECT_EQ((Reports{"changed one", "changed two"}), always.reports);
 }
 
 TEST_F(InotifySharingTest, UnlinkedFilesAreLeftOutOnlyWhereNoMaskAsksForThem) {
@@ -139,12 +140,12 @@ TEST_F(InotifySharingTest, UnlinkedFilesAreLeftOutOnlyWhereNoMaskAsksForThem) {
   erase(file);
   EXPECT_EQ(1, ::write(fd, "x", 1));
   settle();
-  EXPECT_EQ(Told{"changed one"}, including->told);
+  EXPECT_EQ(Reports{"changed one"}, including->reports);
   including.reset();
-  excluding.told.clear();
+  excluding.reports.clear();
   EXPECT_EQ(1, ::write(fd, "x", 1));
   settle();
-  EXPECT_TRUE(excluding.told.empty());
+  EXPECT_TRUE(excluding.reports.empty());
   ::close(fd);
 }
 
@@ -157,7 +158,7 @@ TEST_F(InotifySharingTest, AnUnlinkedFileIsReportedToThoseWhoAskForItInAnyOrder)
   erase(file);
   EXPECT_EQ(1, ::write(fd, "x", 1));
   settle();
-  EXPECT_EQ(Told{"changed one"}, including.told);
+  EXPECT_EQ(Reports{"changed one"}, including.reports);
   ::close(fd);
 }
 

@@ -22,7 +22,7 @@ class InotifyTreeAgainTest : public InotifyTreeFixture {
     inner.control->addWatch(leaf, IN_CREATE);
     outer.control->addWatch(top, IN_DELETE);
     settle();
-    outer.told.clear();
+    outer.reports.clear();
   }
 };
 
@@ -32,42 +32,42 @@ TEST_F(InotifyTreeAgainTest, ARefusalThatWasReportedSparesNobodyTheEnd) {
   remove(leaf);
   settle();
   askForLeafAgain();
-  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
   remove(top);
   directory.make("top");
   settle();
-  EXPECT_EQ("deleted", outer.told.back());
+  EXPECT_EQ("deleted", outer.reports.back());
   EXPECT_TRUE(kernelWatches().empty());
   askForLeafAgain();
-  EXPECT_EQ(3u, outer.told.size()) << "it has no watch any more";
+  EXPECT_EQ(3u, outer.reports.size()) << "it has no watch any more";
 }
 
 TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterEndsTheWatchForGood) {
   inner.onEvent = [&] {
-    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
   };
   removeTree();
   settle();
-  const Told expected{"changed leaf", "changed leaf", "deleted"};
-  EXPECT_EQ(expected, outer.told);
+  const Reports expected{"changed leaf", "changed leaf", "deleted"};
+  EXPECT_EQ(expected, outer.reports);
   askForLeafAgain();
-  EXPECT_EQ(expected, outer.told);
+  EXPECT_EQ(expected, outer.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterSparesNobodyTheEnd) {
   InotifyProbe outermost;
   outermost.control->addWatch(directory.path, IN_DELETE);
   inner.onEvent = [&] {
-    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
   };
   removeTree();
   settle();
-  EXPECT_EQ(Told{"changed top"}, outermost.told);
-  EXPECT_EQ("deleted", outer.told.back());
+  EXPECT_EQ(Reports{"changed top"}, outermost.reports);
+  EXPECT_EQ("deleted", outer.reports.back());
   remove(directory.path);
   ASSERT_EQ(0, ::mkdir(directory.path.c_str(), 0700));
   settle();
-  EXPECT_EQ((Told{"changed top", "deleted"}), outermost.told);
+  EXPECT_EQ((Reports{"changed top", "deleted"}), outermost.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, TheLastMaskDecidesWhetherALostWatchIsResumed) {
@@ -83,8 +83,8 @@ TEST_F(InotifyTreeAgainTest, TheLastMaskDecidesWhetherALostWatchIsResumed) {
   askForLeafAgain();
   touch(top + "/one");
   settle();
-  EXPECT_EQ("changed one", wider.told.back());
-  EXPECT_NE("changed one", narrower.told.back());
+  EXPECT_EQ("changed one", wider.reports.back());
+  EXPECT_NE("changed one", narrower.reports.back());
 }
 
 TEST_F(InotifyTreeAgainTest, AllWhoseWatchWasLostAreResumed) {
@@ -98,8 +98,8 @@ TEST_F(InotifyTreeAgainTest, AllWhoseWatchWasLostAreResumed) {
   touch(top + "/one");
   erase(top + "/one");
   settle();
-  EXPECT_EQ("changed one", outer.told.back());
-  EXPECT_EQ("changed one", another.told.back());
+  EXPECT_EQ("changed one", outer.reports.back());
+  EXPECT_EQ("changed one", another.reports.back());
 }
 
 TEST_F(InotifyTreeAgainTest, ARemovalIsReportedToAllWhoWatchTheParent) {
@@ -107,14 +107,14 @@ TEST_F(InotifyTreeAgainTest, ARemovalIsReportedToAllWhoWatchTheParent) {
   another.control->addWatch(top, IN_DELETE);
   move(leaf, directory.path + "/elsewhere");
   askForLeafAgain();
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
-  EXPECT_EQ(Told{"changed leaf"}, another.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
+  EXPECT_EQ(Reports{"changed leaf"}, another.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, ARemovalIsReportedToThoseWhoseWatchWasLost) {
   loseTree();
   askForLeafAgain();
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, ARemovalThatOnlyTheRefusalShowedSparesTheEnd) {
@@ -123,7 +123,7 @@ TEST_F(InotifyTreeAgainTest, ARemovalThatOnlyTheRefusalShowedSparesTheEnd) {
   remove(top);
   makeTree();
   settle();
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
@@ -131,15 +131,15 @@ TEST_F(InotifyTreeAgainTest, AnEntryWhoseOwnEndWaitsSparesTheEnd) {
   InotifyProbe outermost;
   outermost.control->addWatch(directory.path, IN_DELETE);
   inner.onEvent = [&] {
-    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
   };
   removeTree();
   remove(directory.path);
   EXPECT_TRUE(loop->turn(0));
   ASSERT_EQ(0, ::mkdir(directory.path.c_str(), 0700));
   settle();
-  EXPECT_EQ(Told{"changed top"}, outermost.told);
-  EXPECT_EQ("deleted", outer.told.back());
+  EXPECT_EQ(Reports{"changed top"}, outermost.reports);
+  EXPECT_EQ("deleted", outer.reports.back());
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
@@ -148,11 +148,11 @@ TEST_F(InotifyTreeAgainTest, AWatchThatMovesKeepsTheMaskThatWasAddedTo) {
   whenInnerEnds(makingItAgain());
   removeTree();
   settle();
-  outer.told.clear();
+  outer.reports.clear();
   touch(top + "/one");
   erase(top + "/one");
   settle();
-  EXPECT_EQ((Told{"changed one", "changed one"}), outer.told);
+  EXPECT_EQ((Reports{"changed one", "changed one"}), outer.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, AWatchThatWasSetAgainByItsClientStaysWhereItIs) {
@@ -166,7 +166,7 @@ TEST_F(InotifyTreeAgainTest, AWatchThatWasSetAgainByItsClientStaysWhereItIs) {
   inner.control->addWatch(leaf, IN_CREATE);
   erase(moved + "/one");
   settle();
-  EXPECT_EQ(Told{"changed one"}, outer.told);
+  EXPECT_EQ(Reports{"changed one"}, outer.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, AWatchThatWasResumedStaysWhereItIs) {
@@ -180,7 +180,7 @@ TEST_F(InotifyTreeAgainTest, AWatchThatWasResumedStaysWhereItIs) {
   inner.control->addWatch(leaf, IN_CREATE);
   erase(moved + "/one");
   settle();
-  EXPECT_EQ(Told{"changed one"}, outer.told);
+  EXPECT_EQ(Reports{"changed one"}, outer.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, NothingThatWaitsForAnotherPathIsReported) {
@@ -188,15 +188,15 @@ TEST_F(InotifyTreeAgainTest, NothingThatWaitsForAnotherPathIsReported) {
   inner.control->addWatch(leaf, IN_CREATE);  // which outer is to be notified of
   outer.control->addWatch(directory.path, IN_DELETE);
   settle();
-  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ(Reports{}, outer.reports);
 }
 
 TEST_F(InotifyTreeAgainTest, NoRemovalIsReportedAfterTheEnd) {
   outer.control->addWatch(top, IN_DELETE | IN_DELETE_SELF);
   inner.onEvent = [&] {
-    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
   };
   removeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }

@@ -11,11 +11,11 @@ class InotifyTreeEndTest : public InotifyTreeFixture {
  protected:
   // Whether the outer control receives events of the present directory.
   bool hears(const std::string& name) {
-    const size_t before = outer.told.size();
+    const size_t before = outer.reports.size();
     touch(top + "/" + name);
     erase(top + "/" + name);
     settle();
-    return outer.told.size() > before && outer.told.back() == "changed " + name;
+    return outer.reports.size() > before && outer.reports.back() == "changed " + name;
   }
 };
 
@@ -28,24 +28,24 @@ constexpr uint32_t kMasksWithRemovals[] = {IN_DELETE, IN_DELETE | IN_CREATE,
 
 TEST_F(InotifyTreeEndTest, IsReportedOnceToThoseWhoseMaskDoesNotReportRemovals) {
   for (const uint32_t mask : kMasksWithoutRemovals) {
-    outer.told.clear();
+    outer.reports.clear();
     watch(mask);
     whenInnerEnds(makingItAgain());
     removeTree();
     settle();
-    EXPECT_EQ(Told{"deleted"}, outer.told) << "mask " << mask;
+    EXPECT_EQ(Reports{"deleted"}, outer.reports) << "mask " << mask;
     EXPECT_EQ(1u, kernelWatches().size());
   }
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenTheInnerOneAsksAgainForWhatIsGone) {
   for (const uint32_t mask : kMasksWithoutRemovals) {
-    outer.told.clear();
+    outer.reports.clear();
     watch(mask);
     whenInnerEnds([] {});
     removeTree();
     settle();
-    EXPECT_EQ(Told{"deleted"}, outer.told) << "mask " << mask;
+    EXPECT_EQ(Reports{"deleted"}, outer.reports) << "mask " << mask;
     makeTree();
     inner.control->addWatch(leaf, IN_CREATE);
     outer.control->addWatch(top, IN_DELETE);
@@ -55,12 +55,12 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenTheInnerOneAsksAgainForWhatIsGone) {
 
 TEST_F(InotifyTreeEndTest, IsSparedThoseWhoseMaskReportedTheRemovalAndWhosePathIsADirectoryAgain) {
   for (const uint32_t mask : kMasksWithRemovals) {
-    outer.told.clear();
+    outer.reports.clear();
     watch(mask);
     whenInnerEnds(makingItAgain());
     removeTree();
     settle();
-    EXPECT_EQ(Told{"changed leaf"}, outer.told) << "mask " << mask;
+    EXPECT_EQ(Reports{"changed leaf"}, outer.reports) << "mask " << mask;
     EXPECT_EQ(2u, kernelWatches().size());
     EXPECT_TRUE(hears("one")) << "mask " << mask;
   }
@@ -68,12 +68,13 @@ TEST_F(InotifyTreeEndTest, IsSparedThoseWhoseMaskReportedTheRemovalAndWhosePathI
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenTheRemovalWasReportedAndThePathLeadsNowhere) {
   for (const uint32_t mask : kMasksWithRemovals) {
-    outer.told.clear();
+    outer.reports.clear();
     watch(mask);
     whenInnerEnds([] {});
     removeTree();
     settle();
-    EXPECT_EQ((Told{"changed leaf", "changed leaf", "deleted"}), outer.told) << "mask " << mask;
+    EXPECT_EQ((Reports{"changed leaf", "changed leaf", "deleted"}), outer.reports)
+        << "mask " << mask;
     EXPECT_TRUE(kernelWatches().empty());
     makeTree();
   }
@@ -84,7 +85,7 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenAFileTookThePath) {
   whenInnerEnds([&] { touch(top); });
   removeTree();
   settle();
-  EXPECT_EQ("deleted", outer.told.back());
+  EXPECT_EQ("deleted", outer.reports.back());
   EXPECT_TRUE(kernelWatches().empty());
 }
 
@@ -94,8 +95,8 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenTheWatchedEntryWasMovedOutAndNotRemoved
   remove(top);
   makeTree();
   settle();
-  EXPECT_EQ(Told{"deleted"}, outer.told);
-  EXPECT_EQ(Told{}, inner.told);
+  EXPECT_EQ(Reports{"deleted"}, outer.reports);
+  EXPECT_EQ(Reports{}, inner.reports);
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenOtherThingsHappenedToTheWatchedEntry) {
@@ -106,7 +107,7 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenOtherThingsHappenedToTheWatchedEntry) {
   remove(top);
   makeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenOnlyOtherEntriesWereRemoved) {
@@ -117,7 +118,7 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenOnlyOtherEntriesWereRemoved) {
   remove(top);
   makeTree();
   settle();
-  EXPECT_EQ((Told{"changed other", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"changed other", "deleted"}), outer.reports);
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenNobodyWatchesTheEntryAnyMore) {
@@ -128,7 +129,7 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenNobodyWatchesTheEntryAnyMore) {
   remove(top);
   makeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedToThoseWhoAskedForItInAnyCase) {
@@ -136,7 +137,7 @@ TEST_F(InotifyTreeEndTest, IsReportedToThoseWhoAskedForItInAnyCase) {
   whenInnerEnds(makingItAgain());
   removeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }
 
 TEST_F(InotifyTreeEndTest, ADirectoryIsNoEntryOfItself) {
@@ -149,11 +150,11 @@ TEST_F(InotifyTreeEndTest, ADirectoryIsNoEntryOfItself) {
   std::filesystem::current_path(before);  // it ends when nobody is in it any more
   makeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), other.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), other.reports);
 }
 
-// The entry was removed before the outer control came, which nobody has told it.
+// The entry was removed before the outer control watched, so that nothing reports it.
 TEST_F(InotifyTreeEndTest, IsReplacedByTheRemovalThatOnlyTheInnerOneWasReported) {
   inner.control->addWatch(leaf, IN_CREATE);
   whenInnerEnds(makingItAgain());
@@ -161,7 +162,7 @@ TEST_F(InotifyTreeEndTest, IsReplacedByTheRemovalThatOnlyTheInnerOneWasReported)
   outer.control->addWatch(top, IN_DELETE);
   remove(top);
   settle();
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
   EXPECT_TRUE(hears("one"));
 }
 
@@ -177,20 +178,20 @@ TEST_F(InotifyTreeEndTest, AnOldRemovalIsNotReportedAgain) {
   remove(top);
   makeTree();
   settle();
-  EXPECT_EQ(Told{"deleted"}, outer.told);
+  EXPECT_EQ(Reports{"deleted"}, outer.reports);
 }
 
 TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsDroppedByAnotherWatch) {
   watch(IN_DELETE);
   whenInnerEnds([] {});
   outer.onEvent = [&] {
-    if (outer.told.size() != 2) return;
+    if (outer.reports.size() != 2) return;
     makeTree();
     outer.control->addWatch(top, IN_DELETE);
   };
   removeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
   EXPECT_TRUE(hears("one"));
 }
 
@@ -198,11 +199,11 @@ TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsSparedOnceItIsThere) {
   watch(IN_DELETE);
   whenInnerEnds([] {});
   outer.onEvent = [&] {
-    if (outer.told.size() == 2) makeTree();
+    if (outer.reports.size() == 2) makeTree();
   };
   removeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
   EXPECT_TRUE(hears("one"));
 }
 
@@ -211,6 +212,6 @@ TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsNotReportedToADeletedControl) {
   whenInnerEnds([&] { outer.control->removeWatch(); });
   removeTree();
   settle();
-  EXPECT_LE(outer.told.size(), 1u);
+  EXPECT_LE(outer.reports.size(), 1u);
   EXPECT_TRUE(kernelWatches().empty());
 }

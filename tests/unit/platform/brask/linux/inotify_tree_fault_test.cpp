@@ -36,10 +36,10 @@ TEST_F(InotifyTreeFaultTest, ARefusalThatIsNoEndIsNotReportedToTheWatcherOfThePa
   Fault::arm("inotify_add_watch", 1, ENOSPC);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{}, outer.told);
-  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf +
-                  ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            inner.told);
+  EXPECT_EQ(Reports{}, outer.reports);
+  EXPECT_EQ((Reports{"error inotify_add_watch() " + leaf +
+                     ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            inner.reports);
 }
 
 TEST_F(InotifyTreeFaultTest, AWatcherThatCannotBeResumedIsResumedLater) {
@@ -61,10 +61,10 @@ TEST_F(InotifyTreeFaultTest, AnEndIsReportedWhenTheWatchCannotMoveAndSoIsTheRefu
   removeTree();
   Fault::arm("inotify_add_watch", 2, ENOSPC);
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted",
-                  "error inotify_add_watch() " + top +
-                      ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted",
+                     "error inotify_add_watch() " + top +
+                         ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            outer.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
@@ -73,7 +73,7 @@ TEST_F(InotifyTreeFaultTest, TheEndOfAMountIsReportedThoughItsPathIsADirectoryAg
   removeTree();
   Fault::divert("read", readAsUnmounted);
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }
 
 TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedHearsWhy) {
@@ -81,15 +81,15 @@ TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedHearsWhy) {
   inner.control->addWatch(leaf, IN_CREATE);
   outer.control->addWatch(top, IN_DELETE);
   settle();
-  outer.told.clear();
+  outer.reports.clear();
   directory.make("top");
   directory.make("top/leaf");
   Fault::arm("inotify_add_watch", 2, ENOSPC);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
-  EXPECT_EQ((Told{"error inotify_add_watch() " + top +
-                  ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            outer.told);
+  EXPECT_EQ((Reports{"error inotify_add_watch() " + top +
+                     ": No space left on device (raise fs.inotify.max_user_watches)"}),
+            outer.reports);
 }
 
 TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverTheirOrder) {
@@ -99,8 +99,8 @@ TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverThei
   removeTree();
   overflowAlone();
   settle();
-  EXPECT_EQ((Told{kOverflowError, "changed leaf"}), outer.told);
-  EXPECT_EQ((Told{kOverflowError, "deleted"}), inner.told);
+  EXPECT_EQ((Reports{kOverflowError, "changed leaf"}), outer.reports);
+  EXPECT_EQ((Reports{kOverflowError, "deleted"}), inner.reports);
   EXPECT_EQ(2u, kernelWatches().size());
 }
 
@@ -109,6 +109,6 @@ TEST_F(InotifyTreeFaultTest, AWatchThatMovesAtTheSecondAttemptIsSparedTheEnd) {
   removeTree();
   Fault::arm("inotify_add_watch", 2, ENOENT);
   settle();
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
   EXPECT_EQ(2u, kernelWatches().size());
 }

@@ -19,8 +19,8 @@ class InotifyTreeTest : public InotifyTreeFixture {
 TEST_F(InotifyTreeTest, TheEndOfBothIsReportedToBoth) {
   removeTree();
   settle();
-  EXPECT_EQ((Told{"changed leaf", "deleted"}), outer.told);
-  EXPECT_EQ(Told{"deleted"}, inner.told);
+  EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
+  EXPECT_EQ(Reports{"deleted"}, inner.reports);
 }
 
 TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
@@ -31,8 +31,8 @@ TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
   touch(top + "/two");
   erase(top + "/two");
   settle();
-  EXPECT_EQ((Told{"changed leaf", "changed two"}), outer.told);
-  EXPECT_EQ((Told{"deleted", "changed one"}), inner.told);
+  EXPECT_EQ((Reports{"changed leaf", "changed two"}), outer.reports);
+  EXPECT_EQ((Reports{"deleted", "changed one"}), inner.reports);
 }
 
 TEST_F(InotifyTreeTest,
@@ -40,9 +40,9 @@ TEST_F(InotifyTreeTest,
   remove(leaf);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
-  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
-  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf + ": No such file or directory"}),
-            inner.told);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
+  EXPECT_EQ((Reports{"error inotify_add_watch() " + leaf + ": No such file or directory"}),
+            inner.reports);
 }
 
 TEST_F(InotifyTreeTest, APathThatWasNeverThereIsNotReportedToTheWatcherOfItsParent) {
@@ -52,7 +52,7 @@ TEST_F(InotifyTreeTest, APathThatWasNeverThereIsNotReportedToTheWatcherOfItsPare
   inner.control->removeWatch();
   inner.control->addWatch(top + "/another", IN_CREATE);
   settle();
-  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ(Reports{}, outer.reports);
 }
 
 TEST_F(InotifyTreeTest, WatchersWhoseTreeVanishedTwiceWatchItOnceItIsThere) {
@@ -60,29 +60,36 @@ TEST_F(InotifyTreeTest, WatchersWhoseTreeVanishedTwiceWatchItOnceItIsThere) {
   inner.control->addWatch(leaf, IN_CREATE);
   outer.control->addWatch(top, IN_DELETE);
   settle();
-  EXPECT_EQ("changed leaf", outer.told.front());
+  EXPECT_EQ("changed leaf", outer.reports.front());
   makeTree();
   inner.control->addWatch(leaf, IN_CREATE);
   touch(top + "/two");
   erase(top + "/two");
   settle();
-  EXPECT_EQ("changed two", outer.told.back());
+  EXPECT_EQ("changed two", outer.reports.back());
   EXPECT_EQ(2u, kernelWatches().size());
 }
 
-TEST_F(InotifyTreeTest, ALapsedWatcherThatWasDeletedOrEndedIsNotTouched) {
+TEST_F(InotifyTreeTest, ALapsedWatcherThatWasDeletedIsNotTouched) {
   auto deleted = std::make_unique<InotifyProbe>();
   deleted->control->addWatch(top, IN_DELETE);
   removeTree();
   deleted->control->addWatch(top, IN_DELETE);
+  deleted.reset();
+  makeTree();
+  inner.control->addWatch(leaf, IN_CREATE);
+  EXPECT_EQ(1u, kernelWatches().size());
+}
+
+TEST_F(InotifyTreeTest, ALapsedWatcherThatHasEndedIsNotTouched) {
+  removeTree();
   outer.control->addWatch(top, IN_DELETE);
   inner.control->addWatch(leaf, IN_CREATE);
-  deleted.reset();
   outer.control->removeWatch();
   makeTree();
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ(Reports{}, outer.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
@@ -90,7 +97,7 @@ TEST_F(InotifyTreeTest, TheEmptyPathIsTheRootDirectory) {
   InotifyProbe probe;
   probe.control->addWatch("", IN_DELETE);
   settle();
-  EXPECT_EQ(Told{}, probe.told);
+  EXPECT_EQ(Reports{}, probe.reports);
   EXPECT_EQ("", probe.control->path());
   EXPECT_EQ(3u, kernelWatches().size());
 }
@@ -100,8 +107,8 @@ TEST_F(InotifyTreeTest, AFileInTheWayOfAPathIsReportedAsItsEnd) {
   touch(top);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
-  EXPECT_EQ((Told{"error inotify_add_watch() " + leaf + ": Not a directory"}), inner.told);
-  EXPECT_EQ((Told{"changed leaf", "changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"error inotify_add_watch() " + leaf + ": Not a directory"}), inner.reports);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf", "deleted"}), outer.reports);
   erase(top);
 }
 
@@ -111,8 +118,8 @@ TEST_F(InotifyTreeTest, APathThatWasRemovedIsNotReportedToAWatcherThatDoesNotAsk
   remove(leaf);
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{}, creations.told);
-  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_EQ(Reports{}, creations.reports);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
 }
 
 TEST_F(InotifyTreeTest, ARelativePathHasTheWorkingDirectoryAsItsParent) {
@@ -124,12 +131,12 @@ TEST_F(InotifyTreeTest, ARelativePathHasTheWorkingDirectoryAsItsParent) {
   inner.control->addWatch("leaf", IN_CREATE);
   settle();
   std::filesystem::current_path(before);
-  EXPECT_EQ((Told{"changed leaf", "changed leaf"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
 }
 
 TEST_F(InotifyTreeTest, AWatcherWhoseTreeIsNotThereWhenItEndsIsReportedTheEndOnce) {
   inner.onEvent = [&] {
-    if (inner.told.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
+    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
   };
   removeTree();
   settle();
@@ -138,7 +145,7 @@ TEST_F(InotifyTreeTest, AWatcherWhoseTreeIsNotThereWhenItEndsIsReportedTheEndOnc
   touch(top + "/two");
   erase(top + "/two");
   settle();
-  EXPECT_EQ((Told{"changed leaf", "changed leaf", "deleted"}), outer.told);
+  EXPECT_EQ((Reports{"changed leaf", "changed leaf", "deleted"}), outer.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
 

@@ -28,7 +28,7 @@ class InotifyLoneEndTest : public InotifyTreeFixture {
     outer.control->addWatch(top, IN_DELETE);
     remove(leaf);
     takeLeafAway();
-    EXPECT_EQ(Told{"changed leaf"}, std::exchange(outer.told, {}));
+    EXPECT_EQ(Reports{"changed leaf"}, std::exchange(outer.reports, {}));
   }
   void takeLeafAway() {
     settle();
@@ -40,9 +40,9 @@ class InotifyLoneEndTest : public InotifyTreeFixture {
     touch(top + "/two");
     erase(top + "/two");
     settle();
-    EXPECT_EQ("changed two", outer.told.back());
+    EXPECT_EQ("changed two", outer.reports.back());
     EXPECT_EQ(2u, kernelWatches().size());
-    EXPECT_EQ(Told{"deleted"}, inner.told);
+    EXPECT_EQ(Reports{"deleted"}, inner.reports);
   }
 };
 
@@ -57,8 +57,8 @@ TEST_F(InotifyTurnTest, ReturnsFalseWhenEventsConcernNobodyAnyMore) {
   before.control->removeWatch();
   EXPECT_TRUE(readable(loop->fd()));
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(Told{}, before.told);
-  EXPECT_EQ(Told{}, later.told);
+  EXPECT_EQ(Reports{}, before.reports);
+  EXPECT_EQ(Reports{}, later.reports);
 }
 
 TEST_F(InotifyTurnTest, ReturnsTrueWhenAnEndIsReported) {
@@ -67,7 +67,7 @@ TEST_F(InotifyTurnTest, ReturnsTrueWhenAnEndIsReported) {
   probe.control->addWatch(doomed, IN_CREATE);
   remove(doomed);
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"deleted"}, probe.told);
+  EXPECT_EQ(Reports{"deleted"}, probe.reports);
 }
 
 TEST_F(InotifyLoneEndTest, ATurnThatOnlyMovesAWatchReturnsFalse) {
@@ -75,7 +75,7 @@ TEST_F(InotifyLoneEndTest, ATurnThatOnlyMovesAWatchReturnsFalse) {
   remove(top);
   directory.make("top");
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ(Reports{}, outer.reports);
   expectOuterToFollow();
 }
 
@@ -85,7 +85,7 @@ TEST_F(InotifyLoneEndTest, SoDoesOneThatMovesItLater) {
   EXPECT_FALSE(loop->turn(0));
   directory.make("top");
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ(Reports{}, outer.reports);
   expectOuterToFollow();
 }
 
@@ -94,7 +94,7 @@ TEST_F(InotifyLoneEndTest, ATurnThatReportsARemovalInsteadOfTheEndReturnsTrue) {
   remove(top);
   directory.make("top");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
   expectOuterToFollow();
 }
 
@@ -102,10 +102,10 @@ TEST_F(InotifyLoneEndTest, SoDoesOneThatReportsItLater) {
   removeLeafBeforeOuterComes();
   remove(top);
   EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(Told{}, outer.told);
+  EXPECT_EQ(Reports{}, outer.reports);
   directory.make("top");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
   expectOuterToFollow();
 }
 
@@ -116,7 +116,7 @@ TEST_F(InotifyLoneEndTest, ARemovalIsReportedWhileTheEndWaits) {
   inner.control->addWatch(leaf, IN_CREATE);
   directory.make("top");
   settle();
-  EXPECT_EQ(Told{"changed leaf"}, outer.told);
+  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
 }
 
 TEST_F(InotifyLoneEndTest, NoRemovalIsReportedAfterAnEndThatHasWaited) {
@@ -125,5 +125,5 @@ TEST_F(InotifyLoneEndTest, NoRemovalIsReportedAfterAnEndThatHasWaited) {
   EXPECT_FALSE(loop->turn(0));
   inner.control->addWatch(leaf, IN_CREATE);
   settle();
-  EXPECT_EQ(Told{"deleted"}, outer.told);
+  EXPECT_EQ(Reports{"deleted"}, outer.reports);
 }

@@ -50,8 +50,8 @@ TEST_F(InotifyWatchesTest, NothingIsAskedOfTheKernelForAWatchThatItHasEnded) {
   remove(doomed);
   Fault::reset();
   settle();
-  EXPECT_EQ("deleted", one.told.back());
-  EXPECT_EQ("deleted", two.told.back());
+  EXPECT_EQ("deleted", one.reports.back());
+  EXPECT_EQ("deleted", two.reports.back());
   EXPECT_EQ(0u, Fault::calls("inotify_add_watch"));
   EXPECT_EQ(0u, Fault::calls("inotify_rm_watch"));
 }
@@ -66,7 +66,7 @@ TEST_F(InotifyWatchesTest, AReadThatBringsNothingIsTheLastBeforeAWatchIsAdded) {
   second.control->addWatch(directory.path, IN_CREATE);
   EXPECT_EQ(1u, Fault::calls("read"));
   settle();
-  EXPECT_EQ(Told{"changed one"}, first.told);
+  EXPECT_EQ(Reports{"changed one"}, first.reports);
 }
 
 TEST_F(InotifyWatchesTest, TheInotifyInstanceMayBeDescriptorZero) {
@@ -90,7 +90,7 @@ TEST_F(InotifyWatchesTest, AnOverflowEndsNoneThatTheKernelStillHas) {
   touch(directory.path + "/0/one");
   overflowAlone();
   settle();
-  for (const auto& probe : probes) EXPECT_EQ(Told{kOverflowError}, probe->told);
+  for (const auto& probe : probes) EXPECT_EQ(Reports{kOverflowError}, probe->reports);
 }
 
 TEST_F(InotifyWatchesTest, EndsThatAnOverflowSwallowedAreReportedInTheOrderOfTheWatches) {
@@ -99,7 +99,7 @@ TEST_F(InotifyWatchesTest, EndsThatAnOverflowSwallowedAreReportedInTheOrderOfThe
   for (int each = 0; each < 40; ++each) {
     InotifyProbe& probe = *probes[static_cast<size_t>(each)];
     probe.onEvent = [&probe, &ended, each] {
-      if (probe.told.back() == "deleted") ended.push_back(each);
+      if (probe.reports.back() == "deleted") ended.push_back(each);
     };
     remove(directory.path + "/" + std::to_string(each));
   }
@@ -125,8 +125,8 @@ TEST_F(InotifyWatchesTest, AWatchThatThereIsNoMemoryForReceivesNoOverflow) {
     ASSERT_EQ(0, ::chmod(directory.path.c_str(), nth % 2 != 0 ? 0750 : 0700));
     overflowAlone();
     settle();
-    EXPECT_EQ(Told{kOverflowError}, other.told);
-    EXPECT_EQ(failed ? Told{} : Told{kOverflowError}, probe.told) << "block " << nth;
+    EXPECT_EQ(Reports{kOverflowError}, other.reports);
+    EXPECT_EQ(failed ? Reports{} : Reports{kOverflowError}, probe.reports) << "block " << nth;
   }
 }
 
@@ -140,7 +140,7 @@ TEST_F(InotifyRaceTest, ADirectoryThatTookThePathIsNotWatched) {
   touch(moved + "/one");
   touch(path + "/two");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, stays.told);
+  EXPECT_EQ(Reports{"changed one"}, stays.reports);
 }
 
 TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathReceivesAllThatItAskedFor) {
@@ -157,8 +157,8 @@ TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathReceivesAllThatItAskedFo
   touch(moved + "/two");
   settle();
   EXPECT_EQ(2u, kernelWatches().size());
-  EXPECT_EQ(Told{"changed one"}, taker.told);
-  EXPECT_EQ(Told{"changed two"}, stays.told);
+  EXPECT_EQ(Reports{"changed one"}, taker.reports);
+  EXPECT_EQ(Reports{"changed two"}, stays.reports);
 }
 
 TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathLosesNothingMeanwhile) {
@@ -173,7 +173,7 @@ TEST_F(InotifyRaceTest, AWatchedDirectoryThatTookThePathLosesNothingMeanwhile) {
   Fault::before("inotify_add_watch", 2, [&] { erase(path + "/one"); });
   leaves.control->removeWatch();
   settle();
-  EXPECT_EQ(Told{"changed one"}, taker.told);
+  EXPECT_EQ(Reports{"changed one"}, taker.reports);
 }
 
 TEST_F(InotifyRaceTest, NeitherDoesOneThatTookItNext) {
@@ -193,5 +193,5 @@ TEST_F(InotifyRaceTest, NeitherDoesOneThatTookItNext) {
   leaves.control->removeWatch();
   ASSERT_EQ(0, ::chmod((path + "/one").c_str(), 0640));
   settle();
-  EXPECT_EQ(Told{"changed one"}, next.told);
+  EXPECT_EQ(Reports{"changed one"}, next.reports);
 }

@@ -127,8 +127,8 @@ TEST_F(LoopExceptionTest, AnExceptionLosesNoEventOfTheBuffer) {
     EXPECT_TRUE(readable(loop->fd()));
   }
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Told{"changed one", "changed two"}), first.told);
-  EXPECT_EQ((Told{"changed one", "changed two"}), second.told);
+  EXPECT_EQ((Reports{"changed one", "changed two"}), first.reports);
+  EXPECT_EQ((Reports{"changed one", "changed two"}), second.reports);
   EXPECT_FALSE(readable(loop->fd()));
 }
 
@@ -143,7 +143,7 @@ TEST_F(LoopExceptionTest, AnExceptionOutOfInotifyDeletedLosesNoneOfTheOthers) {
   EXPECT_THROW(loop->turn(0), std::runtime_error);
   EXPECT_THROW(loop->turn(0), std::runtime_error);
   EXPECT_FALSE(loop->turn(0));
-  for (InotifyProbe& probe : probes) EXPECT_EQ(Told{"deleted"}, probe.told);
+  for (InotifyProbe& probe : probes) EXPECT_EQ(Reports{"deleted"}, probe.reports);
 }
 
 TEST_F(LoopExceptionTest, AnExceptionOutOfInotifyErrorLosesNoneOfTheOthers) {
@@ -156,7 +156,7 @@ TEST_F(LoopExceptionTest, AnExceptionOutOfInotifyErrorLosesNoneOfTheOthers) {
   EXPECT_TRUE(readable(loop->fd()));
   EXPECT_THROW(loop->turn(0), std::runtime_error);
   EXPECT_FALSE(loop->turn(0));
-  for (InotifyProbe& probe : probes) EXPECT_EQ(1u, probe.told.size());
+  for (InotifyProbe& probe : probes) EXPECT_EQ(1u, probe.reports.size());
 }
 
 TEST_F(LoopExceptionTest, TheRestOfABatchThatWasClosedIsNotReported) {
@@ -190,6 +190,6 @@ TEST_F(LoopExceptionTest, TheOtherWatcherOfAnEventIsReportedByTheNextTurn) {
   EXPECT_THROW(loop->turn(0), std::runtime_error);
   EXPECT_TRUE(readable(loop->fd()));
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Told{"changed one"}, first.told);
-  EXPECT_EQ(Told{"changed one"}, second.told);
+  EXPECT_EQ(Reports{"changed one"}, first.reports);
+  EXPECT_EQ(Reports{"changed one"}, second.reports);
 }

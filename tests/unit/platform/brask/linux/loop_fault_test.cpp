@@ -170,8 +170,8 @@ TEST_F(LoopFaultTest, NothingIsForgottenWhenAClosedDescriptorCannotBeShed) {
     directory.make(std::to_string(which));
     EXPECT_TRUE(loop->turn(0));
     EXPECT_EQ(static_cast<int>(which), probe.events);
-    ASSERT_EQ(which, changes.told.size());
-    EXPECT_EQ("changed " + std::to_string(which), changes.told.back());
+    ASSERT_EQ(which, changes.reports.size());
+    EXPECT_EQ("changed " + std::to_string(which), changes.reports.back());
     live.drain();
     reset();
   }
@@ -254,5 +254,5 @@ TEST_F(LoopFaultTest, WatchedDirectoriesAreReportedAfterAClosedDescriptorWasDrop
   EXPECT_EQ(1u, calls("epoll_create1"));
   directory.make("one");
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(std::vector<std::string>{"changed one"}, probe.told);
+  EXPECT_EQ(std::vector<std::string>{"changed one"}, probe.reports);
 }

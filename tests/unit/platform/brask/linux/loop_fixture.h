@@ -71,11 +71,11 @@ struct InotifyProbe : Brask::Platform::InotifyHandler {
   void inotifyDeleted() override { note("deleted"); }
   void inotifyChanged(const std::string& what) override { note("changed " + what); }
   void note(const std::string& text) {
-    told.push_back(text);
+    reports.push_back(text);
     if (const auto action = onEvent) action();
   }
 
-  std::vector<std::string> told;
+  std::vector<std::string> reports;
   std::function<void()> onEvent;
   std::unique_ptr<Brask::Platform::InotifyControl> control;
 };

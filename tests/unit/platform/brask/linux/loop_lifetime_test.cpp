@@ -84,7 +84,7 @@ TEST_F(LoopLifetimeTest, DescriptorZeroServesInotifyLikeAnyOther) {
     EXPECT_TRUE(Zorbe::Test::DescriptorZero::isOpen());
     directory.make("new");
     settle();
-    EXPECT_EQ(std::vector<std::string>{"changed new"}, probe.told);
+    EXPECT_EQ(std::vector<std::string>{"changed new"}, probe.reports);
   }
   loop.reset();
   EXPECT_FALSE(Zorbe::Test::DescriptorZero::isOpen());

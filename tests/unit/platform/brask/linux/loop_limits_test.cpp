@@ -24,7 +24,7 @@ using Zorbe::Test::writeSetting;
 
 namespace {
 
-using Told = std::vector<std::string>;
+using Reports = std::vector<std::string>;
 
 // A listening socket with clients that wait to be accepted.
 class LoopLimitsTest : public LoopTest {
@@ -87,14 +87,14 @@ std::string watchWithout(const std::string& setting) {
     InotifyProbe probe;
     probe.control->addWatch("/tmp", IN_CREATE);
     loop.turn(0);
-    return probe.told.empty() ? "told nothing" : probe.told[0];
+    return probe.reports.empty() ? "reports nothing" : probe.reports[0];
   });
 }
 
 void expectRefusal(const std::string& setting, const std::string& text) {
-  const std::string told = watchWithout(setting);
-  if (told.rfind("skip", 0) == 0) GTEST_SKIP() << told;
-  EXPECT_EQ(text, told);
+  const std::string result = watchWithout(setting);
+  if (result.rfind("skip", 0) == 0) GTEST_SKIP() << result;
+  EXPECT_EQ(text, result);
 }
 
 }  // namespace
@@ -213,10 +213,10 @@ TEST_F(LoopLimitsTest, AnOverflowOfTheInotifyQueueIsReportedToEveryControl) {
   const std::string overflow =
       "error inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the "
       "limit)";
-  EXPECT_EQ(1, std::count(busy.told.begin(), busy.told.end(), overflow));
-  EXPECT_EQ(static_cast<size_t>(room) + 1, busy.told.size());
-  EXPECT_EQ((Told{overflow, "deleted"}), silent.told);
-  EXPECT_TRUE(none.told.empty());
+  EXPECT_EQ(1, std::count(busy.reports.begin(), busy.reports.end(), overflow));
+  EXPECT_EQ(static_cast<size_t>(room) + 1, busy.reports.size());
+  EXPECT_EQ((Reports{overflow, "deleted"}), silent.reports);
+  EXPECT_TRUE(none.reports.empty());
 }
 
 TEST(LoopWithoutLimitsTest, ARefusedInotifyInstanceNamesTheSettingToRaise) {
@@ -234,7 +234,7 @@ TEST(LoopWithoutLimitsTest, ARefusedInotifyWatchNamesTheSettingToRaise) {
 
 TEST(LoopWithoutLimitsTest, AnUnmountEndsTheWatchesOnceEach) {
   Directory directory;
-  const std::string told = Zorbe::Test::resultInChild([&]() -> std::string {
+  const std::string result = Zorbe::Test::resultInChild([&]() -> std::string {
     const int namespaces = ::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
     if (::unshare(namespaces) != 0) return "skip: no mount namespace";
     if (::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
@@ -250,19 +250,19 @@ TEST(LoopWithoutLimitsTest, AnUnmountEndsTheWatchesOnceEach) {
     }
     std::string all;
     for (const InotifyProbe* probe : {&one, &two}) {
-      for (const std::string& text : probe->told) all += text + ";";
+      for (const std::string& text : probe->reports) all += text + ";";
     }
     return all;
   });
-  if (told.rfind("skip", 0) == 0) GTEST_SKIP() << told;
-  EXPECT_EQ("deleted;deleted;", told);
+  if (result.rfind("skip", 0) == 0) GTEST_SKIP() << result;
+  EXPECT_EQ("deleted;deleted;", result);
 }
 
 // In this process, but on a thread with a view of the mounts of its own.
 TEST(LoopWithoutLimitsTest, AWatcherOfAnUnmountedDirectoryDoesNotFollowItsPath) {
   Directory directory;
   std::string skipped;
-  Told outerTold, innerTold;
+  Reports outerTold, innerTold;
   std::thread([&] {
     if (::unshare(CLONE_FS | CLONE_NEWNS) != 0 ||
         ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) != 0 ||
@@ -277,10 +277,10 @@ TEST(LoopWithoutLimitsTest, AWatcherOfAnUnmountedDirectoryDoesNotFollowItsPath) 
     EXPECT_EQ(0, ::umount(directory.path.c_str()));
     while (loop.turn(0)) {
     }
-    outerTold = outer.told;
-    innerTold = inner.told;
+    outerTold = outer.reports;
+    innerTold = inner.reports;
   }).join();
   if (!skipped.empty()) GTEST_SKIP() << skipped;
-  EXPECT_EQ(Told{"deleted"}, outerTold);
-  EXPECT_EQ(Told{"deleted"}, innerTold);
+  EXPECT_EQ(Reports{"deleted"}, outerTold);
+  EXPECT_EQ(Reports{"deleted"}, innerTold);
 }

@@ -48,7 +48,7 @@ TEST_F(LoopMemoryTest, AWatchThatThereWasNoMemoryForCanBeAddedAgain) {
     probe.control->addWatch(directory.path, IN_CREATE);
     directory.make("new");
     settle();
-    EXPECT_EQ(Told{"changed new"}, probe.told) << "block " << nth;
+    EXPECT_EQ(Reports{"changed new"}, probe.reports) << "block " << nth;
     remove(directory.path + "/new");
   }
 }
@@ -63,7 +63,7 @@ TEST_F(LoopMemoryTest, ARefusalThatThereIsNoMemoryForLeavesNothingBehind) {
       returned = true;
     });
     settle();
-    EXPECT_EQ(returned ? 1u : 0u, probe.told.size()) << "block " << nth;
+    EXPECT_EQ(returned ? 1u : 0u, probe.reports.size()) << "block " << nth;
   }
   EXPECT_GT(nth, 4u);
 }
@@ -76,8 +76,8 @@ TEST_F(LoopMemoryTest, AWatcherThatThereIsNoMemoryForTakesNothingFromTheOthers) 
     directory.make("new");
     remove(directory.path + "/new");
     settle();
-    EXPECT_EQ((Told{"changed new", "changed new"}), first.told) << "block " << nth;
-    EXPECT_EQ(Told{}, second.told) << "block " << nth;
+    EXPECT_EQ((Reports{"changed new", "changed new"}), first.reports) << "block " << nth;
+    EXPECT_EQ(Reports{}, second.reports) << "block " << nth;
   }
 }
 

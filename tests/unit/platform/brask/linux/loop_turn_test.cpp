@@ -141,10 +141,10 @@ TEST_F(LoopTurnTest, TheFailureOfAWatchThatCouldBeSetMeanwhileIsNotReported) {
   directory.make("late");
   probe.control->addWatch(path, IN_CREATE);
   settle();
-  EXPECT_EQ(std::vector<std::string>{}, probe.told);
+  EXPECT_EQ(std::vector<std::string>{}, probe.reports);
   touch(path + "/file");
   settle();
-  EXPECT_EQ(std::vector<std::string>{"changed file"}, probe.told);
+  EXPECT_EQ(std::vector<std::string>{"changed file"}, probe.reports);
 }
 
 TEST_F(LoopTurnTest, TheFailureOfAWatchThatWasReplacedByAnotherIsNotReported) {
@@ -153,7 +153,7 @@ TEST_F(LoopTurnTest, TheFailureOfAWatchThatWasReplacedByAnotherIsNotReported) {
   probe.control->addWatch(directory.path + "/none", IN_CREATE);
   probe.control->addWatch(directory.path, IN_CREATE);
   settle();
-  EXPECT_EQ(std::vector<std::string>{}, probe.told);
+  EXPECT_EQ(std::vector<std::string>{}, probe.reports);
 }
 
 TEST_F(LoopTurnTest, ATurnInsideACallbackIsRefusedWithTheReason) {

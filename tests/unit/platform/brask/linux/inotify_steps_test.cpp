@@ -41,7 +41,7 @@ class Middle {
   int reports_ = 0;
 };
 
-class InotifyCostTest : public ::testing::Test {
+class InotifyStepsTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::ifstream limit("/proc/sys/fs/inotify/max_user_watches");
@@ -67,7 +67,7 @@ class InotifyCostTest : public ::testing::Test {
       for (int i = 0; i < count; ++i) EXPECT_EQ(0, ::rmdir(path(i).c_str()));
       while (loop.turn(0)) {
       }
-      for (const InotifyProbe& probe : probes) EXPECT_EQ(again ? 2u : 1u, probe.told.size());
+      for (const InotifyProbe& probe : probes) EXPECT_EQ(again ? 2u : 1u, probe.reports.size());
       counted([&] { probes.resize(probes.size() - kTimes); });
     });
   }
@@ -76,8 +76,9 @@ class InotifyCostTest : public ::testing::Test {
              const std::function<void(const std::string&)>& report) {
     probe.control->addWatch(directory.make(std::to_string(number)), IN_CREATE);
     probe.onEvent = [this, &probe, number, report] {
-      report(probe.told.back());
-      if (again && probe.told.back() == "deleted") probe.control->addWatch(path(number), IN_CREATE);
+      report(probe.reports.back());
+      if (again && probe.reports.back() == "deleted")
+        probe.control->addWatch(path(number), IN_CREATE);
     };
   }
 
@@ -90,16 +91,16 @@ class InotifyCostTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(InotifyCostTest, TheEndOfADirectoryIsReportedAsFastAmongMany) {
+TEST_F(InotifyStepsTest, TheEndOfADirectoryIsReportedAsFastAmongMany) {
   expectLinearCost();
 }
 
-TEST_F(InotifyCostTest, SoItIsWhenTheWatchIsAskedForAgainAndRefused) {
+TEST_F(InotifyStepsTest, SoItIsWhenTheWatchIsAskedForAgainAndRefused) {
   again = true;
   expectLinearCost();
 }
 
-TEST_F(InotifyCostTest, SoItIsWhenTheParentIsWatchedToo) {
+TEST_F(InotifyStepsTest, SoItIsWhenTheParentIsWatchedToo) {
   again = parentIsWatched = true;
   expectLinearCost();
 }

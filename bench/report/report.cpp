@@ -4,8 +4,8 @@
 // its pictures.
 // usage: bench_report <results> [<template of the document> <folder of the documents>]
 //
-// In the template, a line "@table GROUP@" stands for the table of that group, "@summary@" for
-// every goal and whether it was met, "@machine@" for the machine and the day.
+// In the template, a line "@table GROUP WHAT IT MEASURES@" stands for the table of that group,
+// "@summary@" for every goal and whether it was met, "@machine@" for the machine and the day.
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -89,11 +89,19 @@ void writeFile(const std::filesystem::path& path, const std::string& content) {
   if (!out.flush()) throw std::runtime_error("cannot write " + path.string());
 }
 
-// The group of a line "@table GROUP@"; nothing for any other line.
-std::string groupIn(const std::string& line) {
+// What a line "@table GROUP WHAT IT MEASURES@" says; no group for any other line.
+struct TableLine {
+  std::string group;
+  std::string measured;
+};
+
+TableLine tableLineOf(const std::string& line) {
   const std::string table = "@table ";
-  if (line.rfind(table, 0) != 0) return "";
-  return line.substr(table.size(), line.size() - table.size() - 1);
+  if (line.rfind(table, 0) != 0 || line.back() != '@') return {};
+  const std::string text = line.substr(table.size(), line.size() - table.size() - 1);
+  const size_t space = text.find(' ');
+  if (space == std::string::npos) throw std::runtime_error("not said what it measures: " + line);
+  return {text.substr(0, space), text.substr(space + 1)};
 }
 
 // "[Many readers](#many-readers)"
@@ -107,17 +115,18 @@ std::string linkTo(const std::string& heading) {
   return "[" + heading + "](#" + anchor + ")";
 }
 
-// Each group, and a link to the chapter of the template that shows it.
-std::vector<std::pair<std::string, std::string>> chaptersOf(const std::string& form) {
+// What each group measures, with a link to the chapter of the template that shows it.
+std::vector<std::pair<std::string, std::string>> titlesOf(const std::string& form) {
   std::ifstream in(form);
-  std::vector<std::pair<std::string, std::string>> chapters;
+  std::vector<std::pair<std::string, std::string>> titles;
   std::string chapter;
   for (std::string line; std::getline(in, line);) {
     const std::string heading = "## ";
     if (line.rfind(heading, 0) == 0) chapter = linkTo(line.substr(heading.size()));
-    if (!groupIn(line).empty()) chapters.emplace_back(groupIn(line), chapter);
+    const auto [group, measured] = tableLineOf(line);
+    if (!group.empty()) titles.emplace_back(group, chapter + ": " + measured);
   }
-  return chapters;
+  return titles;
 }
 
 std::string document(const std::string& form, const std::vector<Row>& rows) {
@@ -125,11 +134,11 @@ std::string document(const std::string& form, const std::vector<Row>& rows) {
   if (!in) throw std::runtime_error("cannot read " + form);
   std::string text;
   for (std::string line; std::getline(in, line);) {
-    if (const std::string group = groupIn(line); !group.empty()) {
+    if (const std::string group = tableLineOf(line).group; !group.empty()) {
       const std::vector<Row> found = rowsOf(rows, group);
       text += found.empty() ? "Not measured in this run.\n" : markdown(tableOf(found));
     } else if (line == "@summary@") {
-      text += summaryText(rows) + "\n\n" + markdown(summaryOf(rows, chaptersOf(form)));
+      text += summaryText(rows) + "\n\n" + markdown(summaryOf(rows, titlesOf(form)));
     } else if (line == "@machine@") {
       text += machine(rows) + "\n";
     } else {

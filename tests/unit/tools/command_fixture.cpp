@@ -63,12 +63,13 @@ ChildProcess Command::start(Words arguments) {
   return ChildProcess(arguments);
 }
 
-ChildProcess Command::startWriter(const std::string& table) {
+ChildProcess Command::startWriter(const std::string& table, int others) {
   ChildProcess writer({example("quotes-writer"), table});
   // Until then it looks at its table as a reader does.
   writer.awaitLine("read ");
-  listedOnce(table,
-             [](const Json& found) { return found["connections"] == 0 && found["pending"] == 0; });
+  listedOnce(table, [others](const Json& found) {
+    return found["connections"] <= others && found["pending"] == 0;
+  });
   return writer;
 }
 

@@ -44,7 +44,8 @@ class Command : public ZorbeTest {
   /// Starts the command.
   static ChildProcess start(Words arguments);
 
-  static ChildProcess startWriter(const std::string& table);
+  /// Begins when the writer's own looks have ended; `others` may be connected.
+  static ChildProcess startWriter(const std::string& table, int others = 0);
   static ChildProcess startReader(const std::string& table);
 
   /// The entry of the table in `zorbe list --json`; null when it is not listed.

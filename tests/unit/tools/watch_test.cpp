@@ -38,7 +38,7 @@ TEST_F(ZorbeWatch, ReportsWhenAWriterArrivesAndLeaves) {
   ChildProcess watch = startWatch();
   await(watch, "no-writer");
   for (int round = 0; round < 3; ++round) {
-    ChildProcess writer = startWriter("t");
+    ChildProcess writer = startWriter("t", 1);
     const Json arrived = await(watch, "writer-connected");
     EXPECT_THAT(arrived["detail"].get<std::string>(),
                 HasSubstr("pid " + std::to_string(writer.pid()) + " "));

@@ -7,7 +7,7 @@
 //     Fault::arm("recv", 2, ECONNRESET);                        // the second from now
 //     Fault::arm("open", 1, EACCES).onPath("/proc/net/unix");
 //     Fault::armResult("send", 1, 3);                           // a short one
-//     Fault::before("mkdir", 1, [&] { removeParent(); });       // a race, on the spot
+//     Fault::before("mkdir", 1, [&] { removeParent(); });       // a race
 //     EXPECT_EQ(Fault::calls("epoll_ctl"), 0u);
 //
 // Calls go by the names of the manual: "open" covers open64 as well, and so on. A

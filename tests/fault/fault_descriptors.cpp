@@ -17,11 +17,7 @@
 #include <cstdarg>
 #include <ctime>
 
-using Zorbe::Test::Fault::Call;
-using Zorbe::Test::Fault::intercept;
-using Zorbe::Test::Fault::Intercept;
-using Zorbe::Test::Fault::transfer;
-using Zorbe::Test::Fault::WhenFailing;
+using namespace Zorbe::Test::Fault;
 
 extern "C" {
 
@@ -35,7 +31,7 @@ pid_t getpid() noexcept {
 
 // Reading the clock is no system call: not counted and never made to fail, but it can be diverted.
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
-  return Intercept<int(clockid_t, timespec*)>::next(Call::clock_gettimeCall)(clock, now);
+  return nextFunction<int(clockid_t, timespec*)>(Call::clock_gettimeCall)(clock, now);
 }
 
 int dup(int fd) noexcept {
@@ -52,13 +48,13 @@ int dup3(int from, int to, int flags) noexcept {
 
 ssize_t read(int fd, void* data, size_t size) {
   return transfer(Call::readCall, {fd}, size, [=](size_t limited) {
-    return Intercept<ssize_t(int, void*, size_t)>::next(Call::readCall)(fd, data, limited);
+    return nextFunction<ssize_t(int, void*, size_t)>(Call::readCall)(fd, data, limited);
   });
 }
 
 ssize_t write(int fd, const void* data, size_t size) {
   return transfer(Call::writeCall, {fd}, size, [=](size_t limited) {
-    return Intercept<ssize_t(int, const void*, size_t)>::next(Call::writeCall)(fd, data, limited);
+    return nextFunction<ssize_t(int, const void*, size_t)>(Call::writeCall)(fd, data, limited);
   });
 }
 

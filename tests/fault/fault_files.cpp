@@ -17,14 +17,7 @@
 #include <cstdio>
 #include <cstring>
 
-using Zorbe::Test::Fault::Call;
-using Zorbe::Test::Fault::consult;
-using Zorbe::Test::Fault::examine;
-using Zorbe::Test::Fault::Intercept;
-using Zorbe::Test::Fault::intercept;
-using Zorbe::Test::Fault::outcome;
-using Zorbe::Test::Fault::runOnPath;
-using Zorbe::Test::Fault::WhenFailing;
+using namespace Zorbe::Test::Fault;
 
 // The ...64 functions and types are the plain ones under another name; the functions, too,
 // where off_t has to be asked for its 64 bits (intercept.h).
@@ -109,24 +102,22 @@ int mkdirat(int fd, const char* path, mode_t mode) noexcept {
 }
 
 int rename(const char* from, const char* to) noexcept {
-  return Intercept<int(const char*, const char*)>::run(Call::renameCall, {-1, from}, from, to);
+  return intercept<int>(Call::renameCall, {-1, from}, from, to);
 }
 
 int linkat(int fromFd, const char* from, int toFd, const char* to, int flags) noexcept {
-  return Intercept<int(int, const char*, int, const char*, int)>::run(
-      Call::linkatCall, {-1, to}, fromFd, from, toFd, to, flags);
+  return intercept<int>(Call::linkatCall, {-1, to}, fromFd, from, toFd, to, flags);
 }
 
 // Returns the error instead of setting errno.
 int posix_fallocate(int fd, off_t offset, off_t length) {
   const auto rule = consult(Call::posix_fallocateCall, {fd});
   if (rule && rule->replaces) return rule->error;
-  return Intercept<int(int, off_t, off_t)>::next(Call::posix_fallocateCall)(fd, offset, length);
+  return nextFunction<int(int, off_t, off_t)>(Call::posix_fallocateCall)(fd, offset, length);
 }
 
 ssize_t getrandom(void* data, size_t size, unsigned flags) {
-  return Intercept<ssize_t(void*, size_t, unsigned)>::run(Call::getrandomCall, {}, data, size,
-                                                          flags);
+  return intercept<ssize_t>(Call::getrandomCall, {}, data, size, flags);
 }
 
 // The address sanitizer has an mmap() of its own, and calls these before it is ready for code
@@ -136,20 +127,19 @@ ssize_t getrandom(void* data, size_t size, unsigned flags) {
 void* mmap(void* address, size_t length, int protection, int flags, int fd, off_t offset) noexcept {
   const auto rule = consult(Call::mmapCall, {fd});
   if (rule && rule->replaces) return static_cast<void>(outcome<int>(*rule)), MAP_FAILED;
-  return Intercept<void*(void*, size_t, int, int, int, off_t)>::next(Call::mmapCall)(
+  return nextFunction<void*(void*, size_t, int, int, int, off_t)>(Call::mmapCall)(
       address, length, protection, flags, fd, offset);
 }
 
 void* mremap(void* address, size_t oldLength, size_t length, int flags, ...) noexcept {
   const auto rule = consult(Call::mremapCall, {});
   if (rule && rule->replaces) return static_cast<void>(outcome<int>(*rule)), MAP_FAILED;
-  return Intercept<void*(void*, size_t, size_t, int)>::next(Call::mremapCall)(address, oldLength,
-                                                                              length, flags);
+  return nextFunction<void*(void*, size_t, size_t, int)>(Call::mremapCall)(address, oldLength,
+                                                                           length, flags);
 }
 
 int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept {
-  return Intercept<int(__rlimit_resource_t, rlimit*)>::run(Call::getrlimitCall, {}, resource,
-                                                           limit);
+  return intercept<int>(Call::getrlimitCall, {}, resource, limit);
 }
 #endif
 

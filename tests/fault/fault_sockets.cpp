@@ -8,10 +8,7 @@
 #include <sched.h>
 #include <sys/socket.h>
 
-using Zorbe::Test::Fault::Call;
-using Zorbe::Test::Fault::intercept;
-using Zorbe::Test::Fault::Intercept;
-using Zorbe::Test::Fault::transfer;
+using namespace Zorbe::Test::Fault;
 
 extern "C" {
 
@@ -54,15 +51,15 @@ int getsockopt(int fd, int level, int name, void* __restrict value,
 
 ssize_t send(int fd, const void* data, size_t size, int flags) {
   return transfer(Call::sendCall, {fd}, size, [=](size_t limited) {
-    using Send = Intercept<ssize_t(int, const void*, size_t, int)>;
-    return Send::next(Call::sendCall)(fd, data, limited, flags);
+    using Send = ssize_t(int, const void*, size_t, int);
+    return nextFunction<Send>(Call::sendCall)(fd, data, limited, flags);
   });
 }
 
 ssize_t recv(int fd, void* data, size_t size, int flags) {
   return transfer(Call::recvCall, {fd}, size, [=](size_t limited) {
-    using Recv = Intercept<ssize_t(int, void*, size_t, int)>;
-    return Recv::next(Call::recvCall)(fd, data, limited, flags);
+    using Recv = ssize_t(int, void*, size_t, int);
+    return nextFunction<Recv>(Call::recvCall)(fd, data, limited, flags);
   });
 }
 

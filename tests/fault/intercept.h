@@ -106,37 +106,23 @@ R outcome(const Rule& rule) {
   }
 }
 
+/// The same as a function that can be called.
 template <class Signature>
-struct Intercept;
-
-template <class R, class... Args>
-struct Intercept<R(Args...)> {
-  using Function = R (*)(Args...);
-
-  static Function next(Call call) { return reinterpret_cast<Function>(nextDefinition(call)); }
-
-  static R run(Call call, Target target, Args... args) {
-    return run(WhenFailing::kSkip, call, target, args...);
-  }
-
-  static R run(WhenFailing then, Call call, Target target, Args... args) {
-    const auto rule = consult(call, target);
-    if (!rule || !rule->replaces) return next(call)(args...);
-    if (then == WhenFailing::kMakeAnyway) next(call)(args...);
-    return outcome<R>(*rule);
-  }
-};
-
-/// Makes the call, or has it fail.
-template <class R, class... Args>
-R intercept(Call call, Target target, Args... args) {
-  return Intercept<R(Args...)>::run(call, target, args...);
+Signature* nextFunction(Call call) {
+  return reinterpret_cast<Signature*>(nextDefinition(call));
 }
 
-/// The same for a call that has its effect even when it fails.
+/// Makes the call, or has it fail; `then` says whether it has its effect even when it fails.
 template <class R, class... Args>
 R intercept(WhenFailing then, Call call, Target target, Args... args) {
-  return Intercept<R(Args...)>::run(then, call, target, args...);
+  const auto rule = consult(call, target);
+  if (!rule || !rule->replaces) return nextFunction<R(Args...)>(call)(args...);
+  if (then == WhenFailing::kMakeAnyway) nextFunction<R(Args...)>(call)(args...);
+  return outcome<R>(*rule);
+}
+template <class R, class... Args>
+R intercept(Call call, Target target, Args... args) {
+  return intercept<R>(WhenFailing::kSkip, call, target, args...);
 }
 
 /// For calls on a path, which is their first argument, that may be redirected.
@@ -145,8 +131,8 @@ R runOnPath(Call call, const char* path, Args... args) {
   const auto rule = consult(call, {-1, path});
   if (rule && rule->replaces) return outcome<R>(*rule);
   const bool redirected = rule && !rule->instead.empty();
-  return Intercept<R(const char*, Args...)>::next(call)(redirected ? rule->instead.c_str() : path,
-                                                        args...);
+  return nextFunction<R(const char*, Args...)>(call)(redirected ? rule->instead.c_str() : path,
+                                                     args...);
 }
 
 /// For calls that move `size` bytes: a result that was asked for limits the real call,
@@ -164,7 +150,7 @@ template <class... Args>
 int examine(Call call, Target target, struct stat* status, Args... args) {
   const auto rule = consult(call, target);
   if (rule && rule->replaces) return outcome<int>(*rule);
-  const int rc = Intercept<int(Args..., struct stat*)>::next(call)(args..., status);
+  const int rc = nextFunction<int(Args..., struct stat*)>(call)(args..., status);
   if (rc == 0 && rule && rule->change) rule->change(*status);
   return rc;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "stress/fuzz/hostile_table.h"
 
+#include "support/file_content.h"
 #include "support/table_fixture.h"
 
 #include <fcntl.h>
@@ -8,7 +9,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
 
 namespace Zorbe::Test::Fuzz {
 
@@ -56,10 +56,7 @@ std::string HostileTable::path(size_t file) const {
 
 HostileTable::Contents HostileTable::read() const {
   Contents contents;
-  for (size_t file = 0; file < kFiles; ++file) {
-    std::ifstream stream(path(file), std::ios::binary);
-    contents[file].assign(std::istreambuf_iterator<char>(stream), {});
-  }
+  for (size_t file = 0; file < kFiles; ++file) contents[file] = contentOf(path(file));
   return contents;
 }
 
@@ -68,7 +65,7 @@ void HostileTable::restore(const Contents& contents) const {
     for (const char* suffix : {"", ".new"}) {
       static_cast<void>(::unlink((path(file) + suffix).c_str()));
     }
-    if (!contents[file].empty()) std::ofstream(path(file), std::ios::binary) << contents[file];
+    if (!contents[file].empty()) putContent(path(file), contents[file]);
   }
 }
 
@@ -126,7 +123,7 @@ void HostileTable::change(Input& input, size_t file, unsigned action) const {
   } else if (action == 6) {
     static_cast<void>(::unlink(name.c_str()));
   } else {
-    std::ofstream(name, std::ios::binary) << input.text();
+    putContent(name, input.text());
   }
 }
 

@@ -10,6 +10,8 @@
 #include "memory/table_reader.h"
 #include "memory/table_writer.h"
 
+#include <zorbe/exceptions.h>
+
 #include <array>
 #include <memory>
 #include <string>
@@ -61,5 +63,21 @@ class HostileTable {
   Contents earlier_;
   Contents later_;
 };
+
+/// The one of a fuzzer.
+inline const HostileTable& table() {
+  static const HostileTable kOnly;
+  return kOnly;
+}
+
+/// Reads or writes a damaged table: it may be refused, and nothing else may be thrown.
+template <class Act>
+void allowErrors(Act act) {
+  try {
+    act();
+  } catch (const CorruptionDetectedException&) {
+  } catch (const Table::Error&) {
+  }
+}
 
 }  // namespace Zorbe::Test::Fuzz

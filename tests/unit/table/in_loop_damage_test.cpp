@@ -77,7 +77,7 @@ TEST_P(LiveHeader, IsStoredAgainAndBothGoOn) {
   writer.publish();
   Reader reader("t", options);
   ASSERT_TRUE(sees(reader, 9, 9));
-  ASSERT_TRUE(turnUntil([&] { return reader.state() == State::connected; }));
+  ASSERT_TRUE(becomes(reader, State::connected));
   const uint64_t before = overwriteWord(slots(), GetParam().offset, GetParam().word);
   Reader late("t", options);
   EXPECT_EQ(reader.get(5)->a, 5);
@@ -164,18 +164,15 @@ TEST_F(InLoopDamage, AnIndexThatSomebodyRemovesIsMadeAgain) {
 }
 
 TEST_F(InLoopDamage, ADirectoryThatCannotBeMadeAgainForAWhileIsSurvived) {
-  Writer writer("a/t", options);
-  writer.put(1, {10, 0});
-  Reader reader("a/t", options);
-  ASSERT_TRUE(sees(reader, 1, 10));
-  const uint64_t incarnation = reader.info().incarnation;
+  Clients clients(*this, "a/t");
+  auto& [writer, reader, incarnation] = clients;
   std::filesystem::remove_all(inRoot("a"));
   ASSERT_EQ(::close(::creat(inRoot("a").c_str(), 0644)), 0);
   expectNoSpinning(reader);
   for (uint32_t key = 0; key < 20; ++key) writer.put(key, {key, 1});
   EXPECT_EQ(reader.get(5)->a, 5);
   ASSERT_EQ(::unlink(inRoot("a").c_str()), 0);
-  EXPECT_TRUE(turnUntil([&] { return reader.info().incarnation != incarnation; }));
+  EXPECT_TRUE(leaves(reader, incarnation));
   EXPECT_TRUE(sees(reader, 19, 19));
   EXPECT_EQ(copy.size(), 20u);
   size_t messages = 0;
@@ -223,7 +220,7 @@ TEST_F(InLoopDamage, AReaderDoesNotWaitForAWriterThatAcceptsNobody) {
   Writer writer("t", options);
   writer.put(2, {20, 0});
   EXPECT_TRUE(sees(reader, 2, 20));
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::connected; }));
+  EXPECT_TRUE(becomes(reader, State::connected));
 }
 
 }  // namespace

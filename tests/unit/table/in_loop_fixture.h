@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "unit/table/record.h"
+#include "unit/table/table_clients.h"
 
 #include "support/fixture.h"
 #include "support/roles.h"
@@ -13,36 +13,41 @@
 namespace Zorbe::Test {
 
 /// Writer and reader on the bundled loop, in one process.
-class InLoop : public ZorbeTest {
+class InLoop : public TableClients<Table::LoopWriter<uint32_t, Record>,
+                                   Table::LoopReader<uint32_t, Record>> {
  protected:
-  using Kind = Table::Kind;
-  using State = Table::State;
-  using Writer = Table::LoopWriter<uint32_t, Record>;
-  using Reader = Table::LoopReader<uint32_t, Record>;
-
-  InLoop() {
-    options.log = &handler;
-    options.root = rootPath();
-  }
+  InLoop() { options.log = &handler; }
 
   bool turnUntil(const std::function<bool()>& done) { return Zorbe::Test::turnUntil(loop, done); }
-
-  // What the reader has delivered so far.
-  void drain(Reader& reader) {
-    while (const auto change = reader.next()) {
-      kinds.push_back(change->kind);
-      if (change->kind == Kind::reset) copy.clear();
-      if (change->kind == Kind::put) copy[change->key] = change->value.a;
-      if (change->kind == Kind::erased) copy.erase(change->key);
-    }
-  }
 
   bool sees(Reader& reader, uint32_t key, std::optional<int64_t> value) {
     return turnUntil([&] {
       drain(reader);
-      const auto found = copy.find(key);
-      return value ? found != copy.end() && found->second == *value : found == copy.end();
+      return has(key, value);
     });
+  }
+
+  /// A writer, and a reader that has its first record.
+  struct Clients {
+    Clients(InLoop& test, const std::string& table)
+        : writer(table, test.options), reader(table, test.options) {
+      writer.put(1, {10, 0});
+      EXPECT_TRUE(test.sees(reader, 1, 10));
+      incarnation = reader.info().incarnation;
+    }
+
+    Writer writer;
+    Reader reader;
+    uint64_t incarnation;
+  };
+
+  bool becomes(const Reader& reader, State state) {
+    return turnUntil([&] { return reader.state() == state; });
+  }
+
+  /// The writer has made another table, and the reader has it.
+  bool leaves(const Reader& reader, uint64_t incarnation) {
+    return turnUntil([&] { return reader.info().incarnation != incarnation; });
   }
 
   static bool isAccepted(const Reader& reader) {
@@ -51,9 +56,6 @@ class InLoop : public ZorbeTest {
   }
 
   Brask::Linux::EventLoop loop;
-  Table::Options options;
-  std::vector<Kind> kinds;
-  std::map<uint32_t, int64_t> copy;
 };
 
 }  // namespace Zorbe::Test

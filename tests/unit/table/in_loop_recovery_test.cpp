@@ -25,9 +25,9 @@ TEST_F(InLoop, AReaderThatHasEverythingIsWokenByTheNextWriter) {
   reader.onReady([&] { drain(reader); });
   EXPECT_TRUE(turnUntil([&] { return copy[1] == 10; }));
   writer.reset();
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+  EXPECT_TRUE(becomes(reader, State::orphaned));
   writer = std::make_unique<Writer>("t", options);
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::connected; }));
+  EXPECT_TRUE(becomes(reader, State::connected));
   while (loop.turn(0.0)) continue;
   writer->put(1, {11, 0});
   writer->publish();

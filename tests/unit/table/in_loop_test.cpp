@@ -33,7 +33,7 @@ TEST_F(InLoop, AReaderFollowsAWriter) {
 TEST_F(InLoop, WhatIsNotPublishedIsPublishedSoon) {
   Writer writer("t", options);
   Reader reader("t", options);
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::connected; }));
+  EXPECT_TRUE(becomes(reader, State::connected));
   writer.put(1, {10, 0});
   EXPECT_TRUE(sees(reader, 1, 10));
 }
@@ -47,7 +47,7 @@ TEST_F(InLoop, AReaderIsWokenFromTheLoop) {
     ++calls;
     drain(reader);
   });
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::connected; }));
+  EXPECT_TRUE(becomes(reader, State::connected));
   for (int64_t i = 1; i <= 20; ++i) {
     writer.put(1, {i, 0});
     writer.publish();
@@ -89,7 +89,7 @@ TEST_F(InLoop, AnOrphanKeepsItsRecordsAndFollowsTheNextWriter) {
   EXPECT_TRUE(sees(reader, 1, 10));
   const uint64_t incarnation = reader.info().incarnation;
   writer.reset();
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+  EXPECT_TRUE(becomes(reader, State::orphaned));
   EXPECT_EQ(reader.get(1)->a, 10);
   writer = std::make_unique<Writer>("t", options);
   writer->put(2, {20, 0});
@@ -108,7 +108,7 @@ TEST_F(InLoop, AWriterThatEndsWithAnUnreadReportIsNoFailureOfTheReader) {
   drain(reader);  // reports, which the writer's loop has no time to read
   EXPECT_EQ(copy[1], 10);
   writer.reset();
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+  EXPECT_TRUE(becomes(reader, State::orphaned));
 }
 
 TEST_F(InLoop, AWriterThatEndsBeforeItAcceptsAReaderIsNoFailureOfTheReader) {
@@ -116,7 +116,7 @@ TEST_F(InLoop, AWriterThatEndsBeforeItAcceptsAReaderIsNoFailureOfTheReader) {
   Reader reader("t", options);
   EXPECT_EQ(reader.state(), State::connected);
   writer.reset();
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+  EXPECT_TRUE(becomes(reader, State::orphaned));
 }
 
 TEST_F(InLoop, AReaderThatCatchesUpAfterTheWritersEndReportsNothing) {
@@ -127,17 +127,14 @@ TEST_F(InLoop, AReaderThatCatchesUpAfterTheWritersEndReportsNothing) {
   writer.reset();
   drain(reader);
   EXPECT_EQ(copy[1], 10);
-  EXPECT_TRUE(turnUntil([&] { return reader.state() == State::orphaned; }));
+  EXPECT_TRUE(becomes(reader, State::orphaned));
 }
 
 TEST_F(InLoop, ARemovedDirectoryIsMadeAgainAndFollowed) {
-  Writer writer("t", options);
-  writer.put(1, {10, 0});
-  Reader reader("t", options);
-  EXPECT_TRUE(sees(reader, 1, 10));
-  const uint64_t incarnation = reader.info().incarnation;
+  Clients clients(*this, "t");
+  auto& [writer, reader, incarnation] = clients;
   std::filesystem::remove_all(inRoot("t"));
-  EXPECT_TRUE(turnUntil([&] { return reader.info().incarnation != incarnation; }));
+  EXPECT_TRUE(leaves(reader, incarnation));
   writer.put(2, {20, 0});
   EXPECT_TRUE(sees(reader, 2, 20));
   EXPECT_EQ(copy[1], 10);
@@ -145,18 +142,15 @@ TEST_F(InLoop, ARemovedDirectoryIsMadeAgainAndFollowed) {
 
 TEST_F(InLoop, ARootThatIsAFileForAWhileIsSurvived) {
   handler.allowFailures();
-  Writer writer("t", options);
-  writer.put(1, {10, 0});
-  Reader reader("t", options);
-  EXPECT_TRUE(sees(reader, 1, 10));
-  const uint64_t incarnation = reader.info().incarnation;
+  Clients clients(*this, "t");
+  auto& [writer, reader, incarnation] = clients;
   std::filesystem::remove_all(inRoot("t"));
   ASSERT_EQ(::close(::creat(inRoot("t").c_str(), 0644)), 0);
   EXPECT_TRUE(turnUntil([&] { return !handler.texts(0).empty(); }));
   EXPECT_EQ(reader.get(1)->a, 10);
   writer.put(2, {20, 0});
   ASSERT_EQ(::unlink(inRoot("t").c_str()), 0);
-  EXPECT_TRUE(turnUntil([&] { return reader.info().incarnation != incarnation; }));
+  EXPECT_TRUE(leaves(reader, incarnation));
   EXPECT_TRUE(sees(reader, 2, 20));
   EXPECT_EQ(handler.texts(0).size(), 1u);
 }

@@ -29,7 +29,7 @@ class TableDamage : public TableTest {
       std::filesystem::remove(entry);
     }
     const auto table = openWriter();
-    for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);
+    fill(*table, kRecords);
     for (uint64_t key = 0; key < kRecords; key += 10) erase(*table, key);
     table->publish();
   }
@@ -250,7 +250,7 @@ TEST_F(TableDamage, AWriterGoesByWhatItHasStoredItself) {
       overwrite(geometry.fileBytes(slot) + offsetof(Table::Slot, state), state);
     }
     for (uint64_t key = 0; key < kRecords; ++key) erase(*table, key);
-    for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);
+    fill(*table, kRecords);
     EXPECT_EQ(table->size(), kRecords);
     for (uint64_t key = 0; key < kRecords; ++key) EXPECT_EQ(get(*table, key), key);
     EXPECT_EQ(table->capacity(), capacity);

@@ -138,7 +138,7 @@ TEST_F(TableFilesTest, AMappingThatCannotGrowLeavesTheTableAsItWas) {
   if (kIsSanitized) GTEST_SKIP() << "the sanitizer has an mmap() of its own";
   Fault::arm("mmap", 1, ENOMEM);  // with room to grow
   const auto table = openWriter();
-  for (uint64_t key = 0; key < 16; ++key) put(*table, key, key);
+  fill(*table, 16);
   Fault::arm("mremap", 1, ENOMEM);
   expectText("mremap() ", [&] { put(*table, 16, 16); });
   EXPECT_EQ(table->size(), 16u);

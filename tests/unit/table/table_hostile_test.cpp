@@ -3,6 +3,7 @@
 // Files that hold anything at all: a reader and a writer that takes over neither crash nor hang
 // nor leave what they have mapped. An exception is one of the two kinds that the table
 // promises.
+#include "support/file_content.h"
 #include "support/table_fixture.h"
 
 #include <zorbe/exceptions.h>
@@ -30,16 +31,13 @@ class TableHostile : public TableTest {
 
   void makeTable() {
     const auto table = openWriter();
-    for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);
+    fill(*table, kRecords);
     erase(*table, 3);
     put(*table, 4, 44);
     table->publish();
   }
 
-  std::string bytesOf(const std::string& name) {
-    std::ifstream file(path(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  }
+  std::string bytesOf(const std::string& name) { return contentOf(path(name)); }
 
   // In place, as somebody does who may write the file.
   void overwrite(const std::string& name, uint64_t offset, const void* data, size_t size) {
@@ -206,7 +204,7 @@ TEST_F(TableHostile, AFileThatIsMostlyHolesIsNotRead) {
 TEST_F(TableHostile, NothingOfATableThatContradictsItselfGetsIntoTheNewOne) {
   {
     const auto table = openWriter();
-    for (uint64_t key = 0; key < 100; ++key) put(*table, key, key);
+    fill(*table, 100);
     for (uint64_t key = 0; key < 90; ++key) erase(*table, key);
   }
   const Table::Geometry geometry(8, kValueBytes);
@@ -224,7 +222,7 @@ TEST_F(TableHostile, NothingOfATableThatContradictsItselfGetsIntoTheNewOne) {
 
 TEST_F(TableHostile, AWriterStoresAgainWhatSomebodyHasOverwritten) {
   const auto table = openWriter();
-  for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);
+  fill(*table, kRecords);
   table->publish();
   const auto reader = openReader();
   const std::string before = bytesOf("slots").substr(0, offsetof(Table::SlotsHeader, origin));

@@ -127,7 +127,7 @@ TEST_F(TableOptions, FilesOfAnotherVersionOrByteOrderAreNamed) {
 TEST_F(TableOptions, ASmallerLimitKeepsTheRecordsThatAreThere) {
   {
     const auto writer = openWriter();
-    for (uint64_t key = 0; key < 10; ++key) put(*writer, key, key);
+    fill(*writer, 10);
   }
   options.records = options.maxRecords = 5;
   const auto writer = openWriter();
@@ -141,7 +141,7 @@ TEST_F(TableOptions, HintsForTheMappingChangeNothingElse) {
   options.hints = {true, true};
   const auto writer = openWriter();
   const auto reader = Table::TableReader::open({options.place, std::nullopt, options.hints});
-  for (uint64_t key = 0; key < 1000; ++key) put(*writer, key, key);
+  fill(*writer, 1000);
   for (uint64_t key = 0; key < 1000; ++key) ASSERT_EQ(get(*reader, key), key);
 }
 

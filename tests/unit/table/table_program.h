@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "unit/table/record.h"
+#include "unit/table/table_clients.h"
 
 #include "support/fixture.h"
 
@@ -17,25 +17,18 @@
 namespace Zorbe::Test {
 
 /// A table as programs without an event loop use it.
-class TableProgram : public ZorbeTest {
+class TableProgram
+    : public TableClients<Table::Writer<uint32_t, Record>, Table::Reader<uint32_t, Record>> {
  protected:
-  using Kind = Table::Kind;
-  using State = Table::State;
-  using Writer = Table::Writer<uint32_t, Record>;
-  using Reader = Table::Reader<uint32_t, Record>;
   static constexpr std::chrono::seconds kDeadline{20};
 
   TableProgram() {
     handler.allowFailures();  // of connections that writers end
-    options.root = rootPath();
     options.log = &quiet_;
   }
 
   bool sees(Reader& reader, uint32_t key, int64_t value) {
-    return waitUntil(reader, [&] {
-      const auto found = copy.find(key);
-      return found != copy.end() && found->second == value;
-    });
+    return waitUntil(reader, [&] { return has(key, value); });
   }
 
   template <class Done>
@@ -47,17 +40,6 @@ class TableProgram : public ZorbeTest {
       drain(reader);
     }
     return true;
-  }
-
-  size_t drain(Reader& reader) {
-    size_t changes = 0;
-    while (const auto change = reader.next()) {
-      ++changes;
-      if (change->kind == Kind::reset) copy.clear();
-      if (change->kind == Kind::put) copy[change->key] = change->value.a;
-      if (change->kind == Kind::erased) copy.erase(change->key);
-    }
-    return changes;
   }
 
   static bool isReadable(int fd, int milliseconds) {
@@ -82,8 +64,6 @@ class TableProgram : public ZorbeTest {
   };
 
   Quiet quiet_;
-  Table::Options options;
-  std::map<uint32_t, int64_t> copy;
 };
 
 }  // namespace Zorbe::Test

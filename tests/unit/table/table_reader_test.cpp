@@ -192,7 +192,7 @@ TEST_F(TableReaderTest, AScanUnderAFastWriterIsNotBegunAgain) {
   options.records = 4096;
   options.logEntries = 512;
   const auto table = openWriter();
-  for (uint64_t key = 0; key < 4000; ++key) put(*table, key, key);
+  fill(*table, 4000);
   table->publish();
   const auto reader = openReader();
   Copy copy(*reader);

@@ -20,11 +20,9 @@
 namespace Zorbe::Test {
 namespace {
 
-using Table::Error;
 using Table::ErrorCode;
 using Table::TableWriter;
 using testing::HasSubstr;
-using testing::StartsWith;
 
 class TableRefusal : public TableTest {
  protected:
@@ -32,21 +30,8 @@ class TableRefusal : public TableTest {
 
   void makeTable() {
     const auto table = openWriter();
-    for (uint64_t key = 0; key < kRecords; ++key) put(*table, key, key);
+    fill(*table, kRecords);
     table->publish();
-  }
-
-  template <class Act>
-  void expectError(ErrorCode code, const std::string& text, Act act) {
-    try {
-      act();
-      ADD_FAILURE() << "was not refused: " << text;
-    } catch (const Error& error) {
-      EXPECT_EQ(error.code(), code) << error.what();
-      EXPECT_EQ(error.table(), "t");
-      EXPECT_THAT(error.what(), StartsWith("table 't': "));
-      EXPECT_THAT(error.what(), HasSubstr(text));
-    }
   }
 
   void expectNothingLost() {
@@ -63,21 +48,23 @@ TEST_F(TableRefusal, EachFailingCallSaysWhatToDo) {
     ErrorCode code;
     const char* advice;
   };
+  constexpr const char* kFreeSpace = "; free space there, or ask for fewer records";
+  constexpr const char* kGiveTheRight = "; give this user the right, or use another root directory";
+  constexpr const char* kRemoveIt =
+      "; something else has this name: remove it, or use another root directory";
   const Reason reasons[] = {
-      {ENOSPC, ErrorCode::noSpace, "; free space there, or ask for fewer records"},
-      {EDQUOT, ErrorCode::noSpace, "; free space there, or ask for fewer records"},
+      {ENOSPC, ErrorCode::noSpace, kFreeSpace},
+      {EDQUOT, ErrorCode::noSpace, kFreeSpace},
       {EFBIG, ErrorCode::noSpace,
        "; raise the file size limit (ulimit -f), or ask for fewer records"},
       {EROFS, ErrorCode::denied,
        "; mount the file system for writing, or use another root directory"},
-      {EACCES, ErrorCode::denied, "; give this user the right, or use another root directory"},
-      {EPERM, ErrorCode::denied, "; give this user the right, or use another root directory"},
+      {EACCES, ErrorCode::denied, kGiveTheRight},
+      {EPERM, ErrorCode::denied, kGiveTheRight},
       {EMFILE, ErrorCode::system, "; raise the limit of descriptors (ulimit -n)"},
       {ENFILE, ErrorCode::system, "; raise the host's limit of open files (fs.file-max)"},
-      {EISDIR, ErrorCode::system,
-       "; something else has this name: remove it, or use another root directory"},
-      {ENOTDIR, ErrorCode::system,
-       "; something else has this name: remove it, or use another root directory"},
+      {EISDIR, ErrorCode::system, kRemoveIt},
+      {ENOTDIR, ErrorCode::system, kRemoveIt},
       {ENAMETOOLONG, ErrorCode::system, "; use a shorter name or root directory"},
       {ENOMEM, ErrorCode::system, "; raise the limit of address space (ulimit -v)"},
   };

@@ -100,7 +100,7 @@ TEST_F(TableWriterTest, GrowsAndKeepsEveryRecord) {
 TEST_F(TableWriterTest, ContinuesWhatAnEarlierWriterLeft) {
   {
     const auto table = openWriter();
-    for (uint64_t key = 0; key < 100; ++key) put(*table, key, key);
+    fill(*table, 100);
     erase(*table, 5);
   }
   options.records = 1;  // what is there decides
@@ -135,7 +135,7 @@ TEST_F(TableWriterTest, IsRefusedWhileSomebodyFillsANewFile) {
 TEST_F(TableWriterTest, AFullTableRefusesAndStaysAsItIs) {
   options.maxRecords = 3;
   const auto table = openWriter();
-  for (uint64_t key = 0; key < 3; ++key) put(*table, key, key);
+  fill(*table, 3);
   EXPECT_EQ(codeOf([&] { put(*table, 3, 3); }), ErrorCode::full);
   put(*table, 2, 22);
   EXPECT_EQ(table->size(), 3u);
@@ -150,7 +150,7 @@ TEST_F(TableWriterTest, ChurnInAFullTableNeverRunsOutOfSlots) {
   options.records = options.maxRecords = 8;
   options.logEntries = 64;
   const auto table = openWriter();
-  for (uint64_t key = 0; key < 8; ++key) put(*table, key, key);
+  fill(*table, 8);
   for (uint64_t key = 8; key < 5000; ++key) {
     ASSERT_TRUE(erase(*table, key - 8));
     put(*table, key, key);
@@ -188,7 +188,7 @@ TEST_F(TableWriterTest, FilesHaveTheirModeWhateverTheUmask) {
 
 TEST_F(TableWriterTest, GoesOnInNewFilesAfterItsDirectoryWasRemoved) {
   auto table = openWriter();
-  for (uint64_t key = 0; key < 100; ++key) put(*table, key, key);
+  fill(*table, 100);
   erase(*table, 50);
   table->publish();
   ASSERT_EQ(::system(("rm -r " + options.place.directory).c_str()), 0);

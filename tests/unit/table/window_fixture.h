@@ -33,6 +33,13 @@ class WindowTest : public TableTest {
     return TableView(std::move(core));
   }
 
+  /// A table with records of the keys from 1 on, ten times as large, which the view maps.
+  std::unique_ptr<Table::TableWriter> mapRecords(uint64_t count) {
+    auto table = openWriter();
+    for (uint64_t key = 1; key <= count; ++key) put(*table, key, 10 * key);
+    mapTable();
+    return table;
+  }
   void mapTable() { shared_->set(openReader()); }
 
   static std::optional<uint64_t> get(const TableView& view, uint64_t key) {

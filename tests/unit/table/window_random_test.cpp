@@ -51,7 +51,7 @@ TEST_F(WindowTest, RecordsAreWholeUnderAWriterThatNeverRests) {
   options.records = 64;
   const auto table = openWriter();
   constexpr uint64_t kKeys = 4;
-  for (uint64_t key = 0; key < kKeys; ++key) put(*table, key, key);
+  fill(*table, kKeys);
   shared_->set(TableReader::over(*table));
   const TableView view = makeView();
   std::vector<Table::Handle<uint64_t>> handles;

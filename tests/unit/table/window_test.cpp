@@ -34,7 +34,7 @@ void beginStore(const Table::SlotMemory& memory, uint32_t index) {
 TEST_F(WindowTest, RecordsThatAreThereAreReadWithoutACall) {
   options.records = 1000;
   const auto table = openWriter();
-  for (uint64_t key = 0; key < 1000; ++key) put(*table, key, key);
+  fill(*table, 1000);
   mapTable();
   const TableView view = makeView();
   EXPECT_EQ(get(view, 1), 1u);
@@ -69,10 +69,7 @@ TEST_F(WindowTest, WhatIsNotThereIsTheLibrarysToSay) {
 }
 
 TEST_F(WindowTest, ARecordThatIsBeingStoredComesFromTheImage) {
-  const auto table = openWriter();
-  put(*table, 1, 10);
-  put(*table, 2, 20);
-  mapTable();
+  const auto table = mapRecords(2);
   const TableView view = makeView();
   const auto handle = view.find(1);
   beginStore(table->slots().memory(), 0);
@@ -100,9 +97,7 @@ TEST_F(WindowTest, GrowthIsFollowed) {
 }
 
 TEST_F(WindowTest, ATableInTheOldOnesPlaceIsFollowed) {
-  auto table = openWriter();
-  put(*table, 1, 10);
-  mapTable();
+  auto table = mapRecords(1);
   const TableView view = makeView();
   const auto handle = view.find(1);
   ASSERT_EQ(::unlink(path("slots").c_str()), 0);
@@ -124,9 +119,7 @@ TEST_F(WindowTest, ATableInTheOldOnesPlaceIsFollowed) {
 
 // A call that throws may have unmapped what the window has shown.
 TEST_F(WindowTest, IsEmptyAfterACallThatThrew) {
-  const auto table = openWriter();
-  put(*table, 1, 10);
-  mapTable();
+  const auto table = mapRecords(1);
   const TableView view = makeView();
   EXPECT_EQ(get(view, 1), 10u);
   EXPECT_NE(window_->shape, 0u);
@@ -174,10 +167,7 @@ TEST_F(WindowTest, APrefixOfTheValueIsReadFromLargerSlots) {
 
 // Two keys may have the same tag: here one whose entry leads to the other one's slot.
 TEST_F(WindowTest, TheKeyIsComparedNotOnlyItsTag) {
-  const auto table = openWriter();
-  put(*table, 1, 10);
-  put(*table, 2, 20);
-  mapTable();
+  const auto table = mapRecords(2);
   const TableView view = makeView();
   EXPECT_EQ(get(view, 1), 10u);
   const Window& window = *window_;
@@ -195,9 +185,7 @@ TEST_F(WindowTest, TheKeyIsComparedNotOnlyItsTag) {
 
 // A window that this program does not expect is not looked through.
 TEST_F(WindowTest, AnotherShapeOrLayoutIsAMiss) {
-  const auto table = openWriter();
-  put(*table, 1, 10);
-  mapTable();
+  const auto table = mapRecords(1);
   const TableView view = makeView();
   EXPECT_EQ(get(view, 1), 10u);
   Window window = *window_;

@@ -2,12 +2,11 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/child_process.h"
+#include "support/file_content.h"
 #include "support/fixture.h"
 
 namespace Zorbe::Test {
@@ -23,12 +22,6 @@ class ExamplePrograms : public ZorbeTest {
                             const std::string& input = "/dev/null") {
     words[0] = program(words[0]);
     return ChildProcess(words, input);
-  }
-
-  static std::string contentOf(const std::string& path) {
-    std::ostringstream content;
-    content << std::ifstream(path).rdbuf();
-    return content.str();
   }
 };
 

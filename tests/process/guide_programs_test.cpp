@@ -18,12 +18,22 @@ using Zorbe::Test::ChildProcess;
 
 class GuidePrograms : public Zorbe::Test::ExamplePrograms {
  protected:
-  /// A writer, and the line that names its incarnation.
-  static ChildProcess startWriter(std::string& incarnation, const std::string& option = "") {
-    ChildProcess writer = start({"guide-writer", option});
+  struct Writer {
+    ChildProcess process;
+    std::string incarnation;  // the line that names it
+  };
+  static Writer startWriter(const std::string& option = "") {
+    ChildProcess process = start({"guide-writer", option});
     const std::string words = "writing ";
-    incarnation = writer.awaitLine(words).substr(words.size());
-    return writer;
+    std::string incarnation = process.awaitLine(words).substr(words.size());
+    return {std::move(process), std::move(incarnation)};
+  }
+
+  /// A reader that has followed the writer of this incarnation.
+  static ChildProcess startReader(const std::string& incarnation) {
+    ChildProcess reader = start({"guide-reader"});
+    follows(reader, incarnation);
+    return reader;
   }
 
   /// The next number above `number` that the reader has read. Without a new incarnation before.
@@ -58,75 +68,58 @@ class GuidePrograms : public Zorbe::Test::ExamplePrograms {
 TEST_F(GuidePrograms, StartedInAnyOrderTheyMeet) {
   ChildProcess early = start({"guide-reader"});
   awaitErrors(early, "");
-  std::string incarnation;
-  ChildProcess writer = startWriter(incarnation);
-  ChildProcess late = start({"guide-reader"});
-  follows(early, incarnation);
-  follows(late, incarnation);
+  Writer writer = startWriter();
+  const ChildProcess late = startReader(writer.incarnation);
+  follows(early, writer.incarnation);
 }
 
 TEST_F(GuidePrograms, AWriterContinuesWhereAKilledOneStopped) {
-  std::string incarnation;
-  std::string continued;
-  ChildProcess writer = startWriter(incarnation);
-  ChildProcess reader = start({"guide-reader"});
-  follows(reader, incarnation);
-  writer.kill();
-  ChildProcess next = startWriter(continued);
-  EXPECT_EQ(continued, incarnation);
+  Writer writer = startWriter();
+  ChildProcess reader = startReader(writer.incarnation);
+  writer.process.kill();
+  Writer next = startWriter();
+  EXPECT_EQ(next.incarnation, writer.incarnation);
   int number = 0;
   for (int i = 0; i < 5; ++i) number = awaitAbove(number, reader);
-  EXPECT_EQ(next.log(), "") << "what the reader had reported was refused";
+  EXPECT_EQ(next.process.log(), "") << "what the reader had reported was refused";
 }
 
 TEST_F(GuidePrograms, AReaderMapsANewIncarnation) {
-  std::string former;
-  std::string latter;
-  ChildProcess writer = startWriter(former);
-  ChildProcess reader = start({"guide-reader"});
-  follows(reader, former);
-  writer.kill();
-  ChildProcess next = startWriter(latter, "--new");
-  EXPECT_NE(latter, former);
-  follows(reader, latter);
+  Writer writer = startWriter();
+  ChildProcess reader = startReader(writer.incarnation);
+  writer.process.kill();
+  Writer next = startWriter("--new");
+  EXPECT_NE(next.incarnation, writer.incarnation);
+  follows(reader, next.incarnation);
 }
 
 TEST_F(GuidePrograms, AReaderSurvivesTheRemovalOfTheDirectory) {
-  std::string former;
-  std::string latter;
-  ChildProcess writer = startWriter(former);
-  ChildProcess reader = start({"guide-reader"});
-  follows(reader, former);
+  Writer writer = startWriter();
+  ChildProcess reader = startReader(writer.incarnation);
   std::filesystem::remove_all(inRoot("guide"));
-  writer.kill();
-  ChildProcess next = startWriter(latter);
-  follows(reader, latter);
+  writer.process.kill();
+  Writer next = startWriter();
+  follows(reader, next.incarnation);
 }
 
 // A file in the directory's place: the library throws out of the loop.
 TEST_F(GuidePrograms, AReaderSurvivesADirectoryThatCannotBeMadeForATime) {
-  std::string incarnation;
-  ChildProcess writer = startWriter(incarnation);
-  ChildProcess reader = start({"guide-reader"});
-  follows(reader, incarnation);
-  writer.kill();
+  Writer writer = startWriter();
+  ChildProcess reader = startReader(writer.incarnation);
+  writer.process.kill();
   std::ofstream(inRoot("file")) << "in the way";
   ASSERT_EQ(::renameat2(AT_FDCWD, inRoot("file").c_str(), AT_FDCWD, inRoot("guide").c_str(),
                         RENAME_EXCHANGE),
             0);
   awaitErrors(reader, "mkpath() error " + inRoot("guide"), 2);
   std::filesystem::remove(inRoot("guide"));
-  ChildProcess next = startWriter(incarnation);
-  follows(reader, incarnation);
+  const Writer next = startWriter();
+  follows(reader, next.incarnation);
 }
 
 TEST_F(GuidePrograms, AReaderOfAnotherFileThanTheWritersDoesNotSpin) {
-  std::string incarnation;
-  ChildProcess writer = startWriter(incarnation);
-  {
-    ChildProcess reader = start({"guide-reader"});
-    follows(reader, incarnation);
-  }
+  Writer writer = startWriter();
+  startReader(writer.incarnation);
   std::filesystem::copy_file(inRoot("guide/slots"), inRoot("copy"));
   std::filesystem::rename(inRoot("copy"), inRoot("guide/slots"));
   ChildProcess reader = start({"guide-reader"});
@@ -140,19 +133,16 @@ TEST_F(GuidePrograms, AReaderOfAnotherFileThanTheWritersDoesNotSpin) {
 }
 
 TEST_F(GuidePrograms, OneOfTwoWritersIsRefused) {
-  std::string incarnation;
-  ChildProcess writer = startWriter(incarnation);
+  Writer writer = startWriter();
   ChildProcess refused = start({"guide-writer"});
   EXPECT_EQ(refused.finish(), 1);
   EXPECT_THAT(refused.log(), EndsWith("\nguide-writer: the table has a writer, process " +
-                                      std::to_string(writer.pid()) + "\n"));
+                                      std::to_string(writer.process.pid()) + "\n"));
 }
 
 TEST_F(GuidePrograms, AReaderEndsOnSigtermWithSuccess) {
-  std::string incarnation;
-  ChildProcess writer = startWriter(incarnation);
-  ChildProcess reader = start({"guide-reader"});
-  follows(reader, incarnation);
+  Writer writer = startWriter();
+  ChildProcess reader = startReader(writer.incarnation);
   reader.signal(SIGTERM);
   EXPECT_EQ(reader.finish(), 0);
 }
@@ -160,10 +150,9 @@ TEST_F(GuidePrograms, AReaderEndsOnSigtermWithSuccess) {
 TEST_F(GuidePrograms, TheMonitorPrintsWhenAWriterComesAndEnds) {
   ChildProcess monitor = start({"guide-monitor"});
   EXPECT_EQ(monitor.receive(), "no writer");
-  std::string incarnation;
-  ChildProcess writer = startWriter(incarnation);
+  Writer writer = startWriter();
   EXPECT_EQ(monitor.receive(), "a writer");
-  writer.kill();
+  writer.process.kill();
   EXPECT_EQ(monitor.receive(), "no writer");
   EXPECT_EQ(monitor.log(), "");
 }

@@ -11,6 +11,7 @@ using namespace std::chrono_literals;
 using testing::EndsWith;
 using testing::HasSubstr;
 using Zorbe::Test::ChildProcess;
+using Zorbe::Test::contentOf;
 
 class MinimalPrograms : public Zorbe::Test::ExamplePrograms {
  protected:

@@ -13,6 +13,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using Zorbe::Test::ChildProcess;
+using Zorbe::Test::contentOf;
 
 class QuotesPrograms : public Zorbe::Test::ExamplePrograms {
  protected:

@@ -11,6 +11,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using Zorbe::Test::ChildProcess;
+using Zorbe::Test::contentOf;
 
 class TablePrograms : public Zorbe::Test::ExamplePrograms {
  protected:

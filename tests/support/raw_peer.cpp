@@ -64,6 +64,15 @@ RawPeer RawPeer::connect(const std::string& rootPath, Descriptor socket) {
   return RawPeer(when(connected, std::move(socket)));
 }
 
+std::vector<RawPeer> RawPeer::fillQueue(const std::string& rootPath) {
+  std::vector<RawPeer> peers;
+  for (RawPeer peer = connect(rootPath); peer.isOpen(); peer = connect(rootPath)) {
+    peers.push_back(std::move(peer));
+  }
+  EXPECT_EQ(errno, EAGAIN);
+  return peers;
+}
+
 RawPeer RawPeer::accept() const {
   const Fault::Bypass bypass;
   return RawPeer(Descriptor(::accept4(fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));

@@ -34,6 +34,9 @@ class RawPeer {
   /// that blocks waits for room in the writer's queue, and later in the buffer of a `send`.
   static RawPeer connect(const std::string& rootPath, Descriptor socket = newSocket());
 
+  /// Connections until the writer's queue has no more room.
+  static std::vector<RawPeer> fillQueue(const std::string& rootPath);
+
   /// The oldest pending connection. Not open when there is none.
   RawPeer accept() const;
 

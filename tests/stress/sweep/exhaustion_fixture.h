@@ -25,13 +25,7 @@ class ExhaustionTest : public ZorbeTest {
   ExhaustionTest() { handler.allowFailures(); }
 
   /// Connections that never send anything, until the writer's queue has no more room.
-  std::vector<RawPeer> fillQueue() const {
-    std::vector<RawPeer> peers;
-    for (RawPeer peer = connect(); peer.isOpen(); peer = connect())
-      peers.push_back(std::move(peer));
-    EXPECT_EQ(EAGAIN, errno);
-    return peers;
-  }
+  std::vector<RawPeer> fillQueue() const { return RawPeer::fillQueue(root.path); }
 
   RawPeer connect() const { return RawPeer::connect(root.path); }
 

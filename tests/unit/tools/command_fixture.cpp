@@ -122,10 +122,7 @@ Descriptor Command::lockAndListen(const std::string& table) {
 }
 
 std::vector<RawPeer> Command::fillQueue(const std::string& table) {
-  const auto connect = [&] { return RawPeer::connect(RootPath(handler, table, false).path); };
-  std::vector<RawPeer> peers;
-  for (RawPeer peer = connect(); peer.isOpen(); peer = connect()) peers.push_back(std::move(peer));
-  return peers;
+  return RawPeer::fillQueue(RootPath(handler, table, false).path);
 }
 
 bool Command::isRoot() {

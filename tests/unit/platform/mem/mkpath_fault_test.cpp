@@ -78,9 +78,8 @@ TEST_F(MkpathFaultTest, LeavesTheErrnoOfChmod) {
 
 TEST_F(MkpathFaultTest, ADirectoryOfAnotherProcessKeepsItsMode) {
   Fault::before("mkdirat", 1, [this] { makeDirectory("a", 0711); });
-  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  expectMade();
   EXPECT_EQ(modeOf("a"), 0711u);
-  EXPECT_EQ(modeOf("a/b"), 0777u);
 }
 
 TEST_F(MkpathFaultTest, ADirectoryThatAppearsIsSuccessForAnyResultOfMkdir) {
@@ -97,9 +96,8 @@ TEST_F(MkpathFaultTest, AFileThatAppearsIsInTheWay) {
 TEST_F(MkpathFaultTest, BeginsAgainWhenAParentVanishes) {
   makeDirectory("a", 0755);
   Fault::before("mkdirat", 1, [this] { removeIt("a"); });
-  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  expectMade();
   EXPECT_EQ(modeOf("a"), 0777u);
-  EXPECT_EQ(modeOf("a/b"), 0777u);
 }
 
 TEST_F(MkpathFaultTest, BeginsAgainWhenItsDirectoryVanishesBeforeChmod) {
@@ -107,22 +105,19 @@ TEST_F(MkpathFaultTest, BeginsAgainWhenItsDirectoryVanishesBeforeChmod) {
     removeIt("a/b");
     removeIt("a");
   });
-  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
-  EXPECT_EQ(modeOf("a/b"), 0777u);
+  expectMade();
 }
 
 TEST_F(MkpathFaultTest, BeginsAgainWhenWhatTookTheNameVanishes) {
   Fault::arm("mkdirat", 1, EEXIST);
-  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
-  EXPECT_EQ(modeOf("a/b"), 0777u);
+  expectMade();
 }
 
 TEST_F(MkpathFaultTest, TakesWhatHasAppearedUnderANameThatWasTaken) {
   Fault::arm("mkdirat", 1, EEXIST);
   Fault::before("lstat", 1, [this] { makeDirectory("a", 0711); });
-  EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+  expectMade();
   EXPECT_EQ(modeOf("a"), 0711u);
-  EXPECT_EQ(modeOf("a/b"), 0777u);
 }
 
 TEST_F(MkpathFaultTest, LeavesTheErrnoOfLstatForANameThatIsTaken) {

@@ -50,6 +50,11 @@ class MkpathTest : public ZorbeTest {
     return Mem::mkpath(path, 0777) == 0 ? 0 : errno;
   }
 
+  /// mkpath makes "a/b" open to all.
+  void expectMade() const {
+    EXPECT_EQ(errorOf(inRoot("a/b")), 0);
+    EXPECT_EQ(modeOf("a/b"), 0777u);
+  }
   static int asOrdinaryUser(const std::function<int()>& body) {
     return std::stoi(resultInChild([&body] { return std::to_string(body()); }, User::kOrdinary));
   }

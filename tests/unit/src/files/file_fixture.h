@@ -2,12 +2,12 @@
 #pragma once
 
 #include "fault/fault.h"
+#include "support/file_content.h"
 #include "support/fixture.h"
 
 #include <sys/stat.h>
+#include <zorbe/util.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 namespace Zorbe::Test {
@@ -18,21 +18,25 @@ class FileTest : public ZorbeTest {
  protected:
   explicit FileTest(const std::string& name = "file") : file(inRoot(name)) {}
 
-  void put(const std::string& content) const {
-    const Fault::Bypass bypass;
-    std::ofstream(file, std::ios::binary) << content;
-  }
-
-  static std::string contentOf(const std::string& path) {
-    const Fault::Bypass bypass;
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
-  }
+  void put(const std::string& content) const { putContent(file, content); }
 
   /// The message about the file when it cannot be opened to be read.
   Message unopened(const std::string& reason) const {
     return {5, "Util::fileRead() unable to open file " + file + ": " + reason};
+  }
+
+  /// The one message about the file when it cannot be read.
+  auto failedRead(const std::string& reason) const {
+    return testing::ElementsAre(
+        Logged(1, "Util::fileRead() failed to read from " + file + " error: " + reason));
+  }
+
+  /// A file that cannot be opened is empty, and logged when the caller wants that.
+  void expectUnopened(const std::string& reason) {
+    EXPECT_EQ(Util::fileRead(handler, file, false), "");
+    EXPECT_TRUE(handler.take().empty());
+    EXPECT_EQ(Util::fileRead(handler, file, true), "");
+    EXPECT_EQ(handler.take(), std::vector<Message>{unopened(reason)});
   }
 
   /// The descriptor by which this process has the file open.

@@ -22,11 +22,7 @@ TEST_F(FileReadFaultTest, AFileThatCannotBeOpenedIsLoggedOnRequest) {
   put("content");
   handler.clobberErrno(EXDEV);
   Fault::arm("open", 1, EACCES, 2).onPath(file);
-  EXPECT_EQ(Util::fileRead(handler, file, false), "");
-  EXPECT_THAT(handler.take(), IsEmpty());
-  EXPECT_EQ(Util::fileRead(handler, file, true), "");
-  EXPECT_THAT(handler.take(), ElementsAre(Logged(5, "Util::fileRead() unable to open file " + file +
-                                                        ": Permission denied")));
+  expectUnopened("Permission denied");
 }
 
 TEST_F(FileReadFaultTest, AFileThatCannotBeReadIsEmpty) {
@@ -34,8 +30,7 @@ TEST_F(FileReadFaultTest, AFileThatCannotBeReadIsEmpty) {
   handler.clobberErrno(EXDEV);
   Fault::arm("read", 1, EIO).onPath(file);
   EXPECT_EQ(Util::fileRead(handler, file, false), "");
-  EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "Util::fileRead() failed to read from " + file +
-                                                        " error: Input/output error")));
+  EXPECT_THAT(handler.take(), failedRead("Input/output error"));
 }
 
 TEST_F(FileReadFaultTest, WhatWasReadBeforeAFailureIsReturned) {
@@ -43,8 +38,7 @@ TEST_F(FileReadFaultTest, WhatWasReadBeforeAFailureIsReturned) {
   Fault::armResult("read", 1, 100).onPath(file);
   Fault::arm("read", 2, EIO).onPath(file);
   EXPECT_EQ(Util::fileRead(handler, file, false), std::string(100, 'a'));
-  EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "Util::fileRead() failed to read from " + file +
-                                                        " error: Input/output error")));
+  EXPECT_THAT(handler.take(), failedRead("Input/output error"));
 }
 
 TEST_F(FileReadFaultTest, EverythingReadBeforeALateFailureIsReturned) {
@@ -71,8 +65,7 @@ TEST_F(FileReadFaultTest, AFileThatCannotBeExaminedIsNotRead) {
   Fault::arm("fstat", 1, ENOMEM).onPath(file);
   EXPECT_EQ(Util::fileRead(handler, file, true), "");
   EXPECT_EQ(Fault::calls("read"), 0u);
-  EXPECT_THAT(handler.take(), ElementsAre(Logged(1, "Util::fileRead() failed to read from " + file +
-                                                        " error: Cannot allocate memory")));
+  EXPECT_THAT(handler.take(), failedRead("Cannot allocate memory"));
 }
 
 TEST_F(FileReadFaultTest, AFileIsOpenedWithoutBlockingAndNotBequeathed) {

@@ -3,6 +3,7 @@
 
 #include "fault/fault.h"
 #include "support/fake_platform_fixture.h"
+#include "support/file_content.h"
 #include "support/raw_peer.h"
 #include "support/table_socket.h"
 
@@ -10,7 +11,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <string>
@@ -51,15 +51,8 @@ class SocketsTest : public FakePlatformTest {
   }
 
   std::string makeFile(const std::string& name, const std::string& content) {
-    const Fault::Bypass bypass;
-    std::ofstream(inRoot(name), std::ios::binary) << content;
+    putContent(inRoot(name), content);
     return inRoot(name);
-  }
-
-  static std::string contentOf(const std::string& path) {
-    const Fault::Bypass bypass;
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
   }
 
   /// What() of the `Exception` that `action` throws; a failure when it throws none.

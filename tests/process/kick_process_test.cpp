@@ -25,13 +25,13 @@ void runHastyWriter(Channel& parent, SharedTable& table) {
   ProcessContext context;
   TableWriter writer(context.handler, context.root, table);
   std::mt19937 random(1);
-  Pause pause([&] {
+  TimerProbe pause([&] {
     writer.publish(std::min<uint64_t>(1 + random() % 100, kManyPublishes - writer.published()));
-    if (writer.published() < kManyPublishes) pause.start(upToSeconds(random, 0.002));
+    if (writer.published() < kManyPublishes) pause.control->start(upToSeconds(random, 0.002));
   });
   writer.open();
   parent.send("listening");
-  pause.start(0.0);
+  pause.control->start(0.0);
   EXPECT_TRUE(turnUntil(context.loop, [&] {
     return writer.published() == kManyPublishes && writer.readers.size() == kManyReaders &&
            writer.allCaughtUp();
@@ -46,12 +46,12 @@ void runMoodyReader(Channel& parent, SharedTable& table, unsigned seed) {
   ProcessContext context;
   TableReader reader(context.handler, context.root, table);
   std::mt19937 random(seed);
-  Pause pause([&] { reader.notifying(true); });
+  TimerProbe pause([&] { reader.notifying(true); });
   reader.passed = [&] {
     reader.conquerAgain = oneIn(4, random);
     if (!oneIn(16, random)) return;
     reader.notifying(false);
-    pause.start(upToSeconds(random, 0.005));
+    pause.control->start(upToSeconds(random, 0.005));
   };
   reader.doConnect();
   Commands commands(parent, [&](const std::string&) { context.loop.stop(); });

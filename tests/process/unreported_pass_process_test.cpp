@@ -79,8 +79,8 @@ TEST_F(UnreportedPass, IsMadeUpForByAPassOfTheClientsOwn) {
   handler.expectFailures();
   publishToAThrowingPass(CorruptionDetectedException("slot 7"));
   settle();
-  Pause pause([this] { reader.doConquer(); });
-  pause.start(0.0);
+  TimerProbe pause([this] { reader.doConquer(); });
+  pause.control->start(0.0);
   expectInStep();
 }
 

@@ -18,10 +18,9 @@ namespace Zorbe::Test {
 /// Gives each test a handler and a root directory of its own, and fails one that
 ///   - logged at level 0 without `handler.expectFailures()` or `allowFailures()`,
 ///   - left a descriptor open, or closed one that was not its own,
-///   - armed a fault that never struck.
+///   - armed a fault that never fired.
 /// It checks in its destructor, after the members of derived fixtures.
 class ZorbeTest : public testing::Test, private NonCopyable {
- public:
  protected:
   ZorbeTest();
   ~ZorbeTest() override;

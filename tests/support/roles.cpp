@@ -58,15 +58,6 @@ class CommandLoop {
 
 }  // namespace
 
-bool turnUntil(Brask::Linux::EventLoop& loop, const std::function<bool()>& done) {
-  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    loop.turn(0.1);
-  }
-  return true;
-}
-
 bool enterOwnNetworkNamespace() {
   return ::unshare(CLONE_NEWNET) == 0;
 }

@@ -32,9 +32,6 @@ struct ProcessContext {
   RootPath root{handler, "quotes", true};
 };
 
-/// Turns the loop until `done`. False when that takes too long.
-bool turnUntil(Brask::Linux::EventLoop& loop, const std::function<bool()>& done);
-
 /// Moves this process into a network namespace of its own. False when it may not.
 bool enterOwnNetworkNamespace();
 

@@ -52,16 +52,4 @@ void Departures::writerUnlocked() {
   watch();
 }
 
-Commands::Commands(Channel& parent, Action action)
-    : parent_(parent), action_(std::move(action)), control_(Brask::Platform::getFdControl(this)) {
-  control_->watch(parent.fd());
-}
-
-void Commands::fdEvent(int /*fd*/) {
-  action_(parent_.receive());
-}
-
-Pause::Pause(std::function<void()> action)
-    : action_(std::move(action)), control_(Brask::Platform::getTimerControl(this)) {}
-
 }  // namespace Zorbe::Test

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "support/child_process.h"
+#include "support/loop.h"
 #include "support/shared.h"
 
 namespace Zorbe::Test {
@@ -106,29 +107,11 @@ class Departures : public WriterUnlockSm {
 };
 
 /// Receives the messages of the test in the child's loop.
-class Commands : public Brask::Platform::FdEventHandler {
- public:
-  using Action = std::function<void(const std::string& words)>;
-
-  Commands(Channel& parent, Action action);
-  void fdEvent(int fd) override;
-
- private:
-  Channel& parent_;
-  Action action_;
-  std::unique_ptr<Brask::Platform::FdControl> control_;
-};
-
-/// A timer that calls a function.
-class Pause : public Brask::Platform::TimeoutHandler {
- public:
-  explicit Pause(std::function<void()> action);
-  void start(double seconds) { control_->start(seconds); }
-  void timeout() override { action_(); }
-
- private:
-  std::function<void()> action_;
-  std::unique_ptr<Brask::Platform::TimerControl> control_;
+struct Commands : FdProbe {
+  Commands(Channel& parent, const std::function<void(const std::string& words)>& action)
+      : FdProbe([&parent, action](int) { action(parent.receive()); }) {
+    control->watch(parent.fd());
+  }
 };
 
 }  // namespace Zorbe::Test

@@ -22,45 +22,12 @@ class ChaosTest : public testing::Test {
       settings.timeout = std::chrono::seconds(10);  // they take all of it
     return runStress(settings);
   }
-
-  static std::string failureWith(Flaw flaw) { return stressRun(1000, flaw).failure; }
 };
 
 TEST_F(ChaosTest, EveryPromiseHoldsWhileProcessesAreKilled) {
   const Report report = stressRun(20);
   EXPECT_EQ("", report.failure) << report.trace;
   EXPECT_GE(report.kills, 20u);
-}
-
-TEST_F(ChaosTest, AReaderThatLeaksDescriptorsIsNoticed) {
-  EXPECT_THAT(failureWith(Flaw::kLeaksDescriptors),
-              MatchesRegex("reader 1 has [0-9]+ descriptors instead of [0-9]+"));
-}
-
-TEST_F(ChaosTest, AReaderThatLeaksMemoryIsNoticed) {
-  if (kIsSanitized) GTEST_SKIP() << "sanitizers keep what was freed";
-  EXPECT_THAT(failureWith(Flaw::kLeaksMemory),
-              MatchesRegex("reader 1 has grown by [0-9]+ pages of memory"));
-}
-
-TEST_F(ChaosTest, AWriterThatLeaksDescriptorsIsNoticed) {
-  EXPECT_THAT(failureWith(Flaw::kWriterLeaks),
-              MatchesRegex("candidate has [0-9]+ descriptors instead of [0-9]+"));
-}
-
-TEST_F(ChaosTest, AWriterThatForgetsARecordWhenItTakesOverIsNoticed) {
-  EXPECT_EQ("candidate took over a table that has lost 1 changes",
-            failureWith(Flaw::kForgetsRecords));
-}
-
-TEST_F(ChaosTest, ATornRecordIsNoticed) {
-  EXPECT_THAT(failureWith(Flaw::kTearsRecords),
-              MatchesRegex("(reader [0-9]+ has received a torn record|key [0-9]+ is torn)"));
-}
-
-TEST_F(ChaosTest, AReaderThatForgetsChangesIsNoticed) {
-  EXPECT_THAT(failureWith(Flaw::kForgetsChanges),
-              MatchesRegex("not converged: .*reader 1 is at .*, its copy differs"));
 }
 
 TEST_F(ChaosTest, AStressRunThatIsNotOverInTimeFails) {
@@ -71,17 +38,42 @@ TEST_F(ChaosTest, AStressRunThatIsNotOverInTimeFails) {
   EXPECT_THAT(runStress(settings).failure, MatchesRegex("only [0-9]+ of 1000000 kills in 1 s"));
 }
 
-TEST_F(ChaosTest, AReaderThatIgnoresADepartureIsNoticed) {
-  EXPECT_THAT(failureWith(Flaw::kStaysAway),
-              MatchesRegex("not converged: (candidate|competitor) is at [0-9]+/[0-9]+; "
-                           "reader 1 is at [0-9]+/[0-9]+, not attached, its copy differs"));
+struct FlawCase {
+  const char* name;
+  Flaw flaw;
+  const char* failure;  // a regular expression
+};
+
+class ChaosFlawTest : public ChaosTest, public testing::WithParamInterface<FlawCase> {};
+
+TEST_P(ChaosFlawTest, IsNoticed) {
+  if (GetParam().flaw == Flaw::kLeaksMemory && kIsSanitized) {
+    GTEST_SKIP() << "sanitizers keep what was freed";
+  }
+  EXPECT_THAT(stressRun(1000, GetParam().flaw).failure, MatchesRegex(GetParam().failure));
 }
 
-TEST_F(ChaosTest, AWriterThatDoesNotTakeTheLockIsNoticed) {
-  EXPECT_THAT(
-      failureWith(Flaw::kIgnoresTheLock),
-      MatchesRegex("two writers: (candidate|competitor) has become one beside process [0-9]+"));
-}
+const FlawCase kFlaws[] = {
+    {"AReaderLeaksDescriptors", Flaw::kLeaksDescriptors,
+     "reader 1 has [0-9]+ descriptors instead of [0-9]+"},
+    {"AReaderLeaksMemory", Flaw::kLeaksMemory, "reader 1 has grown by [0-9]+ pages of memory"},
+    {"AReaderForgetsChanges", Flaw::kForgetsChanges,
+     "not converged: .*reader 1 is at .*, its copy differs"},
+    {"AReaderIgnoresADeparture", Flaw::kStaysAway,
+     "not converged: (candidate|competitor) is at [0-9]+/[0-9]+; "
+     "reader 1 is at [0-9]+/[0-9]+, not attached, its copy differs"},
+    {"AWriterLeaksDescriptors", Flaw::kWriterLeaks,
+     "candidate has [0-9]+ descriptors instead of [0-9]+"},
+    {"AWriterForgetsARecordWhenItTakesOver", Flaw::kForgetsRecords,
+     "candidate took over a table that has lost 1 changes"},
+    {"AWriterTearsARecord", Flaw::kTearsRecords,
+     "(reader [0-9]+ has received a torn record|key [0-9]+ is torn)"},
+    {"AWriterDoesNotTakeTheLock", Flaw::kIgnoresTheLock,
+     "two writers: (candidate|competitor) has become one beside process [0-9]+"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Flaws, ChaosFlawTest, testing::ValuesIn(kFlaws),
+                         [](const auto& each) { return std::string(each.param.name); });
 
 }  // namespace
 }  // namespace Zorbe::Test::Chaos

@@ -44,7 +44,7 @@ void ShortLog::emit(std::ostringstream& message, int level) {
 }
 
 // The parent has blocked the signal, so that none is lost before the handler is set.
-ClientContext::ClientContext(Channel& parent, Place& place) : parent_(parent) {
+ClientContext::ClientContext(Channel& parent, ProcessState& state) : parent_(parent) {
   toStop = &loop;
   struct sigaction action {};
   action.sa_handler = leave;
@@ -55,7 +55,7 @@ ClientContext::ClientContext(Channel& parent, Place& place) : parent_(parent) {
   ::sigemptyset(&terminate);
   ::sigaddset(&terminate, SIGTERM);
   require(::sigprocmask(SIG_UNBLOCK, &terminate, nullptr) == 0, "sigprocmask");
-  place.pid = ::getpid();
+  state.pid = ::getpid();
 }
 
 bool ClientContext::isStopRequested() {

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "stress/chaos/board.h"
+#include "stress/chaos/shared_state.h"
 #include "support/child_process.h"
 
 namespace Zorbe::Test::Chaos {
@@ -28,14 +28,14 @@ class ShortLog final : public Brask::Platform::DebugHandler {
   unsigned lines_ = 0;
 };
 
-/// Registers its process at a place of the board, and turns its loop until SIGTERM.
+/// Registers its process in its state, and turns its loop until SIGTERM.
 class ClientContext {
  public:
-  ClientContext(Channel& parent, Place& place);
+  ClientContext(Channel& parent, ProcessState& state);
 
   /// Calls `updateState` after each turn; when it returns true, notifies the parent.
-  template <class TellState>
-  void run(TellState updateState) {
+  template <class UpdateState>
+  void run(UpdateState updateState) {
     while (!isStopRequested()) {
       if (updateState()) notifyParent();
       loop.turn(-1);

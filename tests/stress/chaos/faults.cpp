@@ -181,7 +181,7 @@ Member* Faults::killCompetitor() {
 
 // The writer may create it again while it is being removed.
 Member* Faults::removeDirectory() {
-  processes_.board().removed = true;
+  processes_.shared().removed = true;
   std::error_code interrupted;
   std::filesystem::remove_all(directory_, interrupted);
   return &processes_.expectedWriter();

@@ -3,12 +3,17 @@
 
 #include <algorithm>
 
+#include "support/census.h"
 #include "support/sanitized.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
 
 constexpr unsigned kChecksUntilWarm = 5;
+
+long descriptorsOf(pid_t pid) {
+  return static_cast<long>(Census::take(std::to_string(pid)).count());
+}
 
 }  // namespace
 
@@ -30,7 +35,7 @@ void IdleCheck::check(bool warm) {
 
 void IdleCheck::checkLongLived(Member& reader, LongLived& usage, bool warm) {
   const pid_t pid = reader.pid();
-  const auto count = [pid] { return long{descriptorsOf(pid)}; };
+  const auto count = [pid] { return descriptorsOf(pid); };
   checkDescriptors(reader, usage.descriptors, count);
   if (!warm) return;
   usage.pages.note(residentPagesOf(pid));
@@ -44,19 +49,19 @@ void IdleCheck::checkWriter() {
     throw Failure(writer.name() + " does not know that readers sleep:" + awake());
   const pid_t pid = writer.pid();
   if (std::exchange(writer_, pid) != pid) {
-    writerCourse_ = {};
+    writerCounts_ = {};
     writerChecks_ = 0;
   }
   report_.longestWriter = std::max(report_.longestWriter, ++writerChecks_);
-  const auto count = [&] { return long{descriptorsOf(pid)} - connections(); };
-  checkDescriptors(writer, writerCourse_.descriptors, count);
+  const auto count = [&] { return descriptorsOf(pid) - connections(); };
+  checkDescriptors(writer, writerCounts_.descriptors, count);
   if (writerChecks_ < kChecksUntilWarm) return;
-  writerCourse_.pages.note(residentPagesOf(pid));
-  requireFlat(writer, writerCourse_.pages);
-  report_.writerGrowth = std::max(report_.writerGrowth, writerCourse_.pages.growth());
+  writerCounts_.pages.note(residentPagesOf(pid));
+  requireFlat(writer, writerCounts_.pages);
+  report_.writerGrowth = std::max(report_.writerGrowth, writerCounts_.pages.growth());
 }
 
-// The running readers of which the writer does not say that they sleep and have everything.
+// The running readers of which the status does not have that they sleep and have everything.
 std::string IdleCheck::awake() {
   const std::optional<Table::Status> status = probe_.status();
   if (!status) return " there is no status";
@@ -83,10 +88,10 @@ long IdleCheck::connections() {
   return status ? static_cast<long>(status->connections) : 0;
 }
 
-void IdleCheck::checkDescriptors(Member& member, Course& course,
+void IdleCheck::checkDescriptors(Member& member, Counts& counts,
                                  const std::function<long()>& count) {
-  if (course.first) require(member, *course.first, count);
-  course.note(course.first ? *course.first : firstCount(member, count));
+  if (counts.first) require(member, *counts.first, count);
+  counts.note(counts.first ? *counts.first : firstCount(member, count));
 }
 
 // All later counts are compared with the first. Counts while the process sleeps: then it has no
@@ -110,17 +115,17 @@ void IdleCheck::require(Member& member, long expected, const std::function<long(
 }
 
 // Sanitizers keep what was freed.
-void IdleCheck::requireFlat(const Member& member, const Course& pages) {
+void IdleCheck::requireFlat(const Member& member, const Counts& pages) {
   if (kIsSanitized || pages.growth() <= kPagesOfGrowth) return;
   throw Failure(member.name() + " has grown by " + std::to_string(pages.growth()) +
                 " pages of memory");
 }
 
 void IdleCheck::sumUp() {
-  const auto sum = [this](Course LongLived::*part) {
-    Course all;
+  const auto sum = [this](Counts LongLived::*part) {
+    Counts all;
     for (const LongLived& usage : longLived_) {
-      const Course& one = usage.*part;
+      const Counts& one = usage.*part;
       if (!one.first) continue;
       all.first = all.first.value_or(0) + *one.first;
       all.last += one.last;

@@ -20,24 +20,24 @@ class IdleCheck {
   /// `warm`.
   void check(bool warm);
 
-  /// Besides, what the writer says about its readers: that each running one sleeps and has
-  /// reported everything. It says so ten times a second.
+  /// Besides, the status that the writer publishes ten times a second: each running reader sleeps
+  /// and has reported everything.
   void checkWriter();
 
  private:
   struct LongLived {
-    Course descriptors;
-    Course pages;
+    Counts descriptors;
+    Counts pages;
   };
 
   void checkLongLived(Member& reader, LongLived& usage, bool warm);
   std::string awake();
   long connections();
   void sumUp();
-  void checkDescriptors(Member& member, Course& course, const std::function<long()>& count);
+  void checkDescriptors(Member& member, Counts& counts, const std::function<long()>& count);
   long firstCount(Member& member, const std::function<long()>& count);
   void require(Member& member, long expected, const std::function<long()>& count);
-  static void requireFlat(const Member& member, const Course& pages);
+  static void requireFlat(const Member& member, const Counts& pages);
 
   Processes& processes_;
   Probe& probe_;
@@ -46,7 +46,7 @@ class IdleCheck {
   std::vector<LongLived> longLived_;
   pid_t writer_ = 0;
   unsigned writerChecks_ = 0;
-  LongLived writerCourse_;
+  LongLived writerCounts_;
 };
 
 }  // namespace Zorbe::Test::Chaos

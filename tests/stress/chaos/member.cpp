@@ -7,13 +7,14 @@
 #include <utility>
 
 #include "stress/chaos/processes.h"
+#include "support/noncopyable.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
 
 /// While it exists, SIGTERM is blocked, also in a child that is made meanwhile until the child
 /// unblocks it.
-class BlockedTermination {
+class BlockedTermination : private NonCopyable {
  public:
   BlockedTermination() {
     sigset_t terminate;
@@ -22,8 +23,6 @@ class BlockedTermination {
     if (::sigprocmask(SIG_BLOCK, &terminate, &before_) != 0) throw Failure("sigprocmask");
   }
   ~BlockedTermination() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
-  BlockedTermination(const BlockedTermination&) = delete;
-  BlockedTermination& operator=(const BlockedTermination&) = delete;
 
  private:
   sigset_t before_{};
@@ -31,25 +30,25 @@ class BlockedTermination {
 
 }  // namespace
 
-Member::Member(std::string name, Place& place, Role role)
-    : name_(std::move(name)), place_(place), role_(std::move(role)) {}
+Member::Member(std::string name, ProcessState& state, Role role)
+    : name_(std::move(name)), state_(state), role_(std::move(role)) {}
 
 void Member::start() {
-  clearPlace();
+  clearState();
   const BlockedTermination later;
   process_ =
-      std::make_unique<ChildProcess>(name_, [this](Channel& parent) { role_(parent, place_); });
+      std::make_unique<ChildProcess>(name_, [this](Channel& parent) { role_(parent, state_); });
 }
 
 // The process that had it has ended.
-void Member::clearPlace() {
-  place_.pid = 0;
-  place_.writing = false;
-  place_.attached = false;
-  for (auto* number : {&place_.incarnation, &place_.position, &place_.digest}) *number = 0;
-  for (auto* number : {&place_.torn, &place_.answered, &place_.takeovers, &place_.lost})
+void Member::clearState() {
+  state_.pid = 0;
+  state_.writing = false;
+  state_.attached = false;
+  for (auto* number : {&state_.incarnation, &state_.position, &state_.digest}) *number = 0;
+  for (auto* number : {&state_.torn, &state_.answered, &state_.takeovers, &state_.lost})
     *number = 0;
-  place_.otherWriter = 0;
+  state_.otherWriter = 0;
 }
 
 void Member::kill() {
@@ -57,7 +56,7 @@ void Member::kill() {
   process_.reset();
   stopped_ = false;
   requireSanity();
-  clearPlace();
+  clearState();
 }
 
 // Waits until it has stopped. One that has ended instead is left for its ChildProcess to reap.
@@ -83,16 +82,16 @@ void Member::leave() {
     throw Failure(name_ + " has left with status " + std::to_string(status) + "\n" + log());
   requireSanity();
   process_.reset();
-  clearPlace();
+  clearState();
 }
 
 void Member::requireSanity() {
-  if (const pid_t other = place_.otherWriter) {
+  if (const pid_t other = state_.otherWriter) {
     throw Failure("two writers: " + name_ + " has become one beside process " +
                   std::to_string(other));
   }
-  if (place_.torn > 0) throw Failure(name_ + " has received a torn record");
-  if (const uint32_t lost = place_.lost)
+  if (state_.torn > 0) throw Failure(name_ + " has received a torn record");
+  if (const uint32_t lost = state_.lost)
     throw Failure(name_ + " took over a table that has lost " + std::to_string(lost) + " changes");
 }
 

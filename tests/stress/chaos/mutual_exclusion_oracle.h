@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/noncopyable.h"
+
 #include <sys/types.h>
 
 #include <string>
@@ -11,12 +13,10 @@ namespace Zorbe::Test::Chaos {
 /// acquires after the table's lock and releases before it. It is correct when a writer is
 /// killed, too: the kernel releases the record locks of a process while it closes its
 /// descriptors, and its sockets after that.
-class MutualExclusionOracle {
+class MutualExclusionOracle : private NonCopyable {
  public:
   explicit MutualExclusionOracle(const std::string& path);
   ~MutualExclusionOracle();
-  MutualExclusionOracle(const MutualExclusionOracle&) = delete;
-  MutualExclusionOracle& operator=(const MutualExclusionOracle&) = delete;
 
   /// 0, or the process that has it.
   pid_t take();

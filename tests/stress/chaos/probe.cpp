@@ -9,8 +9,8 @@
 
 namespace Zorbe::Test::Chaos {
 
-Probe::Probe(Board& board, std::string directory)
-    : board_(board),
+Probe::Probe(SharedState& shared, std::string directory)
+    : shared_(shared),
       directory_(std::move(directory)),
       reader_(std::make_unique<Reader>(kTableName)) {}
 
@@ -32,7 +32,7 @@ bool Probe::look() {
   }
   digest_ = digest.value();
   const auto mark = reader_->get(kMark);
-  const uint64_t finished = board_.finished[kMark];
+  const uint64_t finished = shared_.finished[kMark];
   if (mark && KeyState::shows(finished, mark->number)) return true;
   lack_ = "its mark is " + (mark ? std::to_string(mark->number) : "missing") + " and not " +
           std::to_string(finished / 2);
@@ -47,7 +47,7 @@ std::optional<Table::Status> Probe::status() {
 
 void Probe::verify() {
   for (Key key = 0; key < kKeys; ++key) {
-    const uint64_t state = board_.finished[key];
+    const uint64_t state = shared_.finished[key];
     const auto record = reader_->get(key);
     if (KeyState::shows(state, record ? record->number : 0)) continue;
     throw Failure("key " + std::to_string(key) + " was " + ((state & 1) != 0 ? "erased" : "put") +

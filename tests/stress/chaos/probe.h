@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "stress/chaos/board.h"
+#include "stress/chaos/shared_state.h"
 
 namespace Zorbe::Test::Chaos {
 
@@ -15,7 +15,7 @@ namespace Zorbe::Test::Chaos {
 /// what the writers have noted: no change that was finished may be missing.
 class Probe {
  public:
-  Probe(Board& board, std::string directory);
+  Probe(SharedState& shared, std::string directory);
 
   /// Looks at the table that is in place now. False when there is none, or not yet the one that
   /// holds the last change.
@@ -29,7 +29,7 @@ class Probe {
   /// Of all its records. Throws Failure for a torn one.
   uint64_t digest() const { return digest_; }
 
-  /// What the writer says about its readers; nothing without a table.
+  /// The status that the writer publishes; nothing without a table.
   std::optional<Table::Status> status();
 
   /// Throws Failure unless each key is as its last change left it. Nothing is written meanwhile.
@@ -40,7 +40,7 @@ class Probe {
 
   bool isInPlace() const;
 
-  Board& board_;
+  SharedState& shared_;
   std::string directory_;
   std::unique_ptr<Reader> reader_;
   std::string lack_;

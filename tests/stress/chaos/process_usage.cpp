@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "stress/chaos/process_usage.h"
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -15,11 +14,6 @@ std::string folderOf(pid_t pid) {
 }
 
 }  // namespace
-
-unsigned descriptorsOf(pid_t pid) {
-  const std::filesystem::directory_iterator open(folderOf(pid) + "/fd");
-  return static_cast<unsigned>(std::distance(begin(open), end(open)));
-}
 
 // Each begins with a switch to another process that it asked for itself.
 std::optional<uint64_t> sleepOf(pid_t pid) {

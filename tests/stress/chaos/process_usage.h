@@ -10,9 +10,6 @@
 
 namespace Zorbe::Test::Chaos {
 
-/// Descriptors that a process has open.
-unsigned descriptorsOf(pid_t pid);
-
 /// Which of its sleeps a process is in: the same number twice, and it has not run in between.
 /// Nothing while it is awake.
 std::optional<uint64_t> sleepOf(pid_t pid);
@@ -20,8 +17,8 @@ std::optional<uint64_t> sleepOf(pid_t pid);
 /// Pages of memory that a process has in use.
 long residentPagesOf(pid_t pid);
 
-/// What was counted first, last, and at most in between.
-struct Course {
+/// Of one thing that is counted again and again: the first count, the last one, and the highest.
+struct Counts {
   std::optional<long> first;
   long last = 0;
   long most = 0;

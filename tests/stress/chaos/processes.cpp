@@ -25,24 +25,24 @@ Processes::Processes(unsigned readerCount, const std::string& oraclePath, Flaw f
     const Flaw own = i == 0 ? flaw : Flaw::kNone;
     const Kind kind = i % 2 == 0 ? Kind::kOwnLoop : Kind::kProcessLoop;
     readers_.emplace_back(
-        "reader " + std::to_string(i + 1), board_->places.at(i),
-        [=](Channel& parent, Place& place) { runReader(parent, place, kind, own); });
+        "reader " + std::to_string(i + 1), shared_->processes.at(i),
+        [=](Channel& parent, ProcessState& state) { runReader(parent, state, kind, own); });
   }
   for (const char* name : {"candidate", "competitor"}) {
     const bool isFirst = candidates_.empty();
     const bool isOfCompetitor = flaw == Flaw::kIgnoresTheLock;
     const Flaw own = isFirst == isOfCompetitor ? Flaw::kNone : flaw;
     const Kind kind = isFirst ? Kind::kOwnLoop : Kind::kProcessLoop;
-    candidates_.emplace_back(name, board_->places.at(readerCount + candidates_.size()),
-                             [=](Channel& parent, Place& place) {
-                               runCandidate(parent, *board_, place, oraclePath, kind, own);
+    candidates_.emplace_back(name, shared_->processes.at(readerCount + candidates_.size()),
+                             [=](Channel& parent, ProcessState& state) {
+                               runCandidate(parent, *shared_, state, oraclePath, kind, own);
                              });
   }
 }
 
 Member* Processes::writer() {
   for (Member& member : candidates_) {
-    if (member.isAlive() && member.place().writing) return &member;
+    if (member.isAlive() && member.state().writing) return &member;
   }
   return nullptr;
 }
@@ -92,14 +92,14 @@ void Processes::wait(Clock::time_point deadline) {
 }
 
 bool Processes::isBehind(Member& reader, const Probe& probe) {
-  const Place& place = reader.place();
-  return !place.attached || place.incarnation != probe.info().incarnation ||
-         place.position != probe.info().published || place.digest != probe.digest();
+  const ProcessState& state = reader.state();
+  return !state.attached || state.incarnation != probe.info().incarnation ||
+         state.position != probe.info().published || state.digest != probe.digest();
 }
 
 bool Processes::isConverged(const Probe& probe) {
   Member* const present = writer();
-  if (present == nullptr || present->place().answered != request_) return false;
+  if (present == nullptr || present->state().answered != request_) return false;
   return std::none_of(readers_.begin(), readers_.end(),
                       [&](Member& reader) { return reader.isAwake() && isBehind(reader, probe); });
 }
@@ -112,14 +112,14 @@ std::string Processes::describe(const Probe& probe) {
   };
   std::string text = present->name() + " is at " +
                      position(probe.info().incarnation, probe.info().published) +
-                     (present->place().answered == request_ ? "" : ", has not answered") +
+                     (present->state().answered == request_ ? "" : ", has not answered") +
                      (probe.lack().empty() ? "" : ", " + probe.lack());
   for (Member& reader : readers_) {
-    const Place& place = reader.place();
+    const ProcessState& state = reader.state();
     if (!reader.isAwake() || !isBehind(reader, probe)) continue;
-    text += "; " + reader.name() + " is at " + position(place.incarnation, place.position) +
-            (place.attached ? ", attached" : ", not attached") +
-            (place.digest == probe.digest() ? "" : ", its copy differs");
+    text += "; " + reader.name() + " is at " + position(state.incarnation, state.position) +
+            (state.attached ? ", attached" : ", not attached") +
+            (state.digest == probe.digest() ? "" : ", its copy differs");
   }
   return text;
 }

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "stress/chaos/board.h"
 #include "stress/chaos/probe.h"
+#include "stress/chaos/shared_state.h"
 #include "support/child_process.h"
 #include "support/shared.h"
 
@@ -25,15 +25,15 @@ class Failure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A place of the board, and the process that has it now.
+/// The state of a process, and the process that has it now.
 class Member {
  public:
-  using Role = std::function<void(Channel& parent, Place& place)>;
+  using Role = std::function<void(Channel& parent, ProcessState& state)>;
 
-  Member(std::string name, Place& place, Role role);
+  Member(std::string name, ProcessState& state, Role role);
 
   const std::string& name() const { return name_; }
-  Place& place() { return place_; }
+  ProcessState& state() { return state_; }
   bool isAlive() const { return process_ != nullptr; }
   bool isStopped() const { return stopped_; }
   bool isAwake() const { return isAlive() && !stopped_; }
@@ -53,11 +53,11 @@ class Member {
   void requireSanity();
 
  private:
-  void clearPlace();
+  void clearState();
   void signal(int number);
 
   std::string name_;
-  Place& place_;
+  ProcessState& state_;
   Role role_;
   std::unique_ptr<ChildProcess> process_;
   bool stopped_ = false;
@@ -97,7 +97,7 @@ class Processes {
   std::string describe(const Probe& probe);
 
   /// What the writers have published so far.
-  Board& board() { return *board_; }
+  SharedState& shared() { return *shared_; }
 
   /// All processes, with the ends of their logs.
   std::string logs();
@@ -108,7 +108,7 @@ class Processes {
   static bool isBehind(Member& reader, const Probe& probe);
   void wait(Clock::time_point deadline);
 
-  Shared<Board> board_;
+  Shared<SharedState> shared_;
   unsigned longLived_;
   uint32_t request_ = 0;
   std::vector<Member> readers_;

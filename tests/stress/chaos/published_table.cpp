@@ -39,38 +39,38 @@ std::unique_ptr<TableOfWriter> becomeWriter(ClientContext& context, Kind kind) {
   return std::make_unique<TableOf<Table::LoopWriter<Key, Record>>>(options);
 }
 
-PublishedTable::PublishedTable(std::unique_ptr<TableOfWriter> table, Board& board, Place& place,
-                               Flaw flaw)
-    : table_(std::move(table)), board_(board), flaw_(flaw) {
+PublishedTable::PublishedTable(std::unique_ptr<TableOfWriter> table, SharedState& shared,
+                               ProcessState& state, Flaw flaw)
+    : table_(std::move(table)), shared_(shared), flaw_(flaw) {
   if (flaw_ == Flaw::kForgetsRecords) table_->erase(kMark);
-  takeOver(place);
+  takeOver(state);
 }
 
 // A change that was begun and not finished may be there or not: from now on it is settled. When
 // the directory was removed, and the writer was killed that had the records in memory, what is
 // there counts.
-void PublishedTable::takeOver(Place& place) {
+void PublishedTable::takeOver(ProcessState& state) {
   for (Key key = 0; key < kKeys; ++key) {
     const std::optional<Record> record = table_->get(key);
     const uint64_t number = record ? record->number : 0;
-    const uint64_t begun = board_.begun[key];
-    if (!KeyState::shows(board_.finished[key], number)) {
+    const uint64_t begun = shared_.begun[key];
+    if (!KeyState::shows(shared_.finished[key], number)) {
       if (KeyState::shows(begun, number)) {
-        board_.finished[key] = begun;
-      } else if (board_.removed) {
-        board_.finished[key] = KeyState::put(number);
+        shared_.finished[key] = begun;
+      } else if (shared_.removed) {
+        shared_.finished[key] = KeyState::put(number);
       } else {
-        ++place.lost;
+        ++state.lost;
       }
     }
-    board_.begun[key] = board_.finished[key].load();
+    shared_.begun[key] = shared_.finished[key].load();
   }
-  ++place.takeovers;
+  ++state.takeovers;
 }
 
 void PublishedTable::publish(unsigned count) {
   for (; count > 1; --count) {
-    const uint64_t drawn = mix(count, board_.changes);
+    const uint64_t drawn = mix(count, shared_.changes);
     change(1 + static_cast<Key>(drawn % (kKeys - 1)), drawn / kKeys % kChangesPerErasure == 0);
   }
   change(kMark, false);
@@ -78,9 +78,9 @@ void PublishedTable::publish(unsigned count) {
 }
 
 void PublishedTable::change(Key key, bool erases) {
-  const uint64_t number = ++board_.changes;
+  const uint64_t number = ++shared_.changes;
   const uint64_t state = erases ? KeyState::erased(number) : KeyState::put(number);
-  board_.begun[key] = state;
+  shared_.begun[key] = state;
   if (erases) {
     table_->erase(key);
   } else {
@@ -88,7 +88,7 @@ void PublishedTable::change(Key key, bool erases) {
     if (flaw_ == Flaw::kTearsRecords) ++record.echoes[1];
     table_->put(key, record);
   }
-  board_.finished[key] = state;
+  shared_.finished[key] = state;
 }
 
 }  // namespace Zorbe::Test::Chaos

@@ -9,9 +9,9 @@
 #include <memory>
 #include <optional>
 
-#include "stress/chaos/board.h"
 #include "stress/chaos/client_context.h"
 #include "stress/chaos/reader.h"
+#include "stress/chaos/shared_state.h"
 
 namespace Zorbe::Test::Chaos {
 
@@ -28,22 +28,23 @@ class TableOfWriter {
 /// Throws what the constructor of the writer throws.
 std::unique_ptr<TableOfWriter> becomeWriter(ClientContext& context, Kind kind);
 
-/// Changes a table, and notes on the board what it is about to do and what it has done.
+/// Changes a table, and notes in the shared state what it is about to do and what it has done.
 class PublishedTable {
  public:
   /// Finds out which of the changes that earlier writers had begun are in the table. `lost` of
-  /// the place is set when one is missing that they had finished.
-  PublishedTable(std::unique_ptr<TableOfWriter> table, Board& board, Place& place, Flaw flaw);
+  /// the state is set when one is missing that they had finished.
+  PublishedTable(std::unique_ptr<TableOfWriter> table, SharedState& shared, ProcessState& state,
+                 Flaw flaw);
 
   /// That many changes, and then the mark.
   void publish(unsigned count);
 
  private:
-  void takeOver(Place& place);
+  void takeOver(ProcessState& state);
   void change(Key key, bool erases);
 
   std::unique_ptr<TableOfWriter> table_;
-  Board& board_;
+  SharedState& shared_;
   Flaw flaw_;
 };
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "stress/chaos/client_context.h"
+#include "support/loop.h"
 
 namespace Zorbe::Test::Chaos {
 namespace {
@@ -19,12 +20,12 @@ constexpr unsigned kChangesPerForgottenOne = 100;
 /// The records as a follower has received them.
 class Copy {
  public:
-  Copy(Place& place, Flaw flaw) : place_(place), flaw_(flaw) {}
+  Copy(ProcessState& state, Flaw flaw) : state_(state), flaw_(flaw) {}
 
   void apply(const Table::Change<Key, Record>& change) {
     switch (change.kind) {
       case Table::Kind::put:
-        if (!change.value.isWhole(change.key)) ++place_.torn;
+        if (!change.value.isWhole(change.key)) ++state_.torn;
         if (flaw_ == Flaw::kForgetsChanges && ++changes_ % kChangesPerForgottenOne == 0) return;
         into()[change.key] = change.value.number;
         return;
@@ -54,7 +55,7 @@ class Copy {
 
   Records& into() { return isFollowingAgain_ ? fresh_ : records_; }
 
-  Place& place_;
+  ProcessState& state_;
   Flaw flaw_;
   Records records_;
   Records fresh_;  // since the last reset, until it is complete
@@ -66,8 +67,8 @@ class Copy {
 template <class Reader>
 class Follower {
  public:
-  Follower(ClientContext& context, Place& place, Flaw flaw)
-      : place_(place), flaw_(flaw), copy_(place, flaw), reader_(kTableName, context.options()) {}
+  Follower(ClientContext& context, ProcessState& state, Flaw flaw)
+      : state_(state), flaw_(flaw), copy_(state, flaw), reader_(kTableName, context.options()) {}
 
   Reader& reader() { return reader_; }
 
@@ -81,59 +82,45 @@ class Follower {
 
   bool updateState() {
     const Table::Info info = reader_.info();
-    bool news = update(place_.incarnation, info.incarnation);
-    news |= update(place_.position, info.position);
-    news |= update(place_.digest, copy_.digest());
-    news |= update(place_.attached, reader_.state() == Table::State::connected);
-    return news;
+    bool changed = update(state_.incarnation, info.incarnation);
+    changed |= update(state_.position, info.position);
+    changed |= update(state_.digest, copy_.digest());
+    changed |= update(state_.attached, reader_.state() == Table::State::connected);
+    return changed;
   }
 
  private:
-  Place& place_;
+  ProcessState& state_;
   Flaw flaw_;
   bool isOrphaned_ = false;
   Copy copy_;
   Reader reader_;
 };
 
-/// Passes on that a descriptor is readable.
-class Readable final : public Brask::Platform::FdEventHandler {
- public:
-  Readable(int fd, std::function<void()> action)
-      : action_(std::move(action)), control_(Brask::Platform::getFdControl(this)) {
-    control_->watch(fd);
-  }
-  void fdEvent(int /*fd*/) override { action_(); }
-
- private:
-  std::function<void()> action_;
-  std::unique_ptr<Brask::Platform::FdControl> control_;
-};
-
-void runWithOwnLoop(ClientContext& context, Place& place, Flaw flaw) {
-  Follower<Table::Reader<Key, Record>> follower(context, place, flaw);
+void runWithOwnLoop(ClientContext& context, ProcessState& state, Flaw flaw) {
+  Follower<Table::Reader<Key, Record>> follower(context, state, flaw);
   follower.drain();
-  std::unique_ptr<Readable> readable;
-  readable = std::make_unique<Readable>(follower.reader().fd(), [&] {
+  FdProbe readable([&](int) {
     follower.reader().process();
     follower.drain();
-    if (follower.isAway()) readable.reset();
+    if (follower.isAway()) readable.control->unwatch();
   });
+  readable.control->watch(follower.reader().fd());
   context.run([&] { return follower.updateState(); });
 }
 
-void runInProcessLoop(ClientContext& context, Place& place, Flaw flaw) {
-  Follower<Table::LoopReader<Key, Record>> follower(context, place, flaw);
+void runInProcessLoop(ClientContext& context, ProcessState& state, Flaw flaw) {
+  Follower<Table::LoopReader<Key, Record>> follower(context, state, flaw);
   follower.reader().onReady([&] { follower.drain(); });
   context.run([&] { return follower.updateState(); });
 }
 
 }  // namespace
 
-void runReader(Channel& parent, Place& place, Kind kind, Flaw flaw) {
-  ClientContext context(parent, place);
-  kind == Kind::kOwnLoop ? runWithOwnLoop(context, place, flaw)
-                         : runInProcessLoop(context, place, flaw);
+void runReader(Channel& parent, ProcessState& state, Kind kind, Flaw flaw) {
+  ClientContext context(parent, state);
+  kind == Kind::kOwnLoop ? runWithOwnLoop(context, state, flaw)
+                         : runInProcessLoop(context, state, flaw);
 }
 
 }  // namespace Zorbe::Test::Chaos

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "stress/chaos/board.h"
+#include "stress/chaos/shared_state.h"
 #include "support/child_process.h"
 
 namespace Zorbe::Test::Chaos {
@@ -13,7 +13,7 @@ enum class Kind {
 };
 
 /// Follows the table until SIGTERM, keeps a copy of it, and publishes its position and the copy's
-/// digest at its place.
-void runReader(Channel& parent, Place& place, Kind kind, Flaw flaw);
+/// digest in its state.
+void runReader(Channel& parent, ProcessState& state, Kind kind, Flaw flaw);
 
 }  // namespace Zorbe::Test::Chaos

@@ -22,7 +22,7 @@
 namespace Zorbe::Test::Chaos {
 namespace {
 
-// The writer tells ten times a second who reads: that is waited for, now and then.
+// The writer publishes ten times a second who reads: a check waits for that.
 constexpr unsigned kBurstsPerCheckOfWriter = 4;
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -34,7 +34,7 @@ class StressRun {
         report_(report),
         processes_(settings.readers, root / "writers", settings.flaw),
         faults_(processes_, root / kTableName, settings.seed, report),
-        probe_(processes_.board(), root / kTableName),
+        probe_(processes_.shared(), root / kTableName),
         idleCheck_(processes_, probe_, settings.timeout, report) {}
 
   void run() {
@@ -115,7 +115,7 @@ class StressRun {
     const bool same = std::exchange(writer_, writer) == writer;
     (same ? report_.underSame : report_.underAnother).push_back(took.count());
     probe_.verify();
-    processes_.board().removed = false;  // a writer that lives has made it again
+    processes_.shared().removed = false;  // a writer that lives has made it again
   }
 
   bool isConverged() { return probe_.look() && processes_.isConverged(probe_); }
@@ -131,7 +131,7 @@ class StressRun {
   unsigned bursts_ = 0;
 };
 
-void lead(const Settings& settings, const TestRoot& root, Report& report) {
+void execute(const Settings& settings, const TestRoot& root, Report& report) {
   StressRun stressRun(settings, root, report);
   try {
     stressRun.run();
@@ -165,7 +165,7 @@ Report runStress(const Settings& settings) {
   {
     const TestRoot root;
     path = root.path();
-    lead(settings, root, report);
+    execute(settings, root, report);
     if (report.failure.empty()) report.failure = whatIsLeft();
   }
   if (report.failure.empty() && std::filesystem::exists(path)) report.failure = path + " is left";

@@ -10,14 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "stress/chaos/board.h"
 #include "stress/chaos/process_usage.h"
+#include "stress/chaos/shared_state.h"
 
 namespace Zorbe::Test::Chaos {
 
-/// Some are never killed and at least one is; there are places for all of them and the candidates.
+/// Some are never killed and at least one is; there is room for all of them and the candidates.
 constexpr unsigned kFewestReaders = 2;
-constexpr unsigned kMostReaders = Board::kMostPlaces - 2;
+constexpr unsigned kMostReaders = SharedState::kMostProcesses - 2;
 
 struct Settings {
   unsigned kills = 0;    ///< how many, 0: until the time is over
@@ -37,8 +37,8 @@ struct Report {
   std::map<std::string, unsigned> faultsByKind;
   std::vector<double> underSame;     ///< milliseconds of each convergence, in ascending order,
   std::vector<double> underAnother;  ///< on the writer that was there before, or another one
-  Course descriptors;                ///< of the readers that are never killed, together
-  Course pages;                      ///< likewise, from the end of the warm-up
+  Counts descriptors;                ///< of the readers that are never killed, together
+  Counts pages;                      ///< likewise, from the end of the warm-up
   long writerGrowth = 0;             ///< pages, at most, of any writer between its kills
   unsigned longestWriter = 0;        ///< checks that a writer has lived through, at most
 };

@@ -10,6 +10,7 @@
 #include "stress/chaos/client_context.h"
 #include "stress/chaos/mutual_exclusion_oracle.h"
 #include "stress/chaos/published_table.h"
+#include "support/noncopyable.h"
 #include "support/table.h"
 
 namespace Zorbe::Test::Chaos {
@@ -18,35 +19,33 @@ namespace {
 constexpr double kRetrySeconds = 0.1;
 
 /// Waits for the lock as long as another process has it, takes it, and writes.
-class Candidate final {
+class Candidate final : private NonCopyable {
  public:
-  Candidate(ClientContext& context, Board& board, Place& place, const std::string& oraclePath,
-            Kind kind, Flaw flaw)
+  Candidate(ClientContext& context, SharedState& shared, ProcessState& state,
+            const std::string& oraclePath, Kind kind, Flaw flaw)
       : context_(context),
-        board_(board),
-        place_(place),
+        shared_(shared),
+        state_(state),
         kind_(kind),
         flaw_(flaw),
         oracle_(oraclePath),
         retry_([this] { table_ ? publish() : attempt(); }) {}
   ~Candidate() { endWriting(); }
-  Candidate(const Candidate&) = delete;
-  Candidate& operator=(const Candidate&) = delete;
 
   void attempt() {
     try {
       std::unique_ptr<TableOfWriter> table = becomeWriter(context_, kind_);
       beginWriting();
-      table_ = std::make_unique<PublishedTable>(std::move(table), board_, place_, flaw_);
+      table_ = std::make_unique<PublishedTable>(std::move(table), shared_, state_, flaw_);
       count_ = std::max(count_, 1u);
       publish();
     } catch (const DuplicateWriterException&) {
       if (flaw_ == Flaw::kIgnoresTheLock) return beginWriting();
-      retry_.start(kRetrySeconds);
+      retry_.control->start(kRetrySeconds);
     } catch (const Table::Error&) {  // logged; the directory was removed in between
       table_.reset();
       endWriting();
-      retry_.start(kRetrySeconds);
+      retry_.control->start(kRetrySeconds);
     }
   }
 
@@ -62,7 +61,7 @@ class Candidate final {
     publish();
   }
 
-  bool takeNews() { return std::exchange(isNews_, false); }
+  bool takeChange() { return std::exchange(isChanged_, false); }
 
  private:
   // A table whose directory was removed cannot grow before it has been made again.
@@ -71,45 +70,45 @@ class Candidate final {
     try {
       table_->publish(count_);
       count_ = 0;
-      isNews_ |= update(place_.answered, request_);
+      isChanged_ |= update(state_.answered, request_);
     } catch (const Table::Error&) {
-      retry_.start(kRetrySeconds);
+      retry_.control->start(kRetrySeconds);
     }
   }
 
   void beginWriting() {
-    place_.otherWriter = oracle_.take();
-    place_.writing = true;
-    isNews_ = true;
+    state_.otherWriter = oracle_.take();
+    state_.writing = true;
+    isChanged_ = true;
   }
 
   // Before the release of the lock: the next writer finds it free.
   void endWriting() {
-    if (place_.writing.exchange(false)) oracle_.release();
+    if (state_.writing.exchange(false)) oracle_.release();
   }
 
   ClientContext& context_;
-  Board& board_;
-  Place& place_;
+  SharedState& shared_;
+  ProcessState& state_;
   Kind kind_;
   Flaw flaw_;
-  bool isNews_ = false;
+  bool isChanged_ = false;
   unsigned count_ = 0;
   uint32_t request_ = 0;
   MutualExclusionOracle oracle_;
   std::unique_ptr<PublishedTable> table_;
-  Pause retry_;
+  TimerProbe retry_;
 };
 
 }  // namespace
 
-void runCandidate(Channel& parent, Board& board, Place& place, const std::string& oraclePath,
-                  Kind kind, Flaw flaw) {
-  ClientContext context(parent, place);
-  Candidate candidate(context, board, place, oraclePath, kind, flaw);
+void runCandidate(Channel& parent, SharedState& shared, ProcessState& state,
+                  const std::string& oraclePath, Kind kind, Flaw flaw) {
+  ClientContext context(parent, state);
+  Candidate candidate(context, shared, state, oraclePath, kind, flaw);
   const Commands commands(parent, [&](const std::string& words) { candidate.handle(words); });
   candidate.attempt();
-  context.run([&] { return candidate.takeNews(); });
+  context.run([&] { return candidate.takeChange(); });
 }
 
 }  // namespace Zorbe::Test::Chaos

@@ -142,11 +142,10 @@ void Scenario::replaceWriter() {
 }
 
 void Scenario::useTimer() {
-  bool expired = false;
-  attempt([&] {
-    Pause pause([&expired] { expired = true; });
-    pause.start(0.0005);
-    for (int i = 0; i < 50 && !expired; ++i) loop_->turn(0.1);
+  attempt([this] {
+    TimerProbe timer;
+    timer.control->start(0.0005);
+    for (int i = 0; i < 50 && timer.timeouts == 0; ++i) loop_->turn(0.1);
   });
   runUntilIdle();
 }

@@ -6,14 +6,13 @@
 #include <cerrno>
 
 #include "support/descriptor_zero.h"
-#include "unit/platform/brask/linux/loop_fault_fixture.h"
+#include "unit/platform/brask/linux/loop_fixture.h"
 
 using namespace LoopTesting;
-namespace Fault = Zorbe::Test::Fault;
 
 namespace {
 
-class FdRegistrationTest : public WithFaults<LoopTest> {
+class FdRegistrationTest : public LoopTest {
  protected:
   // The kernel goes on reporting a descriptor that was closed, for its duplicate.
   void strand() {

@@ -9,7 +9,16 @@ using namespace LoopTesting;
 
 namespace {
 
-class InotifyControlTest : public InotifyTest {};
+class InotifyControlTest : public InotifyTest {
+ protected:
+  // For files that are made, and then with another mask; a file is made after each.
+  void watchTwice(const InotifyProbe& probe, uint32_t mask) {
+    probe.control->addWatch(directory.path, IN_CREATE);
+    touch(directory.path + "/one");
+    probe.control->addWatch(directory.path, mask);
+    touch(directory.path + "/two");
+  }
+};
 
 }  // namespace
 
@@ -92,12 +101,9 @@ TEST_F(InotifyControlTest, AnotherDirectoryTakesThePlaceOfTheOld) {
 
 TEST_F(InotifyControlTest, WatchingTheSameDirectoryAgainLosesNoEvent) {
   InotifyProbe probe;
-  probe.control->addWatch(directory.path, IN_CREATE);
-  touch(directory.path + "/before");
-  probe.control->addWatch(directory.path, IN_CREATE);
-  touch(directory.path + "/after");
+  watchTwice(probe, IN_CREATE);
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ((Reports{"changed before", "changed after"}), probe.reports);
+  EXPECT_EQ((Reports{"changed one", "changed two"}), probe.reports);
 }
 
 TEST_F(InotifyControlTest, WatchingTheSameDirectoryAgainInACallbackLosesNoEvent) {
@@ -112,10 +118,7 @@ TEST_F(InotifyControlTest, WatchingTheSameDirectoryAgainInACallbackLosesNoEvent)
 
 TEST_F(InotifyControlTest, AnotherMaskOnTheSameDirectoryTakesThePlaceOfTheOld) {
   InotifyProbe probe;
-  probe.control->addWatch(directory.path, IN_CREATE);
-  touch(directory.path + "/one");
-  probe.control->addWatch(directory.path, IN_DELETE);
-  touch(directory.path + "/two");
+  watchTwice(probe, IN_DELETE);
   erase(directory.path + "/one");
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ(Reports{"changed one"}, probe.reports) << "only the deletion";
@@ -132,12 +135,12 @@ TEST_F(InotifyControlTest, WhatStaysGoodAfterItsControlWasDeleted) {
     }
     std::unique_ptr<Brask::Platform::InotifyControl> control;
     std::string what;
-  } handler;
-  handler.control.reset(Brask::Platform::getInotifyControl(&handler));
-  handler.control->addWatch(directory.path, IN_ATTRIB);
+  } client;
+  client.control.reset(Brask::Platform::getInotifyControl(&client));
+  client.control->addWatch(directory.path, IN_ATTRIB);
   ASSERT_EQ(0, ::chmod(directory.path.c_str(), 0750));
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(directory.path, handler.what);
+  EXPECT_EQ(directory.path, client.what);
 }
 
 TEST_F(InotifyControlTest, AddingToTheMaskKeepsWhatItAskedForBefore) {

@@ -5,11 +5,8 @@
 #include <utility>
 
 #include "unit/platform/brask/linux/inotify_fixture.h"
-#include "unit/platform/brask/linux/loop_fault_fixture.h"
 
 namespace LoopTesting {
-
-namespace Fault = Zorbe::Test::Fault;
 
 inline const std::string kOverflowError =
     "error inotify queue overflow: events have been lost (fs.inotify.max_queued_events is the "
@@ -49,7 +46,7 @@ inline void overflowAlone() {
   Fault::divert("read", readOverflowAlone);
 }
 
-class InotifyFaultTest : public WithFaults<InotifyTest> {
+class InotifyFaultTest : public InotifyTest {
  protected:
   // A refused watch is reported as `error`; added again, it works.
   void expectRefusedOnce(const std::string& error) {

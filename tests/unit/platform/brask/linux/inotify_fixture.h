@@ -34,12 +34,7 @@ class InotifyTest : public LoopTest {
   }
 
   static size_t inotifyDescriptors() {
-    size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-      std::error_code gone;
-      if (std::filesystem::read_symlink(entry.path(), gone) == "anon_inode:inotify") ++count;
-    }
-    return count;
+    return Zorbe::Test::Census::take().count("anon_inode:inotify");
   }
 
   Directory directory;
@@ -50,20 +45,22 @@ class InotifyTreeFixture : public InotifyTest {
  protected:
   void watch(uint32_t outerMask = IN_DELETE) {
     outer.control->addWatch(top, outerMask);
-    inner.control->addWatch(leaf, IN_CREATE);
+    askForLeaf();
   }
 
+  void askForLeaf() { inner.control->addWatch(leaf, IN_CREATE); }
   // In inotifyDeleted() the inner control's client does this, and asks for its watch again.
   void whenInnerEnds(const std::function<void()>& action) {
     inner.onEvent = [this, action] {
       if (inner.reports.back() != "deleted") return;
       action();
-      inner.control->addWatch(leaf, IN_CREATE);
+      askForLeaf();
     };
   }
   std::function<void()> makingItAgain() {
     return [this] { makeTree(); };
   }
+  static void nothing() {}
 
   void removeTree() {
     remove(leaf);
@@ -73,6 +70,20 @@ class InotifyTreeFixture : public InotifyTest {
   void makeTree() {
     directory.make("top");
     directory.make("top/leaf");
+  }
+  // Both controls ask for what is not there, and receive that.
+  void loseTree() {
+    removeTree();
+    askForLeaf();
+    outer.control->addWatch(top, IN_DELETE);
+    settle();
+    outer.reports.clear();
+  }
+  // A file of the outer directory comes and goes, and that is delivered.
+  void makeAndErase(const std::string& name) {
+    touch(top + "/" + name);
+    erase(top + "/" + name);
+    settle();
   }
 
   const std::string top = directory.make("top");

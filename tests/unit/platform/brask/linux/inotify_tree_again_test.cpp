@@ -12,17 +12,21 @@ class InotifyTreeAgainTest : public InotifyTreeFixture {
   InotifyTreeAgainTest() { watch(); }
 
   void askForLeafAgain() {
-    inner.control->addWatch(leaf, IN_CREATE);
+    askForLeaf();
     settle();
   }
 
-  // Both controls ask for what is not there, and receive that.
-  void loseTree() {
-    removeTree();
-    inner.control->addWatch(leaf, IN_CREATE);
-    outer.control->addWatch(top, IN_DELETE);
+  // Another directory takes the place of the outer one, of which the inner control knows; the
+  // outer one's watch stays where it is.
+  void expectOuterToStay() {
+    const std::string moved = directory.path + "/moved";
+    touch(top + "/one");
+    move(top, moved);
+    makeTree();
+    askForLeaf();
+    erase(moved + "/one");
     settle();
-    outer.reports.clear();
+    EXPECT_EQ(Reports{"changed one"}, outer.reports);
   }
 };
 
@@ -43,9 +47,7 @@ TEST_F(InotifyTreeAgainTest, ARefusalThatWasReportedSparesNobodyTheEnd) {
 }
 
 TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterEndsTheWatchForGood) {
-  inner.onEvent = [&] {
-    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
-  };
+  whenInnerEnds(nothing);
   removeTree();
   settle();
   const Reports expected{"changed leaf", "changed leaf", "deleted"};
@@ -57,9 +59,7 @@ TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterEndsTheWatchForGood) {
 TEST_F(InotifyTreeAgainTest, AnEndThatWasReportedLaterSparesNobodyTheEnd) {
   InotifyProbe outermost;
   outermost.control->addWatch(directory.path, IN_DELETE);
-  inner.onEvent = [&] {
-    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
-  };
+  whenInnerEnds(nothing);
   removeTree();
   settle();
   EXPECT_EQ(Reports{"changed top"}, outermost.reports);
@@ -95,9 +95,7 @@ TEST_F(InotifyTreeAgainTest, AllWhoseWatchWasLostAreResumed) {
   outer.control->addWatch(top, IN_DELETE);
   makeTree();
   askForLeafAgain();
-  touch(top + "/one");
-  erase(top + "/one");
-  settle();
+  makeAndErase("one");
   EXPECT_EQ("changed one", outer.reports.back());
   EXPECT_EQ("changed one", another.reports.back());
 }
@@ -119,7 +117,7 @@ TEST_F(InotifyTreeAgainTest, ARemovalIsReportedToThoseWhoseWatchWasLost) {
 
 TEST_F(InotifyTreeAgainTest, ARemovalThatOnlyTheRefusalShowedSparesTheEnd) {
   move(leaf, directory.path + "/elsewhere");
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   remove(top);
   makeTree();
   settle();
@@ -130,9 +128,7 @@ TEST_F(InotifyTreeAgainTest, ARemovalThatOnlyTheRefusalShowedSparesTheEnd) {
 TEST_F(InotifyTreeAgainTest, AnEntryWhoseOwnEndWaitsSparesTheEnd) {
   InotifyProbe outermost;
   outermost.control->addWatch(directory.path, IN_DELETE);
-  inner.onEvent = [&] {
-    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
-  };
+  whenInnerEnds(nothing);
   removeTree();
   remove(directory.path);
   EXPECT_TRUE(loop->turn(0));
@@ -149,9 +145,7 @@ TEST_F(InotifyTreeAgainTest, AWatchThatMovesKeepsTheMaskThatWasAddedTo) {
   removeTree();
   settle();
   outer.reports.clear();
-  touch(top + "/one");
-  erase(top + "/one");
-  settle();
+  makeAndErase("one");
   EXPECT_EQ((Reports{"changed one", "changed one"}), outer.reports);
 }
 
@@ -159,33 +153,19 @@ TEST_F(InotifyTreeAgainTest, AWatchThatWasSetAgainByItsClientStaysWhereItIs) {
   loseTree();
   makeTree();
   outer.control->addWatch(top, IN_DELETE);
-  const std::string moved = directory.path + "/moved";
-  touch(top + "/one");
-  move(top, moved);
-  makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
-  erase(moved + "/one");
-  settle();
-  EXPECT_EQ(Reports{"changed one"}, outer.reports);
+  expectOuterToStay();
 }
 
 TEST_F(InotifyTreeAgainTest, AWatchThatWasResumedStaysWhereItIs) {
   loseTree();
   makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
-  const std::string moved = directory.path + "/moved";
-  touch(top + "/one");
-  move(top, moved);
-  makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
-  erase(moved + "/one");
-  settle();
-  EXPECT_EQ(Reports{"changed one"}, outer.reports);
+  askForLeaf();
+  expectOuterToStay();
 }
 
 TEST_F(InotifyTreeAgainTest, NothingThatWaitsForAnotherPathIsReported) {
   remove(leaf);
-  inner.control->addWatch(leaf, IN_CREATE);  // which outer is to be notified of
+  askForLeaf();  // which outer is to be notified of
   outer.control->addWatch(directory.path, IN_DELETE);
   settle();
   EXPECT_EQ(Reports{}, outer.reports);
@@ -193,9 +173,7 @@ TEST_F(InotifyTreeAgainTest, NothingThatWaitsForAnotherPathIsReported) {
 
 TEST_F(InotifyTreeAgainTest, NoRemovalIsReportedAfterTheEnd) {
   outer.control->addWatch(top, IN_DELETE | IN_DELETE_SELF);
-  inner.onEvent = [&] {
-    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
-  };
+  whenInnerEnds(nothing);
   removeTree();
   settle();
   EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);

@@ -10,12 +10,28 @@ namespace {
 class InotifyTreeEndTest : public InotifyTreeFixture {
  protected:
   // Whether the outer control receives events of the present directory.
-  bool hears(const std::string& name) {
+  bool receives(const std::string& name) {
     const size_t before = outer.reports.size();
-    touch(top + "/" + name);
-    erase(top + "/" + name);
-    settle();
+    makeAndErase(name);
     return outer.reports.size() > before && outer.reports.back() == "changed " + name;
+  }
+
+  // The outer control watches with `mask`; the inner one's client does `action` when the tree is
+  // removed.
+  void endTree(uint32_t mask, const std::function<void()>& action) {
+    outer.reports.clear();
+    watch(mask);
+    whenInnerEnds(action);
+    removeTree();
+    settle();
+  }
+
+  // The leaf is moved out of the tree, and another tree takes its place.
+  void replaceTreeWithoutLeaf() {
+    move(leaf, directory.path + "/elsewhere");
+    remove(top);
+    makeTree();
+    settle();
   }
 };
 
@@ -28,11 +44,7 @@ constexpr uint32_t kMasksWithRemovals[] = {IN_DELETE, IN_DELETE | IN_CREATE,
 
 TEST_F(InotifyTreeEndTest, IsReportedOnceToThoseWhoseMaskDoesNotReportRemovals) {
   for (const uint32_t mask : kMasksWithoutRemovals) {
-    outer.reports.clear();
-    watch(mask);
-    whenInnerEnds(makingItAgain());
-    removeTree();
-    settle();
+    endTree(mask, makingItAgain());
     EXPECT_EQ(Reports{"deleted"}, outer.reports) << "mask " << mask;
     EXPECT_EQ(1u, kernelWatches().size());
   }
@@ -40,39 +52,27 @@ TEST_F(InotifyTreeEndTest, IsReportedOnceToThoseWhoseMaskDoesNotReportRemovals) 
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenTheInnerOneAsksAgainForWhatIsGone) {
   for (const uint32_t mask : kMasksWithoutRemovals) {
-    outer.reports.clear();
-    watch(mask);
-    whenInnerEnds([] {});
-    removeTree();
-    settle();
+    endTree(mask, nothing);
     EXPECT_EQ(Reports{"deleted"}, outer.reports) << "mask " << mask;
     makeTree();
-    inner.control->addWatch(leaf, IN_CREATE);
+    askForLeaf();
     outer.control->addWatch(top, IN_DELETE);
-    EXPECT_TRUE(hears("one")) << "it can be watched again";
+    EXPECT_TRUE(receives("one")) << "it can be watched again";
   }
 }
 
 TEST_F(InotifyTreeEndTest, IsSparedThoseWhoseMaskReportedTheRemovalAndWhosePathIsADirectoryAgain) {
   for (const uint32_t mask : kMasksWithRemovals) {
-    outer.reports.clear();
-    watch(mask);
-    whenInnerEnds(makingItAgain());
-    removeTree();
-    settle();
+    endTree(mask, makingItAgain());
     EXPECT_EQ(Reports{"changed leaf"}, outer.reports) << "mask " << mask;
     EXPECT_EQ(2u, kernelWatches().size());
-    EXPECT_TRUE(hears("one")) << "mask " << mask;
+    EXPECT_TRUE(receives("one")) << "mask " << mask;
   }
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenTheRemovalWasReportedAndThePathLeadsNowhere) {
   for (const uint32_t mask : kMasksWithRemovals) {
-    outer.reports.clear();
-    watch(mask);
-    whenInnerEnds([] {});
-    removeTree();
-    settle();
+    endTree(mask, nothing);
     EXPECT_EQ((Reports{"changed leaf", "changed leaf", "deleted"}), outer.reports)
         << "mask " << mask;
     EXPECT_TRUE(kernelWatches().empty());
@@ -81,20 +81,14 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenTheRemovalWasReportedAndThePathLeadsNow
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenAFileTookThePath) {
-  watch(IN_DELETE);
-  whenInnerEnds([&] { touch(top); });
-  removeTree();
-  settle();
+  endTree(IN_DELETE, [this] { touch(top); });
   EXPECT_EQ("deleted", outer.reports.back());
   EXPECT_TRUE(kernelWatches().empty());
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedWhenTheWatchedEntryWasMovedOutAndNotRemoved) {
   watch(IN_DELETE);
-  move(leaf, directory.path + "/elsewhere");
-  remove(top);
-  makeTree();
-  settle();
+  replaceTreeWithoutLeaf();
   EXPECT_EQ(Reports{"deleted"}, outer.reports);
   EXPECT_EQ(Reports{}, inner.reports);
 }
@@ -103,10 +97,7 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenOtherThingsHappenedToTheWatchedEntry) {
   watch(IN_DELETE | IN_ATTRIB);
   ASSERT_EQ(0, ::chmod(leaf.c_str(), 0750));
   settle();
-  move(leaf, directory.path + "/elsewhere");
-  remove(top);
-  makeTree();
-  settle();
+  replaceTreeWithoutLeaf();
   EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }
 
@@ -114,10 +105,7 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenOnlyOtherEntriesWereRemoved) {
   touch(top + "/other");
   watch(IN_DELETE);
   erase(top + "/other");
-  move(leaf, directory.path + "/elsewhere");
-  remove(top);
-  makeTree();
-  settle();
+  replaceTreeWithoutLeaf();
   EXPECT_EQ((Reports{"changed other", "deleted"}), outer.reports);
 }
 
@@ -133,10 +121,7 @@ TEST_F(InotifyTreeEndTest, IsReportedWhenNobodyWatchesTheEntryAnyMore) {
 }
 
 TEST_F(InotifyTreeEndTest, IsReportedToThoseWhoAskedForItInAnyCase) {
-  watch(IN_DELETE | IN_DELETE_SELF);
-  whenInnerEnds(makingItAgain());
-  removeTree();
-  settle();
+  endTree(IN_DELETE | IN_DELETE_SELF, makingItAgain());
   EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }
 
@@ -156,62 +141,50 @@ TEST_F(InotifyTreeEndTest, ADirectoryIsNoEntryOfItself) {
 
 // The entry was removed before the outer control watched, so that nothing reports it.
 TEST_F(InotifyTreeEndTest, IsReplacedByTheRemovalThatOnlyTheInnerOneWasReported) {
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   whenInnerEnds(makingItAgain());
   remove(leaf);
   outer.control->addWatch(top, IN_DELETE);
   remove(top);
   settle();
   EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
-  EXPECT_TRUE(hears("one"));
+  EXPECT_TRUE(receives("one"));
 }
 
 TEST_F(InotifyTreeEndTest, AnOldRemovalIsNotReportedAgain) {
   InotifyProbe others[2];
   for (InotifyProbe& other : others) other.control->addWatch(directory.path, IN_ATTRIB);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   whenInnerEnds(makingItAgain());
   removeTree();
   settle();
   outer.control->addWatch(top, IN_DELETE);
-  move(leaf, directory.path + "/elsewhere");
-  remove(top);
-  makeTree();
-  settle();
+  replaceTreeWithoutLeaf();
   EXPECT_EQ(Reports{"deleted"}, outer.reports);
 }
 
 TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsDroppedByAnotherWatch) {
-  watch(IN_DELETE);
-  whenInnerEnds([] {});
   outer.onEvent = [&] {
     if (outer.reports.size() != 2) return;
     makeTree();
     outer.control->addWatch(top, IN_DELETE);
   };
-  removeTree();
-  settle();
+  endTree(IN_DELETE, nothing);
   EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
-  EXPECT_TRUE(hears("one"));
+  EXPECT_TRUE(receives("one"));
 }
 
 TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsSparedOnceItIsThere) {
-  watch(IN_DELETE);
-  whenInnerEnds([] {});
   outer.onEvent = [&] {
     if (outer.reports.size() == 2) makeTree();
   };
-  removeTree();
-  settle();
+  endTree(IN_DELETE, nothing);
   EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
-  EXPECT_TRUE(hears("one"));
+  EXPECT_TRUE(receives("one"));
 }
 
 TEST_F(InotifyTreeEndTest, ThatWaitsForTheTreeIsNotReportedToADeletedControl) {
-  watch(IN_DELETE);
-  whenInnerEnds([&] { outer.control->removeWatch(); });
-  removeTree();
-  settle();
+  endTree(IN_DELETE, [this] { outer.control->removeWatch(); });
   EXPECT_LE(outer.reports.size(), 1u);
   EXPECT_TRUE(kernelWatches().empty());
 }

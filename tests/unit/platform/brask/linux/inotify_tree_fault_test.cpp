@@ -25,16 +25,21 @@ ssize_t readAsUnmounted(int fd, void* buffer, size_t size) {
 }
 
 // A directory and the one above it, each with its watcher.
-class InotifyTreeFaultTest : public WithFaults<InotifyTreeFixture> {
+class InotifyTreeFaultTest : public InotifyTreeFixture {
  protected:
   InotifyTreeFaultTest() { watch(); }
+
+  std::string refusalOfTop() const {
+    return "error inotify_add_watch() " + top +
+           ": No space left on device (raise fs.inotify.max_user_watches)";
+  }
 };
 
 }  // namespace
 
 TEST_F(InotifyTreeFaultTest, ARefusalThatIsNoEndIsNotReportedToTheWatcherOfTheParent) {
   Fault::arm("inotify_add_watch", 1, ENOSPC);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
   EXPECT_EQ(Reports{}, outer.reports);
   EXPECT_EQ((Reports{"error inotify_add_watch() " + leaf +
@@ -43,16 +48,14 @@ TEST_F(InotifyTreeFaultTest, ARefusalThatIsNoEndIsNotReportedToTheWatcherOfThePa
 }
 
 TEST_F(InotifyTreeFaultTest, AWatcherThatCannotBeResumedIsResumedLater) {
-  remove(leaf);
-  remove(top);
-  inner.control->addWatch(leaf, IN_CREATE);
+  removeTree();
+  askForLeaf();
   outer.control->addWatch(top, IN_DELETE);
-  directory.make("top");
-  directory.make("top/leaf");
+  makeTree();
   Fault::arm("inotify_add_watch", 2, ENOSPC);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   EXPECT_EQ(1u, kernelWatches().size());
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   EXPECT_EQ(2u, kernelWatches().size());
 }
 
@@ -61,10 +64,7 @@ TEST_F(InotifyTreeFaultTest, AnEndIsReportedWhenTheWatchCannotMoveAndSoIsTheRefu
   removeTree();
   Fault::arm("inotify_add_watch", 2, ENOSPC);
   settle();
-  EXPECT_EQ((Reports{"changed leaf", "deleted",
-                     "error inotify_add_watch() " + top +
-                         ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            outer.reports);
+  EXPECT_EQ((Reports{"changed leaf", "deleted", refusalOfTop()}), outer.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
@@ -76,23 +76,16 @@ TEST_F(InotifyTreeFaultTest, TheEndOfAMountIsReportedThoughItsPathIsADirectoryAg
   EXPECT_EQ((Reports{"changed leaf", "deleted"}), outer.reports);
 }
 
-TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedHearsWhy) {
-  removeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
-  outer.control->addWatch(top, IN_DELETE);
-  settle();
-  outer.reports.clear();
-  directory.make("top");
-  directory.make("top/leaf");
+TEST_F(InotifyTreeFaultTest, AWatcherThatIsRefusedWhileItIsResumedReceivesTheReason) {
+  loseTree();
+  makeTree();
   Fault::arm("inotify_add_watch", 2, ENOSPC);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
-  EXPECT_EQ((Reports{"error inotify_add_watch() " + top +
-                     ": No space left on device (raise fs.inotify.max_user_watches)"}),
-            outer.reports);
+  EXPECT_EQ(Reports{refusalOfTop()}, outer.reports);
 }
 
-TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowSwallowedMoveTheWatchWhateverTheirOrder) {
+TEST_F(InotifyTreeFaultTest, EndsThatAnOverflowHasLostMoveTheWatchInAnyOrder) {
   outer.control->removeWatch();
   outer.control->addWatch(top, IN_DELETE);  // the later watch of the two
   whenInnerEnds(makingItAgain());

@@ -28,9 +28,7 @@ TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
   removeTree();
   settle();
   touch(leaf + "/one");
-  touch(top + "/two");
-  erase(top + "/two");
-  settle();
+  makeAndErase("two");
   EXPECT_EQ((Reports{"changed leaf", "changed two"}), outer.reports);
   EXPECT_EQ((Reports{"deleted", "changed one"}), inner.reports);
 }
@@ -38,7 +36,7 @@ TEST_F(InotifyTreeTest, AWatcherOfATreeThatTheInnerOneMadeAgainFollowsItsPath) {
 TEST_F(InotifyTreeTest,
        APathThatWasRemovedBeforeItIsWatchedAgainIsReportedToTheWatcherOfItsParent) {
   remove(leaf);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
   EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
   EXPECT_EQ((Reports{"error inotify_add_watch() " + leaf + ": No such file or directory"}),
@@ -57,15 +55,13 @@ TEST_F(InotifyTreeTest, APathThatWasNeverThereIsNotReportedToTheWatcherOfItsPare
 
 TEST_F(InotifyTreeTest, WatchersWhoseTreeVanishedTwiceWatchItOnceItIsThere) {
   removeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   outer.control->addWatch(top, IN_DELETE);
   settle();
   EXPECT_EQ("changed leaf", outer.reports.front());
   makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
-  touch(top + "/two");
-  erase(top + "/two");
-  settle();
+  askForLeaf();
+  makeAndErase("two");
   EXPECT_EQ("changed two", outer.reports.back());
   EXPECT_EQ(2u, kernelWatches().size());
 }
@@ -77,17 +73,17 @@ TEST_F(InotifyTreeTest, ALapsedWatcherThatWasDeletedIsNotTouched) {
   deleted->control->addWatch(top, IN_DELETE);
   deleted.reset();
   makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   EXPECT_EQ(1u, kernelWatches().size());
 }
 
 TEST_F(InotifyTreeTest, ALapsedWatcherThatHasEndedIsNotTouched) {
   removeTree();
   outer.control->addWatch(top, IN_DELETE);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   outer.control->removeWatch();
   makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
   EXPECT_EQ(Reports{}, outer.reports);
   EXPECT_EQ(1u, kernelWatches().size());
@@ -105,7 +101,7 @@ TEST_F(InotifyTreeTest, TheEmptyPathIsTheRootDirectory) {
 TEST_F(InotifyTreeTest, AFileInTheWayOfAPathIsReportedAsItsEnd) {
   removeTree();
   touch(top);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
   EXPECT_EQ((Reports{"error inotify_add_watch() " + leaf + ": Not a directory"}), inner.reports);
   EXPECT_EQ((Reports{"changed leaf", "changed leaf", "deleted"}), outer.reports);
@@ -116,7 +112,7 @@ TEST_F(InotifyTreeTest, APathThatWasRemovedIsNotReportedToAWatcherThatDoesNotAsk
   InotifyProbe creations;
   creations.control->addWatch(top, IN_CREATE);
   remove(leaf);
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
   EXPECT_EQ(Reports{}, creations.reports);
   EXPECT_EQ((Reports{"changed leaf", "changed leaf"}), outer.reports);
@@ -135,16 +131,12 @@ TEST_F(InotifyTreeTest, ARelativePathHasTheWorkingDirectoryAsItsParent) {
 }
 
 TEST_F(InotifyTreeTest, AWatcherWhoseTreeIsNotThereWhenItEndsIsReportedTheEndOnce) {
-  inner.onEvent = [&] {
-    if (inner.reports.back() == "deleted") inner.control->addWatch(leaf, IN_CREATE);
-  };
+  whenInnerEnds(nothing);
   removeTree();
   settle();
   makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
-  touch(top + "/two");
-  erase(top + "/two");
-  settle();
+  askForLeaf();
+  makeAndErase("two");
   EXPECT_EQ((Reports{"changed leaf", "changed leaf", "deleted"}), outer.reports);
   EXPECT_EQ(1u, kernelWatches().size());
 }
@@ -158,7 +150,7 @@ TEST_F(InotifyTreeTest, OnlyTheWatcherOfTheTreeThatIsThereAgainIsResumed) {
   elsewhere.control->addWatch(other, IN_DELETE);
   outer.control->addWatch(top, IN_DELETE);
   makeTree();
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
   EXPECT_EQ(2u, kernelWatches().size());
 }

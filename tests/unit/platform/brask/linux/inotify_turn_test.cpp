@@ -15,7 +15,7 @@ class InotifyLoneEndTest : public InotifyTreeFixture {
  protected:
   InotifyLoneEndTest() {
     whenInnerEnds([this] { directory.make("top/leaf"); });
-    inner.control->addWatch(leaf, IN_CREATE);
+    askForLeaf();
   }
 
   // The outer control receives the removal, or asks for its watch too late.
@@ -36,10 +36,14 @@ class InotifyLoneEndTest : public InotifyTreeFixture {
     EXPECT_FALSE(loop->turn(0));
   }
 
+  // A turn returns `result`, after which the outer control has received these reports.
+  void expectTurn(bool result, const Reports& reports) {
+    EXPECT_EQ(result, loop->turn(0));
+    EXPECT_EQ(reports, outer.reports);
+  }
+
   void expectOuterToFollow() {
-    touch(top + "/two");
-    erase(top + "/two");
-    settle();
+    makeAndErase("two");
     EXPECT_EQ("changed two", outer.reports.back());
     EXPECT_EQ(2u, kernelWatches().size());
     EXPECT_EQ(Reports{"deleted"}, inner.reports);
@@ -74,8 +78,7 @@ TEST_F(InotifyLoneEndTest, ATurnThatOnlyMovesAWatchReturnsFalse) {
   removeLeafAfterOuterCame();
   remove(top);
   directory.make("top");
-  EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(Reports{}, outer.reports);
+  expectTurn(false, {});
   expectOuterToFollow();
 }
 
@@ -84,8 +87,7 @@ TEST_F(InotifyLoneEndTest, SoDoesOneThatMovesItLater) {
   remove(top);
   EXPECT_FALSE(loop->turn(0));
   directory.make("top");
-  EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(Reports{}, outer.reports);
+  expectTurn(false, {});
   expectOuterToFollow();
 }
 
@@ -93,19 +95,16 @@ TEST_F(InotifyLoneEndTest, ATurnThatReportsARemovalInsteadOfTheEndReturnsTrue) {
   removeLeafBeforeOuterComes();
   remove(top);
   directory.make("top");
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
+  expectTurn(true, {"changed leaf"});
   expectOuterToFollow();
 }
 
 TEST_F(InotifyLoneEndTest, SoDoesOneThatReportsItLater) {
   removeLeafBeforeOuterComes();
   remove(top);
-  EXPECT_FALSE(loop->turn(0));
-  EXPECT_EQ(Reports{}, outer.reports);
+  expectTurn(false, {});
   directory.make("top");
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
+  expectTurn(true, {"changed leaf"});
   expectOuterToFollow();
 }
 
@@ -113,7 +112,7 @@ TEST_F(InotifyLoneEndTest, ARemovalIsReportedWhileTheEndWaits) {
   removeLeafAfterOuterCame();
   remove(top);
   EXPECT_FALSE(loop->turn(0));
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   directory.make("top");
   settle();
   EXPECT_EQ(Reports{"changed leaf"}, outer.reports);
@@ -123,7 +122,7 @@ TEST_F(InotifyLoneEndTest, NoRemovalIsReportedAfterAnEndThatHasWaited) {
   removeLeafAfterOuterCame();
   remove(top);
   EXPECT_FALSE(loop->turn(0));
-  inner.control->addWatch(leaf, IN_CREATE);
+  askForLeaf();
   settle();
   EXPECT_EQ(Reports{"deleted"}, outer.reports);
 }

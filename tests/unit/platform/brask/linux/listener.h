@@ -8,10 +8,12 @@
 
 #include <vector>
 
+#include "support/noncopyable.h"
+
 namespace LoopTesting {
 
 /// A listening socket, and the clients that have connected to it.
-class Listener {
+class Listener : private Zorbe::Test::NonCopyable {
  public:
   Listener() {
     name_.sun_family = AF_UNIX;  // the kernel picks a name
@@ -20,8 +22,6 @@ class Listener {
     size_ = sizeof name_;
     EXPECT_EQ(0, ::getsockname(fd, name(), &size_));
   }
-  Listener(const Listener&) = delete;
-  Listener& operator=(const Listener&) = delete;
   ~Listener() {
     ::close(fd);
     for (const int client : clients_) ::close(client);

@@ -3,15 +3,13 @@
 // The errno of a call that failed is read before anything is allocated for the exception.
 #include "support/failing_memory.h"
 #include "unit/platform/brask/linux/inotify_fixture.h"
-#include "unit/platform/brask/linux/loop_fault_fixture.h"
 
 using namespace LoopTesting;
-namespace Fault = Zorbe::Test::Fault;
 namespace Memory = Zorbe::Test::Memory;
 
 namespace {
 
-class LoopErrnoTest : public WithFaults<InotifyTest> {
+class LoopErrnoTest : public InotifyTest {
  protected:
   /// What a turn throws when each allocation leaves another errno.
   std::string refusalOfTurn() {

@@ -7,24 +7,24 @@
 #include <system_error>
 
 #include "unit/platform/brask/linux/listener.h"
-#include "unit/platform/brask/linux/loop_fault_fixture.h"
+#include "unit/platform/brask/linux/loop_fixture.h"
 
 using Brask::Linux::EventLoop;
 using namespace LoopTesting;
-using Zorbe::Test::Fault::arm;
-using Zorbe::Test::Fault::calls;
-using Zorbe::Test::Fault::kForever;
-using Zorbe::Test::Fault::reset;
+using Fault::arm;
+using Fault::calls;
+using Fault::kForever;
+using Fault::reset;
 
 namespace {
 
-class LoopFaultTest : public WithFaults<LoopTest> {
+class LoopFaultTest : public LoopTest {
  protected:
   // A loop that could not be made leaves nothing open.
   void expectNoLoop(const std::string& text) {
-    const size_t before = openDescriptors();
+    const size_t before = Zorbe::Test::Census::take().count();
     EXPECT_EQ(text, refusalOf([] { EventLoop refused; }));
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, Zorbe::Test::Census::take().count());
     EXPECT_THROW(EventLoop::current(), std::logic_error);
   }
 

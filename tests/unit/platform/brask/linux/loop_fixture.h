@@ -1,28 +1,24 @@
 // SPDX-License-Identifier: MIT
 //
-// What the tests of the bundled loop share: a loop per test, probes that own a
-// handler with its control, and descriptors to watch.
+// What the tests of the bundled loop share: a loop per test, and descriptors to watch.
 #pragma once
 
-#include <brask/linux/event_loop.h>
-#include <brask/platform.h>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
+#include <system_error>
+
+#include "fault/fault.h"
+#include "support/fixture.h"
+#include "support/loop.h"
 
 namespace LoopTesting {
 
+namespace Fault = Zorbe::Test::Fault;
 using Clock = std::chrono::steady_clock;
 
 // Long enough that only a hang meets it.
@@ -32,56 +28,12 @@ inline double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-/// A handler of descriptor events with its control.
-struct FdProbe : Brask::Platform::FdEventHandler {
-  explicit FdProbe(std::function<void(int)> action = {})
-      : onEvent(std::move(action)), control(Brask::Platform::getFdControl(this)) {}
-  void fdEvent(int fd) override {
-    ++events;
-    last = fd;
-    // A copy: the action may delete this probe.
-    if (const auto action = onEvent) action(fd);
-  }
-
-  int events = 0;
-  int last = -1;
-  std::function<void(int)> onEvent;
-  std::unique_ptr<Brask::Platform::FdControl> control;
-};
-
-/// A handler of timeouts with its control.
-struct TimerProbe : Brask::Platform::TimeoutHandler {
-  explicit TimerProbe(std::function<void()> action = {})
-      : onTimeout(std::move(action)), control(Brask::Platform::getTimerControl(this)) {}
-  void timeout() override {
-    ++timeouts;
-    if (const auto action = onTimeout) action();
-  }
-
-  int timeouts = 0;
-  std::function<void()> onTimeout;
-  std::unique_ptr<Brask::Platform::TimerControl> control;
-};
-
-/// A handler of inotify events with its control. Keeps what was reported to it.
-struct InotifyProbe : Brask::Platform::InotifyHandler {
-  explicit InotifyProbe(std::function<void()> action = {})
-      : onEvent(std::move(action)), control(Brask::Platform::getInotifyControl(this)) {}
-  void inotifyError(const std::string& what) override { note("error " + what); }
-  void inotifyDeleted() override { note("deleted"); }
-  void inotifyChanged(const std::string& what) override { note("changed " + what); }
-  void note(const std::string& text) {
-    reports.push_back(text);
-    if (const auto action = onEvent) action();
-  }
-
-  std::vector<std::string> reports;
-  std::function<void()> onEvent;
-  std::unique_ptr<Brask::Platform::InotifyControl> control;
-};
+using Zorbe::Test::FdProbe;
+using Zorbe::Test::InotifyProbe;
+using Zorbe::Test::TimerProbe;
 
 /// Two connected descriptors: `here` is watched, `there` makes it ready.
-class Pair {
+class Pair : private Zorbe::Test::NonCopyable {
  public:
   Pair() {
     int ends[2];
@@ -91,8 +43,6 @@ class Pair {
     here = ends[0];
     there = ends[1];
   }
-  Pair(const Pair&) = delete;
-  Pair& operator=(const Pair&) = delete;
   ~Pair() {
     closeHere();
     closeThere();
@@ -117,15 +67,13 @@ class Pair {
 };
 
 /// A directory of the test's own, removed with everything in it.
-class Directory {
+class Directory : private Zorbe::Test::NonCopyable {
  public:
   explicit Directory(const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
     std::string pattern = (base / "brask-loop-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp");
     path = pattern;
   }
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
   ~Directory() { std::filesystem::remove_all(path); }
 
   std::string make(const std::string& name) const {
@@ -148,11 +96,6 @@ inline bool readable(int fd, int milliseconds = 0) {
   return ::poll(&state, 1, milliseconds) == 1 && (state.revents & POLLIN) != 0;
 }
 
-inline size_t openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<size_t>(std::distance(begin(all), end(all)));
-}
-
 /// The text of the `Error` that comes out of `action`, "" when none does.
 template <class Error>
 std::string textOf(const std::function<void()>& action) {
@@ -164,23 +107,19 @@ std::string textOf(const std::function<void()>& action) {
   return "";
 }
 
-/// A test with a loop. No test may leave a descriptor open.
-class LoopTest : public ::testing::Test {
+/// The text of the std::system_error that comes out of `action`, "" when none does.
+inline std::string refusalOf(const std::function<void()>& action) {
+  return textOf<std::system_error>(action);
+}
+
+/// A test with a loop.
+class LoopTest : public Zorbe::Test::ZorbeTest {
  protected:
-  LoopTest() : descriptorsBefore_(openDescriptors()), loop(new Brask::Linux::EventLoop) {}
-  ~LoopTest() override {
-    loop.reset();
-    EXPECT_EQ(descriptorsBefore_, openDescriptors());
-  }
+  LoopTest() { Fault::reset(); }  // the calls that have made the loop are not counted
 
   /// Turns until `reached`; false when that takes too long.
   bool turnUntil(const std::function<bool()>& reached) {
-    const auto start = Clock::now();
-    while (!reached()) {
-      if (secondsSince(start) > kPatience) return false;
-      loop->turn(0.1);
-    }
-    return true;
+    return Zorbe::Test::turnUntil(*loop, reached);
   }
 
   /// Turns until there is nothing left to do.
@@ -189,11 +128,7 @@ class LoopTest : public ::testing::Test {
     }
   }
 
- private:
-  size_t descriptorsBefore_;
-
- protected:
-  std::unique_ptr<Brask::Linux::EventLoop> loop;
+  std::unique_ptr<Brask::Linux::EventLoop> loop = std::make_unique<Brask::Linux::EventLoop>();
 };
 
 }  // namespace LoopTesting

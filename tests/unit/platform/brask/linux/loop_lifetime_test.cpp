@@ -13,7 +13,6 @@
 
 using Brask::Linux::EventLoop;
 using namespace LoopTesting;
-namespace Fault = Zorbe::Test::Fault;
 
 namespace {
 

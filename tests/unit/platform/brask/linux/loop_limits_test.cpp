@@ -190,9 +190,9 @@ TEST_F(LoopLimitsTest, AListenerThatContinuesIsNotLookedAfterAnyMore) {
   ended.control->unwatch();
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ(1, accepted);
-  const unsigned looks = Zorbe::Test::Fault::calls("eventfd");
+  const unsigned looks = Fault::calls("eventfd");
   EXPECT_FALSE(loop->turn(0.2));
-  EXPECT_EQ(looks, Zorbe::Test::Fault::calls("eventfd"));
+  EXPECT_EQ(looks, Fault::calls("eventfd"));
 }
 
 TEST_F(LoopLimitsTest, AnOverflowOfTheInotifyQueueIsReportedToEveryControl) {

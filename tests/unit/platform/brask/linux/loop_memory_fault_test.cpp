@@ -84,13 +84,13 @@ TEST_F(LoopMemoryTest, AWatcherThatThereIsNoMemoryForTakesNothingFromTheOthers) 
 TEST_F(LoopMemoryTest, ATimerThatThereIsNoMemoryForLeavesNothingBehind) {
   struct Silent : Brask::Platform::TimeoutHandler {
     void timeout() override {}
-  } handler;
+  } silent;
   std::vector<std::unique_ptr<Brask::Platform::TimerControl>> timers;
   timers.reserve(100);
   unsigned refusals = 0;
   while (timers.size() < 100) {
     const long before = Memory::blocks();
-    const auto make = [&] { timers.emplace_back(Brask::Platform::getTimerControl(&handler)); };
+    const auto make = [&] { timers.emplace_back(Brask::Platform::getTimerControl(&silent)); };
     if (doWithout(2, make)) {
       ++refusals;
       EXPECT_EQ(before, Memory::blocks());

@@ -52,17 +52,14 @@ TEST_F(LoopNestingTest, FdShowsTimers) {
 TEST_F(LoopNestingTest, FdAsksForATurnWhenTheKernelRefusesToSetTheTimer) {
   const int fd = loop->fd();
   TimerProbe timer;
-  Zorbe::Test::Fault::arm("timerfd_settime", 1, ENOMEM);
+  Fault::arm("timerfd_settime", 1, ENOMEM);
   timer.control->start(0.0);
-  EXPECT_TRUE(readable(fd));
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1, timer.timeouts);
-  EXPECT_FALSE(readable(fd));
+  expectShownOnce(fd, timer);
 }
 
 TEST_F(LoopNestingTest, AnInterruptedReadOfAStopIsMadeAgain) {
   loop->stop();
-  const auto armed = Zorbe::Test::Fault::arm("read", 1, EINTR);
+  const auto armed = Fault::arm("read", 1, EINTR);
   EXPECT_FALSE(loop->turn(0));
   loop->run();
   EXPECT_EQ(1u, armed.fired());
@@ -166,8 +163,5 @@ TEST_F(LoopNestingTest, FdShowsAZeroTimerThatAnExpiredOneHasStarted) {
   expired.control->start(0.001);
   ASSERT_TRUE(readable(fd, static_cast<int>(kPatience * 1000)));
   EXPECT_TRUE(loop->turn(0));
-  EXPECT_TRUE(readable(fd));
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1, immediate.timeouts);
-  EXPECT_FALSE(readable(fd));
+  expectShownOnce(fd, immediate);
 }

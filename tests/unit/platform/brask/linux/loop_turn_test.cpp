@@ -11,14 +11,11 @@
 #include "unit/platform/brask/linux/loop_fixture.h"
 
 using namespace LoopTesting;
-namespace Fault = Zorbe::Test::Fault;
 
 namespace {
 
 class LoopTurnTest : public LoopTest {
  protected:
-  LoopTurnTest() { Fault::reset(); }
-
   // Whether the kernel would report the descriptor to one of this process's epoll descriptors.
   static bool isPolled(int fd) {
     const std::string wanted = "tfd:";

@@ -15,7 +15,6 @@
 #include "unit/platform/brask/linux/virtual_time.h"
 
 using namespace LoopTesting;
-namespace Fault = Zorbe::Test::Fault;
 
 namespace {
 

@@ -16,6 +16,11 @@ class TimerTest : public LoopTest {
     return std::make_unique<TimerProbe>([this, name] { order += name; });
   }
 
+  /// All of them, one after the other.
+  template <class... Timers>
+  static void start(double seconds, const Timers&... timers) {
+    (timers->control->start(seconds), ...);
+  }
   static void letPass(double seconds) {
     const auto start = Clock::now();
     while (secondsSince(start) < seconds) {

@@ -5,31 +5,24 @@
 #include <memory>
 #include <random>
 
-#include "unit/platform/brask/linux/loop_fixture.h"
+#include "unit/platform/brask/linux/timer_fixture.h"
 #include "unit/platform/brask/linux/virtual_time.h"
 
 using namespace LoopTesting;
 
 namespace {
 
-class TimerHeapTest : public LoopTest {
+class TimerHeapTest : public TimerTest {
  protected:
   // Everything that is due by then, as one string of the timers' letters.
   std::string dueBy(long milliseconds) {
-    order_.clear();
+    order.clear();
     VirtualTime::advanceTo(1000 * milliseconds);
     settle();
-    return order_;
-  }
-
-  std::unique_ptr<TimerProbe> letter(char name) {
-    return std::make_unique<TimerProbe>([this, name] { order_ += name; });
+    return order;
   }
 
   VirtualTime time_;
-
- private:
-  std::string order_;
 };
 
 // What a queue of timers is to do, kept as simple as can be.
@@ -86,8 +79,7 @@ TEST_F(TimerHeapTest, ATimerThatIsMovedBeforeOthersRunsBeforeThem) {
 
 TEST_F(TimerHeapTest, TimersThatAreDueAtTheSameTimeRunInOrderOfTheirLatestStart) {
   const auto a = letter('a'), b = letter('b'), c = letter('c'), d = letter('d');
-  for (const auto* timer : {&a, &b, &c, &d}) (*timer)->control->start(0.1);
-  b->control->start(0.1);
+  start(0.1, a, b, c, d, b);
   EXPECT_EQ("acdb", dueBy(100));
 }
 

@@ -1,37 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
 // Timers run in order of expiry, those that expire together in order of their starts.
-#include <ctime>
 #include <memory>
 #include <random>
 
-#include "fault/fault.h"
 #include "unit/platform/brask/linux/timer_fixture.h"
+#include "unit/platform/brask/linux/virtual_time.h"
 
 using namespace LoopTesting;
-namespace Fault = Zorbe::Test::Fault;
 
 namespace {
-
-// While it exists no time passes, even when another process runs in between.
-class ClockAtRest {
- public:
-  ClockAtRest() {
-    EXPECT_EQ(0, ::clock_gettime(CLOCK_MONOTONIC, &now_));
-    Fault::divert("clock_gettime", tell);
-  }
-  ClockAtRest(const ClockAtRest&) = delete;
-  ClockAtRest& operator=(const ClockAtRest&) = delete;
-  ~ClockAtRest() { Fault::reset(); }
-
- private:
-  static int tell(clockid_t /*clock*/, timespec* now) {
-    *now = now_;
-    return 0;
-  }
-
-  static inline timespec now_{};
-};
 
 class TimerOrderTest : public TimerTest {};
 
@@ -39,14 +17,12 @@ class TimerOrderTest : public TimerTest {};
 
 TEST_F(TimerOrderTest, TimersDueInOneTurnRunInOrderOfExpiry) {
   const auto a = letter('a'), b = letter('b'), c = letter('c'), d = letter('d');
-  {
-    const ClockAtRest atRest;
-    d->control->start(0.004);
-    b->control->start(0.002);
-    a->control->start(0.001);
-    c->control->start(0.003);
-  }
-  letPass(0.006);
+  const VirtualTime time;
+  d->control->start(0.004);
+  b->control->start(0.002);
+  a->control->start(0.001);
+  c->control->start(0.003);
+  VirtualTime::advanceTo(6000);
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ("abcd", order);
 }
@@ -71,10 +47,7 @@ TEST_F(TimerOrderTest, AnImmediateTimerStandsBeforeOneThatExpiresAfterItsStart) 
 
 TEST_F(TimerOrderTest, EqualTimersRunInOrderOfStart) {
   const auto a = letter('a'), b = letter('b'), c = letter('c');
-  a->control->start(0.0);
-  b->control->start(0.0);
-  c->control->start(0.0);
-  a->control->start(0.0);
+  start(0.0, a, b, c, a);
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ("bca", order);
 }
@@ -125,10 +98,7 @@ TEST_F(TimerOrderTest, ACallbackMayDeleteOrCancelTheNextTimers) {
     postponed->control->start(1000.0);
   });
   first.control->start(0.0);
-  doomed->control->start(0.0);
-  cancelled->control->start(0.0);
-  postponed->control->start(0.0);
-  last->control->start(0.0);
+  start(0.0, doomed, cancelled, postponed, last);
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ("l", order);
 }
@@ -156,7 +126,7 @@ TEST_F(TimerOrderTest, AnEarlierTimerIsNotHeldUpByOneThatTheLoopHasWaitedFor) {
 
 TEST_F(TimerOrderTest, ACancelledZeroTimerLeavesThoseAroundItInOrder) {
   const auto a = letter('a'), b = letter('b'), c = letter('c');
-  for (const auto* timer : {&a, &b, &c}) (*timer)->control->start(0.0);
+  start(0.0, a, b, c);
   b->control->cancel();
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ("ac", order);

@@ -4,22 +4,21 @@
 #include <ctime>
 
 #include "fault/fault.h"
+#include "support/noncopyable.h"
 
 namespace LoopTesting {
 
 /// While it lives, the loop's clock shows what the test sets. It starts soon after the machine
 /// did: every expiry is in the past of the kernel's timerfd, which then is readable at once, so
 /// that this clock alone decides what is due.
-class VirtualTime {
+class VirtualTime : private Zorbe::Test::NonCopyable {
  public:
   VirtualTime() {
     now_ = {1, 0};
     reads_ = 0;
     microsecondsPerRead_ = 0;
-    Zorbe::Test::Fault::divert("clock_gettime", tell);
+    Zorbe::Test::Fault::divert("clock_gettime", readClock);
   }
-  VirtualTime(const VirtualTime&) = delete;
-  VirtualTime& operator=(const VirtualTime&) = delete;
   ~VirtualTime() { Zorbe::Test::Fault::reset(); }
 
   static void advanceTo(long microseconds) {
@@ -38,7 +37,7 @@ class VirtualTime {
   static int reads() { return reads_; }
 
  private:
-  static int tell(clockid_t /*clock*/, timespec* now) {
+  static int readClock(clockid_t /*clock*/, timespec* now) {
     ++reads_;
     *now = now_;
     advance(microsecondsPerRead_);

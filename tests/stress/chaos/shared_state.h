@@ -15,7 +15,7 @@ namespace Zorbe::Test::Chaos {
 
 /// A reader, or a process that is the writer or wants to be. Written by that process but for
 /// what it is asked for.
-struct Place {
+struct ProcessState {
   std::atomic<pid_t> pid;  ///< 0 before the process has begun
 
   // A reader's.
@@ -33,10 +33,10 @@ struct Place {
   std::atomic<uint32_t> lost;  ///< keys whose last finished change was not in a table it took over
 };
 
-struct Board {
-  static constexpr unsigned kMostPlaces = 128;
+struct SharedState {
+  static constexpr unsigned kMostProcesses = 128;
 
-  std::array<Place, kMostPlaces> places;
+  std::array<ProcessState, kMostProcesses> processes;
   std::atomic<uint64_t> changes;                   ///< numbers them, over all writers
   std::array<std::atomic<uint64_t>, kKeys> begun;  ///< by key: stored before the table is changed
   std::array<std::atomic<uint64_t>, kKeys> finished;  ///< by key: stored afterwards

@@ -17,14 +17,11 @@ uint32_t naiveHash(const std::string& bytes) {
   if (bytes.empty()) return 0;
   uint32_t h = 0;
   for (const char c : bytes) {
-    h += static_cast<uint32_t>(static_cast<signed char>(c));
-    h += h << 10;
-    h ^= h >> 6;
+    h = 1025 * (h + static_cast<uint32_t>(static_cast<signed char>(c)));
+    h ^= h / 64;
   }
-  h += h << 3;
-  h ^= h >> 11;
-  h += h << 15;
-  return h;
+  h *= 9;
+  return 32769 * (h ^ h / 2048);
 }
 
 uint16_t naiveChecksum(const std::vector<uint16_t>& words) {

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "fault/fault.h"
+#include "stress/fuzz/input.h"
 #include "support/kernel/sockets.h"
 #include "support/raw_peer.h"
 
+#include <array>
 #include <cerrno>
 #include <limits>
 #include <memory>
@@ -27,7 +30,6 @@ class Connection {
   // What the peer does.
   void arrive(const std::string& record) { EXPECT_EQ(sockets_->send(*peer_, record), 0); }
   void hangUp() { sockets_->close(peer_); }
-  bool isHungUp() const { return peer_->closed; }
 
   /// All records that the peer has not taken yet.
   std::vector<std::string> takeSent() {
@@ -35,10 +37,17 @@ class Connection {
     return {sent.begin(), sent.end()};
   }
 
-  /// Of the calls of `receive` the `nth` fails; 0: none does.
-  void failReceive(unsigned nth, int error) {
-    callsToFailure_ = nth;
-    error_ = error;
+  /// During `act` a call of `receive` fails, as the input decides, and likewise one of the
+  /// library's recv(2) when it is to call it.
+  template <class Act>
+  void failReceive(Input& input, bool inLibrary, Act act) {
+    constexpr std::array<int, 5> kErrors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
+    callsToFailure_ = 1 + input.below(3);
+    error_ = kErrors[input.below(kErrors.size())];
+    if (inLibrary) Fault::arm("recv", callsToFailure_, error_);
+    act();
+    callsToFailure_ = 0;
+    Fault::reset();
   }
 
   /// The library's next recv(2): what it returns, or an errno as a negative number.

@@ -108,9 +108,7 @@ std::string nameOf(Input& input) {
   constexpr std::array<const char*, 7> kUsual = {"self",       "4711", "0", "12x",
                                                  "4294967297", "net",  ""};
   std::string name = kUsual[input.below(kUsual.size())];
-  if (name.empty() || input.below(4) == 0) name += input.text();
-  const auto impossible = [](char c) { return c == '\0' || c == '/'; };
-  name.erase(std::remove_if(name.begin(), name.end(), impossible), name.end());
+  if (name.empty() || input.below(4) == 0) name += input.fileName();
   return name;
 }
 
@@ -137,7 +135,7 @@ void FakeProc::add(Input& input) {
   if (std::none_of(processes.begin(), processes.end(), same)) processes.push_back(process);
 }
 
-void FakeProc::takePlace() const {
+void FakeProc::install() const {
   current = this;
   Fault::divert("opendir", openDirectory, "readdir", readDirectory, "closedir", closeDirectory,
                 "stat", examine, "readlink", follow);

@@ -27,8 +27,8 @@ struct FakeProc {
   explicit FakeProc(Input& input);
 
   /// From now until the input's end, opendir, readdir, closedir, stat and readlink work on it.
-  /// It has to live for as long.
-  void takePlace() const;
+  /// It has to exist as long.
+  void install() const;
 
   int error = 0;     // of opening /proc
   int endError = 0;  // of reading it after the last process

@@ -29,8 +29,8 @@ Case::Descriptors Case::open() {
   return found;
 }
 
-// Ends the process in a way that libFuzzer takes for a finding.
-class Ender : public testing::EmptyTestEventListener {
+// libFuzzer counts an aborted process as a finding.
+class AbortOnFailure : public testing::EmptyTestEventListener {
   void OnTestPartResult(const testing::TestPartResult& result) override {
     if (result.failed()) std::abort();
   }
@@ -40,7 +40,7 @@ class Ender : public testing::EmptyTestEventListener {
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
   testing::InitGoogleTest(argc, *argv);
-  auto ender = std::make_unique<Zorbe::Test::Fuzz::Ender>();
-  testing::UnitTest::GetInstance()->listeners().Append(ender.release());
+  auto listener = std::make_unique<Zorbe::Test::Fuzz::AbortOnFailure>();
+  testing::UnitTest::GetInstance()->listeners().Append(listener.release());
   return 0;
 }

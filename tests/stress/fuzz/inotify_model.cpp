@@ -99,10 +99,7 @@ void InotifyModel::enter(size_t control, int wd) {
 }
 
 void InotifyModel::drop(size_t control, bool removalsToo) {
-  const auto isIts = [&](const Notice& notice) {
-    return notice.control == control && (removalsToo || notice.kind != Kind::kRemoval);
-  };
-  notices_.erase(std::remove_if(notices_.begin(), notices_.end(), isIts), notices_.end());
+  dropNotices(control, [&](Kind kind) { return removalsToo || kind != Kind::kRemoval; });
 }
 
 void InotifyModel::remove(size_t control) {
@@ -164,10 +161,7 @@ void InotifyModel::deleted(size_t control) {
   EXPECT_TRUE(expectEnd_);
   settled_ = false;
   leave(control);
-  const auto isItsRemoval = [&](const Notice& notice) {
-    return notice.control == control && notice.kind == Kind::kRemoval;
-  };
-  notices_.erase(std::remove_if(notices_.begin(), notices_.end(), isItsRemoval), notices_.end());
+  dropNotices(control, [](Kind kind) { return kind == Kind::kRemoval; });
 }
 
 void InotifyModel::error(size_t control, const std::string& what) {

@@ -7,6 +7,7 @@
 
 #include "support/kernel/fake_inotify.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <map>
@@ -75,6 +76,13 @@ class InotifyModel {
   void reportToParents(size_t control);
   void resumeParents(size_t control);
   void drop(size_t control, bool removalsToo);
+  template <class Which>
+  void dropNotices(size_t control, Which which) {
+    const auto isIts = [&](const Notice& notice) {
+      return notice.control == control && which(notice.kind);
+    };
+    notices_.erase(std::remove_if(notices_.begin(), notices_.end(), isIts), notices_.end());
+  }
   bool awaits(size_t control, Kind kind) const;
   std::vector<size_t> othersOf(size_t directory, size_t control) const;
 
@@ -110,7 +118,7 @@ class InotifyModel {
   bool expectEnd_ = false;     // the first report that is due is an end
   std::string expectRemoval_;  // or the removal of this entry
   bool settled_ = false;       // the two members before are valid
-  std::set<int> lost_;         // watches whose end an overflow has swallowed
+  std::set<int> lost_;         // watches whose end was lost in an overflow
 };
 
 }  // namespace Zorbe::Test::Fuzz

@@ -27,7 +27,8 @@ bool InotifyModel::isOverflow() const {
 bool InotifyModel::concerns(const Report& report) const {
   const Control& c = controls_[report.control];
   if (c.wd == 0 || c.since != report.since) return false;  // its registration has ended
-  EXPECT_FALSE(event_.first < c.since && event_.last > c.since) << "one from before took it in";
+  EXPECT_FALSE(event_.first < c.since && event_.last > c.since)
+      << "it was merged with one from before the registration";
   if (event_.first < c.since) return false;
   return isEnd() || isOverflow() || (event_.mask & c.mask & IN_ALL_EVENTS) != 0;
 }
@@ -128,8 +129,8 @@ bool InotifyModel::takeRead() {
 bool InotifyModel::settleEvents() {
   for (;;) {
     if (isOverflow()) {  // reported in any order
-      const auto isVain = [&](const Report& report) { return !concerns(report); };
-      due_.erase(std::remove_if(due_.begin(), due_.end(), isVain), due_.end());
+      const auto hasEnded = [&](const Report& report) { return !concerns(report); };
+      due_.erase(std::remove_if(due_.begin(), due_.end(), hasEnded), due_.end());
       if (!due_.empty()) return true;
     }
     while (!due_.empty() && !settle(due_.front())) due_.pop_front();

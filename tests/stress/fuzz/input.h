@@ -9,8 +9,8 @@
 
 namespace Zorbe::Test::Fuzz {
 
-/// What the fuzzer made up, taken from front to back. Behind its end everything is zero or
-/// empty, so that each prefix of an input is an input.
+/// The bytes that the fuzzer has generated, consumed from front to back. After their end everything
+/// is zero or empty, so that each prefix of an input is an input.
 class Input {
  public:
   Input(const uint8_t* data, size_t size) : next_(data), left_(size) {}
@@ -37,6 +37,14 @@ class Input {
   std::string text() {
     const size_t wanted = byte();
     return take(wanted);
+  }
+
+  /// A text without what no file's name has.
+  std::string fileName() {
+    std::string name = text();
+    const auto impossible = [](char c) { return c == '\0' || c == '/'; };
+    name.erase(std::remove_if(name.begin(), name.end(), impossible), name.end());
+    return name;
   }
 
   std::string rest() { return take(left_); }

@@ -4,50 +4,23 @@
 // callbacks: every callback has to be one that a naive model expects, in its order, and none
 // that it expects may be missing.
 #include "stress/fuzz/fuzzer.h"
+#include "stress/fuzz/loop_client.h"
 #include "stress/fuzz/loop_model.h"
 #include "support/kernel/fake_clock.h"
+#include "support/loop.h"
 
-#include <brask/linux/event_loop.h>
-#include <brask/platform.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <array>
-#include <functional>
 #include <limits>
 #include <memory>
-#include <stdexcept>
 
 namespace Zorbe::Test::Fuzz {
 namespace {
 
 using Brask::Linux::EventLoop;
-
-/// What a client's callback throws.
-struct Thrown {};
-
-struct FdProbe : Brask::Platform::FdEventHandler {
-  explicit FdProbe(std::function<void(int)> then)
-      : action(std::move(then)), control(Brask::Platform::getFdControl(this)) {}
-  void fdEvent(int fd) override {
-    const auto own = action;  // it may delete this probe
-    own(fd);
-  }
-  std::function<void(int)> action;
-  std::unique_ptr<Brask::Platform::FdControl> control;
-};
-
-struct TimerProbe : Brask::Platform::TimeoutHandler {
-  explicit TimerProbe(std::function<void()> then)
-      : action(std::move(then)), control(Brask::Platform::getTimerControl(this)) {}
-  void timeout() override {
-    const auto own = action;
-    own();
-  }
-  std::function<void()> action;
-  std::unique_ptr<Brask::Platform::TimerControl> control;
-};
 
 class LoopCase {
  public:
@@ -57,7 +30,7 @@ class LoopCase {
     for (size_t i = 0; i < timers_.size(); ++i) renewTimer(i);
   }
 
-  // Controls may go before the loop or after it.
+  // Controls may be deleted before the loop or after it.
   ~LoopCase() {
     if (input_.flag()) loop_.reset();
     for (auto& probe : fds_) probe.reset();
@@ -67,26 +40,21 @@ class LoopCase {
 
   void run() {
     while (!input_.atEnd()) {
-      const unsigned what = input_.below(20);
-      what < 7 ? turn(what) : act(what);
+      const unsigned what = input_.below(kActions.end);
+      what < kActions.first ? turn(what) : act(what);
       compare();
     }
   }
 
  private:
+  static constexpr Actions kActions{7, 20};
   static constexpr size_t kStopper = LoopModel::kTimers - 1;
 
   void turn(unsigned what) {
     if (what == 0) return look();
     if (what == 1) return runUntilStopped();
     model_.beginTurn(Kernel::FakeClock::now());
-    bool thrown = false;
-    try {
-      EXPECT_EQ(loop_->turn(0), model_.callbacks() != 0);
-    } catch (const Thrown&) {
-      thrown = true;
-    }
-    model_.endTurn(thrown);
+    turnAndCheck(model_, [this] { EXPECT_EQ(loop_->turn(0), model_.callbacks() != 0); });
   }
 
   void runUntilStopped() {
@@ -98,14 +66,10 @@ class LoopCase {
     }
     start(kStopper, 0);
     model_.beginTurn(Kernel::FakeClock::now());
-    bool thrown = false;
-    try {
+    turnAndCheck(model_, [this] {
       loop_->run();
       stopped_ = false;
-    } catch (const Thrown&) {
-      thrown = true;
-    }
-    model_.endTurn(thrown);
+    });
     cancel(kStopper);
   }
 
@@ -223,14 +187,8 @@ class LoopCase {
     stopped_ = true;
   }
 
-  // The client's callback: continues with the input, may throw, may not turn the loop.
   void callback() {
-    for (unsigned count = input_.below(4); count > 0 && !input_.atEnd(); --count) {
-      const unsigned what = input_.below(22);
-      if (what == 20) throw Thrown();
-      if (what == 21) EXPECT_THROW(loop_->turn(0), std::logic_error);
-      if (what >= 7 && what < 20) act(what);
-    }
+    callBack(input_, *loop_, 4, kActions, [this](unsigned what) { act(what); });
   }
 
   void compare() {

@@ -5,25 +5,21 @@
 // remove watches from inside callbacks: each control gets exactly what a naive model expects.
 #include "stress/fuzz/fuzzer.h"
 #include "stress/fuzz/inotify_model.h"
+#include "stress/fuzz/loop_client.h"
 
-#include <brask/linux/event_loop.h>
 #include <brask/platform.h>
 #include <sys/inotify.h>
 
 #include <algorithm>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-/// What a client's callback throws.
-struct Thrown {};
-
 struct Probe : Brask::Platform::InotifyHandler {
-  Probe(InotifyModel& judge, size_t number, std::function<void()> then)
-      : model(judge), index(number), action(std::move(then)) {}
+  Probe(InotifyModel& expected, size_t number, std::function<void()> then)
+      : model(expected), index(number), action(std::move(then)) {}
   void inotifyError(const std::string& what) override {
     after([&] { model.error(index, what); });
   }
@@ -33,9 +29,9 @@ struct Probe : Brask::Platform::InotifyHandler {
   void inotifyChanged(const std::string& what) override {
     after([&] { model.changed(index, what); });
   }
-  template <class Judgement>
-  void after(Judgement judgement) {
-    judgement();
+  template <class Check>
+  void after(Check check) {
+    check();
     const auto own = action;  // it may delete this probe
     own();
   }
@@ -55,8 +51,8 @@ class InotifyCase {
 
   void run() {
     while (!input_.atEnd()) {
-      const unsigned what = input_.below(16);
-      what < 4 ? static_cast<void>(turn()) : act(what);
+      const unsigned what = input_.below(kActions.end);
+      what < kActions.first ? static_cast<void>(turn()) : act(what);
       model_.checkKernel();
     }
     // What is queued is delivered, in one more turn after each that throws.
@@ -65,16 +61,12 @@ class InotifyCase {
   }
 
  private:
+  static constexpr Actions kActions{4, 16};
+
   bool turn() {
     model_.beginTurn();
     bool ran = true;
-    bool thrown = false;
-    try {
-      ran = loop_.turn(0);
-    } catch (const Thrown&) {
-      thrown = true;
-    }
-    model_.endTurn(thrown);
+    turnAndCheck(model_, [&] { ran = loop_.turn(0); });
     return ran;
   }
 
@@ -92,7 +84,7 @@ class InotifyCase {
         return renew(which);
       case 9:
       case 10:
-        return kernel_.change(which, bits() & IN_ALL_EVENTS, name());
+        return kernel_.change(which, bits() & IN_ALL_EVENTS, input_.fileName());
       case 11:
         return invent(input_.below(8));
       case 12:
@@ -109,7 +101,7 @@ class InotifyCase {
   // An event that no mask selects, of a watch that need not exist.
   void invent(unsigned wd) {
     const uint32_t mask = bits() & IN_ALL_EVENTS;
-    kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, name(), 0, 0});
+    kernel_.queue({static_cast<int>(wd), mask | IN_ISDIR, input_.fileName(), 0, 0});
   }
 
   void limit() {
@@ -127,14 +119,6 @@ class InotifyCase {
     const unsigned chosen = input_.byte();
     for (size_t i = 0; i < kAll.size(); ++i) mask |= (chosen >> i & 1) != 0 ? kAll[i] : 0;
     return mask;
-  }
-
-  // At most as long as the kernel's, and never with what no name has.
-  std::string name() {
-    std::string text = input_.text();
-    const auto impossible = [](char c) { return c == '\0' || c == '/'; };
-    text.erase(std::remove_if(text.begin(), text.end(), impossible), text.end());
-    return text;
   }
 
   void watch(size_t control, size_t directory) {
@@ -156,14 +140,8 @@ class InotifyCase {
     probes_[control] = std::make_unique<Probe>(model_, control, [this] { callback(); });
   }
 
-  // The client's callback: continues with the input, may throw, may not turn the loop.
   void callback() {
-    for (unsigned count = input_.below(3); count > 0 && !input_.atEnd(); --count) {
-      const unsigned what = input_.below(18);
-      if (what == 16) throw Thrown();
-      if (what == 17) EXPECT_THROW(loop_.turn(0), std::logic_error);
-      if (what >= 4 && what < 16) act(what);
-    }
+    callBack(input_, loop_, 3, kActions, [this](unsigned what) { act(what); });
   }
 
   Input& input_;

@@ -27,7 +27,6 @@ class LoopModel {
 
   /// The descriptor that `FdControl::fd()` has to return.
   int watched(size_t control) const { return watched_[control].fd; }
-  bool isArmed(size_t timer) const { return armed_[timer].order != 0; }
 
   // A turn and its callbacks.
   void beginTurn(int64_t now);

@@ -54,7 +54,7 @@ std::string naiveInode(const std::string& line) {
   return fields.size() < 2 ? "" : fields[fields.size() - 2];
 }
 
-/// What is to come of it.
+/// The expected result.
 struct Naive {
   unsigned pid = 0;
   bool failed = false;             // an exception
@@ -176,6 +176,6 @@ ZORBE_FUZZER(input) {
   const std::string name = Zorbe::TableAddress(handler, table).abstractName();
   const std::string text = withName(input.rest(), name);
   list(text);
-  proc.takePlace();
+  proc.install();
   check(handler, proc, table, Search(proc, name).of(text));
 }

@@ -7,8 +7,6 @@
 #include "stress/fuzz/fuzzer.h"
 #include "support/reader_fixture.h"
 
-#include <array>
-
 namespace Zorbe::Test::Fuzz {
 namespace {
 
@@ -131,15 +129,8 @@ class ReaderCase {
   }
 
   void failWhileArriving() {
-    constexpr std::array<int, 5> kErrors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
     if (!model_.connected) return;
-    const unsigned call = 1 + input_.below(3);
-    const int error = kErrors[input_.below(kErrors.size())];
-    model_.connection.failReceive(call, error);
-    Fault::arm("recv", call, error);
-    arrive();
-    model_.connection.failReceive(0, 0);
-    Fault::reset();
+    model_.connection.failReceive(input_, true, [this] { arrive(); });
   }
 
   // What handleKickFromWriter has to do.

@@ -34,7 +34,7 @@ void put(const std::string& file, const std::string& content) {
   EXPECT_EQ(::close(fd), 0);
 }
 
-/// What strtol and a cast make of it.
+/// The value of strtol(3), cast.
 unsigned naiveId(const std::string& content) {
   const std::string text = content.substr(0, content.find('\0'));
   const size_t begin = text.find_first_not_of(" \t\n\v\f\r");

@@ -112,14 +112,7 @@ class WriterCase {
   }
 
   void failWhileArriving(Peer& peer) {
-    constexpr std::array<int, 5> kErrors = {EAGAIN, EINTR, ECONNRESET, ENOMEM, ENOTCONN};
-    const unsigned call = 1 + input_.below(3);
-    const int error = kErrors[input_.below(kErrors.size())];
-    peer.model.failReceive(call, error);
-    if (peer.fd >= 0) Fault::arm("recv", call, error);
-    arrive(peer);
-    peer.model.failReceive(0, 0);
-    Fault::reset();
+    peer.model.failReceive(input_, peer.fd >= 0, [&] { arrive(peer); });
   }
 
   void arrive(Peer& peer) {

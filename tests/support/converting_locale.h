@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "support/noncopyable.h"
+
 #include <cwchar>
 #include <locale>
 
@@ -8,12 +10,10 @@ namespace Zorbe::Test {
 
 /// While one lives, the global locale converts what is written to files (7 becomes 6), and
 /// fails to convert what is read.
-class ConvertingLocale {
+class ConvertingLocale : private NonCopyable {
  public:
   ConvertingLocale() : before_(std::locale::global({std::locale::classic(), new Facet})) {}
   ~ConvertingLocale() { std::locale::global(before_); }
-  ConvertingLocale(const ConvertingLocale&) = delete;
-  ConvertingLocale& operator=(const ConvertingLocale&) = delete;
 
  private:
   class Facet : public std::codecvt<char, char, std::mbstate_t> {

@@ -4,9 +4,11 @@
 #pragma once
 
 #include <brask/platform.h>
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,9 +20,13 @@ using Journal = std::vector<std::string>;
 
 /// What the three have in common. Firing a control that could not call back (deleted, not
 /// watching, not armed) fails the test.
+template <class Handler>
 class FakeControl {
  public:
-  FakeControl(std::string name, std::shared_ptr<Journal> journal);
+  FakeControl(std::string name, std::shared_ptr<Journal> journal, Handler* handler)
+      : handler_(handler), name_(std::move(name)), journal_(std::move(journal)) {
+    record("create");
+  }
 
   /// The control has been deleted.
   bool isDeleted() const { return deleted_; }
@@ -28,12 +34,20 @@ class FakeControl {
   /// How often the library called fd() or path().
   unsigned queries() const { return queries_; }
 
-  void record(const std::string& call);
-  void remove();
+  void record(const std::string& call) { journal_->push_back(name_ + " " + call); }
+  void remove() {
+    record("delete");
+    deleted_ = true;
+  }
 
  protected:
-  bool mayFire(bool ready, const char* reason) const;
+  bool mayFire(bool ready, const char* reason) const {
+    if (deleted_) ADD_FAILURE() << name_ << " was deleted and cannot call back";
+    if (!deleted_ && !ready) ADD_FAILURE() << name_ << " cannot call back: " << reason;
+    return !deleted_ && ready;
+  }
 
+  Handler* handler_;
   unsigned queries_ = 0;
 
  private:
@@ -42,71 +56,102 @@ class FakeControl {
   bool deleted_ = false;
 };
 
-template <class Handler>
-class FakeControlOf : public FakeControl {
+class FakeFdControl : public FakeControl<Brask::Platform::FdEventHandler> {
  public:
-  FakeControlOf(std::string name, std::shared_ptr<Journal> journal, Handler* handler)
-      : FakeControl(std::move(name), std::move(journal)), handler_(handler) {}
-
- protected:
-  Handler* handler_;
-};
-
-class FakeFdControl : public FakeControlOf<Brask::Platform::FdEventHandler> {
- public:
-  using FakeControlOf::FakeControlOf;
+  using FakeControl::FakeControl;
 
   /// Calls `fdEvent` with the watched descriptor.
-  void fire();
+  void fire() {
+    if (mayFire(watching(), "nothing is watched")) handler_->fdEvent(fd_);
+  }
 
   int fd() const { return fd_; }
   bool watching() const { return fd_ >= 0; }
 
-  void watch(int fd, int failure);
-  void unwatch();
-  int answer();
+  void watch(int fd) { fd_ = fd; }
+  void unwatch() {
+    record("unwatch");
+    fd_ = -1;
+  }
+  int answer() {
+    ++queries_;
+    return fd_;
+  }
 
  private:
   int fd_ = -1;
 };
 
-class FakeTimerControl : public FakeControlOf<Brask::Platform::TimeoutHandler> {
+class FakeTimerControl : public FakeControl<Brask::Platform::TimeoutHandler> {
  public:
-  using FakeControlOf::FakeControlOf;
+  using FakeControl::FakeControl;
 
   /// The timer expires: disarms it and calls `timeout`.
-  void fire();
+  void fire() {
+    if (!mayFire(armed_, "the timer is not armed")) return;
+    armed_ = false;
+    handler_->timeout();
+  }
 
   bool armed() const { return armed_; }
-
   /// The argument of the last `start`.
   double seconds() const { return seconds_; }
 
-  void start(double seconds);
-  void cancel();
+  void start(double seconds) {
+    std::ostringstream text;
+    text << "start " << seconds;
+    record(text.str());
+    armed_ = true;
+    seconds_ = seconds;
+  }
+  void cancel() {
+    record("cancel");
+    armed_ = false;
+  }
 
  private:
   bool armed_ = false;
   double seconds_ = 0;
 };
 
-class FakeInotifyControl : public FakeControlOf<Brask::Platform::InotifyHandler> {
+class FakeInotifyControl : public FakeControl<Brask::Platform::InotifyHandler> {
  public:
-  using FakeControlOf::FakeControlOf;
+  using FakeControl::FakeControl;
 
-  void changed(const std::string& what);
-  void error(const std::string& what);
-
+  void changed(const std::string& what) {
+    if (mayFire(watching_, "nothing is watched")) handler_->inotifyChanged(what);
+  }
+  /// A watch that could not be set reports its error, too.
+  void error(const std::string& what) {
+    if (mayFire(!path_.empty(), "addWatch was not called")) handler_->inotifyError(what);
+  }
   /// The watched path is removed: ends the watch and calls `inotifyDeleted`.
-  void deleted();
+  void deleted() {
+    if (!mayFire(watching_, "nothing is watched")) return;
+    watching_ = false;
+    handler_->inotifyDeleted();
+  }
 
   bool watching() const { return watching_; }
   const std::string& path() const { return path_; }
   uint32_t mask() const { return mask_; }
 
-  void addWatch(const std::string& path, uint32_t mask);
-  void removeWatch();
-  std::string answer();
+  void addWatch(const std::string& path, uint32_t mask) {
+    std::ostringstream text;
+    text << "addWatch " << path << " 0x" << std::hex << mask;
+    record(text.str());
+    watching_ = true;
+    path_ = path;
+    mask_ = mask;
+  }
+  void removeWatch() {
+    record("removeWatch");
+    watching_ = false;
+  }
+  std::string answer() {
+    ++queries_;
+    return path_;
+  }
 
  private:
   bool watching_ = false;

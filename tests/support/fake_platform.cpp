@@ -5,6 +5,7 @@
 #include "support/noncopyable.h"
 
 #include <brask/platform.h>
+#include <fcntl.h>
 #include <mem/mkpath.h>
 #include <nsutil/nsutil.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 const char* DEFAULT_NS = "default";
@@ -33,9 +35,27 @@ class End : public Control, private NonCopyable {
   std::shared_ptr<Fake> fake_;
 };
 
+[[noreturn]] void refuse(int fd, int error) {
+  throw std::system_error(error, std::generic_category(), "watch " + std::to_string(fd));
+}
+
+// As the contract requires; close-on-exec as the bundled loop does.
+void prepare(int fd) {
+  const Fault::Bypass bypass;
+  const int status = fcntl(fd, F_GETFL);
+  if (status < 0 || fcntl(fd, F_SETFL, status | O_NONBLOCK) < 0) refuse(fd, errno);
+  const int flags = fcntl(fd, F_GETFD);
+  if (flags < 0 || fcntl(fd, F_SETFD, flags | FD_CLOEXEC) < 0) refuse(fd, errno);
+}
+
 struct FdEnd : End<Brask::Platform::FdControl, FakeFdControl> {
   using End::End;
-  void watch(int fd) override { fake_->watch(fd, FakePlatform::current().watchFailure()); }
+  void watch(int fd) override {
+    fake_->record("watch " + std::to_string(fd));
+    if (const int failure = FakePlatform::current().watchFailure()) refuse(fd, failure);
+    prepare(fd);
+    fake_->watch(fd);
+  }
   void unwatch() override { fake_->unwatch(); }
   int fd() override { return fake_->answer(); }
 };

@@ -31,7 +31,6 @@ class FakePlatform : private NonCopyable {
   FakeInotifyControl& inotify(size_t index) { return *inotifies_.at(index); }
   size_t fdCount() const { return fds_.size(); }
   size_t timerCount() const { return timers_.size(); }
-  size_t inotifyCount() const { return inotifies_.size(); }
 
   /// Calls made to all controls and the test's own notes, in order: "fd#0 watch 7",
   /// "timer#0 start 30", "inotify#0 addWatch /x 0x208", "fd#0 delete".

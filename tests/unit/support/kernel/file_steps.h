@@ -31,61 +31,24 @@ inline std::size_t systemsQueueLimit() {
   return limit;
 }
 
-/// What can be done with files and watches. Paths begin with a slash; results are errnos.
-class System {
+/// The model, with what can be done to files and watches besides. Paths begin with a slash; results
+/// are errnos.
+class Model : public Files {
  public:
-  virtual ~System() = default;
-  virtual void makeDirectories(const std::string& path) = 0;
-  virtual int makeDirectory(const std::string& path, mode_t mode) = 0;
-  virtual int changeMode(const std::string& path, mode_t mode) = 0;
-  virtual int examine(const std::string& path, Files::Links links, mode_t& mode) = 0;
-  virtual void makeLink(const std::string& path) = 0;
-  virtual int write(const std::string& path, const std::string& content) = 0;
-  virtual int read(const std::string& path, std::string& content) = 0;
-  virtual int remove(const std::string& path) = 0;
-  virtual int removeTree(const std::string& path) = 0;
-  virtual int watch(const std::string& path, uint32_t mask) = 0;
-  virtual bool unwatch(int wd) = 0;
+  Model() { attach(&inotify_); }
 
-  /// The bytes of the next read(2) of the events.
-  virtual std::size_t readEvents(char* buffer, std::size_t size) = 0;
-};
-
-class Model : public System {
- public:
-  Model() { files_.attach(&inotify_); }
-  void makeDirectories(const std::string& path) override { files_.makeDirectories(path); }
-  int makeDirectory(const std::string& path, mode_t mode) override {
-    return files_.makeDirectory(path, mode);
-  }
-  int changeMode(const std::string& path, mode_t mode) override {
-    return files_.changeMode(path, mode);
-  }
-  int examine(const std::string& path, Files::Links links, mode_t& mode) override {
-    return files_.examine(path, links, mode);
-  }
-  void makeLink(const std::string& path) override { files_.makeLink(path); }
-  int write(const std::string& path, const std::string& content) override {
-    if (const int error = files_.create(path)) return error;
-    files_.close(path, files_.inode(path), content);
+  int write(const std::string& path, const std::string& content) {
+    if (const int error = create(path)) return error;
+    close(path, inode(path), content);
     return 0;
   }
-  int read(const std::string& path, std::string& content) override {
-    return files_.read(path, content);
-  }
-  int remove(const std::string& path) override { return files_.remove(path); }
-  int removeTree(const std::string& path) override { return files_.removeTree(path); }
-  int watch(const std::string& path, uint32_t mask) override {
-    return inotify_.add(files_.inode(path), mask);
-  }
-  bool unwatch(int wd) override { return inotify_.remove(wd); }
-  std::size_t readEvents(char* buffer, std::size_t size) override {
+  int watch(const std::string& path, uint32_t mask) { return inotify_.add(inode(path), mask); }
+  bool unwatch(int wd) { return inotify_.remove(wd); }
+  /// The bytes of the next read(2) of the events.
+  std::size_t readEvents(char* buffer, std::size_t size) {
     std::vector<InotifyEvent> taken;
     return inotify_.read(buffer, size, SIZE_MAX, taken);
   }
-
- protected:
-  Files files_;
 
  private:
   Inotify inotify_{systemsQueueLimit()};
@@ -93,38 +56,35 @@ class Model : public System {
 
 class ModelWithParentFirst final : public Model {
  public:
-  ModelWithParentFirst() { files_.reportsParentFirst = true; }
+  ModelWithParentFirst() { reportsParentFirst = true; }
 };
 
-class Linux final : public System {
+/// The same with the files of a directory of the test's own.
+class Linux {
  public:
-  void makeDirectories(const std::string& path) override {
-    std::filesystem::create_directories(real(path));
-  }
-  int makeDirectory(const std::string& path, mode_t mode) override {
+  void makeDirectories(const std::string& path) { std::filesystem::create_directories(real(path)); }
+  int makeDirectory(const std::string& path, mode_t mode) {
     return result(::mkdir(real(path).c_str(), mode));
   }
-  int changeMode(const std::string& path, mode_t mode) override {
+  int changeMode(const std::string& path, mode_t mode) {
     return result(::chmod(real(path).c_str(), mode));
   }
-  int examine(const std::string& path, Files::Links links, mode_t& mode) override {
+  int examine(const std::string& path, Files::Links links, mode_t& mode) {
     struct stat status {};
     const auto examiner = links == Files::Links::kFollowed ? ::stat : ::lstat;
     const int error = result(examiner(real(path).c_str(), &status));
     mode = status.st_mode;
     return error;
   }
-  void makeLink(const std::string& path) override {
-    EXPECT_EQ(::symlink("nowhere", real(path).c_str()), 0);
-  }
-  int write(const std::string& path, const std::string& content) override {
+  void makeLink(const std::string& path) { EXPECT_EQ(::symlink("nowhere", real(path).c_str()), 0); }
+  int write(const std::string& path, const std::string& content) {
     const Descriptor file(
         ::open(real(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!file.isOpen()) return errno;
     const ssize_t size = ::write(file.get(), content.data(), content.size());
     return size == static_cast<ssize_t>(content.size()) ? 0 : EIO;
   }
-  int read(const std::string& path, std::string& content) override {
+  int read(const std::string& path, std::string& content) {
     const Descriptor file(::open(real(path).c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.isOpen()) return errno;
     char data[64];
@@ -133,15 +93,15 @@ class Linux final : public System {
     content.assign(data, static_cast<std::size_t>(size));
     return 0;
   }
-  int remove(const std::string& path) override { return result(std::remove(real(path).c_str())); }
-  int removeTree(const std::string& path) override {
+  int remove(const std::string& path) { return result(std::remove(real(path).c_str())); }
+  int removeTree(const std::string& path) {
     return std::filesystem::remove_all(real(path)) == 0 ? ENOENT : 0;
   }
-  int watch(const std::string& path, uint32_t mask) override {
+  int watch(const std::string& path, uint32_t mask) {
     return ::inotify_add_watch(inotify_.get(), real(path).c_str(), mask);
   }
-  bool unwatch(int wd) override { return ::inotify_rm_watch(inotify_.get(), wd) == 0; }
-  std::size_t readEvents(char* buffer, std::size_t size) override {
+  bool unwatch(int wd) { return ::inotify_rm_watch(inotify_.get(), wd) == 0; }
+  std::size_t readEvents(char* buffer, std::size_t size) {
     return static_cast<std::size_t>(std::max<ssize_t>(0, ::read(inotify_.get(), buffer, size)));
   }
 
@@ -154,10 +114,9 @@ class Linux final : public System {
 };
 
 /// Takes steps and records the result of each.
+template <class System>
 class Steps {
  public:
-  explicit Steps(System& system) : system_(system) {}
-
   void makeDirectories(const std::string& path) { system_.makeDirectories(path); }
   void makeLink(const std::string& path) { system_.makeLink(path); }
   int watch(const std::string& path, uint32_t mask = kMask) {
@@ -210,22 +169,20 @@ class Steps {
     journal.push_back(step + ": " + std::strerror(error));
   }
 
-  System& system_;
+  System system_;
 };
 
-using Script = std::function<void(Steps&)>;
-
-template <class SomeSystem>
-std::vector<std::string> outcome(const Script& script) {
-  SomeSystem system;
-  Steps steps(system);
+template <class System, class Script>
+std::vector<std::string> outcome(Script script) {
+  Steps<System> steps;
   script(steps);
   steps.readEvents();
   return steps.journal;
 }
 
 /// The model has the results that Linux has.
-inline void compare(const Script& script) {
+template <class Script>
+void compare(Script script) {
   const std::vector<std::string> expected = outcome<Linux>(script);
   EXPECT_FALSE(expected.empty());
   EXPECT_EQ(outcome<Model>(script), expected);

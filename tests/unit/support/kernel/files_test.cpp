@@ -8,7 +8,7 @@ namespace Zorbe::Test::Kernel {
 namespace {
 
 TEST(FilesTest, AFileHasTheContentThatWasWrittenLast) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a/b");
     steps.read("/a/b/file");
     steps.write("/a/b/file", "one");
@@ -18,7 +18,7 @@ TEST(FilesTest, AFileHasTheContentThatWasWrittenLast) {
 }
 
 TEST(FilesTest, AFileNeedsADirectoryAndADirectoryIsNoFile) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.write("/a/file", "x");
     steps.makeDirectories("/a");
     steps.write("/a", "x");
@@ -27,7 +27,7 @@ TEST(FilesTest, AFileNeedsADirectoryAndADirectoryIsNoFile) {
 }
 
 TEST(FilesTest, OnlyAnEmptyDirectoryIsRemovedByItself) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a/b");
     steps.remove("/a");
     steps.remove("/a/b");
@@ -38,7 +38,7 @@ TEST(FilesTest, OnlyAnEmptyDirectoryIsRemovedByItself) {
 }
 
 TEST(FilesTest, AWatchReportsFilesThatAreWrittenAndRemoved) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a/b");
     steps.watch("/a");
     steps.write("/a/file", "x");
@@ -49,7 +49,7 @@ TEST(FilesTest, AWatchReportsFilesThatAreWrittenAndRemoved) {
 }
 
 TEST(FilesTest, EqualEventsInARowAreReportedOnce) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a");
     steps.watch("/a");
     for (const char* name : {"/a/one", "/a/one", "/a/two", "/a/one"}) steps.write(name, "x");
@@ -57,7 +57,7 @@ TEST(FilesTest, EqualEventsInARowAreReportedOnce) {
 }
 
 TEST(FilesTest, AWatchEndsWithItsDirectoryAndDoesNotReturnWithIt) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a/b");
     steps.write("/a/b/file", "x");
     steps.watch("/a/b");
@@ -68,7 +68,7 @@ TEST(FilesTest, AWatchEndsWithItsDirectoryAndDoesNotReturnWithIt) {
 }
 
 TEST(FilesTest, WatchingADirectoryAgainLosesNothing) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a");
     steps.watch("/a");
     steps.write("/a/file", "x");
@@ -78,7 +78,7 @@ TEST(FilesTest, WatchingADirectoryAgainLosesNothing) {
 }
 
 TEST(FilesTest, TheRemovalOfADirectoryIsReportedToTheWatchOfItsParent) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a/b");
     steps.watch("/a");
     steps.removeTree("/a/b");
@@ -89,7 +89,7 @@ TEST(FilesTest, TheRemovalOfADirectoryIsReportedToTheWatchOfItsParent) {
 
 // Kernels differ in the order.
 TEST(FilesTest, TheEndOfADirectoryIsReportedToItsWatchAndToThatOfItsParent) {
-  const auto script = [](Steps& steps) {
+  const auto script = [](auto& steps) {
     steps.makeDirectories("/a/b");
     steps.watch("/a");
     steps.watch("/a/b");
@@ -100,7 +100,7 @@ TEST(FilesTest, TheEndOfADirectoryIsReportedToItsWatchAndToThatOfItsParent) {
 }
 
 TEST(FilesTest, AWatchThatIsRemovedIsIgnoredOnceAndItsNumberIsNotUsedAgain) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a");
     const int wd = steps.watch("/a");
     steps.unwatch(wd);
@@ -111,7 +111,7 @@ TEST(FilesTest, AWatchThatIsRemovedIsIgnoredOnceAndItsNumberIsNotUsedAgain) {
 }
 
 TEST(FilesTest, AMaskReplacesTheFormerOneUnlessItIsAdded) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/a");
     steps.watch("/a", IN_CLOSE_WRITE);
     steps.watch("/a", IN_DELETE | IN_MASK_ADD);
@@ -126,7 +126,7 @@ TEST(FilesTest, AMaskReplacesTheFormerOneUnlessItIsAdded) {
 TEST(FilesTest, AFullQueueEndsWithAnOverflowAndTakesEventsAgainWhenItIsRead) {
   const std::size_t limit = systemsQueueLimit();
   ASSERT_GT(limit, 0u);
-  compare([limit](Steps& steps) {
+  compare([limit](auto& steps) {
     steps.makeDirectories("/a");
     steps.watch("/a");
     for (std::size_t i = 0; i <= limit + 2; ++i) steps.write(i % 2 == 0 ? "/a/x" : "/a/y", "");
@@ -136,7 +136,7 @@ TEST(FilesTest, AFullQueueEndsWithAnOverflowAndTakesEventsAgainWhenItIsRead) {
 }
 
 TEST(FilesTest, PathsAreWalkedComponentByComponent) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/d/e");
     steps.write("/f", "x");
     steps.makeLink("/n");
@@ -150,7 +150,7 @@ TEST(FilesTest, PathsAreWalkedComponentByComponent) {
 }
 
 TEST(FilesTest, DirectoriesAreMadeOnceAndModesAreChanged) {
-  compare([](Steps& steps) {
+  compare([](auto& steps) {
     steps.makeDirectories("/d");
     steps.write("/f", "x");
     steps.makeLink("/n");

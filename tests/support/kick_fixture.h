@@ -38,10 +38,10 @@ class KickTest : public FakePlatformTest {
 
   /// The first and the last message so far.
   Message first() const {
-    return handler.messages().empty() ? silence() : handler.messages().front();
+    return handler.messages().empty() ? noMessage() : handler.messages().front();
   }
   Message last() const {
-    return handler.messages().empty() ? silence() : handler.messages().back();
+    return handler.messages().empty() ? noMessage() : handler.messages().back();
   }
 
   void forget() {
@@ -70,7 +70,7 @@ class KickTest : public FakePlatformTest {
     return {};
   }
 
-  static Message silence() { return {-1, "nothing was logged"}; }
+  static Message noMessage() { return {-1, "nothing was logged"}; }
 
   const std::string table = inRoot("quotes");
   RootPath root{handler, "quotes", true};

@@ -25,7 +25,7 @@ inline std::optional<uint64_t> readNumber(const char* text, Range range) {
   return number;
 }
 
-/// For those who got another one.
+/// For the message about another number.
 inline std::string describe(Range range) {
   return "a number from " + std::to_string(range.least) + " to " + std::to_string(range.most);
 }

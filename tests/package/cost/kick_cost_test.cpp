@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What rounds of the kick channel ask of the heap, with both sides in one process.
+// Allocations of rounds of the kick channel, with both sides in one process.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

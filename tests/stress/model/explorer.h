@@ -29,9 +29,9 @@ class Explorer {
  public:
   explicit Explorer(const Memory& memory) : memory_(memory) {}
 
-  /// Every run of `reader`. It may throw: then `trace` tells what it loaded. A run that cannot
-  /// come to anything new is left with longjmp: the reader's frames may have no destructors that
-  /// do something (exceptions took half of the time).
+  /// Every run of `reader`. It may throw: then `trace` returns what it has loaded. A run that
+  /// cannot come to anything new is left with longjmp: the reader's frames may have no destructors
+  /// that do something (exceptions took half of the time).
   template <typename Reader>
   void run(Reader reader);
 

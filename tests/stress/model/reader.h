@@ -54,7 +54,7 @@ class Reader {
   Value index_ = 0;  // the file that it has mapped
 };
 
-/// "It is corrupt", says the reader of what a correct writer left.
+/// The reader takes for corruption what a correct writer has left.
 [[noreturn]] void corrupt(const std::string& what);
 
 }  // namespace Zorbe::Model

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// What a table holds according to the operations that its writers have finished, regardless of
-// their stores were: readers and takeovers are judged by it.
+// What a table holds according to the operations that its writers have finished, whichever
+// stores those were: readers and takeovers are judged by it.
 #pragma once
 
 #include <vector>

@@ -113,7 +113,7 @@ void Writer::erase(Value key) {
   }
   logChange(n, slot);
   storeSlot(slot, {kErased, n, key, 0});
-  if (p_.has(Mistake::kEraseDropsEntry)) buryOldKey(slot);
+  if (p_.has(Mistake::kEraseDropsEntry)) storeTombstone(slot);
   appended_ = n;
 }
 

@@ -38,7 +38,7 @@ class Writer {
   void storeImage(Value slot, Value guard);
   void logChange(Value sequence, Value slot);
   void insert(Value key, Value slot);
-  void buryOldKey(Value slot);
+  void storeTombstone(Value slot);
   bool roomInIndex(bool reuse) const;
   Value freeSlot(Value sequence) const;
   void storeNew(Value slot, const Record& record);

@@ -59,9 +59,9 @@ void Writer::logChange(Value sequence, Value slot) {
 void Writer::storeNew(Value slot, const Record& stored) {
   const bool reuse = record(slot).state == kErased;
   const bool late = p_.has(Mistake::kTombstoneBeforeLog);
-  if (reuse && late) buryOldKey(slot);
+  if (reuse && late) storeTombstone(slot);
   if (!p_.has(Mistake::kLogAfterSlot)) logChange(stored.sequence, slot);
-  if (reuse && !late && !p_.has(Mistake::kNoTombstone)) buryOldKey(slot);
+  if (reuse && !late && !p_.has(Mistake::kNoTombstone)) storeTombstone(slot);
   const bool indexFirst = p_.has(Mistake::kIndexBeforeSlot);
   if (indexFirst) insert(stored.key, slot);
   storeSlot(slot, stored);
@@ -80,7 +80,7 @@ void Writer::insert(Value, Value slot) {  // every key has the same hash
   throw Violation("writer: the index is full");
 }
 
-void Writer::buryOldKey(Value slot) {
+void Writer::storeTombstone(Value slot) {
   const File& file = index();
   for (Value i = 0; i < file.size; ++i) {
     if (load(file.entry(i)) != bucketOf(slot)) continue;

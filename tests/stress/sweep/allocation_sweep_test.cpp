@@ -17,14 +17,14 @@ class AllocationSweepTest : public SweepTest {
       runScenario({"allocation " + std::to_string(nth), effort, [=] { Memory::fail(nth, failing); },
                    [&](const EventRecorder& recorder) {
                      fired = Memory::stopFailing() != 0;
-                     if (fired) judge(recorder);
+                     if (fired) check(recorder);
                    }});
       if (!fired) return finish(nth - 1);
     }
   }
 
  private:
-  void judge(const EventRecorder& recorder) {
+  void check(const EventRecorder& recorder) {
     for (const std::string& text : newExceptions(recorder)) report("throws: " + text);
     if (recorder.badAllocs() == 0 && !missesMessages(recorder)) ++unnoticed;
   }

@@ -179,10 +179,10 @@ std::vector<Fault::Failure> failuresOf(const std::string& call, unsigned nth) {
   return failures;
 }
 
-std::string whyHarmless(const Fault::InterceptedCall& victim, const Fault::Failure& failure) {
+std::string whyHarmless(const Fault::InterceptedCall& failed, const Fault::Failure& failure) {
   for (const Harmless& entry : kHarmless) {
-    if (victim.call == entry.call && startsWith(victim.target, entry.start) &&
-        endsWith(victim.target, entry.end) &&
+    if (failed.call == entry.call && startsWith(failed.target, entry.start) &&
+        endsWith(failed.target, entry.end) &&
         (entry.error == 0 || entry.error == (failure.result ? kShortened : failure.error))) {
       return entry.why;
     }
@@ -190,10 +190,10 @@ std::string whyHarmless(const Fault::InterceptedCall& victim, const Fault::Failu
   return {};
 }
 
-std::string describe(const Fault::InterceptedCall& victim, const Fault::Failure& failure) {
+std::string describe(const Fault::InterceptedCall& failed, const Fault::Failure& failure) {
   const std::string how = failure.result ? "result " + std::to_string(*failure.result)
                                          : std::string(strerrorname_np(failure.error));
-  return victim.call + " " + how + " on '" + victim.target + "'";
+  return failed.call + " " + how + " on '" + failed.target + "'";
 }
 
 }  // namespace Zorbe::Test::Sweep

@@ -19,9 +19,9 @@ bool isFull();
 std::vector<Fault::Failure> failuresOf(const std::string& call, unsigned nth);
 
 /// Why a failure of this call on this target is not reported; empty when it has to be.
-std::string whyHarmless(const Fault::InterceptedCall& victim, const Fault::Failure& failure);
+std::string whyHarmless(const Fault::InterceptedCall& failed, const Fault::Failure& failure);
 
 /// "recv ECONNRESET on socket:[1]", "send result 3 on ..."
-std::string describe(const Fault::InterceptedCall& victim, const Fault::Failure& failure);
+std::string describe(const Fault::InterceptedCall& failed, const Fault::Failure& failure);
 
 }  // namespace Zorbe::Test::Sweep

@@ -42,11 +42,11 @@ class FaultSweepTest : public SweepTest {
   std::optional<Fault::Failure> pick(const Fault::InterceptedCall& call, unsigned nth, size_t way) {
     const Fault::Bypass bypass;
     fired = true;
-    victim = call;
+    failed = call;
     failures = failuresOf(call.call, nth);
     if (way >= failures.size() || isEndless(failures[way], call)) return std::nullopt;
     failure = failures[way];
-    rename(name + ": " + describe(victim, *failure));
+    rename(name + ": " + describe(failed, *failure));
     return failure;
   }
 
@@ -57,7 +57,7 @@ class FaultSweepTest : public SweepTest {
            (call.call == "read" || call.call == "write" || call.call == "writev");
   }
 
-  bool tells(const Message& message) const {
+  bool reports(const Message& message) const {
     if (failure->result) return true;
     // The message about an opened socket has any errno.
     return !contains(message.text, " success ") &&
@@ -69,12 +69,12 @@ class FaultSweepTest : public SweepTest {
   bool isReported(const EventRecorder& recorder) const {
     const std::vector<Message> messages = newMessages(recorder);
     return std::any_of(messages.begin(), messages.end(),
-                       [this](const Message& message) { return tells(message); });
+                       [this](const Message& message) { return reports(message); });
   }
 
   void checkReported(const EventRecorder& recorder) {
     if (!failure || !newExceptions(recorder).empty() || isReported(recorder)) return;
-    if (whyHarmless(victim, *failure).empty()) report("is not reported");
+    if (whyHarmless(failed, *failure).empty()) report("is not reported");
   }
 
   void finish(unsigned calls) const {
@@ -83,7 +83,7 @@ class FaultSweepTest : public SweepTest {
 
   bool lasting = false;
   bool fired = false;
-  Fault::InterceptedCall victim;
+  Fault::InterceptedCall failed;
   std::optional<Fault::Failure> failure;
   std::vector<Fault::Failure> failures;
 };

@@ -19,14 +19,14 @@ constexpr unsigned kDeadlineSeconds = 30;
 // The name of the current run, for the message of a crash.
 char current[512];
 
-void tell(const char* what) {
+void printRun(const char* what) {
   for (const char* part : {what, static_cast<const char*>(current), "\n"}) {
     if (::write(STDERR_FILENO, part, std::strlen(part)) < 0) break;
   }
 }
 
 void onSignal(int number) {
-  tell(number == SIGALRM ? "hangs: " : "crashes: ");
+  printRun(number == SIGALRM ? "hangs: " : "crashes: ");
   ::signal(number, SIG_DFL);
   ::raise(number);
 }
@@ -49,7 +49,7 @@ std::string comparable(const std::string& text) {
 }
 
 void onTerminate() {
-  tell("terminates: ");
+  printRun("terminates: ");
   std::abort();
 }
 
@@ -82,12 +82,12 @@ void SweepTest::learnBaseline(Scenario::Effort effort) {
   const Run nothing{"nothing fails", effort, [] {}, [](const EventRecorder&) {}};
   runScenario(nothing);  // warms up
   Run learning = nothing;
-  learning.judge = [this](const EventRecorder& recorder) {
+  learning.check = [this](const EventRecorder& recorder) {
     for (const Message& message : recorder.messages()) baseline_.insert(comparable(message.text));
   };
   runScenario(learning);
   Run repeating = nothing;
-  repeating.judge = [this](const EventRecorder& recorder) {
+  repeating.check = [this](const EventRecorder& recorder) {
     for (const std::string& text : newExceptions(recorder)) report("throws: " + text);
     if (recorder.badAllocs() != 0) report("throws bad_alloc");
   };
@@ -142,7 +142,7 @@ void SweepTest::prepareSystem() const {
 void SweepTest::listSockets() const {
   std::ifstream all("/proc/net/unix");
   std::ofstream own(inRoot("unix"));
-  std::map<std::string, std::string> lines;  // by what stands behind the address
+  std::map<std::string, std::string> lines;  // by what follows the address
   for (std::string line; std::getline(all, line);) {
     if (line.find("zorbe_quotes") != std::string::npos) lines[line.substr(line.find(':'))] = line;
   }
@@ -161,7 +161,7 @@ void SweepTest::runScenario(const Run& run) {
   run.arm();
   prepareSystem();
   bypass.reset();
-  const Ending ending = lead(*recorder, run.effort);
+  const Ending ending = execute(*recorder, run.effort);
   Memory::stopFailing();
   bypass.emplace();
   Fault::reset();
@@ -169,14 +169,14 @@ void SweepTest::runScenario(const Run& run) {
     report("the loop does not rest");
   if (run.effort == Scenario::Effort::kNormal && !ending.recovered) report("does not recover");
   checkAfterwards(*recorder, before);
-  run.judge(*recorder);
+  run.check(*recorder);
   recorder.reset();
   if (Memory::blocks() != blocks) {
     report(std::to_string(Memory::blocks() - blocks) + " blocks of memory leaked");
   }
 }
 
-SweepTest::Ending SweepTest::lead(EventRecorder& recorder, Scenario::Effort effort) {
+SweepTest::Ending SweepTest::execute(EventRecorder& recorder, Scenario::Effort effort) {
   Scenario scenario(recorder, table_, effort);
   scenario.run();
   return {scenario.recovered(), !scenario.neverIdle()};

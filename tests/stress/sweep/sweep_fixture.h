@@ -27,7 +27,7 @@ class SweepTest : public ZorbeTest {
     std::string name;
     Scenario::Effort effort = Scenario::Effort::kNormal;
     std::function<void()> arm;
-    std::function<void(const EventRecorder&)> judge;
+    std::function<void(const EventRecorder&)> check;
   };
   void runScenario(const Run& run);
 
@@ -59,7 +59,7 @@ class SweepTest : public ZorbeTest {
     bool becameIdle;
   };
 
-  Ending lead(EventRecorder& recorder, Scenario::Effort effort);
+  Ending execute(EventRecorder& recorder, Scenario::Effort effort);
   void checkAfterwards(const EventRecorder& recorder, const Census& before);
   void clearRoot();
   void prepareSystem() const;

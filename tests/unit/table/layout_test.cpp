@@ -68,7 +68,9 @@ TEST_F(LayoutTest, OfTheSlots) {
   const uint64_t* slot = &words[kSlots];
   EXPECT_EQ((Words{slot[0], slot[1], slot[2], slot[3]}), (Words{4, 1, 3, 77}));
   for (size_t i = 0; i < value.words.size(); ++i) EXPECT_EQ(slot[4 + i], value.words[i]);
-  EXPECT_EQ(std::memcmp(&slot[9], &value.tail, sizeof value.tail), 0);
+  uint64_t tail = 0;  // the rest of its word is zero
+  std::memcpy(&tail, &value.tail, sizeof value.tail);
+  EXPECT_EQ(slot[9], tail);
   slot += kSlot;
   EXPECT_EQ((Words{slot[0], slot[1], slot[2], slot[3], slot[4]}), (Words{2, 1, 2, 78, 6}));
   EXPECT_EQ(slot[kSlot], 0u);
@@ -85,6 +87,7 @@ TEST_F(LayoutTest, OfTheIndexAndTheLog) {
   ASSERT_EQ(index.size(), size_t{16 + 24});
   expectPrologue(index, "ZTINDEX1", 1, 24, slots);
   const uint64_t seed = index[8];
+  EXPECT_NE(seed, 0u);
   const uint64_t key = 77;
   const Table::Hash hash = Table::Detail::hashOf(&key, 1, seed);
   EXPECT_EQ(index[16 + static_cast<size_t>(uint64_t{hash.home} * 3 >> 32) * 8],

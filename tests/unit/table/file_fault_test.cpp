@@ -4,17 +4,20 @@
 #include "support/table_fixture.h"
 
 #include "memory/identity.h"
+#include "memory/mapping.h"
 
 #include "fault/fault.h"
 
 #include <zorbe/exceptions.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 
 namespace Zorbe::Test {
 namespace {
@@ -23,6 +26,7 @@ using Table::Access;
 using Table::Error;
 using Table::File;
 using Table::Identity;
+using Table::Mapping;
 using testing::HasSubstr;
 
 class FileTest : public TableTest {
@@ -141,6 +145,89 @@ TEST_F(FileTest, AFileThatCannotBeRemovedIsNamed) {
               HasSubstr("unlink() " + path("a") + ": "));
 }
 
+TEST_F(FileTest, MoreThanTheLimitOfFileSizesIsRefused) {
+  const auto file = File::create(options.place, "a", 0644);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  rlimit tight = before;
+  tight.rlim_cur = 8192;
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tight), 0);
+  const std::string refused = errorOf([&] { file->allocate(0, 8193); });
+  const std::string allowed = errorOf([&] { file->allocate(0, 8192); });
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+  EXPECT_EQ(refused,
+            "table 't': posix_fallocate() " + path("a") +
+                ": File too large; raise the file size limit (ulimit -f), or ask for fewer "
+                "records");
+  EXPECT_EQ(allowed, "nothing was thrown");
+  EXPECT_EQ(lengthOf("a"), 8192);
+}
+
+TEST_F(FileTest, MoreThanTheAddressSpaceIsNotMapped) {
+  const auto file = File::create(options.place, "a", 0644);
+  file->allocate(0, 4096);
+  const std::string text = "table 't': mmap() " + path("a") +
+                           ": Cannot allocate memory; raise the limit of address space (ulimit -v)";
+  for (const uint64_t bytes : {~uint64_t{0}, uint64_t{SIZE_MAX} / 2}) {
+    EXPECT_EQ(errorOf([&] { Mapping(options.place, *file, Access::kRead, bytes, 0); }), text);
+  }
+  const Mapping mapping(options.place, *file, Access::kRead, 4096, 0);
+  EXPECT_EQ(mapping.size(), 4096u);
+  const Mapping reserved(options.place, *file, Access::kRead, 4096, 1 << 20);
+  EXPECT_EQ(reserved.size(), uint64_t{1} << 20);
+}
+
+TEST_F(FileTest, NoProgramThatIsExecutedHasIt) {
+  const auto file = File::create(options.place, "a", 0644);
+  const auto expectClosed = [](const File& opened) {
+    EXPECT_EQ(::fcntl(opened.fd(), F_GETFD), FD_CLOEXEC);
+  };
+  expectClosed(*file);
+  expectClosed(file->reopen());
+  expectClosed(*File::open(options.place, "a", Access::kRead));
+  expectClosed(*File::open(options.place, "a", Access::kWrite));
+  if (const auto unnamed = File::createUnnamed(options.place, 0644)) expectClosed(*unnamed);
+}
+
+TEST_F(FileTest, IsOpenedForWhatItIsUsedFor) {
+  const auto file = File::create(options.place, "a", 0644);
+  const auto modeOf = [](const File& opened) { return ::fcntl(opened.fd(), F_GETFL) & O_ACCMODE; };
+  EXPECT_EQ(modeOf(*file), O_RDWR);
+  EXPECT_EQ(modeOf(file->reopen()), O_RDWR);
+  EXPECT_EQ(modeOf(*File::open(options.place, "a", Access::kWrite)), O_RDWR);
+  EXPECT_EQ(modeOf(*File::open(options.place, "a", Access::kRead)), O_RDONLY);
+}
+
+// A program without standard input, for one.
+TEST_F(FileTest, ADescriptorMayBeZero) {
+  const auto file = File::create(options.place, "a", 0644);
+  const int input = ::fcntl(0, F_DUPFD_CLOEXEC, 3);
+  ASSERT_EQ(::close(0), 0);
+  const auto fdOf = [](const std::optional<File>& opened) { return opened ? opened->fd() : -1; };
+  EXPECT_EQ(fdOf(File::open(options.place, "a", Access::kRead)), 0);
+  EXPECT_EQ(fdOf(File::create(options.place, "b", 0644)), 0);
+  EXPECT_EQ(file->reopen().fd(), 0);
+  EXPECT_EQ(errorOf([&] { Table::currentBoot(options.place); }), "nothing was thrown");
+  if (const auto unnamed = File::createUnnamed(options.place, 0644)) {
+    EXPECT_EQ(unnamed->fd(), 0);
+  }
+  EXPECT_EQ(::dup2(input, 0), 0);
+  EXPECT_EQ(::close(input), 0);
+}
+
+TEST_F(FileTest, AWriterKeepsTwoDescriptorsAndAReaderOne) {
+  const auto count = [] {
+    const std::filesystem::directory_iterator open("/proc/self/fd");
+    return std::distance(begin(open), end(open));
+  };
+  const auto before = count();
+  const auto writer = openWriter();
+  for (uint64_t key = 0; key < 300; ++key) put(*writer, key, key);
+  EXPECT_EQ(count(), before + 2);
+  const auto reader = openReader();
+  EXPECT_EQ(count(), before + 3);
+}
+
 class IdentityTest : public FileTest {
  protected:
   std::string bootIdOf(const std::string& text) {
@@ -180,9 +267,12 @@ TEST_F(IdentityTest, ARandomNumberIsWaitedForAndNeverZero) {
   const unsigned before = Fault::calls("getrandom");
   EXPECT_NE(Table::randomNumber(options.place), 0u);
   EXPECT_EQ(Fault::calls("getrandom"), before + 2);
-  Fault::armResult("getrandom", 1, 3);  // too few bytes
-  EXPECT_NE(Table::randomNumber(options.place), 0u);
-  EXPECT_EQ(Fault::calls("getrandom"), before + 4);
+  for (const long bytes : {0, 3}) {  // too few
+    Fault::armResult("getrandom", 1, bytes);
+    errno = EIO;
+    EXPECT_NE(Table::randomNumber(options.place), 0u);
+  }
+  EXPECT_EQ(Fault::calls("getrandom"), before + 6);
   Fault::arm("getrandom", 1, EIO);
   EXPECT_EQ(errorOf([this] { Table::randomNumber(options.place); }),
             "table 't': getrandom() " + options.place.directory + ": Input/output error");

@@ -190,6 +190,21 @@ TEST_F(OpeningTest, ALogThatContradictsItselfIsNamed) {
   EXPECT_EQ(errorWith(1), "nothing was thrown");
 }
 
+TEST_F(OpeningTest, AFileThatIsMostlyHolesIsNamed) {
+  const auto errorWith = [this](const char* file, uint64_t size) {
+    makeTable();
+    EXPECT_EQ(::truncate(path(file).c_str(), off_t{1} << 24), 0);
+    overwriteWord(path(file), offsetof(Table::Prologue, size), size);
+    return errorOfReading();
+  };
+  EXPECT_EQ(errorWith("buckets", 1 << 20), corrupt(path("buckets") + " is mostly holes"));
+  EXPECT_EQ(errorWith("buckets", 24), "nothing was thrown");
+  makeTable();
+  ASSERT_EQ(::truncate(path("slots").c_str(), off_t{1} << 24), 0);
+  overwriteWord(path("slots"), offsetof(SlotsHeader, capacity), 10'000);
+  EXPECT_EQ(errorOfReading(), corrupt(path("slots") + " is mostly holes"));
+}
+
 TEST_F(OpeningTest, AFileOfAnotherTableIsNone) {
   makeTable();
   const size_t words[] = {offsetof(Table::Prologue, magic), offsetof(Table::Prologue, incarnation),

@@ -60,6 +60,16 @@ TEST_F(TableLog, AWriterSaysWhyItReplacesATable) {
                                         ": it was written before the machine restarted")));
 }
 
+TEST_F(TableLog, AWriterSaysThatItMakesItsFilesAgain) {
+  const Writer writer("t", options);
+  handler.clear();
+  std::filesystem::remove_all(root_);
+  EXPECT_TRUE(turnUntil([&] { return std::filesystem::exists(slots()); }));
+  EXPECT_THAT(messagesOf("WriterCore::"),
+              ElementsAre(Logged(1, "WriterCore::logStart() replaced " + root_ +
+                                        ": its files were removed or replaced")));
+}
+
 TEST_F(TableLog, AReaderNamesTheTableThatItHasFound) {
   const Writer writer("t", options);
   const Reader reader("t", options);

@@ -179,3 +179,43 @@ TEST_F(SlotMemoryTest, AnImageThatContradictsItselfIsNotUndone) {
   EXPECT_FALSE(memory.undoStore(kSlotCount));
   EXPECT_EQ(memory.sequenceOf(1), 99u);
 }
+
+namespace {
+
+// Slots of these values, which neither a store of one nor its image touches the others of.
+void expectNeighboursStay(uint32_t valueBytes) {
+  const Geometry geometry(8, valueBytes);
+  std::vector<Line> lines(static_cast<size_t>(geometry.fileBytes(kSlotCount) / kLine));
+  const SlotMemory memory(reinterpret_cast<char*>(lines.data()), geometry);
+  const std::vector<char> value(valueBytes, 'v');
+  const uint64_t keys[] = {7, 8, 9};
+  for (const uint32_t index : {2u, 0u, 1u, 0u}) {
+    memory.store(index, {kLive, 5, &keys[index], value.data()});
+  }
+  for (uint32_t index = 0; index < kSlotCount; ++index) {
+    uint64_t key = 0;
+    std::vector<char> found(valueBytes);
+    RecordOut out{&key, found.data(), valueBytes};
+    EXPECT_TRUE(memory.read(index, out));
+    EXPECT_EQ(key, keys[index]);
+    EXPECT_EQ(found, value);
+    EXPECT_EQ(relaxed(memory.slot(index).guard), index == 0 ? 4u : 2u);
+  }
+}
+
+}  // namespace
+
+TEST(SlotMemory, AStoreEndsWithItsSlot) {
+  constexpr uint32_t kNoPadding = 32;
+  ASSERT_EQ(Geometry(8, kNoPadding).slotBytes, 8 * (1 + 2 + 1 + kNoPadding / 8));
+  expectNeighboursStay(kNoPadding);
+  for (const uint32_t bytes : {1u, 7u, 8u, 9u, 31u, 33u}) expectNeighboursStay(bytes);
+}
+
+TEST(SlotMemory, TheImageEndsWhereTheSlotsBegin) {
+  constexpr uint32_t kToThePage = 3728;
+  const Geometry geometry(8, kToThePage);
+  ASSERT_EQ(geometry.slotsOffset,
+            Geometry::imageOffset() + offsetof(Image, words) + 8 * geometry.recordWords);
+  expectNeighboursStay(kToThePage);
+}

@@ -46,5 +46,48 @@ TEST(SlotAllocator, TakesAndReleasesASlotOnce) {
   EXPECT_TRUE(allocator.take(2));
 }
 
+TEST(SlotAllocator, ASlotIsFreeWhenItsErasureIsOlderThanTheLog) {
+  std::vector<char> bytes(1 << 16);
+  const Table::SlotMemory memory(bytes.data(), {8, kValueBytes});
+  SlotAllocator allocator;
+  allocator.extend(2);
+  for (const uint32_t slot : {0u, 1u}) {
+    allocator.setUsed(slot);
+    Table::release(memory.slot(slot).sequence, 5 + slot);
+    EXPECT_TRUE(allocator.release(slot));
+  }
+  EXPECT_EQ(allocator.candidate(memory, 5), std::nullopt);
+  EXPECT_EQ(allocator.candidate(memory, 6), 0u);
+  EXPECT_TRUE(allocator.take(0));
+  EXPECT_EQ(allocator.candidate(memory, 6), std::nullopt);
+  EXPECT_EQ(allocator.candidate(memory, 7), 1u);
+  EXPECT_TRUE(allocator.take(1));
+  EXPECT_EQ(allocator.candidate(memory, 100), std::nullopt);
+  EXPECT_EQ(allocator.used(), 2u);
+}
+
+// Whichever of three is used again first: the order of the others stays.
+TEST(SlotAllocator, KeepsTheOrderOfErasure) {
+  std::vector<char> bytes(1 << 16);
+  const Table::SlotMemory memory(bytes.data(), {8, kValueBytes});
+  for (const uint32_t again : {0u, 1u, 2u}) {
+    SlotAllocator allocator;
+    allocator.extend(3);
+    for (const uint32_t slot : {0u, 1u, 2u}) allocator.setUsed(slot);
+    for (const uint32_t slot : {0u, 1u, 2u}) EXPECT_TRUE(allocator.release(slot));
+    EXPECT_TRUE(allocator.take(again));
+    std::vector<uint32_t> order;
+    while (const auto slot = allocator.candidate(memory, 1)) {
+      order.push_back(*slot);
+      EXPECT_TRUE(allocator.take(*slot));
+    }
+    std::vector<uint32_t> expected{0, 1, 2};
+    expected.erase(expected.begin() + again);
+    EXPECT_EQ(order, expected);
+    EXPECT_TRUE(allocator.release(1));
+    EXPECT_EQ(allocator.candidate(memory, 1), 1u);
+  }
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

@@ -14,6 +14,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdarg>
 #include <ctime>
 
@@ -77,6 +78,10 @@ int fcntl64(int fd, int command, ...) __attribute__((alias("fcntl")));
 
 int poll(pollfd* entries, nfds_t count, int timeout) {
   return intercept<int>(Call::pollCall, {}, entries, count, timeout);
+}
+
+int ppoll(pollfd* entries, nfds_t count, const timespec* timeout, const sigset_t* mask) {
+  return intercept<int>(Call::ppollCall, {}, entries, count, timeout, mask);
 }
 
 int epoll_create1(int flags) noexcept {

@@ -21,6 +21,12 @@
 #include <stdexcept>
 #include <system_error>
 
+#ifdef ZORBE_COVERAGE
+extern "C" {
+#include <gcov.h>  // declares nothing for C++
+}
+#endif
+
 namespace Zorbe::Test {
 namespace {
 
@@ -80,7 +86,7 @@ ChildProcess::ChildProcess(std::string name, const Role& role, User user,
   Ends ends = Ends::open();
   flushAll();
   pid_ = require(::fork(), "fork");
-  if (pid_ == 0) ::_exit(run(role, user, ends.childs.get(), kept));
+  if (pid_ == 0) exitChild(run(role, user, ends.childs.get(), kept));
   channel_ = Channel(std::move(ends.parents), name_);
 }
 
@@ -189,6 +195,13 @@ std::string ChildProcess::log() const {
   const ssize_t length = ::pread(log_.get(), text.data(), text.size(), start);
   text.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
   return text;
+}
+
+void exitChild(int status) {
+#ifdef ZORBE_COVERAGE
+  __gcov_dump();
+#endif
+  ::_exit(status);
 }
 
 std::string resultInChild(const std::function<std::string()>& body, User user) {

@@ -95,6 +95,9 @@ class ChildProcess {
   pid_t pid_ = -1;
 };
 
+/// Ends a forked child like _exit(2). What it has run counts for the coverage, too.
+[[noreturn]] void exitChild(int status);
+
 /// Runs `body` in a child and returns the text that it returns. Fails the test when the child
 /// does not exit with 0.
 std::string resultInChild(const std::function<std::string()>& body, User user = User::kSame);

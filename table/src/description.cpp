@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdio>
 #include <sstream>
+#include <string_view>
 
 #include "memory/layout.h"
 
@@ -64,7 +65,8 @@ bool readNumber(const std::string& text, size_t& at, uint32_t& number) {
 
 // "f8", "u4[5]"
 bool readType(const std::string& text, Field& field) {
-  if (text.empty() || std::string("iufbSV").find(text[0]) == std::string::npos) return false;
+  constexpr std::string_view kTypes = "iufbSV";
+  if (kTypes.find(text[0]) == std::string_view::npos) return false;
   field.type = text[0];
   field.count = 0;
   size_t at = 1;

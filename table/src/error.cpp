@@ -7,8 +7,9 @@ namespace {
 
 std::string compose(const std::string& table, const std::string& key, const std::string& text) {
   if (table.empty()) return text;
-  const std::string subject = "table '" + table + "'";
-  return key.empty() ? subject + ": " + text : subject + ", key " + key + ": " + text;
+  std::string subject = "table '" + table + "'";
+  if (!key.empty()) subject += ", key " + key;
+  return subject + ": " + text;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <string>
+#include <string_view>
 
 #include "foundation/unique_fd.h"
 
@@ -22,13 +23,24 @@ bool parseBootId(const std::string& text, Identity& identity) {
   unsigned digits = 0;
   for (const char character : text) {
     if (character == '-' || character == '\n') continue;
-    static const std::string kHex = "0123456789abcdef";
+    constexpr std::string_view kHex = "0123456789abcdef";
     const size_t value = kHex.find(character);
-    if (value == std::string::npos || digits == 32) return false;
+    if (value == std::string_view::npos || digits == 32) return false;
     uint64_t& half = digits++ < 16 ? identity.bootHigh : identity.bootLow;
     half = half << 4 | value;
   }
   return digits == 32;
+}
+
+[[noreturn]] void failFormat(const Place& place, const std::string& path, uint64_t order,
+                             uint64_t version) {
+  std::string text = path + " was written by a host of the other byte order";
+  if (order == kByteOrder) {
+    text = path + " has version " + std::to_string(version) + " instead of " +
+           std::to_string(kVersion);
+  }
+  throw Error(ErrorCode::version, place.table, "",
+              text + "; remove it, or use another root directory");
 }
 
 }  // namespace
@@ -86,13 +98,7 @@ bool isComplete(const Place& place, const std::string& path, const Prologue& pro
   if (order != kByteOrder && __builtin_bswap64(order) != kByteOrder) {
     failCorrupt(place, path + " has no byte order");
   }
-  const bool otherOrder = order != kByteOrder;
-  throw Error(ErrorCode::version, place.table, "",
-              path +
-                  (otherOrder ? " was written by a host of the other byte order"
-                              : " has version " + std::to_string(version) + " instead of " +
-                                    std::to_string(kVersion)) +
-                  "; remove it, or use another root directory");
+  failFormat(place, path, order, version);
 }
 
 }  // namespace Zorbe::Table

@@ -68,14 +68,15 @@ class IndexMemory {
   /// is not there yet, and a key that was found once must not be missing in the next search.
   template <class Examine>
   bool find(Hash hash, Examine examine) const {
-    for (int attempt = 0; attempt < kFindAttempts; ++attempt) {
-      bool moved = false;
+    bool moved = true;
+    for (int attempt = 0; moved && attempt < kFindAttempts; ++attempt) {
+      moved = false;
       const bool found = probe(hash, [&](uint64_t bucket, uint32_t slot) {
         if (!examine(slot)) return false;
         moved = relaxed(entries_[bucket]) != Detail::entryOf(hash, slot);
         return true;
       });
-      if (!found || !moved) return found;
+      if (!found) return false;
     }
     return true;
   }

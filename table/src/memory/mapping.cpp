@@ -49,12 +49,6 @@ Mapping::Mapping(const Place& place, const File& file, Access access, uint64_t b
 Mapping::Mapping(Mapping&& other) noexcept
     : memory_(std::exchange(other.memory_, nullptr)), size_(std::exchange(other.size_, 0)) {}
 
-Mapping& Mapping::operator=(Mapping&& other) noexcept {
-  std::swap(memory_, other.memory_);
-  std::swap(size_, other.size_);
-  return *this;
-}
-
 Mapping::~Mapping() {
   if (memory_ != nullptr) static_cast<void>(::munmap(memory_, size_));  // cannot fail for our own
 }

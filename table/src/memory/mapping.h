@@ -23,7 +23,7 @@ class Mapping {
   Mapping(const Place& place, const File& file, Access access, uint64_t bytes, uint64_t reserve,
           MappingHints hints = {});
   Mapping(Mapping&& other) noexcept;
-  Mapping& operator=(Mapping&& other) noexcept;
+  Mapping& operator=(Mapping&& other) = delete;
   ~Mapping();
 
   /// Bytes of address space.

@@ -40,7 +40,7 @@ bool SlotMemory::readAgain(uint32_t index, RecordOut& out) const {
       if (relaxed(from.guard) == guard) return true;
     } else {
       // The image was another store's: then this one was over, and its guard has risen.
-      if (guard == lastOdd) return false;
+      if (guard == lastOdd) break;
       if (readImage(index, guard, out)) return true;
       lastOdd = guard;
     }

@@ -33,6 +33,17 @@ Peer loadPeer(const Word* words) {
   return peer;
 }
 
+Status loadCopy(const Word* words) {
+  Status status;
+  status.now = static_cast<int64_t>(acquire(words[0]));
+  status.connections = acquire(words[1]);
+  const auto listed = static_cast<size_t>(std::min<uint64_t>(acquire(words[2]), kMaxPeers));
+  for (size_t i = 0; i < listed; ++i) {
+    status.peers.push_back(loadPeer(words + kHeadWords + i * kPeerWords));
+  }
+  return status;
+}
+
 }  // namespace
 
 void storeStatus(SlotsHeader& header, const Status& status) {
@@ -49,19 +60,13 @@ void storeStatus(SlotsHeader& header, const Status& status) {
 }
 
 std::optional<Status> loadStatus(const SlotsHeader& header) {
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  std::optional<Status> status;
+  for (int attempt = 0; !status && attempt < kAttempts; ++attempt) {
     const uint64_t selector = acquire(header.statusSelector);
-    const Word* words = header.status[selector % 2];
-    Status status;
-    status.now = static_cast<int64_t>(acquire(words[0]));
-    status.connections = acquire(words[1]);
-    const auto listed = static_cast<size_t>(std::min<uint64_t>(acquire(words[2]), kMaxPeers));
-    for (size_t i = 0; i < listed; ++i) {
-      status.peers.push_back(loadPeer(words + kHeadWords + i * kPeerWords));
-    }
-    if (relaxed(header.statusSelector) == selector) return status;
+    status = loadCopy(header.status[selector % 2]);
+    if (relaxed(header.statusSelector) != selector) status.reset();
   }
-  return std::nullopt;
+  return status;
 }
 
 }  // namespace Zorbe::Table

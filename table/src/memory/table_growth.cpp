@@ -48,7 +48,7 @@ uint32_t TableWriter::makeRoom() {
 // Grows by half: few steps, and little unused memory.
 void TableWriter::growRecords() {
   const uint64_t slots = capacity();
-  if (slots == kMaxSlots) {
+  if (slots >= options_.maxSlots) {
     throw Error(ErrorCode::full, options_.place.table, "",
                 "it has " + std::to_string(slots) + " slots, the most that its format allows");
   }
@@ -57,7 +57,7 @@ void TableWriter::growRecords() {
   if (options_.maxRecords != 0) {
     grown = std::min(grown, std::max(slots + 1, options_.maxRecords + log_->entries()));
   }
-  grown = std::min(grown, kMaxSlots);
+  grown = std::min(grown, options_.maxSlots);
   allocator_.prepare(grown);
   slots_->grow(grown);
   allocator_.extend(grown);

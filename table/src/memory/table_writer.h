@@ -31,6 +31,7 @@ struct WriterOptions {
   mode_t mode = 0644;       // of the files
   bool replaceOtherSchema = false;
   uint64_t firstSequence = 0;  // what a new table starts after
+  uint64_t maxSlots = kMaxSlots;
   MappingHints hints{};
 };
 

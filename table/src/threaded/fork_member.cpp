@@ -5,6 +5,7 @@
 #include <zorbe/table/error.h>
 
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace Zorbe::Table {
@@ -19,7 +20,7 @@ struct ForkRegistry {
   ForkRegistry() {
     const int error = ::pthread_atfork([] { get().mutex.lock(); }, [] { get().mutex.unlock(); },
                                        [] { get().leaveAll(); });
-    if (error != 0) throw Error(ErrorCode::system, "", "", "pthread_atfork(): no memory");
+    if (error != 0) throw std::bad_alloc();  // it needs nothing else
   }
 
   void add(ForkMember& member) {

@@ -97,8 +97,9 @@ TEST_F(FieldsTest, WhatIsNoDescriptionIsRefused) {
   for (const char* text :
        {"key a u4 0\nvalue", "key a u4 0\nother b u4 0\n", "key a x4 0\n", "key a u4\n",
         "key a u4 0 7\n", "key a u 0\n", "key a u0 0\n", "key a u4[ 0\n", "key a u4[0] 0\n",
-        "key a u4[2 0\n", "key a u4[2]x 0\n", "key a u4 1\n", "value a V9 0\n", "key a u4 -1\n",
-        "value a u99999999999999999999 0\n", "value a u4[999999999] 0\n", "key a u4 0x\n"}) {
+        "key a u4[2 0\n", "key a u4[2]x 0\n", "key a u4[2x 0\n", "key a u1]2] 0\n", "key a u4 1\n",
+        "value a V9 0\n", "key a u4 -1\n", "value a u99999999999999999999 0\n",
+        "value a u4[999999999] 0\n", "key a u4 0x\n"}) {
     EXPECT_EQ(Table::parseDescription({4, 8, text}), std::nullopt) << text;
   }
   EXPECT_TRUE(Table::parseDescription({4, 8, ""}).has_value());
@@ -114,6 +115,37 @@ TEST_F(FieldsTest, InAnotherOrderThanTheStructsAreRefused) {
   }
 }
 
+TEST_F(FieldsTest, BeyondTheEndOfTheStructAreRefused) {
+  const std::vector<Table::Field> key = {{"key", 'u', 4, 0, 0}};
+  const std::vector<Table::Field> value = {{"a", 'i', 4, 0, 0}, {"b", 'i', 4, 2, 4}};
+  EXPECT_NO_THROW(Table::makeSchema(key, 4, value, 12, "t"));
+  try {
+    Table::makeSchema(key, 4, value, 8, "t");
+    ADD_FAILURE() << "was accepted";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.code(), Table::ErrorCode::usage);
+    EXPECT_EQ(error.what(), std::string("table 't': ZORBE_FIELDS: 'b' ends behind the struct"));
+  }
+}
+
+TEST_F(FieldsTest, AreRefusedWhenTheirDescriptionIsTooLong) {
+  const std::vector<Table::Field> key = {{"key", 'u', 4, 0, 0}};
+  std::vector<Table::Field> value;
+  const auto make = [&](size_t length) {  // "key key u4 0\n" and "value ... u1 0\n"
+    value = {{std::string(length - 13 - 12, 'x'), 'u', 1, 0, 0}};
+    return Table::makeSchema(key, 4, value, 1, "t").description.size();
+  };
+  EXPECT_EQ(make(16384), 16384u);
+  try {
+    make(16385);
+    ADD_FAILURE() << "was accepted";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.code(), Table::ErrorCode::usage);
+    EXPECT_EQ(error.what(), std::string("table 't': ZORBE_FIELDS: the description has 16385 bytes; "
+                                        "use shorter names"));
+  }
+}
+
 TEST_F(FieldsTest, AReaderWhoseListIsThePrefixOfTheTablesReadsIt) {
   const Schema table = Codec<int, Quote>("key").schema();
   const Schema old = Codec<int, Shop::OldQuote>("key").schema();
@@ -123,10 +155,13 @@ TEST_F(FieldsTest, AReaderWhoseListIsThePrefixOfTheTablesReadsIt) {
   EXPECT_FALSE(canRead((Codec<int, Shop::OldQuote>("id").schema()), table));
   EXPECT_FALSE(canRead((Codec<unsigned, Shop::OldQuote>("key").schema()), table));
   EXPECT_FALSE(canRead((Codec<int, Shop::Pair>("key").schema()), table));
+  EXPECT_FALSE(canRead({4, table.valueBytes + 8, table.description}, table));
 }
 
 TEST_F(FieldsTest, BytesBetweenFieldsAreZeroed) {
   EXPECT_THAT(Table::gapsOf(Table::fieldsOf<Quote>(""), sizeof(Quote)), ElementsAre(Pair(38u, 2u)));
+  EXPECT_THAT(Table::gapsOf({{"a", 'u', 1, 0, 0}, {"b", 'u', 8, 0, 8}}, 16),
+              ElementsAre(Pair(1u, 7u)));
   const Codec<int, Quote> codec("key");
   alignas(Quote) unsigned char memory[sizeof(Quote)];
   std::memset(memory, 0xee, sizeof memory);
@@ -154,8 +189,19 @@ TEST_F(FieldsTest, KeysArePrintedAsTheirFieldsAre) {
   EXPECT_EQ(print(int64_t{-7}), "-7");
   EXPECT_EQ(print(uint8_t{200}), "200");
   EXPECT_EQ(print(int16_t{-300}), "-300");
+  EXPECT_EQ(print(int8_t{-7}), "-7");
+  EXPECT_EQ(print(uint16_t{60000}), "60000");
+  EXPECT_EQ(print(uint64_t{18'000'000'000'000'000'000u}), "18000000000000000000");
+  EXPECT_EQ(print(Text<2>("")), "''");
   EXPECT_EQ(print(Shop::Pair{7, -8}), "7,-8");
   EXPECT_EQ(print(Text<8>("a\tb")), "'a\\x09b'");
+  const unsigned char bytes[4] = {1, 0, 0, 255};
+  EXPECT_EQ(Table::printKey({1, 4, "key k b1 0\n"}, bytes), "1");
+  EXPECT_EQ(Table::printKey({4, 4, "key k u1[4] 0\n"}, bytes), "0x010000ff");
+  EXPECT_EQ(Table::printKey({4, 4, "key k i4[1] 0\n"}, bytes), "0x010000ff");
+  EXPECT_EQ(Table::printKey({4, 4, "key k.x u1 0\nkey k.length u1 3\n"}, bytes), "1");
+  EXPECT_EQ(Table::printKey({4, 4, "value v u4 0\n"}, bytes), "0x010000ff");
+  EXPECT_EQ(Table::printKey({4, 4, "key k f4 0\n"}, bytes), "0x010000ff");
   const uint32_t key = 0x01020304;
   const unsigned char first = *reinterpret_cast<const unsigned char*>(&key);
   EXPECT_EQ(Table::printKey({4, 4, "key k V4 0\n"}, &key),

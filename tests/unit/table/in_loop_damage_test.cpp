@@ -133,6 +133,33 @@ TEST_F(InLoopDamage, ConnectionsThatComeAndGoDoNotPutOffTheRepair) {
   }));
 }
 
+TEST_F(InLoopDamage, AnEntryOfTheLogThatNamesNoSlotIsReportedOnce) {
+  Writer writer("t", options);
+  writer.put(1, {10, 0});
+  Reader reader("t", options);
+  ASSERT_TRUE(sees(reader, 1, 10));
+  writer.put(1, {11, 0});
+  overwriteWord(inRoot("t/conquer.1"), Table::kLogEntries + 2 * 8, Table::packEntry(2, 1'000'000));
+  writer.publish();
+  expectNoSpinning(reader);
+  EXPECT_THAT(reports,
+              testing::ElementsAre(testing::HasSubstr("the change log names slot 1000000")));
+  EXPECT_TRUE(sees(reader, 1, 11));
+  writer.put(1, {12, 0});
+  overwriteWord(inRoot("t/conquer.1"), Table::kLogEntries + 3 * 8, Table::packEntry(3, 1'000'000));
+  writer.publish();
+  expectNoSpinning(reader);
+  EXPECT_EQ(reports.size(), 1u) << "it was reported before";
+  EXPECT_TRUE(sees(reader, 1, 12));
+}
+
+TEST_F(InLoopDamage, AnOriginThatThereIsNotIsThisHost) {
+  const Writer writer("t", options);
+  const Reader reader("t", options);
+  overwriteWord(slots(), offsetof(SlotsHeader, origin), 3);
+  EXPECT_EQ(reader.info().origin, Table::Origin::local);
+}
+
 // Without a writer nobody stores it again.
 TEST_F(InLoopDamage, AnOrphanOfADamagedTableKeepsWhatItHasAndDoesNotSpin) {
   std::make_unique<Writer>("t", options)->put(1, {10, 0});

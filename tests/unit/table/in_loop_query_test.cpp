@@ -4,6 +4,7 @@
 #include "unit/table/in_loop_fixture.h"
 
 #include <unistd.h>
+#include <zorbe/table/codec.h>
 
 #include <filesystem>
 
@@ -36,6 +37,26 @@ TEST_F(InLoop, HandlesAndScansFindEveryRecord) {
   for (const auto& record2 : writer.scan()) count += record2.second.a == record2.first ? 1 : 0;
   EXPECT_EQ(count, 98u);
   EXPECT_EQ(reader.view().clone().get(8)->a, 8);
+  EXPECT_TRUE(writer.contains(8));
+  EXPECT_FALSE(writer.contains(7));
+}
+
+TEST_F(InLoop, AScanEndsBehindTheLastPossibleSlot) {
+  Writer writer("t", options);
+  writer.put(1, {10, 0});
+  const Table::ReaderCore reader("t", options, Table::Codec<uint32_t, Record>("key").schema());
+  Table::ViewCore view = reader.view();
+  uint64_t key = 0;
+  Record record{};
+  for (const uint64_t end : {uint64_t{UINT32_MAX} - 1, uint64_t{UINT32_MAX}, uint64_t{1} << 32}) {
+    uint64_t cursor = end;
+    EXPECT_FALSE(view.scan(cursor, &key, &record)) << end;
+    EXPECT_EQ(cursor, end);
+  }
+  uint64_t cursor = 0;
+  view = view.clone();
+  EXPECT_TRUE(view.scan(cursor, &key, &record));
+  EXPECT_EQ(record.a, 10);
 }
 
 TEST_F(InLoop, InfoTellsHowFreshTheTableIs) {

@@ -34,6 +34,20 @@ TEST_F(InLoop, AReaderThatHasEverythingIsWokenByTheNextWriter) {
   EXPECT_TRUE(turnUntil([&] { return copy[1] == 11; }));
 }
 
+TEST_F(InLoop, AWriterWhoseLastMessageThrowsHasPublishedAllTheSame) {
+  handler.allowFailures();  // of the connection that the writer ends
+  auto writer = std::make_unique<Writer>("t", options);
+  Reader reader("t", options);
+  EXPECT_TRUE(turnUntil([&] { return isAccepted(reader); }));
+  drain(reader);
+  while (loop.turn(0.0)) continue;
+  writer->put(1, {10, 0});
+  handler.throwAt(1);
+  writer.reset();
+  EXPECT_EQ(reader.info().published, 1u);
+  EXPECT_TRUE(sees(reader, 1, 10));
+}
+
 // Whose end the kernel does not report for as long as one of its files is open.
 TEST_F(InLoop, ADirectoryThatTakesTheRemovedOnesPlaceIsWatched) {
   Writer writer("t", options);

@@ -75,6 +75,9 @@ TEST_F(InLoop, AReaderWaitsForATableAndCreatesNothing) {
   EXPECT_EQ(reader.next(), std::nullopt);
   EXPECT_EQ(reader.get(1), std::nullopt);
   EXPECT_EQ(reader.info().incarnation, 0u);
+  EXPECT_FALSE(reader.status().has_value());
+  EXPECT_FALSE(reader.hasNext());
+  EXPECT_FALSE(reader.refresh());
   EXPECT_FALSE(std::filesystem::exists(inRoot("deep")));
   Writer writer("deep/below/t", options);
   writer.put(1, {10, 0});

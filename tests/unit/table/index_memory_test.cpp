@@ -53,3 +53,35 @@ TEST_F(IndexMemoryFind, AnEntryThatTakesItsPlaceMeanwhileIsFoundInstead) {
   EXPECT_TRUE(find());
   EXPECT_EQ(examined, (std::vector<uint32_t>{3, 5}));
 }
+
+// Each examination takes the entry away, for another slot.
+TEST_F(IndexMemoryFind, EndsWhenItsEntryChangesAgainAndAgain) {
+  static_cast<void>(index.insert(kHash, 0));
+  const bool found = index.find(kHash, [this](uint32_t slot) {
+    examined.push_back(slot);
+    EXPECT_TRUE(index.entomb(kHash, slot));
+    static_cast<void>(index.insert(kHash, slot + 1));
+    return true;
+  });
+  EXPECT_TRUE(found);
+  EXPECT_EQ(examined.size(), 64u);
+}
+
+// Of two keys with the same tag.
+TEST_F(IndexMemoryFind, OnlyTheEntryOfTheSlotBecomesATombstone) {
+  static_cast<void>(index.insert(kHash, 3));
+  static_cast<void>(index.insert(kHash, 5));
+  EXPECT_FALSE(index.entomb(kHash, 7));
+  EXPECT_TRUE(index.entomb(kHash, 5));
+  EXPECT_FALSE(index.entomb(kHash, 5));
+  EXPECT_TRUE(find());
+  EXPECT_EQ(examined, std::vector<uint32_t>{3});
+}
+
+TEST_F(IndexMemoryFind, ATombstoneIsNoEntryOfAnyTag) {
+  constexpr Hash kTombstones{0, static_cast<uint32_t>(kTombstone >> 32)};
+  static_cast<void>(index.insert(kTombstones, 3));
+  EXPECT_TRUE(index.entomb(kTombstones, 3));
+  EXPECT_FALSE(index.entomb(kTombstones, 3));
+  EXPECT_FALSE(index.find(kTombstones, [](uint32_t) { return true; }));
+}

@@ -31,6 +31,14 @@ TEST(SlotAllocator, FillsTheSlotsThatWereLeftOut) {
   EXPECT_EQ(allocator.capacity(), 6u);
 }
 
+TEST(SlotAllocator, TakesNoSlotThatIsUsedWhileOthersWereLeftOut) {
+  SlotAllocator allocator;
+  allocator.extend(3);
+  allocator.setUsed(1);
+  EXPECT_FALSE(allocator.take(1));
+  EXPECT_TRUE(allocator.take(0));
+}
+
 TEST(SlotAllocator, TakesAndReleasesASlotOnce) {
   SlotAllocator allocator;
   allocator.extend(3);

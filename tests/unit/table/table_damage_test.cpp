@@ -83,6 +83,34 @@ TEST_F(TableDamage, NoRecordIsLostToAnOverwrittenNumber) {
   }
 }
 
+TEST_F(TableDamage, AnEmptyTableBeginsAgainAfterAnOverwrittenNumber) {
+  openWriter();
+  overwrite(offsetof(SlotsHeader, published), uint64_t{1} << 63);
+  const auto table = openWriter();
+  EXPECT_EQ(table->published(), 0u);
+  put(*table, 1, 10);
+  table->publish();
+  EXPECT_EQ(table->published(), 1u);
+}
+
+// As if its writer had been killed after an entry of the log.
+TEST_F(TableDamage, AnEntryOfTheLogWithoutAStoreIsNoChange) {
+  for (const uint32_t slot : {0u, 1'000'000u}) {
+    for (const bool hasIndex : {true, false}) {
+      makeTable();
+      auto former = openWriter();
+      const uint64_t last = former->published();
+      Table::release(former->log().entry(last + 1), Table::packEntry(last + 1, slot));
+      former.reset();
+      EXPECT_TRUE(hasIndex || std::filesystem::remove(path("buckets")));
+      const auto table = openWriter();
+      EXPECT_EQ(table->start(), TableWriter::Start::kContinued);
+      EXPECT_EQ(table->published(), last);
+      expectAllRecords(*table);
+    }
+  }
+}
+
 TEST_F(TableDamage, NoRecordIsLostToAnOverwrittenIndex) {
   makeTable();
   uint64_t used = 0;

@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 
 namespace Zorbe::Test {
 namespace {
@@ -52,6 +53,9 @@ TEST_F(TableFilesTest, WhatIsNoRegularFileIsNotOpened) {
   expectText(slots + " is not a regular file", [&] { openReader(); });
   ASSERT_EQ(::unlink(slots.c_str()), 0);
   ASSERT_EQ(::mkfifo(slots.c_str(), 0644), 0);
+  expectText(slots + " is not a regular file", [&] { openReader(); });
+  ASSERT_EQ(::unlink(slots.c_str()), 0);
+  ASSERT_EQ(::mknod(slots.c_str(), S_IFSOCK | 0644, 0), 0);
   expectText(slots + " is not a regular file", [&] { openReader(); });
   ASSERT_EQ(::unlink(slots.c_str()), 0);
   ASSERT_EQ(::mkdir(slots.c_str(), 0755), 0);
@@ -92,6 +96,50 @@ TEST_F(TableFilesTest, AFileThatNobodyIsFillingIsMadeAgain) {
   EXPECT_NE(::access(path("slots.new").c_str(), F_OK), 0);
 }
 
+TEST_F(TableFilesTest, AFileThatAnotherWriterHasJustFinishedIsMadeAgain) {
+  useNamedFiles();
+  Fault::arm("open", 1, EEXIST).onPath(path("slots.new"));
+  const auto table = openWriter();
+  EXPECT_EQ(table->start(), TableWriter::Start::kCreated);
+  EXPECT_TRUE(table->isInPlace());
+}
+
+// Somebody else locks or makes the files in between.
+TEST_F(TableFilesTest, AFileThatIsTakenMeanwhileIsAnotherWriters) {
+  for (const int error : {EAGAIN, EACCES}) {
+    Fault::arm("fcntl", 1, error);
+    EXPECT_THROW(openWriter(), DuplicateWriterException);
+  }
+  Fault::arm("fcntl", 1, ENOLCK);
+  expectText("fcntl(F_OFD_SETLK) ", [&] { openWriter(); });
+  put(*openWriter(), 1, 10);
+  overwriteWord(path("slots"), offsetof(Table::SlotsHeader, keyBytes), 0);  // to be replaced
+  Fault::arm("open", 1, EEXIST).onPath(path("slots.new"));
+  EXPECT_THROW(openWriter(), DuplicateWriterException);
+  Fault::arm("fcntl", 2, EAGAIN);
+  EXPECT_THROW(openWriter(), DuplicateWriterException);
+  Fault::arm("open", 1, EEXIST).onPath(path("buckets.new"));
+  expectText("open() " + path("buckets.new") + ": File exists", [&] { openWriter(); });
+  EXPECT_EQ(openWriter()->start(), TableWriter::Start::kReplaced);
+}
+
+TEST_F(TableFilesTest, WhatCannotBeThereNeedNotBeRemoved) {
+  put(*openWriter(), 1, 10);
+  Fault::arm("unlink", 1, ENOTDIR).onPath(path("slots.new"));
+  const auto table = openWriter();
+  EXPECT_EQ(table->start(), TableWriter::Start::kContinued);
+}
+
+TEST_F(TableFilesTest, ATableWhoseNameIsTakenWhileItIsMadeAgainIsAnotherWriters) {
+  const auto table = openWriter();
+  put(*table, 1, 10);
+  EXPECT_EQ(get(*table->recreate(), 1), 10u) << "in its place";
+  const auto again = openWriter();
+  ASSERT_EQ(::unlink(path("slots").c_str()), 0);
+  Fault::before("lstat", 2, [&] { ASSERT_EQ(::unlink(path("slots").c_str()), 0); });
+  EXPECT_THROW(again->recreate(), DuplicateWriterException);
+}
+
 TEST_F(TableFilesTest, ANameThatIsTakenAgainAndAgainEndsTheAttempts) {
   useNamedFiles();
   // Unlocked, and there again after each removal.
@@ -129,9 +177,29 @@ TEST_F(TableFilesTest, ALinkOrANameThatCannotBeMadeIsAnError) {
              [&] { openWriter(); });
 }
 
+TEST_F(TableFilesTest, AFileThatCannotBeOpenedTwiceIsAnError) {
+  const std::string fd = "/proc/self/fd/";
+  for (unsigned call = 1; call <= 40; ++call) {
+    Fault::armAny(call, [=](const Fault::InterceptedCall& victim) -> std::optional<Fault::Failure> {
+      if (victim.call != "open" || victim.target.compare(0, fd.size(), fd) != 0) return {};
+      return Fault::Failure{EMFILE};
+    });
+  }
+  allowUnfiredFaults();
+  expectText("open() " + options.place.directory + ": Too many open files", [&] { openWriter(); });
+}
+
 TEST_F(TableFilesTest, ABootIdThatIsNoneIsAnError) {
   Fault::redirect("open", "/proc/sys/kernel/random/boot_id", "/dev/null");
-  expectText("read() /proc/sys/kernel/random/boot_id: Invalid argument", [&] { openWriter(); });
+  const std::string text = "read() /proc/sys/kernel/random/boot_id: Invalid argument";
+  expectText(text, [&] { openWriter(); });
+  for (const char* id :
+       {"0123456789abcdef-0123456789abcdef-0\n", "0123456789abcdef-0123456789ABCDEF\n"}) {
+    Fault::reset();
+    std::ofstream(inRoot("boot_id")) << id;
+    Fault::redirect("open", "/proc/sys/kernel/random/boot_id", inRoot("boot_id"));
+    expectText(text, [&] { openWriter(); });
+  }
 }
 
 TEST_F(TableFilesTest, AMappingThatCannotGrowLeavesTheTableAsItWas) {
@@ -145,6 +213,22 @@ TEST_F(TableFilesTest, AMappingThatCannotGrowLeavesTheTableAsItWas) {
   EXPECT_EQ(get(*table, 16), std::nullopt);
   put(*table, 16, 16);
   for (uint64_t key = 0; key < 17; ++key) EXPECT_EQ(get(*openReader(), key), key);
+}
+
+// Its mapping is too small for the slots that were added, and the files are no longer there.
+TEST_F(TableFilesTest, AReaderThatCannotMapWhatWasAddedFindsWhatItHas) {
+  if (kIsSanitized) GTEST_SKIP() << "the sanitizer has an mmap() of its own";
+  const auto table = openWriter();
+  put(*table, 1, 10);
+  Fault::arm("mmap", 2, ENOMEM);  // with room to grow
+  const auto reader = openReader();
+  for (uint64_t key = 2; key < 1000; ++key) put(*table, key, key);
+  for (const char* name : {"slots", "buckets"}) ASSERT_EQ(::unlink(path(name).c_str()), 0);
+  EXPECT_EQ(get(*reader, 1), 10u);
+  EXPECT_EQ(get(*reader, 999), std::nullopt);
+  put(*openWriter(), 1, 11);  // another table
+  EXPECT_EQ(get(*reader, 999), std::nullopt);
+  EXPECT_EQ(get(*reader, 1), 10u);
 }
 
 TEST_F(TableFilesTest, AnEntryOfTheLogThatNamesNoSlotIsReported) {

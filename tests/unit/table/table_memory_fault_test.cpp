@@ -129,19 +129,40 @@ TEST_F(TableMemoryFaults, TheLimitOfFileSizesIsAnErrorAndNotASignal) {
   tight.rlim_cur = 4096;
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tight), 0);
   expectError(ErrorCode::noSpace, "ulimit -f", [&] { put(*table, 16, 16); });
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
   EXPECT_EQ(get(*table, 16), std::nullopt);
+  tight.rlim_cur = 1 << 20;
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tight), 0);
+  put(*table, 16, 16);
+  EXPECT_EQ(get(*table, 16), 16u);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
 }
 
+// The errors by which kernels and file systems say so.
 TEST_F(TableMemoryFaults, WithoutUnnamedFilesANamedOneIsFilled) {
-  Fault::arm("open", 2, EOPNOTSUPP).onPath(options.place.directory);
-  allowUnfiredFaults();
-  Fault::arm("open", 1, EOPNOTSUPP).onPath(options.place.directory);
-  const auto table = openWriter();
-  EXPECT_EQ(table->start(), Table::TableWriter::Start::kCreated);
-  EXPECT_NE(::access(path("slots.new").c_str(), F_OK), 0);
-  put(*table, 1, 10);
-  EXPECT_EQ(get(*openReader(), 1), 10u);
+  for (const int error : {EOPNOTSUPP, EISDIR, EINVAL, ENOENT}) {
+    SCOPED_TRACE(error);
+    Fault::arm("open", 1, error).onPath(options.place.directory);
+    const auto table = openWriter();
+    EXPECT_EQ(table->start(), Table::TableWriter::Start::kCreated);
+    EXPECT_NE(::access(path("slots.new").c_str(), F_OK), 0);
+    put(*table, 1, 10);
+    EXPECT_EQ(get(*openReader(), 1), 10u);
+    ASSERT_EQ(::unlink(path("slots").c_str()), 0);
+  }
+}
+
+TEST_F(TableMemoryFaults, InterruptedCallsAreMadeAgain) {
+  Fault::arm("posix_fallocate", 1, EINTR, 2);
+  Fault::arm("getrandom", 1, EINTR);
+  Fault::armResult("getrandom", 2, 4);  // of eight bytes
+  makeTable();
+  checkTable();
+}
+
+TEST_F(TableMemoryFaults, WithoutRandomNumbersThereIsNoTable) {
+  Fault::arm("getrandom", 1, ENOSYS);
+  EXPECT_FALSE(succeeds([this] { openWriter(); }));
+  makeTable();
 }
 
 TEST_F(TableMemoryFaults, AnotherWriterThatComesFirstIsFound) {

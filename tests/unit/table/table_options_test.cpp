@@ -124,6 +124,28 @@ TEST_F(TableOptions, FilesOfAnotherVersionOrByteOrderAreNamed) {
   EXPECT_EQ(openWriter()->size(), 0u);
 }
 
+TEST_F(TableOptions, TheEntriesOfTheLogAreAPowerOfTwo) {
+  for (const auto& [wanted, entries] :
+       {std::pair(1u, 4u), std::pair(4u, 4u), std::pair(5u, 8u), std::pair(64u, 64u)}) {
+    options.logEntries = wanted;
+    EXPECT_EQ(openWriter()->log().entries(), entries) << wanted;
+    std::filesystem::remove_all(options.place.directory);
+    std::filesystem::create_directory(options.place.directory);
+  }
+}
+
+TEST_F(TableOptions, ATableWithAllSlotsOfItsFormatIsFull) {
+  options.maxSlots = 20;
+  const auto writer = openWriter();
+  for (uint64_t key = 0; key < 20; ++key) put(*writer, key, key);
+  EXPECT_EQ(errorOf([&] { put(*writer, 20, 20); }),
+            std::pair(ErrorCode::full, std::string("table 't': it has 20 slots, the most that its "
+                                                   "format allows")));
+  put(*writer, 5, 55);
+  for (uint64_t key = 0; key < 20; ++key) EXPECT_EQ(get(*writer, key), key == 5 ? 55 : key);
+  EXPECT_EQ(writer->capacity(), 20u);
+}
+
 TEST_F(TableOptions, ASmallerLimitKeepsTheRecordsThatAreThere) {
   {
     const auto writer = openWriter();

@@ -3,11 +3,14 @@
 
 #include "unit/table/table_clients.h"
 
+#include "support/child_process.h"
+#include "support/descriptor.h"
 #include "support/fixture.h"
 
 #include <zorbe/table.h>
 
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,10 +54,31 @@ class TableProgram
   template <class Body>
   static int inChild(Body body) {
     const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
+    if (child == 0) exitChild(body());
     int status = 0;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  // Runs `act` while a child lives that was forked before.
+  template <class Act>
+  static void besideAChild(Act act) {
+    int ends[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const Descriptor own(ends[0]);
+    const Descriptor childs(ends[1]);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      char byte = 0;
+      exitChild(::write(childs.get(), "", 1) == 1 && ::read(childs.get(), &byte, 1) == 1 ? 0 : 1);
+    }
+    char forked = 0;
+    ASSERT_EQ(::read(own.get(), &forked, 1), 1);
+    act();
+    ASSERT_EQ(::write(own.get(), "", 1), 1);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
   }
 
   class Quiet : public Brask::Platform::DebugHandler {

@@ -178,6 +178,16 @@ TEST_F(TableRefusal, AFileOfAnotherUserInTheWritersPlaceIsReplaced) {
   for (uint64_t key = 0; key < kRecords; ++key) EXPECT_EQ(get(*openReader(), key), key);
 }
 
+TEST_F(TableRefusal, ATableOfAnotherUserThatNobodyWritesIsReplaced) {
+  makeTable();
+  Fault::arm("open", 1, EACCES).onPath(path("slots"));
+  const auto table = openWriter();
+  EXPECT_EQ(table->start(), TableWriter::Start::kReplaced);
+  EXPECT_THAT(table->whyReplaced(), HasSubstr("Permission denied"));
+  EXPECT_TRUE(table->isInPlace());
+  EXPECT_EQ(table->size(), 0u);
+}
+
 TEST_F(TableRefusal, AFileOfAnotherUserWhoWritesItIsNotReplaced) {
   makeTable();
   const auto table = openWriter();

@@ -7,10 +7,6 @@
 
 #include <zorbe/exceptions.h>
 
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <csignal>
 #include <thread>
@@ -68,22 +64,10 @@ TEST_F(TableProgram, AChildHasNothingOfItsParents) {
 
 TEST_F(TableProgram, AChildThatLivesOnKeepsNoLock) {
   auto writer = std::make_unique<Writer>("t", options);
-  int ends[2];
-  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    char byte = 0;
-    ::_exit(::write(ends[1], "", 1) == 1 && ::read(ends[1], &byte, 1) == 1 ? 0 : 1);
-  }
-  char forked = 0;
-  ASSERT_EQ(::read(ends[0], &forked, 1), 1);
-  writer.reset();
-  EXPECT_NO_THROW(Writer("t", options));
-  ASSERT_EQ(::write(ends[0], "", 1), 1);
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-  ASSERT_EQ(::close(ends[0]) + ::close(ends[1]), 0);
+  besideAChild([&] {
+    writer.reset();
+    EXPECT_NO_THROW(Writer("t", options));
+  });
 }
 
 // The threads of a stopped process do not accept: six connections fill its queue.

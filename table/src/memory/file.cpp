@@ -128,13 +128,13 @@ bool File::tryLockAs(short type) const {
   failCall(place_, "fcntl(F_OFD_SETLK)", path_, error);
 }
 
-File File::reopen() const {
+File File::reopenAs(const std::string& name) const {
   const int fd = ::open(fdPath(this->fd()).c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0) {
     const int error = errno;
     failCall(place_, "open()", path_, error);
   }
-  return File(place_, path_, fd);
+  return File(place_, place_.path(name), fd);
 }
 
 bool File::linkFrom(const char* source, const std::string& target, int flags) const {

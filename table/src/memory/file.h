@@ -67,8 +67,9 @@ class File {
   /// The same with a shared lock, which a descriptor for reading can take.
   bool tryLockShared() const;
 
-  /// Another open file description of the same file.
-  File reopen() const;
+  /// Another open file description of the same file, whose path is the name that the file is
+  /// going to have.
+  File reopenAs(const std::string& name) const;
 
   /// Gives the file this name instead of the one that it has, if any; false when the name is
   /// taken.

@@ -208,7 +208,7 @@ void TableWriter::fillSlots(const TableWriter* source) {
   settings.capacity = source != nullptr ? source->capacity() : firstCapacity();
   settings.sequence = source != nullptr ? source->appended() : options_.firstSequence;
   settings.hints = options_.hints;
-  slots_.emplace(SlotFile::create(options_.place, lock_->reopen(), settings));
+  slots_.emplace(SlotFile::create(options_.place, lock_->reopenAs(kSlotsFile), settings));
   appended_ = published_ = settings.sequence;
   allocator_ = {};  // of a table that turned out to contradict itself
   size_ = 0;

@@ -79,39 +79,4 @@ class TableSteps : public TableTest {
   std::atomic<size_t>& progress_;  // changes that are finished; shared with the child
 };
 
-/// A reader in this process, which looks at every key again and again. It has seen a change or
-/// not, and then never sees less.
-class TableObserver {
- public:
-  explicit TableObserver(TableSteps& test);
-
-  /// Each key has the value that it had after the finished changes, or after the next one too.
-  void look();
-  /// So does each key for a reader that has just come.
-  void lookAfresh();
-  /// A follower that has drained what there is has nothing but what was there at some time.
-  void follow();
-
-  /// The follower has all records of the last state, and was never overrun.
-  void expectFollowed();
-
-  /// What has grown since the observer came, as in TableOperation::grows.
-  std::string grown() const;
-
- private:
-  std::optional<uint64_t> in(size_t changes, uint64_t key) const;
-  void expectKnown(uint64_t key, const std::optional<uint64_t>& number) const;
-
-  TableSteps& test_;
-  std::unique_ptr<Table::TableReader> reader_;
-  std::unique_ptr<Table::TableReader> followed_;
-  std::unique_ptr<Copy> copy_;
-  Records keys_;
-  std::map<uint64_t, size_t> seen_;     // how many changes a key's value implies
-  std::map<uint64_t, uint32_t> slots_;  // handles
-  uint64_t capacity_;
-  uint64_t index_;
-  uint64_t log_;
-};
-
 }  // namespace Zorbe::Test

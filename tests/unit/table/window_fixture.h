@@ -1,28 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "support/table_fixture.h"
-
-#include "core/view_shared.h"
-
-#include <zorbe/table/view.h>
-
-#include <cstring>
+#include "support/table_view.h"
 
 namespace Zorbe::Test {
-
-/// The bytes of a Value, as a program's value type.
-struct Bytes {
-  char bytes[kValueBytes];
-
-  Value value() const {
-    Value value;
-    std::memcpy(static_cast<void*>(&value), bytes, sizeof bytes);
-    return value;
-  }
-};
-
-using TableView = Table::View<uint64_t, Bytes>;
 
 class WindowTest : public TableTest {
  protected:

@@ -10,11 +10,11 @@ namespace Zorbe::Table {
 
 namespace {
 
-// Whether the writer has ended the connection. The loop reports that later; until then a report
-// would be logged as a failure of send(2).
-bool hasEnded(int fd) {
-  pollfd state{fd, 0, 0};
-  return ::poll(&state, 1, 0) > 0 && (state.revents & POLLHUP) != 0;
+// Not when the writer has ended the connection, which the loop reports later, and not when it has
+// not read many earlier reports: send(2) would fail, and the report would be lost.
+bool hasRoom(int fd) {
+  pollfd state{fd, POLLOUT, 0};
+  return ::poll(&state, 1, 0) > 0 && (state.revents & (POLLOUT | POLLHUP)) == POLLOUT;
 }
 
 }  // namespace
@@ -37,7 +37,7 @@ bool ReaderConnection::tryConnect() {
 
 void ReaderConnection::report(uint64_t position) {
   if (!connected || (hasReported_ && position == sentSequence)) return;
-  if (hasEnded(fdControl->fd())) return;
+  if (!hasRoom(fdControl->fd())) return;
   hasReported_ = true;
   sendSequence(position);
 }

@@ -122,6 +122,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     isAccepted_ = true;
     if (reader_ && reader_->isRetired()) lookWithin(0.0);
     signalReadiness();
+    reportIfCaughtUp();  // what there was no room for: the kick answers an earlier report
   }
   void rootChanged() override { lookWithin(kSettleSeconds); }
 

@@ -48,6 +48,26 @@ TEST_F(InLoop, AWriterWhoseLastMessageThrowsHasPublishedAllTheSame) {
   EXPECT_TRUE(sees(reader, 1, 10));
 }
 
+// It has caught up more often than its connection holds reports.
+TEST_F(InLoop, AReaderWhoseReportFoundNoRoomIsWokenAllTheSame) {
+  Writer writer("t", options);
+  Reader reader("t", options);
+  writer.put(1, {0, 0});
+  EXPECT_TRUE(sees(reader, 1, 0));
+  while (loop.turn(0.0)) continue;
+  for (int64_t value = 1; value <= 2000; ++value) {  // the writer's loop does not turn
+    writer.put(1, {value, 0});
+    writer.publish();
+    drain(reader);
+  }
+  EXPECT_EQ(copy[1], 2000);
+  reader.onReady([&] { drain(reader); });
+  while (loop.turn(0.0)) continue;
+  writer.put(1, {2001, 0});
+  writer.publish();
+  EXPECT_TRUE(turnUntil([&] { return copy[1] == 2001; }));
+}
+
 // Whose end the kernel does not report for as long as one of its files is open.
 TEST_F(InLoop, ADirectoryThatTakesTheRemovedOnesPlaceIsWatched) {
   Writer writer("t", options);

@@ -75,7 +75,7 @@ class WriterCore::Impl : public WriterKickSm {
 
   void put(const uint64_t* key, const void* value) {
     try {
-      table_->put(key, value);
+      putWhereFilesAre(key, value);
     } catch (const Error& error) {
       throw Error(error.code(), error.table(), printKey(schema_, key), error.detail());
     }
@@ -104,6 +104,17 @@ class WriterCore::Impl : public WriterKickSm {
   TableWriter& table() { return *table_; }
 
  private:
+  // A table that grows needs its directory, which may have been removed since keep() looked.
+  void putWhereFilesAre(const uint64_t* key, const void* value) {
+    try {
+      return table_->put(key, value);
+    } catch (const Error&) {
+      if (table_->isInPlace()) throw;
+    }
+    recreate();
+    table_->put(key, value);
+  }
+
   void takeLock() {
     try {
       createKickSocket();

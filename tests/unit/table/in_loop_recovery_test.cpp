@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 
 namespace Zorbe::Test {
 namespace {
@@ -86,6 +87,42 @@ TEST_F(InLoop, ADirectoryThatTakesTheRemovedOnesPlaceIsWatched) {
     })) << round;
     while (loop.turn(0.0)) continue;
   }
+}
+
+// The loop has not turned since: the files cannot grow where they were.
+TEST_F(InLoop, ATableThatHasToGrowIsMadeAgainWhereItsDirectoryWasRemoved) {
+  options.records = 1;
+  Writer writer("t", options);
+  Reader reader("t", options);
+  for (uint32_t key = 0; key < 1000; ++key) {
+    if (key % 100 == 1) std::filesystem::remove_all(inRoot("t"));
+    writer.put(key, {key, 0});
+  }
+  EXPECT_TRUE(sees(reader, 999, 999));
+  EXPECT_EQ(copy.size(), 1000u);
+  EXPECT_EQ(reader.size(), 1000u);
+}
+
+// It would have to grow. Without a directory it cannot, and says why.
+TEST_F(InLoop, ATableWhoseDirectoryCannotBeMadeAgainRefusesWhatDoesNotFit) {
+  handler.allowFailures();
+  options.records = 1;
+  Writer writer("t", options);
+  Reader reader("t", options);
+  writer.put(0, {0, 0});
+  std::filesystem::remove_all(inRoot("t"));
+  std::ofstream(inRoot("t")).close();
+  try {
+    for (uint32_t key = 1; key < 1000; ++key) writer.put(key, {key, 0});
+    ADD_FAILURE() << "there is no directory";
+  } catch (const Table::Error& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("mkpath() " + inRoot("t")));
+    EXPECT_EQ(error.key(), std::to_string(writer.size()));
+  }
+  std::filesystem::remove(inRoot("t"));
+  writer.put(1000, {1000, 0});
+  EXPECT_TRUE(sees(reader, 1000, 1000));
+  EXPECT_EQ(copy.size(), writer.size());
 }
 
 TEST_F(InLoop, ConnectionsThatComeAndGoDoNotKeepAWriterFromItsFiles) {

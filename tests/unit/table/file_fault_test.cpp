@@ -103,7 +103,7 @@ TEST_F(FileTest, EachFailingCallIsNamed) {
       {"fstat", "fstat() " + path("a"), [](File& file) { static_cast<void>(file.status()); }},
       {"fstat", "fstat() " + path("a"), [](File& file) { static_cast<void>(file.allocated()); }},
       {"getrlimit", "getrlimit() " + path("a"), [](File& file) { file.allocate(0, 4096); }},
-      {"open", "open() " + path("a"), [](File& file) { static_cast<void>(file.reopen()); }},
+      {"open", "open() " + path("a"), [](File& file) { static_cast<void>(file.reopenAs("n")); }},
       {"rename", "rename() " + path("b"), [](File& file) { file.rename("b"); }},
       {"linkat", "linkat() " + path("b"), [](File& file) { file.link("b"); }},
       {"fchmod", "fchmod() " + path("c"),
@@ -183,7 +183,7 @@ TEST_F(FileTest, NoProgramThatIsExecutedHasIt) {
     EXPECT_EQ(::fcntl(opened.fd(), F_GETFD), FD_CLOEXEC);
   };
   expectClosed(*file);
-  expectClosed(file->reopen());
+  expectClosed(file->reopenAs("a"));
   expectClosed(*File::open(options.place, "a", Access::kRead));
   expectClosed(*File::open(options.place, "a", Access::kWrite));
   if (const auto unnamed = File::createUnnamed(options.place, 0644)) expectClosed(*unnamed);
@@ -193,7 +193,7 @@ TEST_F(FileTest, IsOpenedForWhatItIsUsedFor) {
   const auto file = File::create(options.place, "a", 0644);
   const auto modeOf = [](const File& opened) { return ::fcntl(opened.fd(), F_GETFL) & O_ACCMODE; };
   EXPECT_EQ(modeOf(*file), O_RDWR);
-  EXPECT_EQ(modeOf(file->reopen()), O_RDWR);
+  EXPECT_EQ(modeOf(file->reopenAs("a")), O_RDWR);
   EXPECT_EQ(modeOf(*File::open(options.place, "a", Access::kWrite)), O_RDWR);
   EXPECT_EQ(modeOf(*File::open(options.place, "a", Access::kRead)), O_RDONLY);
 }
@@ -206,7 +206,7 @@ TEST_F(FileTest, ADescriptorMayBeZero) {
   const auto fdOf = [](const std::optional<File>& opened) { return opened ? opened->fd() : -1; };
   EXPECT_EQ(fdOf(File::open(options.place, "a", Access::kRead)), 0);
   EXPECT_EQ(fdOf(File::create(options.place, "b", 0644)), 0);
-  EXPECT_EQ(file->reopen().fd(), 0);
+  EXPECT_EQ(file->reopenAs("a").fd(), 0);
   EXPECT_EQ(errorOf([&] { Table::currentBoot(options.place); }), "nothing was thrown");
   if (const auto unnamed = File::createUnnamed(options.place, 0644)) {
     EXPECT_EQ(unnamed->fd(), 0);

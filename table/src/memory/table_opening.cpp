@@ -237,8 +237,9 @@ std::unique_ptr<TableWriter> TableWriter::recreate() const {
   std::unique_ptr<TableWriter> table(new TableWriter(options_));
   table->replace("its files were removed or replaced", this);
   release(header().retired, 1);
-  if (!table->isInPlace()) failLocked(options_.place);
-  return table;
+  if (table->isInPlace()) return table;
+  throw Error(ErrorCode::system, options_.place.table, "",
+              options_.place.path(kSlotsFile) + " was removed or replaced again at once");
 }
 
 }  // namespace Zorbe::Table

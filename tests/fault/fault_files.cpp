@@ -138,6 +138,10 @@ void* mremap(void* address, size_t oldLength, size_t length, int flags, ...) noe
                                                                            length, flags);
 }
 
+int munmap(void* address, size_t length) noexcept {
+  return intercept<int>(Call::munmapCall, {}, address, length);
+}
+
 int getrlimit(__rlimit_resource_t resource, rlimit* limit) noexcept {
   return intercept<int>(Call::getrlimitCall, {}, resource, limit);
 }

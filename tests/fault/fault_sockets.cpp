@@ -49,6 +49,10 @@ int getsockopt(int fd, int level, int name, void* __restrict value,
   return intercept<int>(Call::getsockoptCall, {fd}, fd, level, name, value, length);
 }
 
+int shutdown(int fd, int how) noexcept {
+  return intercept<int>(Call::shutdownCall, {fd}, fd, how);
+}
+
 ssize_t send(int fd, const void* data, size_t size, int flags) {
   return transfer(Call::sendCall, {fd}, size, [=](size_t limited) {
     using Send = ssize_t(int, const void*, size_t, int);

@@ -19,9 +19,9 @@
   X(fopen) X(fstat) X(getcwd) X(getpid) X(getrandom) X(getrlimit) X(getsockname) X(getsockopt) \
   X(inotify_add_watch)                                                                        \
   X(inotify_init1) X(inotify_rm_watch) X(linkat) X(listen) X(lstat) X(mkdir) X(mkdirat)       \
-  X(mmap) X(mremap) X(open) X(openat) X(opendir) X(poll) X(posix_fallocate) X(ppoll) X(read) X(readdir) X(readlink) X(recv) X(recvmsg)     \
+  X(mmap) X(mremap) X(munmap) X(open) X(openat) X(opendir) X(poll) X(posix_fallocate) X(ppoll) X(read) X(readdir) X(readlink) X(recv) X(recvmsg)     \
   X(rename) X(rmdir) \
-  X(send) X(sendmsg) X(setns) X(setsockopt) X(socket) X(stat) X(strerror) X(timerfd_create)   \
+  X(send) X(sendmsg) X(setns) X(setsockopt) X(shutdown) X(socket) X(stat) X(strerror) X(timerfd_create)   \
   X(timerfd_settime) X(umask) X(unlink) X(write) X(writev)
 // clang-format on
 

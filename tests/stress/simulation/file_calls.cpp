@@ -102,6 +102,7 @@ int examinePath(const char* path, struct stat* status) {
   Process* const process = Process::running();
   if (!enter(*process)) return -1;
   *status = {};
+  status->st_ino = process->world().files.inode(path);
   return result(
       process->world().files.examine(path, Kernel::Files::Links::kFollowed, status->st_mode));
 }
@@ -125,11 +126,12 @@ pid_t processId() {
 
 }  // namespace
 
-void divertFileCalls() {
+int (*divertFileCalls())(const char*, int, mode_t) {
   Fault::divert("chmod", changeMode, "fclose", closeFile, "fopen", openFile, "getpid", processId,
                 "open", openPath, "readlink", readExecutable, "setns", enterNamespace, "stat",
                 examinePath);
   Fault::divertOnlyWhile([] { return Process::running() != nullptr; });
+  return openPath;
 }
 
 }  // namespace Zorbe::Test::Simulation

@@ -3,18 +3,12 @@
 // The invariants of a world. A violation is passed to World::fail.
 #pragma once
 
+#include "stress/simulation/stepper.h"
 #include "stress/simulation/table_reader.h"
 #include "stress/simulation/table_writer.h"
 #include "stress/simulation/world.h"
 
 namespace Zorbe::Test::Simulation {
-
-/// The program of a process that runs one of this kind, else null.
-template <class P>
-P* programOf(const Process& process) {
-  return process.state() == Process::State::kRunning ? dynamic_cast<P*>(process.program())
-                                                     : nullptr;
-}
 
 /// The writer that holds the lock, or null.
 TableWriter* lockHolder(const World& world);

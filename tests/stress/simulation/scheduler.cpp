@@ -18,7 +18,7 @@ constexpr int64_t kAbsence = 2 * Kernel::Clock::kSecond;  // without a writer
 }  // namespace
 
 Scheduler::Scheduler(World& world, const Roles& roles)
-    : world_(world), roles_(roles), readers_(1 + world.random.below(8)) {}
+    : Stepper(world), roles_(roles), readers_(1 + world.random.below(8)) {}
 
 void Scheduler::run() {
   startWriter();
@@ -32,30 +32,6 @@ void Scheduler::run() {
 }
 
 // ---- Steps
-
-std::vector<Scheduler::Move> Scheduler::moves() const {
-  std::vector<Move> all;
-  for (const auto& process : world_.processes()) {
-    for (EventSource* choice : process->choices()) all.push_back({process.get(), choice});
-  }
-  return all;
-}
-
-// Picks a process first, then what it does: one with many descriptors gets no more turns.
-bool Scheduler::step() {
-  const std::vector<Move> all = moves();
-  if (all.empty()) return false;
-  const Move& move = all[world_.random.below(all.size())];
-  if (world_.isTracing()) {
-    world_.note(
-        move.process->name() + " " +
-        (move.choice != nullptr ? "gets an event of " + move.choice->describe() : "continues"));
-  }
-  move.process->run(move.choice);
-  ++steps_;
-  check();
-  return true;
-}
 
 void Scheduler::check() {
   world_.reap();
@@ -117,13 +93,6 @@ void Scheduler::disturbProcess() {
     world_.note(process->name() + " is asked to leave");
     process->request([process] { process->leave(); });
   }
-}
-
-Process* Scheduler::anyProcess() {
-  const auto& all = world_.processes();
-  if (all.empty()) return nullptr;
-  Process* const process = all[world_.random.below(all.size())].get();
-  return process->state() == Process::State::kRunning ? process : nullptr;
 }
 
 void Scheduler::startWriter() {

@@ -1,34 +1,22 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "stress/simulation/simulation.h"
+#include "stress/simulation/stepper.h"
 
 namespace Zorbe::Test::Simulation {
 
 /// Picks every next step of a world. Alternates between disturbances and idle times, when more
 /// has to be true.
-class Scheduler {
+class Scheduler : private Stepper {
  public:
   Scheduler(World& world, const Roles& roles);
 
   void run();
-  uint64_t steps() const { return steps_; }
+  using Stepper::steps;
 
  private:
-  struct Move {
-    Process* process;
-    EventSource* choice;
-  };
-
-  bool failed() const { return !world_.failure().empty(); }
-
-  // Steps.
-  bool step();
-  std::vector<Move> moves() const;
-  void check();
+  void check() override;
 
   // Disturbances.
   void runWithDisturbances(unsigned steps);
@@ -38,7 +26,6 @@ class Scheduler {
   void disturbProcess();
   void startWriter();
   void startReader();
-  Process* anyProcess();
 
   // Checks when idle.
   void resumeAll();
@@ -48,10 +35,8 @@ class Scheduler {
   void writeFile();
   void leaveAll();
 
-  World& world_;
   Roles roles_;
   unsigned readers_;
-  uint64_t steps_ = 0;
 };
 
 }  // namespace Zorbe::Test::Simulation

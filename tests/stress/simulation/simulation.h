@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "stress/simulation/stepper.h"
 #include "stress/simulation/table_reader.h"
 #include "stress/simulation/table_writer.h"
 #include "stress/simulation/world.h"
-#include "support/number.h"
 
 namespace Zorbe::Test::Simulation {
 
@@ -28,18 +28,8 @@ struct Roles {
 
 Roles correctRoles();
 
-struct Outcome {
-  uint64_t steps = 0;
-  std::set<std::string> covered;   ///< the kinds of events that occurred
-  std::string failure;             ///< empty: every invariant held
-  std::vector<std::string> trace;  ///< when `tracing`
-};
-
 /// The same outcome for the same seed.
 Outcome simulate(uint64_t seed, const Roles& roles, bool tracing);
-
-/// The valid seeds, and numbers of seeds: their sum does not overflow.
-constexpr Range kSeeds{1, uint64_t{1} << 62};
 
 /// The property of a test that records the seed that failed it.
 constexpr const char* kFailingSeed = "failing_seed";

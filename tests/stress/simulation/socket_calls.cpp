@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -91,6 +93,39 @@ int acceptFrom(int fd, sockaddr* /*address*/, socklen_t* /*length*/) {
   return rc < 0 ? -1 : accepted;
 }
 
+int acceptWith(int fd, sockaddr* address, socklen_t* length, int /*flags*/) {
+  return acceptFrom(fd, address, length);
+}
+
+int shutDown(int fd, int /*how*/) {
+  return onSocket(fd, [](Process& process, const Kernel::SocketRef& socket) {
+    process.world().sockets.shutdown(*socket);
+    return 0;
+  });
+}
+
+// SO_PEERCRED.
+int getOption(int fd, int /*level*/, int /*name*/, void* value, socklen_t* length) {
+  return onSocket(fd, [=](Process&, const Kernel::SocketRef& socket) {
+    const Kernel::SocketRef peer = socket->peer.lock();
+    if (!peer) return ENOTCONN;
+    const ucred who{peer->owner, 0, 0};
+    std::memcpy(value, &who, std::min<size_t>(*length, sizeof who));
+    return 0;
+  });
+}
+
+// Of one connection: whether it has ended, and whether a packet can be sent.
+int pollSocket(pollfd* entry, nfds_t /*count*/, int /*timeout*/) {
+  const int rc = onSocket(entry->fd, [=](Process& process, const Kernel::SocketRef& socket) {
+    const bool writable = process.world().sockets.writable(*socket);
+    entry->revents = writable ? static_cast<short>(entry->events & POLLOUT) : short{0};
+    if (socket->peerClosed) entry->revents = static_cast<short>(entry->revents | POLLHUP);
+    return 0;
+  });
+  return rc < 0 || entry->revents == 0 ? rc : 1;
+}
+
 int setOption(int fd, int /*level*/, int /*name*/, const void* /*value*/, socklen_t /*length*/) {
   return onSocket(fd, [](Process&, const Kernel::SocketRef&) { return 0; });
 }
@@ -117,9 +152,10 @@ ssize_t receivePacket(int fd, void* data, size_t size, int /*flags*/) {
 }  // namespace
 
 void divertSocketCalls() {
-  Fault::divert("accept", acceptFrom, "bind", bindSocket, "close", closeDescriptor, "connect",
-                connectTo, "listen", listenOn, "recv", receivePacket, "send", sendPacket,
-                "setsockopt", setOption, "socket", openSocket);
+  Fault::divert("accept", acceptFrom, "accept4", acceptWith, "bind", bindSocket, "close",
+                closeDescriptor, "connect", connectTo, "getsockopt", getOption, "listen", listenOn,
+                "poll", pollSocket, "recv", receivePacket, "send", sendPacket, "setsockopt",
+                setOption, "shutdown", shutDown, "socket", openSocket);
 }
 
 }  // namespace Zorbe::Test::Simulation

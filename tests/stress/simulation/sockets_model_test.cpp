@@ -4,6 +4,7 @@
 // results.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -38,6 +39,12 @@ class Caller {
   void close(int fd) { tell("close", ::close(fd)); }
   void send(int fd, const std::string& data) {
     tell("send", ::send(fd, data.data(), data.size(), MSG_NOSIGNAL));
+  }
+  void shutdown(int fd) { tell("shutdown", ::shutdown(fd, SHUT_RDWR)); }
+  void poll(int fd) {
+    pollfd entry{fd, POLLOUT, 0};
+    tell("poll", ::poll(&entry, 1, 0));
+    journal.back() += " " + std::to_string(entry.revents);
   }
   int accept(int fd) {
     const int accepted = ::accept(fd, nullptr, nullptr);
@@ -192,6 +199,23 @@ TEST_F(SocketsModelTest, UnreadPacketsResetTheConnection) {
     call.close(client);
     for (int i = 0; i < 3; ++i) call.receive(end);
     for (const int fd : {end, server}) call.close(fd);
+  });
+}
+
+TEST_F(SocketsModelTest, AConnectionThatIsShutDownDeliversWhatHasArrived) {
+  compare([](Caller& call) {
+    const auto [server, client, accepted] = connected(call);
+    call.poll(client);
+    call.send(client, "a");
+    call.send(accepted, "b");
+    call.shutdown(accepted);
+    for (const int end : {client, accepted}) {
+      call.poll(end);
+      call.send(end, "late");
+      call.receive(end);
+      call.receive(end);
+    }
+    for (const int fd : {accepted, client, server}) call.close(fd);
   });
 }
 

@@ -11,7 +11,9 @@
 namespace Zorbe::Test::Simulation {
 
 void divertSocketCalls();
-void divertFileCalls();  ///< and what tells a process about itself
+
+/// Those on files, and what tells a process about itself. Returns what open(2) is diverted to.
+int (*divertFileCalls())(const char*, int, mode_t);
 
 /// The return value of a call that ends with this errno, or with 0. Sets errno.
 inline int result(int error) {

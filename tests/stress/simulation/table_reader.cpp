@@ -170,7 +170,7 @@ bool ReaderProgram::mapTable() {
   leaveTable();
   process_.pause();
   TableRef table =
-      std::static_pointer_cast<Table>(process_.world().files.map(root_.fullPath("slots")));
+      std::static_pointer_cast<MappedTable>(process_.world().files.map(root_.fullPath("slots")));
   if (!table) return false;
   reader_ = make_(*this, root_, std::move(table), counters_);
   usable_ = true;

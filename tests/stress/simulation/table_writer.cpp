@@ -37,14 +37,14 @@ void TableWriter::replace(const TableRef& left) {
 // Continues the table of an earlier writer, or begins a new incarnation.
 TableRef TableWriter::findTable() {
   World& world = process_.world();
-  auto left = std::static_pointer_cast<Table>(world.files.map(rootPath.fullPath("slots")));
+  auto left = std::static_pointer_cast<MappedTable>(world.files.map(rootPath.fullPath("slots")));
   found_ = left != nullptr;
   if (found_ && world.random.percent(70)) {
     world.covered.insert("table continued");
     return table_ = left;
   }
   if (found_) world.covered.insert("table replaced");
-  table_ = std::make_shared<Table>();
+  table_ = std::make_shared<MappedTable>();
   table_->fenix = ++world.lastFenix;
   return left;
 }

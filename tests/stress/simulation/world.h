@@ -18,12 +18,12 @@
 namespace Zorbe::Test::Simulation {
 
 /// The table's files, mapped by its writer and by its readers.
-struct Table {
+struct MappedTable {
   unsigned fenix = 0;
   uint64_t sequence = 0;  ///< of the last change
   bool replaced = false;  ///< by the next incarnation
 };
-using TableRef = std::shared_ptr<Table>;
+using TableRef = std::shared_ptr<MappedTable>;
 
 class World : private NonCopyable {
  public:

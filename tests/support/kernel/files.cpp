@@ -146,6 +146,23 @@ int Files::place(const std::string& path, Mapping mapping) {
   return 0;
 }
 
+int Files::link(const std::string& path) {
+  if (exists(path)) return EEXIST;
+  if (const int error = create(path)) return error;
+  report(parentOf(path), IN_CREATE, nameOf(path));
+  return 0;
+}
+
+int Files::rename(const std::string& from, const std::string& to) {
+  if (!exists(from)) return ENOENT;
+  if (isDirectory(to)) return EISDIR;
+  nodes_[to] = nodes_[from];
+  nodes_.erase(from);
+  report(parentOf(from), IN_MOVED_FROM, nameOf(from));
+  report(parentOf(to), IN_MOVED_TO, nameOf(to));
+  return 0;
+}
+
 Files::Mapping Files::map(const std::string& path) const {
   const Node* const node = find(path);
   return node == nullptr ? nullptr : node->mapping;

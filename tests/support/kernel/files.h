@@ -46,6 +46,8 @@ class Files {
   void unmount(const std::string& path);    ///< a tree, whose watches end
   void replace(const std::string& path);    ///< a directory is moved away, an empty one made
   int place(const std::string& path, Mapping mapping);
+  int link(const std::string& path);  ///< a file that had no name gets this one
+  int rename(const std::string& from, const std::string& to);  ///< a file, in one directory
   Mapping map(const std::string& path) const;
 
   /// The removal of a directory is reported to its parent before it is to itself. Kernels differ.

@@ -95,6 +95,11 @@ void Sockets::hangUp(Socket& socket, bool dataLost) {
                       : "connection reset");
 }
 
+void Sockets::shutdown(Socket& socket) {
+  socket.peerClosed = true;
+  hangUp(socket, false);
+}
+
 void Sockets::close(const SocketRef& socket) {
   socket->closed = true;
   if (!socket->name.empty()) names_.erase(socket->name);
@@ -107,6 +112,11 @@ bool Sockets::readable(const Socket& socket) const {
   if (socket.closed) return false;
   return !socket.packets.empty() || !socket.pending.empty() || socket.peerClosed ||
          socket.error != 0;
+}
+
+bool Sockets::writable(const Socket& socket) const {
+  const SocketRef peer = socket.peer.lock();
+  return !peer || peer->packets.size() < queueLimit_;
 }
 
 bool Sockets::decided(const std::string& name) const {

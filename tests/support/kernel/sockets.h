@@ -49,11 +49,17 @@ class Sockets {
   /// empty packet.
   int receive(Socket& socket, std::size_t capacity, std::string& packet);
 
+  /// Ends a connection in both directions: what has arrived can still be received.
+  void shutdown(Socket& socket);
+
   /// The last descriptor is closed: the name is free, and the peer sees the end.
   void close(const SocketRef& socket);
 
   /// Poll would say so: a packet, an end, an error or a connection to accept.
   bool readable(const Socket& socket) const;
+
+  /// Poll would say so: a packet can be sent.
+  bool writable(const Socket& socket) const;
 
   /// A connect that waits would return: with a place in the queue, or refused.
   bool decided(const std::string& name) const;

@@ -93,6 +93,17 @@ class Linux {
     content.assign(data, static_cast<std::size_t>(size));
     return 0;
   }
+  int link(const std::string& path) {
+    const std::string target = real(path);
+    const std::string directory = target.substr(0, target.rfind('/'));
+    const Descriptor file(::open(directory.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0644));
+    if (!file.isOpen()) return errno;
+    const std::string source = "/proc/self/fd/" + std::to_string(file.get());
+    return result(::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW));
+  }
+  int rename(const std::string& from, const std::string& to) {
+    return result(std::rename(real(from).c_str(), real(to).c_str()));
+  }
   int remove(const std::string& path) { return result(std::remove(real(path).c_str())); }
   int removeTree(const std::string& path) {
     return std::filesystem::remove_all(real(path)) == 0 ? ENOENT : 0;
@@ -127,6 +138,10 @@ class Steps {
   void unwatch(int wd) { journal.push_back(system_.unwatch(wd) ? "unwatched" : "not unwatched"); }
   void write(const std::string& path, const std::string& content) {
     record("write " + path, system_.write(path, content));
+  }
+  void link(const std::string& path) { record("link " + path, system_.link(path)); }
+  void rename(const std::string& from, const std::string& to) {
+    record("rename " + from + " " + to, system_.rename(from, to));
   }
   void remove(const std::string& path) { record("remove " + path, system_.remove(path)); }
   void removeTree(const std::string& path) {

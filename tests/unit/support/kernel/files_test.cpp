@@ -48,6 +48,21 @@ TEST(FilesTest, AWatchReportsFilesThatAreWrittenAndRemoved) {
   });
 }
 
+TEST(FilesTest, NamesThatAreGivenAndChangedAreReported) {
+  compare([](auto& steps) {
+    steps.makeDirectories("/a/b");
+    steps.watch("/a", IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO);
+    steps.link("/a/file");
+    steps.link("/a/file");
+    steps.link("/a/other");
+    steps.rename("/a/other", "/a/file");
+    steps.rename("/a/other", "/a/file");
+    steps.rename("/a/file", "/a/b");
+    steps.remove("/a/file");
+    steps.remove("/a/other");
+  });
+}
+
 TEST(FilesTest, EqualEventsInARowAreReportedOnce) {
   compare([](auto& steps) {
     steps.makeDirectories("/a");

@@ -72,13 +72,13 @@ struct Failure {
 };
 
 /// A call about to be made: its name, and the path that it is made on or that its
-/// descriptor stands for ("" where there is none).
+/// descriptor refers to ("" where there is none).
 struct InterceptedCall {
   std::string call;
   std::string target;
 };
 
-/// The `occurrence`th call from now on, of whatever name, fails as `choose` says, or is
+/// The `occurrence`th call from now on, of any name, fails as `choose` says, or is
 /// made as it is when `choose` says nothing; and so do all later ones of the same name
 /// when `count` is `kForever`.
 Armed armAny(unsigned occurrence,

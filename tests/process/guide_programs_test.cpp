@@ -8,15 +8,15 @@
 
 #include "process/example_programs.h"
 
+namespace Zorbe::Test {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
-using Zorbe::Test::ChildProcess;
 
-class GuidePrograms : public Zorbe::Test::ExamplePrograms {
+class GuidePrograms : public ExamplePrograms {
  protected:
   struct Writer {
     ChildProcess process;
@@ -158,3 +158,4 @@ TEST_F(GuidePrograms, TheMonitorPrintsWhenAWriterComesAndEnds) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

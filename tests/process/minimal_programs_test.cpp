@@ -5,15 +5,14 @@
 
 #include "process/example_programs.h"
 
+namespace Zorbe::Test {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::EndsWith;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::contentOf;
 
-class MinimalPrograms : public Zorbe::Test::ExamplePrograms {
+class MinimalPrograms : public ExamplePrograms {
  protected:
   /// A reader that is connected to the writer. One that finds none ends; the writer may need a
   /// moment to become one.
@@ -91,3 +90,4 @@ TEST_F(MinimalPrograms, AReaderOfAnotherTableThanTheWritersDoesNotSpin) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

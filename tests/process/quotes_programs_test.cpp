@@ -8,14 +8,13 @@
 
 #include <csignal>
 
+namespace Zorbe::Test {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::contentOf;
 
-class QuotesPrograms : public Zorbe::Test::ExamplePrograms {
+class QuotesPrograms : public ExamplePrograms {
  protected:
   ChildProcess startWriter(const std::string& input = "/dev/null") {
     return start({"quotes-writer", "t"}, input);
@@ -259,3 +258,4 @@ TEST_F(QuotesPrograms, AnIdleReaderUsesUnderOnePercentOfAProcessor) {
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

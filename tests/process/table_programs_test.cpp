@@ -6,14 +6,13 @@
 
 #include "process/example_programs.h"
 
+namespace Zorbe::Test {
 namespace {
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
-using Zorbe::Test::ChildProcess;
-using Zorbe::Test::contentOf;
 
-class TablePrograms : public Zorbe::Test::ExamplePrograms {
+class TablePrograms : public ExamplePrograms {
  protected:
   /// A program whose standard input the test writes; a pipe has the name `input`.
   class Fed {
@@ -138,7 +137,7 @@ TEST_F(TablePrograms, APolledCopyEqualsTheTable) {
   Fed copy({"table-polled"}, inRoot("copy"));
   Fed writer({"table-writer"}, inRoot("pipe"));
   const auto copyIs = [&](const std::string& expected) {
-    const auto end = std::chrono::steady_clock::now() + Zorbe::Test::kTimeout;
+    const auto end = std::chrono::steady_clock::now() + kTimeout;
     while (std::chrono::steady_clock::now() < end) {
       copy.write("\n");
       if (copy.program().receive() == expected) return true;
@@ -159,9 +158,10 @@ TEST_F(TablePrograms, ATableIsMadeOfAnotherInOneLoop) {
   Fed prices({"table-writer"}, inRoot("pipe"));
   prices.write("ABC 99.5 100.5\n");
   Zorbe::Table::Reader<Zorbe::Table::Text<8>, double> spreads("spreads");
-  const auto end = std::chrono::steady_clock::now() + Zorbe::Test::kTimeout;
+  const auto end = std::chrono::steady_clock::now() + kTimeout;
   while (!spreads.get("ABC") && std::chrono::steady_clock::now() < end) spreads.wait(50ms);
   EXPECT_EQ(spreads.get("ABC"), 1.0);
 }
 
 }  // namespace
+}  // namespace Zorbe::Test

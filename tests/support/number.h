@@ -19,8 +19,8 @@ struct Range {
 inline std::optional<uint64_t> readNumber(const char* text, Range range) {
   uint64_t number = 0;
   const char* const end = text + std::strlen(text);
-  const auto [behind, error] = std::from_chars(text, end, number);
-  if (error != std::errc() || behind != end) return std::nullopt;
+  const auto [after, error] = std::from_chars(text, end, number);
+  if (error != std::errc() || after != end) return std::nullopt;
   if (number < range.least || number > range.most) return std::nullopt;
   return number;
 }

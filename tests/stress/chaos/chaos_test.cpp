@@ -44,6 +44,10 @@ struct FlawCase {
   const char* failure;  // a regular expression
 };
 
+void PrintTo(const FlawCase& flawCase, std::ostream* out) {
+  *out << flawCase.name;
+}
+
 class ChaosFlawTest : public ChaosTest, public testing::WithParamInterface<FlawCase> {};
 
 TEST_P(ChaosFlawTest, IsNoticed) {

@@ -28,7 +28,7 @@ struct ProcessState {
   // A writer's.
   std::atomic<bool> writing;        ///< it has the lock
   std::atomic<uint32_t> answered;   ///< the last request to publish that it knows of
-  std::atomic<pid_t> otherWriter;   ///< met with the lock in its hands
+  std::atomic<pid_t> otherWriter;   ///< that had the lock at the same time
   std::atomic<uint32_t> takeovers;  ///< tables that it has continued, and found complete
   std::atomic<uint32_t> lost;  ///< keys whose last finished change was not in a table it took over
 };

@@ -43,7 +43,7 @@ struct Report {
   unsigned longestWriter = 0;        ///< checks that a writer has lived through, at most
 };
 
-/// Runs the stress test, and leaves nothing behind.
+/// Runs the stress test. Afterwards no process, file or lock of it is left.
 Report runStress(const Settings& settings);
 
 /// Makes `runStress` end all processes and report a failure. For signal handlers.

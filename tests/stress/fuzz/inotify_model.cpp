@@ -193,7 +193,7 @@ void InotifyModel::endTurn(bool thrown) {
 void InotifyModel::checkKernel() const {
   for (const auto& [wd, mask] : kernel_.watches()) {
     const auto found = users_.find(wd);
-    ASSERT_NE(found, users_.end()) << "nobody uses watch " << wd;
+    ASSERT_NE(found, users_.end()) << "no control uses watch " << wd;
     for (const size_t user : found->second) {
       EXPECT_EQ(controls_[user].mask & IN_ALL_EVENTS & ~mask, 0u) << "watch " << wd;
     }

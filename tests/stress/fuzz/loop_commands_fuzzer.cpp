@@ -73,7 +73,7 @@ class LoopCase {
     cancel(kStopper);
   }
 
-  // Somebody else polls the loop.
+  // Polls the loop from outside.
   void look() {
     pollfd entry = {loop_->fd(), POLLIN, 0};
     EXPECT_GE(::poll(&entry, 1, 0), 0);

@@ -51,7 +51,7 @@ class FakeFiles : public Files {
   static int callLstat(const char* path, struct stat* status) {
     return result(current->examine(path, Links::kNotFollowed, status->st_mode));
   }
-  // A descriptor of something else stands for the one of the path.
+  // A descriptor of something else represents the one of the path.
   static int callOpen(const char* path, int flags, mode_t /*mode*/) {
     mode_t there = 0;
     const Links links = (flags & O_NOFOLLOW) != 0 ? Links::kNotFollowed : Links::kFollowed;

@@ -9,7 +9,7 @@
 namespace Zorbe::Test::Fuzz {
 namespace {
 
-constexpr unsigned kMostChanges = 5000;  // of files that nobody writes any more
+constexpr unsigned kMostChanges = 5000;  // of files that no process writes any more
 constexpr uint64_t kMostKilobytes = 16;
 
 class Reading {

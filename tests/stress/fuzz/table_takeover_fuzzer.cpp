@@ -34,7 +34,7 @@ class Takeover {
   }
 
  private:
-  // A table that somebody may need is refused: one of another version, or of other records.
+  // A table that another program may need is refused: one of another version, or of other records.
   static std::unique_ptr<TableWriter> open() {
     try {
       return TableWriter::open(table().options());

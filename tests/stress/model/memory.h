@@ -85,7 +85,7 @@ class Memory {
     return byLocation_[static_cast<size_t>(location)];
   }
 
-  /// A file that nobody has stored to; names are locations that hold 1 + the file's number.
+  /// A file without a store; names are locations that hold 1 + the file's number.
   Value makeFile(std::string name, Value generation, Value size, Value first);
   const File& file(Value number) const { return files_[number]; }
 

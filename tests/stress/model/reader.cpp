@@ -47,7 +47,7 @@ Reader::Attempt Reader::readImage(Value slot, Value guard, Record& record) {
 }
 
 // A failed attempt proves that the writer moved on: the guard is then another one. So a writer
-// that is stopped or killed makes nobody try again more often than it has stored.
+// that is stopped or killed makes no reader try again more often than it has stored.
 Record Reader::read(Value slot, uint64_t context) {
   Record record;
   Value refused = ~0U;

@@ -18,8 +18,8 @@ class EventRecorder : public Brask::Platform::DebugHandler {
   bool isEnabled(int /*level*/) override { return true; }
   void emit(std::ostringstream& message, int level) override;
 
-  /// Runs a step of a client that survives its errors, and records what it throws. False when
-  /// it threw.
+  /// Runs a step of a client that continues after its errors, and records what it throws. False
+  /// when it threw.
   template <typename Step>
   bool attempt(Step step) {
     try {

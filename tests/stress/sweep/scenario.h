@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// All operations of a table in one process with the bundled loop, by a client that survives
-// every error: it records what is thrown, tries again what can be tried again, and continues.
+// All operations of a table in one process with the bundled loop, by a client that goes on
+// after every error: it records what is thrown, and tries again what can be tried again.
 #pragma once
 
 #include <brask/linux/event_loop.h>

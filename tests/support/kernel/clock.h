@@ -6,7 +6,7 @@
 
 namespace Zorbe::Test::Kernel {
 
-/// A monotonic clock, in nanoseconds, that stands still between its calls.
+/// A monotonic clock, in nanoseconds, that does not advance between its calls.
 class Clock {
  public:
   static constexpr int64_t kSecond = 1000000000;

@@ -15,7 +15,7 @@ namespace Zorbe::Test::Kernel {
 namespace {
 
 Clock clock;
-int timer = -1;      // an eventfd that stands for the timer descriptor
+int timer = -1;      // an eventfd in place of the timer descriptor
 int64_t expiry = 0;  // 0: not armed
 
 int readClock(clockid_t which, timespec* now) {

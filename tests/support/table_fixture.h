@@ -2,12 +2,12 @@
 #pragma once
 
 #include "support/fixture.h"
+#include "support/table_errors.h"
 
 #include "memory/follower.h"
 #include "memory/table_reader.h"
 #include "memory/table_writer.h"
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -60,6 +60,13 @@ class TableTest : public ZorbeTest {
     for (uint64_t key = 0; key < count; ++key) put(table, key, key);
   }
 
+  /// Makes the table with that many records, which are published.
+  void makeFilledTable(uint64_t count) {
+    const auto table = openWriter();
+    fill(*table, count);
+    table->publish();
+  }
+
   static bool erase(Table::TableWriter& table, uint64_t key) { return table.erase(&key); }
 
   /// The number of a key's value; nothing when it has no record. Fails on a torn one.
@@ -69,20 +76,6 @@ class TableTest : public ZorbeTest {
     if (!table.get(&key, &value)) return std::nullopt;
     EXPECT_TRUE(value.isWhole()) << "key " << key;
     return value.number();
-  }
-
-  /// `act` throws a Table::Error of this code, whose text names the table and contains `text`.
-  template <class Act>
-  static void expectError(Table::ErrorCode code, const std::string& text, Act act) {
-    try {
-      act();
-      ADD_FAILURE() << "was not refused: " << text;
-    } catch (const Table::Error& error) {
-      EXPECT_EQ(error.code(), code) << error.what();
-      EXPECT_EQ(error.table(), "t");
-      EXPECT_THAT(error.what(), testing::StartsWith("table 't': "));
-      EXPECT_THAT(error.what(), testing::HasSubstr(text));
-    }
   }
 
   std::string path(const std::string& file) const { return options.place.path(file); }

@@ -16,6 +16,7 @@
 #include <zorbe/util.h>
 
 #include <cctype>
+#include <sstream>
 
 namespace Zorbe::Test::Fuzz {
 namespace {
@@ -43,14 +44,9 @@ uint64_t naiveNumber(const std::string& text) {
 
 /// The last field but one.
 std::string naiveInode(const std::string& line) {
-  std::vector<std::string> fields(1);
-  for (const char c : line) {
-    if (c == ' ') {
-      fields.emplace_back();
-    } else {
-      fields.back() += c;
-    }
-  }
+  std::vector<std::string> fields;
+  std::istringstream stream(line + ' ');
+  for (std::string field; std::getline(stream, field, ' ');) fields.push_back(field);
   return fields.size() < 2 ? "" : fields[fields.size() - 2];
 }
 

@@ -23,7 +23,6 @@ namespace Zorbe::Test {
 namespace {
 
 using Table::Access;
-using Table::Error;
 using Table::File;
 using Table::Identity;
 using Table::Mapping;
@@ -37,18 +36,6 @@ class FileTest : public TableTest {
     return status.st_size;
   }
   bool exists(const std::string& name) const { return ::access(path(name).c_str(), F_OK) == 0; }
-
-  template <class Act>
-  static std::string errorOf(Act act) {
-    try {
-      act();
-    } catch (const Error& error) {
-      return error.what();
-    } catch (const CorruptionDetectedException& corrupt) {
-      return corrupt.what();
-    }
-    return "nothing was thrown";
-  }
 };
 
 TEST_F(FileTest, ANameThatIsTakenIsNotCreated) {

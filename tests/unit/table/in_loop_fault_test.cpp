@@ -3,6 +3,8 @@
 // A writer and a reader on the bundled loop, when their system calls fail.
 #include "unit/table/in_loop_fixture.h"
 
+#include "support/table_errors.h"
+
 #include "fault/fault.h"
 #include "foundation/log.h"
 
@@ -19,23 +21,10 @@
 namespace Zorbe::Test {
 namespace {
 
-using Table::Error;
 using Table::ErrorCode;
-using testing::HasSubstr;
 
 class InLoopFaults : public InLoop {
  protected:
-  template <class Act>
-  static void expectError(const std::string& text, Act act) {
-    try {
-      act();
-      ADD_FAILURE() << "did not throw: " << text;
-    } catch (const Error& error) {
-      EXPECT_EQ(error.code(), ErrorCode::system);
-      EXPECT_THAT(error.what(), HasSubstr(text));
-    }
-  }
-
   bool connects(Reader& reader) {
     return turnUntil([&] { return reader.state() == State::connected; });
   }
@@ -86,7 +75,8 @@ TEST_F(InLoopFaults, AReaderThatCannotOpenTheLogReportsItOnceAndReadsEverythingA
   Fault::arm("open", 1, EMFILE).onPath(inRoot("t/conquer.1"));
   writer.put(1, {11, 0});
   writer.publish();
-  expectError("open() " + inRoot("t/conquer.1") + ": Too many open files", [&] { drain(reader); });
+  expectError(ErrorCode::system, "open() " + inRoot("t/conquer.1") + ": Too many open files",
+              [&] { drain(reader); });
   EXPECT_EQ(reader.next(), std::nullopt);  // until it looks again
   EXPECT_FALSE(reader.hasNext());
   EXPECT_EQ(reader.get(1)->a, 11);
@@ -105,7 +95,7 @@ TEST_F(InLoopFaults, AWatchThatCannotBeSetIsTriedAgain) {
 TEST_F(InLoopFaults, AWriterWithoutASocketIsNone) {
   handler.allowFailures();
   Fault::arm("socket", 1, EMFILE);
-  expectError("table 't': ", [&] { Writer("t", options); });
+  expectError(ErrorCode::system, "table 't': ", [&] { Writer("t", options); });
   EXPECT_NO_THROW(Writer("t", options));
 }
 
@@ -126,8 +116,8 @@ TEST_F(InLoopFaults, ARelativeRootWithoutAWorkingDirectoryIsAnError) {
   ASSERT_EQ(::setenv("SHMEM_ROOT", "relative", 1), 0);
   options.root.clear();
   Fault::arm("getcwd", 1, ENOENT, 2);
-  expectError("table 't': RootPath::RootPath() ", [&] { Reader("t", options); });
-  expectError("table 't': RootPath::RootPath() ", [&] { Writer("t", options); });
+  expectError(ErrorCode::system, "table 't': RootPath::RootPath() ", [&] { Reader("t", options); });
+  expectError(ErrorCode::system, "table 't': RootPath::RootPath() ", [&] { Writer("t", options); });
 }
 
 }  // namespace

@@ -18,7 +18,6 @@
 namespace Zorbe::Test {
 namespace {
 
-using Table::Error;
 using Table::SlotsHeader;
 using Table::TableReader;
 using Table::TableWriter;
@@ -30,19 +29,6 @@ class OpeningTest : public TableTest {
     put(*openWriter(), 1, 10);
   }
 
-  template <class Act>
-  static std::string errorOf(Act act) {
-    try {
-      act();
-    } catch (const Error& error) {
-      return error.what();
-    } catch (const CorruptionDetectedException& corrupt) {
-      return corrupt.what();
-    } catch (const DuplicateWriterException& duplicate) {
-      return duplicate.what();
-    }
-    return "nothing was thrown";
-  }
   std::string errorOfOpening() {
     return errorOf([this] { openWriter(); });
   }

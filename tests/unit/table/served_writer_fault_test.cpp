@@ -4,6 +4,7 @@
 #include "unit/table/table_program.h"
 
 #include "support/sanitized.h"
+#include "support/table_errors.h"
 
 #include "fault/fault.h"
 
@@ -15,23 +16,10 @@
 namespace Zorbe::Test {
 namespace {
 
-using Table::Error;
 using Table::ErrorCode;
-using testing::HasSubstr;
 
 class TableProgramFaults : public TableProgram {
  protected:
-  template <class Act>
-  static void expectError(const std::string& text, Act act) {
-    try {
-      act();
-      ADD_FAILURE() << "did not throw: " << text;
-    } catch (const Error& error) {
-      EXPECT_EQ(error.code(), ErrorCode::system);
-      EXPECT_THAT(error.what(), HasSubstr("table 't': " + text));
-    }
-  }
-
   void expectNoLockInChild() {
     auto writer = std::make_unique<Writer>("t", options);
     const Reader waiting("none", options);  // has no connection to leave
@@ -73,8 +61,10 @@ class EndlessStacks {
 
 TEST_F(TableProgramFaults, AWriterWithoutADescriptorForItsEndIsNone) {
   Fault::arm("eventfd", 1, EMFILE);
-  expectError("eventfd() t: Too many open files; raise the limit of descriptors (ulimit -n)",
-              [&] { Writer("t", options); });
+  expectError(
+      ErrorCode::system,
+      "table 't': eventfd() t: Too many open files; raise the limit of descriptors (ulimit -n)",
+      [&] { Writer("t", options); });
   EXPECT_NO_THROW(Writer("t", options));
 }
 
@@ -82,7 +72,8 @@ TEST_F(TableProgramFaults, AWriterWithoutAThreadIsNone) {
   if (kIsSanitized) GTEST_SKIP() << "the sanitizer has stacks of its own";
   {
     const EndlessStacks stacks;
-    expectError("pthread_create() t: Resource temporarily unavailable",
+    expectError(ErrorCode::system,
+                "table 't': pthread_create() t: Resource temporarily unavailable",
                 [&] { Writer("t", options); });
   }
   EXPECT_NO_THROW(Writer("t", options));
@@ -91,7 +82,7 @@ TEST_F(TableProgramFaults, AWriterWithoutAThreadIsNone) {
 TEST_F(TableProgramFaults, AWaitThatFailsIsAnError) {
   Reader reader("t", options);
   Fault::arm("ppoll", 1, ENOMEM);
-  expectError("ppoll() t: Cannot allocate memory",
+  expectError(ErrorCode::system, "table 't': ppoll() t: Cannot allocate memory",
               [&] { reader.wait(std::chrono::nanoseconds::max()); });
   Fault::arm("ppoll", 1, EINTR);
   EXPECT_FALSE(reader.wait(std::chrono::nanoseconds::max()));

@@ -28,11 +28,7 @@ class TableRefusal : public TableTest {
  protected:
   static constexpr uint64_t kRecords = 20;
 
-  void makeTable() {
-    const auto table = openWriter();
-    fill(*table, kRecords);
-    table->publish();
-  }
+  void makeTable() { makeFilledTable(kRecords); }
 
   void expectNothingLost() {
     const auto table = openWriter();

@@ -12,6 +12,13 @@ namespace {
 
 class FdControlTest : public LoopTest {
  protected:
+  // The pair becomes ready, which a turn reports to the probe.
+  void expectOneEvent(Pair& pair, const FdProbe& probe) {
+    pair.makeReady();
+    EXPECT_TRUE(loop->turn(0));
+    EXPECT_EQ(1, probe.events);
+  }
+
   Pair pairs[2];
 };
 
@@ -114,9 +121,7 @@ TEST_F(FdControlTest, WatchingTheSameDescriptorAgainContinues) {
   FdProbe probe;
   probe.control->watch(pairs[0].here);
   probe.control->watch(pairs[0].here);
-  pairs[0].makeReady();
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1, probe.events);
+  expectOneEvent(pairs[0], probe);
 }
 
 TEST_F(FdControlTest, ARefusedDescriptorThrowsAndLeavesNothingWatched) {
@@ -153,10 +158,8 @@ TEST_F(FdControlTest, TheLaterOfTwoControlsTakesADescriptorOver) {
   earlier.control->watch(pairs[0].here);
   later.control->watch(pairs[0].here);
   EXPECT_EQ(-1, earlier.control->fd());
-  pairs[0].makeReady();
-  EXPECT_TRUE(loop->turn(0));
+  expectOneEvent(pairs[0], later);
   EXPECT_EQ(0, earlier.events);
-  EXPECT_EQ(1, later.events);
 }
 
 TEST_F(FdControlTest, LosingADescriptorToAnotherControlIsNotUndoneByUnwatch) {
@@ -167,9 +170,7 @@ TEST_F(FdControlTest, LosingADescriptorToAnotherControlIsNotUndoneByUnwatch) {
     later.control->watch(pairs[0].here);
     earlier.control->unwatch();
   }
-  pairs[0].makeReady();
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1, later.events);
+  expectOneEvent(pairs[0], later);
 }
 
 TEST_F(FdControlTest, AReusedNumberBelongsToWhoWatchedItLast) {
@@ -183,9 +184,7 @@ TEST_F(FdControlTest, AReusedNumberBelongsToWhoWatchedItLast) {
   fresh.control->watch(number);
   stale->control->unwatch();
   stale.reset();
-  pairs[1].makeReady();
-  EXPECT_TRUE(loop->turn(0));
-  EXPECT_EQ(1, fresh.events);
+  expectOneEvent(pairs[1], fresh);
 }
 
 TEST_F(FdControlTest, RewatchingAControlWhoseNumberWasReusedLeavesTheOtherAlone) {

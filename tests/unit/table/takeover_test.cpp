@@ -17,7 +17,6 @@ using Table::Geometry;
 using Table::Slot;
 using Table::SlotsHeader;
 using Table::TableWriter;
-using testing::HasSubstr;
 
 constexpr uint64_t kMaxSequence = uint64_t{1} << 62;
 
@@ -70,7 +69,7 @@ class TakeoverTest : public TableTest {
   void expectReplaced(const std::string& why) {
     const auto table = openWriter();
     EXPECT_EQ(table->start(), TableWriter::Start::kReplaced);
-    EXPECT_THAT(table->whyReplaced(), HasSubstr(why));
+    EXPECT_THAT(table->whyReplaced(), testing::EndsWith(": " + why));
     EXPECT_EQ(table->size(), 0u);
   }
 
@@ -104,6 +103,22 @@ TEST_F(TakeoverTest, AChangeThatWasNotBegunIsNotKept) {
   EXPECT_EQ(get(*table, 1), 101u);
 }
 
+TEST_F(TakeoverTest, AFreeSlotGetsNoEntryOfTheIndex) {
+  makeTable(3);
+  overwriteEntry(4, Table::packEntry(4, 7));
+  const auto table = takeOver(1, 1);
+  EXPECT_EQ(table->published(), 3u);
+  EXPECT_EQ(get(*table, 0), 100u);
+}
+
+TEST_F(TakeoverTest, WithoutAnIndexWhatWasNotPublishedIsKept) {
+  makeTable(3);
+  ASSERT_EQ(::unlink(path("buckets").c_str()), 0);
+  const auto table = takeOver(2, 1);
+  EXPECT_EQ(table->published(), 3u);
+  for (uint64_t key = 0; key < 3; ++key) EXPECT_EQ(get(*table, key), key + 100);
+}
+
 TEST_F(TakeoverTest, AnEntryOfTheLogForASlotThatThereIsNotIsNoChange) {
   options.records = 32;  // the last slot ends with a page
   makeTable(3);
@@ -131,6 +146,34 @@ TEST_F(TakeoverTest, AnIndexThatLacksASlotOrHasOneTooManyIsBuiltAgain) {
   empty = emptyBucket(*openWriter());
   overwriteBucket(empty, Table::kTombstone);  // is none
   takeOver(3, 1);
+}
+
+TEST_F(TakeoverTest, AnEntryForEachSlotIsLookedFor) {
+  makeTable(3);
+  for (uint64_t generation = 1; generation < 4; ++generation) {
+    const auto slot = static_cast<uint32_t>(generation - 1);
+    overwriteBucket(bucketOf(*openWriter(), slot), uint64_t{1} << 32 | 3);
+    const auto table = takeOver(generation + 1, 1);
+    for (uint64_t key = 0; key < 3; ++key) EXPECT_EQ(get(*table, key), key + 100);
+  }
+}
+
+TEST_F(TakeoverTest, AnIndexThatEndsWithAPageIsReadToItsEnd) {
+  options.records = 366;
+  makeTable(3);
+  struct stat status {};
+  ASSERT_EQ(::stat(path("buckets").c_str(), &status), 0);
+  ASSERT_EQ(status.st_size, 4096);
+  takeOver(1, 1);
+}
+
+TEST_F(TakeoverTest, TheIndexHasAsMuchRoomAsBefore) {
+  makeTable(20);  // of 24 buckets 21 are used at most
+  const auto table = takeOver(1, 1);
+  put(*table, 20, 20);
+  EXPECT_EQ(table->index().generation(), 1u);
+  put(*table, 21, 21);
+  EXPECT_EQ(table->index().generation(), 2u);
 }
 
 TEST_F(TakeoverTest, ALogThatEndsEarlierIsReplacedByOneThatBeginsWithTheNextChange) {

@@ -74,6 +74,15 @@ TEST_F(OpeningTest, SizesThatCannotBeAreRefused) {
   EXPECT_EQ(errorOfOpening(), "nothing was thrown");
 }
 
+TEST_F(OpeningTest, AFullTableSaysHowManyRecordsItHolds) {
+  options.maxRecords = 3;
+  const auto table = openWriter();
+  for (uint64_t key = 0; key < 3; ++key) put(*table, key, key);
+  EXPECT_EQ(errorOf([&] { put(*table, 3, 3); }),
+            "table 't': it holds 3 records, which is Options::maxRecords; erase records or raise "
+            "the limit");
+}
+
 TEST_F(OpeningTest, AnotherDescriptionIsShown) {
   makeTable();
   const std::string text = "its records have another description, in " + path("slots") +

@@ -105,6 +105,20 @@ TEST_F(GrowthTest, ASlotThatGetsAnotherKeyHasOneEntry) {
   EXPECT_EQ(generation(), 1u);
 }
 
+TEST_F(GrowthTest, TombstonesAreDroppedOnceInAWhile) {
+  options.records = options.maxRecords = 100;
+  options.logEntries = 4;
+  table = openWriter();
+  putUpTo(100);
+  for (uint64_t key = 100; key < 5000; ++key) {
+    erase(*table, key - 100);
+    put(*table, key, key);
+  }
+  EXPECT_GT(generation(), 2u);
+  EXPECT_LT(generation(), 500u);
+  EXPECT_EQ(table->size(), 100u);
+}
+
 TEST_F(GrowthTest, TheLogGrowsToHalfOfTheSlots) {
   table = openWriter();
   putUpTo(217);
@@ -129,6 +143,9 @@ TEST_F(GrowthTest, ALogThatHoldsEverythingStillDoesWhenItGrows) {
   table->restoreFiles();
   EXPECT_EQ(table->log().first(), 1u);
   EXPECT_EQ(table->log().generation(), 2u);
+  for (uint64_t sequence = 1; sequence <= 10; ++sequence) {
+    EXPECT_EQ(Table::relaxed(table->log().entry(sequence)), Table::packEntry(sequence, 0));
+  }
   EXPECT_EQ(table->log().entries(), 64u);
   EXPECT_EQ(generation(), 1u);
 }

@@ -8,6 +8,7 @@ TOKEN = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)
       | (?P<directive>^[ \t]*\#(?:[^\n]*\\\n)*[^\n]*)
       | (?P<attribute>\[\[.*?\]\])
+      | (?P<assertion>\bstatic_assert\b[^;]*;)
       | (?P<string>"(?:[^"\\]|\\.)*")
       | (?P<character>'(?:[^'\\]|\\.)*')
       | (?P<number>\b(?:0x[0-9a-fA-F']+|[0-9][0-9']*(?:\.[0-9]+)?)[uUlL]*)
@@ -16,6 +17,8 @@ TOKEN = re.compile(
       | (?P<blank>\s+)""",
     re.VERBOSE | re.MULTILINE | re.DOTALL)
 
+# The compiler looks at an assertion, and not the tests.
+UNCHANGED = ("comment", "directive", "attribute", "assertion", "blank")
 SWAPPED = {
     "==": "!=", "!=": "==", "<": "<=", ">": ">=", "<=": "<", ">=": ">", "&&": "||", "||": "&&",
     "+": "-", "-": "+", "+=": "-=", "-=": "+=", "++": "--", "--": "++", "&": "|",
@@ -62,7 +65,7 @@ class Token:
 
 def tokens(text):
     found = (Token(m.lastgroup, m.group(), m.start(), m.end()) for m in TOKEN.finditer(text))
-    return [t for t in found if t.kind not in ("comment", "directive", "attribute", "blank")]
+    return [t for t in found if t.kind not in UNCHANGED]
 
 
 def replaced(token, previous, following, level_is_next):

@@ -66,3 +66,10 @@ TEST_F(FollowerOverrun, WithoutFurtherChangesAnOlderSlotIsCorruption) {
   overwriteEntry(4, 0);
   EXPECT_THROW(next(), CorruptionDetectedException);
 }
+
+TEST_F(FollowerOverrun, AChangeOfThePassThatIsStillThereIsDelivered) {
+  publishAs(8);
+  const auto change = next();
+  EXPECT_EQ(change->kind, Follower::Kind::kPut);
+  EXPECT_EQ(change->sequence, 4u);
+}

@@ -4,11 +4,15 @@
 #include "unit/table/damage.h"
 #include "unit/table/in_loop_fixture.h"
 
+#include "support/raw_peer.h"
+
 #include "memory/layout.h"
 
 #include <zorbe/exceptions.h>
 
 #include <unistd.h>
+
+#include <filesystem>
 
 namespace Zorbe::Test {
 namespace {
@@ -83,6 +87,19 @@ TEST_F(InLoop, TheKindsOfChangesAreNamed) {
   writer.publish();
   drain(reader);
   EXPECT_EQ(kinds, (std::vector<Kind>{Kind::reset, Kind::put, Kind::complete, Kind::erased}));
+}
+
+// A writer with readers looks more often, and each of these connections leads to a look.
+TEST_F(InLoop, BesideAReaderConnectionsThatComeAndGoDoNotPutOffTheFiles) {
+  handler.allowFailures();  // of the connections that end
+  Writer writer("t", options);
+  Reader reader("t", options);
+  EXPECT_TRUE(turnUntil([&] { return isAccepted(reader); }));
+  std::filesystem::remove_all(inRoot("t"));
+  EXPECT_TRUE(turnUntil([&] {
+    static_cast<void>(RawPeer::connect(inRoot("t")));
+    return std::filesystem::exists(inRoot("t/slots"));
+  }));
 }
 
 // Nothing that the program has to read.

@@ -73,3 +73,19 @@ TEST_F(FollowerOverrun, AChangeOfThePassThatIsStillThereIsDelivered) {
   EXPECT_EQ(change->kind, Follower::Kind::kPut);
   EXPECT_EQ(change->sequence, 4u);
 }
+
+TEST_F(FollowerOverrun, ASlotThatIsAWholeLogNewerBeginsAgain) {
+  for (uint64_t sequence = 5; sequence <= 8; ++sequence) put(*writer, 2, sequence);
+  overwriteEntry(4, 1);
+  publishAs(7);
+  EXPECT_EQ(next()->kind, Follower::Kind::kReset);
+}
+
+TEST_F(FollowerOverrun, AKeyThatThePassEndsWithComesOnce) {
+  EXPECT_EQ(next()->sequence, 4u);
+  put(*writer, 1, 12);
+  put(*writer, 1, 13);
+  publishAs(6);
+  EXPECT_EQ(next()->sequence, 6u);
+  EXPECT_FALSE(next().has_value());
+}

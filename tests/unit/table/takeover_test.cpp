@@ -104,11 +104,11 @@ TEST_F(TakeoverTest, AChangeThatWasNotBegunIsNotKept) {
 }
 
 TEST_F(TakeoverTest, AFreeSlotGetsNoEntryOfTheIndex) {
-  makeTable(3);
-  overwriteEntry(4, Table::packEntry(4, 7));
+  put(*openWriter(), 5, 50);  // a free slot has the words of key 0
+  overwriteEntry(2, Table::packEntry(2, 7));
   const auto table = takeOver(1, 1);
-  EXPECT_EQ(table->published(), 3u);
-  EXPECT_EQ(get(*table, 0), 100u);
+  EXPECT_EQ(table->published(), 1u);
+  EXPECT_EQ(get(*table, 0), std::nullopt);
 }
 
 TEST_F(TakeoverTest, WithoutAnIndexWhatWasNotPublishedIsKept) {

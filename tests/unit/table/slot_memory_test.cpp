@@ -20,7 +20,8 @@ using Bytes = std::array<char, kValueBytes + 1>;  // and one that nobody writes
 
 Bytes bytesOf(char first) {
   Bytes bytes{};
-  for (uint32_t i = 0; i < kValueBytes; ++i) bytes[i] = static_cast<char>(first + i);
+  for (uint32_t i = 0; i < kValueBytes; ++i)
+    bytes[i] = static_cast<char>(first + static_cast<int>(i));
   bytes.back() = '#';
   return bytes;
 }

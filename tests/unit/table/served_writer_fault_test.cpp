@@ -44,7 +44,7 @@ class EndlessStacks {
     pthread_attr_t endless;
     EXPECT_EQ(::pthread_getattr_default_np(&before_), 0);
     EXPECT_EQ(::pthread_getattr_default_np(&endless), 0);
-    EXPECT_EQ(::pthread_attr_setstacksize(&endless, std::numeric_limits<size_t>::max() / 2), 0);
+    EXPECT_EQ(::pthread_attr_setstacksize(&endless, std::numeric_limits<size_t>::max() / 4 * 3), 0);
     EXPECT_EQ(::pthread_setattr_default_np(&endless), 0);
     EXPECT_EQ(::pthread_attr_destroy(&endless), 0);
   }

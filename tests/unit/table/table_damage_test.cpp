@@ -42,7 +42,7 @@ class TableDamage : public TableTest {
     }
   }
 
-  void overwrite(size_t offset, uint64_t word) { overwriteWord(path("slots"), offset, word); }
+  void overwrite(uint64_t offset, uint64_t word) { overwriteWord(path("slots"), offset, word); }
 };
 
 // Two writers one after another: what the first one makes of it must be a table for the next.

@@ -76,7 +76,7 @@ TEST_F(WindowTest, RecordsAreWholeUnderAWriterThatNeverRests) {
     for (uint64_t key = 0; key < kKeys; ++key) {
       see(key, view.get(key)->value());
       Bytes bytes{};
-      if (!view.read(handles[key], bytes)) ++wrong;
+      if (!view.read(handles[static_cast<size_t>(key)], bytes)) ++wrong;
       see(key, bytes.value());
     }
   }

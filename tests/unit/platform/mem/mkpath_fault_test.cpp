@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <utility>
+#include <vector>
+
 #include "fault/fault.h"
 #include "unit/platform/mem/mkpath_fixture.h"
 
@@ -7,6 +10,13 @@ namespace {
 
 class MkpathFaultTest : public MkpathTest {
  protected:
+  // errno of mkpath when the next one of each of these calls fails.
+  int errorWith(const std::vector<std::pair<const char*, int>>& failures,
+                const std::string& name) const {
+    for (const auto& [call, error] : failures) Fault::arm(call, 1, error);
+    return errorOf(inRoot(name));
+  }
+
   void removeIt(const std::string& name) const {
     EXPECT_EQ(rmdir(inRoot(name).c_str()), 0) << name;
   }
@@ -59,9 +69,7 @@ TEST_F(MkpathFaultTest, LeavesTheErrnoOfMkdir) {
 }
 
 TEST_F(MkpathFaultTest, LeavesTheErrnoOfMkdirWhenACloseFails) {
-  Fault::arm("mkdirat", 1, EROFS);
-  Fault::arm("close", 1, EIO);
-  EXPECT_EQ(errorOf(inRoot("a")), EROFS);
+  EXPECT_EQ(errorWith({{"mkdirat", EROFS}, {"close", EIO}}, "a"), EROFS);
 }
 
 TEST_F(MkpathFaultTest, LeavesTheErrnoOfStat) {
@@ -121,15 +129,11 @@ TEST_F(MkpathFaultTest, TakesWhatHasAppearedUnderANameThatWasTaken) {
 }
 
 TEST_F(MkpathFaultTest, LeavesTheErrnoOfLstatForANameThatIsTaken) {
-  Fault::arm("mkdirat", 1, EEXIST);
-  Fault::arm("lstat", 1, EIO);
-  EXPECT_EQ(errorOf(inRoot("a/b")), EIO);
+  EXPECT_EQ(errorWith({{"mkdirat", EEXIST}, {"lstat", EIO}}, "a/b"), EIO);
 }
 
 TEST_F(MkpathFaultTest, LeavesTheErrnoOfChmodForADirectoryThatWasRemoved) {
-  Fault::arm("fchmod", 1, EPERM);
-  Fault::arm("fstat", 1, ENOENT);
-  EXPECT_EQ(errorOf(inRoot("a")), EPERM);
+  EXPECT_EQ(errorWith({{"fchmod", EPERM}, {"fstat", ENOENT}}, "a"), EPERM);
 }
 
 TEST_F(MkpathFaultTest, AcceptsADirectoryThatAnotherUserHasMadeAgain) {

@@ -48,10 +48,8 @@ TEST_F(InotifyEndTest, ADirectoryCanBeWatchedAgainFromInotifyDeleted) {
 }
 
 TEST_F(InotifyEndTest, TheEndOfADirectoryThatIsWatchedAgainAlreadyIsNotReported) {
-  const std::string again = directory.make("again");
   InotifyProbe probe;
-  probe.control->addWatch(again, IN_CREATE);
-  remove(again);
+  const std::string again = watchAndRemove(probe, "again", IN_CREATE);
   directory.make("again");
   probe.control->addWatch(again, IN_CREATE);
   touch(again + "/one");

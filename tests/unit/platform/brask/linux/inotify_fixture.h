@@ -21,6 +21,14 @@ class InotifyTest : public LoopTest {
     ASSERT_EQ(0, ::rename(from.c_str(), to.c_str())) << from;
   }
 
+  // The path of a directory that is made, watched and removed.
+  std::string watchAndRemove(const InotifyProbe& probe, const std::string& name, uint32_t mask) {
+    const std::string path = directory.make(name);
+    probe.control->addWatch(path, mask);
+    remove(path);
+    return path;
+  }
+
   // The kernel's own list of what is watched: one line a watch.
   static std::vector<std::string> kernelWatches() {
     std::vector<std::string> watches;

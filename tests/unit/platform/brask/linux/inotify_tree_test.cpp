@@ -142,10 +142,8 @@ TEST_F(InotifyTreeTest, AWatcherWhoseTreeIsNotThereWhenItEndsIsReportedTheEndOnc
 }
 
 TEST_F(InotifyTreeTest, OnlyTheWatcherOfTheTreeThatIsThereAgainIsResumed) {
-  const std::string other = directory.make("other");
   InotifyProbe elsewhere;
-  elsewhere.control->addWatch(other, IN_DELETE);
-  remove(other);
+  const std::string other = watchAndRemove(elsewhere, "other", IN_DELETE);
   removeTree();
   elsewhere.control->addWatch(other, IN_DELETE);
   outer.control->addWatch(top, IN_DELETE);

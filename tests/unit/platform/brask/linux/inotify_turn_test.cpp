@@ -66,10 +66,8 @@ TEST_F(InotifyTurnTest, ReturnsFalseWhenEventsConcernNobodyAnyMore) {
 }
 
 TEST_F(InotifyTurnTest, ReturnsTrueWhenAnEndIsReported) {
-  const std::string doomed = directory.make("doomed");
   InotifyProbe probe;
-  probe.control->addWatch(doomed, IN_CREATE);
-  remove(doomed);
+  watchAndRemove(probe, "removed", IN_CREATE);
   EXPECT_TRUE(loop->turn(0));
   EXPECT_EQ(Reports{"deleted"}, probe.reports);
 }

@@ -19,8 +19,8 @@ LEAST_SECONDS = 10
 TIMES_LONGER = 4
 # They end with this process, too, when something ends that. Their address space has no limit, of
 # which a table reserves much.
-LIMITED = ("setpriv", "--pdeathsig=KILL", "--", "prlimit", "--cpu=5", f"--data={2 << 30}", "--core=0",
-           "--")
+LIMITED = ("setpriv", "--pdeathsig=KILL", "--", "prlimit", "--cpu=5", f"--data={2 << 30}",
+           "--core=0", "--")
 # What the tests write is in memory where there is room for it.
 MEMORY = pathlib.Path("/dev/shm")
 ENOUGH_MEMORY = 1 << 30
@@ -162,7 +162,8 @@ class Workshop:
             os.chmod(scratch, 0o777)
             # A session of its own, so that what a test has started ends with it.
             child = subprocess.Popen(
-                [*LIMITED, program, "--gtest_brief=1", "--gtest_fail_fast", f"--gtest_filter={chosen}"],
+                [*LIMITED, program, "--gtest_brief=1", "--gtest_fail_fast",
+                 f"--gtest_filter={chosen}"],
                 start_new_session=True, env={**os.environ, "TMPDIR": scratch}, cwd=scratch,
                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                 **harmless())

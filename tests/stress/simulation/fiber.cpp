@@ -98,6 +98,7 @@ void Fiber::resume() {
 void Fiber::enter() {
   Fiber& self = *starting;
   endSwitch(nullptr, &self.outsideSide_.bottom, &self.outsideSide_.size);
+  errno = 0;  // as in a new process
   self.body_();
   self.body_ = nullptr;
   self.finished_ = true;

@@ -28,6 +28,16 @@ TEST(FiberTest, ContinuesWhereItSuspended) {
   EXPECT_EQ(order, "a-b");
 }
 
+TEST(FiberTest, BeginsWithoutAnErrnoOfOthers) {
+  int inside = -1;
+  Fiber fiber([&] { inside = errno; });
+  errno = EIO;
+  fiber.resume();
+  EXPECT_EQ(inside, 0);
+  EXPECT_EQ(errno, EIO);
+  errno = 0;
+}
+
 TEST(FiberTest, KeepsErrnoOnBothSides) {
   int inside = 0;
   Fiber* self = nullptr;

@@ -128,6 +128,15 @@ bool File::tryLockAs(short type) const {
   failCall(place_, "fcntl(F_OFD_SETLK)", path_, error);
 }
 
+File File::duplicate() const {
+  const int fd = ::fcntl(this->fd(), F_DUPFD_CLOEXEC, 0);
+  if (fd < 0) {
+    const int error = errno;
+    failCall(place_, "fcntl(F_DUPFD_CLOEXEC)", path_, error);
+  }
+  return File(place_, path_, fd);
+}
+
 File File::reopenAs(const std::string& name) const {
   const int fd = ::open(fdPath(this->fd()).c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0) {

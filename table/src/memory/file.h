@@ -67,6 +67,9 @@ class File {
   /// The same with a shared lock, which a descriptor for reading can take.
   bool tryLockShared() const;
 
+  /// Another descriptor of the same open file description.
+  File duplicate() const;
+
   /// Another open file description of the same file, whose path is the name that the file is
   /// going to have.
   File reopenAs(const std::string& name) const;

@@ -146,6 +146,16 @@ std::optional<uint64_t> SlotFile::currentCapacity() const {
   return capacity;
 }
 
+SlotFile SlotFile::mapAgain(MappingHints hints) const {
+  const SlotsHeader& header = memory_.header();
+  const uint64_t capacity = acquire(header.capacity);
+  checkCapacity(place_, file_, geometry_, capacity);
+  SlotFile slots(place_, file_.duplicate(), Access::kRead, schema_, capacity,
+                 acquire(header.maxRecords), hints);
+  slots.identity_ = identity_;
+  return slots;
+}
+
 void SlotFile::grow(uint64_t capacity) {
   const uint64_t end = geometry_.fileBytes(capacity_);
   const uint64_t bytes = geometry_.fileBytes(capacity);

@@ -59,8 +59,12 @@ class SlotFile {
 
   /// A reader: the slots that there are now. Throws Zorbe::CorruptionDetectedException when the
   /// header names more than the file holds. Nothing when the mapping is too small for them:
-  /// open the file again.
+  /// see mapAgain().
   std::optional<uint64_t> currentCapacity() const;
+
+  /// A reader: the same file, also when its name leads to another one now, with all slots that
+  /// there are. Throws like currentCapacity().
+  SlotFile mapAgain(MappingHints hints) const;
 
   /// The writer: gives the file room for `capacity` slots, and then shows them.
   void grow(uint64_t capacity);

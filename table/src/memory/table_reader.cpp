@@ -158,11 +158,7 @@ bool TableReader::hasSlot(uint32_t slot) {
   if (const std::optional<uint64_t> capacity = slots_->currentCapacity()) {
     capacity_ = *capacity;
   } else {
-    SlotFile::Found found{};
-    std::optional<SlotFile> again =
-        SlotFile::open(options_.place, Access::kRead, found, options_.hints);
-    if (!again || again->identity().incarnation != incarnation()) return false;
-    slots_ = std::make_shared<const SlotFile>(std::move(*again));
+    slots_ = std::make_shared<const SlotFile>(slots_->mapAgain(options_.hints));
     capacity_ = slots_->capacity();
   }
   return slot < capacity_;

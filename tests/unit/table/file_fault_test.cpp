@@ -87,6 +87,8 @@ TEST_F(FileTest, EachFailingCallIsNamed) {
   };
   const Call calls[] = {
       {"fcntl", "fcntl(F_OFD_SETLK) " + path("a"), [](File& file) { file.tryLock(); }},
+      {"fcntl", "fcntl(F_DUPFD_CLOEXEC) " + path("a"),
+       [](File& file) { static_cast<void>(file.duplicate()); }},
       {"fstat", "fstat() " + path("a"), [](File& file) { static_cast<void>(file.status()); }},
       {"fstat", "fstat() " + path("a"), [](File& file) { static_cast<void>(file.allocated()); }},
       {"getrlimit", "getrlimit() " + path("a"), [](File& file) { file.allocate(0, 4096); }},
@@ -171,6 +173,7 @@ TEST_F(FileTest, NoProgramThatIsExecutedHasIt) {
   };
   expectClosed(*file);
   expectClosed(file->reopenAs("a"));
+  expectClosed(file->duplicate());
   expectClosed(*File::open(options.place, "a", Access::kRead));
   expectClosed(*File::open(options.place, "a", Access::kWrite));
   if (const auto unnamed = File::createUnnamed(options.place, 0644)) expectClosed(*unnamed);

@@ -217,7 +217,7 @@ TEST_F(TableFilesTest, AMappingThatCannotGrowLeavesTheTableAsItWas) {
 }
 
 // Its mapping is too small for the slots that were added, and the files are no longer there.
-TEST_F(TableFilesTest, AReaderThatCannotMapWhatWasAddedFindsWhatItHas) {
+TEST_F(TableFilesTest, AReaderMapsWhatWasAddedWhenTheFilesAreReplaced) {
   if (kIsSanitized) GTEST_SKIP() << "the sanitizer has an mmap() of its own";
   const auto table = openWriter();
   put(*table, 1, 10);
@@ -226,9 +226,8 @@ TEST_F(TableFilesTest, AReaderThatCannotMapWhatWasAddedFindsWhatItHas) {
   for (uint64_t key = 2; key < 1000; ++key) put(*table, key, key);
   for (const char* name : {"slots", "buckets"}) ASSERT_EQ(::unlink(path(name).c_str()), 0);
   EXPECT_EQ(get(*reader, 1), 10u);
-  EXPECT_EQ(get(*reader, 999), std::nullopt);
   put(*openWriter(), 1, 11);  // another table
-  EXPECT_EQ(get(*reader, 999), std::nullopt);
+  EXPECT_EQ(get(*reader, 999), 999u);
   EXPECT_EQ(get(*reader, 1), 10u);
 }
 

@@ -19,7 +19,7 @@ LEAST_SECONDS = 10
 TIMES_LONGER = 4
 # They end with this process, too, when something ends that. Their address space has no limit, of
 # which a table reserves much.
-LIMITED = ("setpriv", "--pdeathsig=KILL", "--", "prlimit", "--cpu=5", f"--data={2 << 30}",
+LIMITED = ("setpriv", "--pdeathsig=KILL", "--", "prlimit", "--cpu=15", f"--data={2 << 30}",
            "--core=0", "--")
 # What the tests write is in memory where there is room for it.
 MEMORY = pathlib.Path("/dev/shm")
@@ -79,6 +79,7 @@ class Workshop:
         self.folder = pathlib.Path(folder)
         self.sources = self.folder / library.name
         self.seconds = None  # that the tests may take, not known before the first run
+        self.output = subprocess.DEVNULL  # of the tests
         shutil.copytree(library.sources, self.sources)
         self.commands, self.objects = compile_commands(library, build)
         self.tests = test_commands(library, build)
@@ -165,8 +166,7 @@ class Workshop:
                 [*LIMITED, program, "--gtest_brief=1", "--gtest_fail_fast",
                  f"--gtest_filter={chosen}"],
                 start_new_session=True, env={**os.environ, "TMPDIR": scratch}, cwd=scratch,
-                stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                **harmless())
+                stdin=subprocess.DEVNULL, stdout=self.output, stderr=self.output, **harmless())
             try:
                 return child.wait(self.seconds) == 0
             except subprocess.TimeoutExpired:
@@ -175,9 +175,11 @@ class Workshop:
                 end(child)
 
     def passes_without_fault(self):
-        """Measures, too, how long the tests take."""
+        """Measures, too, how long the tests take, and shows what they say."""
         began = time.monotonic()
+        self.output = None
         passed = self.test({}, self.library.tests.partition("{")[0])
+        self.output = subprocess.DEVNULL
         self.seconds = max(LEAST_SECONDS, TIMES_LONGER * (time.monotonic() - began))
         return passed
 

@@ -20,7 +20,7 @@ constexpr std::size_t kPage = 4096;
 
 bool enterNamespace() {
   return ::unshare(CLONE_NEWNS) == 0 &&
-         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+         ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 }  // namespace
@@ -60,8 +60,8 @@ void SmallDisk::makeWritable() const {
 void SmallDisk::makeReadOnlyHere() const {
   const char* const path = path_.c_str();
   EXPECT_TRUE(enterNamespace());
-  EXPECT_EQ(0, ::mount(path, path, nullptr, MS_BIND, nullptr));
-  EXPECT_EQ(0, ::mount("none", path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr));
+  EXPECT_EQ(0, ::mount(path, path, "none", MS_BIND, nullptr));
+  EXPECT_EQ(0, ::mount("none", path, "none", MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr));
 }
 
 void SmallDisk::fill() const {

@@ -157,7 +157,7 @@ TEST_F(FileTest, MoreThanTheAddressSpaceIsNotMapped) {
   file->allocate(0, 4096);
   const std::string text = "table 't': mmap() " + path("a") +
                            ": Cannot allocate memory; raise the limit of address space (ulimit -v)";
-  for (const uint64_t bytes : {~uint64_t{0}, uint64_t{SIZE_MAX} / 2}) {
+  for (const uint64_t bytes : {~uint64_t{0}, uint64_t{SIZE_MAX} / 4 * 3}) {
     EXPECT_EQ(errorOf([&] { Mapping(options.place, *file, Access::kRead, bytes, 0); }), text);
   }
   const Mapping mapping(options.place, *file, Access::kRead, 4096, 0);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/reader_connection.h"
+#include "core/reader_info.h"
 #include "core/root.h"
 #include "core/root_watch.h"
 #include "core/timer.h"
@@ -14,7 +15,6 @@
 #include "core/writer_link.h"
 #include "foundation/log.h"
 #include "memory/follower.h"
-#include "memory/origin.h"
 #include "memory/status.h"
 
 namespace Zorbe::Table {
@@ -88,20 +88,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
     return connection_->isConnected() ? State::connected : State::orphaned;
   }
 
-  Info info() const {
-    Info info;
-    if (!reader_) return info;
-    const uint64_t origin = acquire(reader_->header().origin);
-    info.incarnation = reader_->incarnation();
-    info.published = reader_->published();
-    info.position = follower_->position();
-    info.lag = follower_->lag();
-    info.records = acquire(reader_->header().capacity);
-    info.publishedAt = static_cast<int64_t>(reader_->publishedAt());
-    info.origin = OriginWord::origin(origin);
-    info.originSince = OriginWord::since(origin);
-    return info;
-  }
+  Info info() const { return reader_ ? infoOf(*reader_, *follower_) : Info{}; }
 
   std::optional<Status> status() const {
     if (!reader_) return std::nullopt;

@@ -1,49 +1,19 @@
 // SPDX-License-Identifier: MIT
 //
 // Words and files that somebody has overwritten: while no writer runs, and under one.
-#include "unit/table/damage.h"
-
-#include "support/table_fixture.h"
+#include "unit/table/table_damage_fixture.h"
 
 #include <zorbe/exceptions.h>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <map>
 
 namespace Zorbe::Test {
 namespace {
 
 using Table::SlotsHeader;
 using Table::TableWriter;
-
-class TableDamage : public TableTest {
- protected:
-  static constexpr uint64_t kRecords = 100;
-
-  // A table whose writer has ended.
-  void makeTable() {
-    for (const auto& entry : std::filesystem::directory_iterator(options.place.directory)) {
-      std::filesystem::remove(entry);
-    }
-    const auto table = openWriter();
-    fill(*table, kRecords);
-    for (uint64_t key = 0; key < kRecords; key += 10) erase(*table, key);
-    table->publish();
-  }
-
-  template <class T>
-  void expectAllRecords(T& table) {
-    for (uint64_t key = 0; key < kRecords; ++key) {
-      const auto expected = key % 10 == 0 ? std::nullopt : std::make_optional(key);
-      EXPECT_EQ(get(table, key), expected) << key;
-    }
-  }
-
-  void overwrite(uint64_t offset, uint64_t word) { overwriteWord(path("slots"), offset, word); }
-};
 
 // Two writers one after another: what the first one makes of it must be a table for the next.
 TEST_F(TableDamage, NoRecordIsLostToAnOverwrittenNumber) {
@@ -211,59 +181,6 @@ TEST_F(TableDamage, FilesThatSomebodyRemovesOrReplacesAreMadeAgain) {
   const uint64_t generation = table->index().generation();
   table->restoreFiles();
   EXPECT_EQ(table->index().generation(), generation);
-}
-
-class SparseFile : public TableDamage, public testing::WithParamInterface<const char*> {};
-
-TEST_P(SparseFile, OfSixteenGigabytesIsNeitherReadNorFilled) {
-  makeTable();
-  const std::string file = path(GetParam());
-  const auto length = off_t{16} << 30;
-  ASSERT_EQ(::truncate(file.c_str(), length), 0);
-  const uint64_t size = uint64_t{1} << 30;  // buckets or entries; slots of any size
-  overwriteWord(file,
-                GetParam() == std::string("slots") ? offsetof(SlotsHeader, capacity)
-                                                   : offsetof(Table::Prologue, size),
-                GetParam() == std::string("slots") ? size / 16 : size);
-  try {
-    const auto reader = openReader();
-    ASSERT_NE(reader, nullptr);
-    Copy copy(*reader);
-    copy.drain();
-    EXPECT_EQ(GetParam(), std::string("conquer.1"));  // of use for changes only
-  } catch (const CorruptionDetectedException& failure) {
-    EXPECT_THAT(failure.what(), testing::HasSubstr(file + " is mostly holes"));
-  }
-  struct stat status {};
-  ASSERT_EQ(::stat(file.c_str(), &status), 0);
-  EXPECT_LT(status.st_blocks, 2048);
-  const auto table = openWriter();
-  if (GetParam() != std::string("slots")) expectAllRecords(*table);
-  put(*table, 5, 55);
-  EXPECT_EQ(get(*openReader(), 5), 55u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, SparseFile, testing::Values("slots", "buckets", "conquer.1"),
-                         [](const auto& name) {
-                           const std::string file = name.param;
-                           return file.substr(0, file.find('.'));
-                         });
-
-TEST_F(TableDamage, PopulatingDoesNotFillWhatFollowsTheSlots) {
-  makeTable();
-  ASSERT_EQ(::truncate(path("slots").c_str(), off_t{1} << 30), 0);
-  options.hints.populate = true;
-  Table::ReaderOptions reading{options.place, std::nullopt, options.hints};
-  const auto reader = Table::TableReader::open(reading);
-  ASSERT_NE(reader, nullptr);
-  expectAllRecords(*reader);
-  const auto table = openWriter();
-  expectAllRecords(*table);
-  struct stat status {};
-  ASSERT_EQ(::stat(path("slots").c_str(), &status), 0);
-  EXPECT_LT(status.st_blocks, 2048);
-  for (uint64_t key = 1000; key < 1500; ++key) put(*table, key, key);
-  for (uint64_t key = 1000; key < 1500; ++key) EXPECT_EQ(get(*reader, key), key);
 }
 
 // The states of slots, under a writer that has another idea of them.

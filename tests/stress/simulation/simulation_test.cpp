@@ -7,6 +7,7 @@
 
 #include "fault/fault.h"
 #include "stress/simulation/mutants.h"
+#include "stress/simulation/seeds.h"
 #include "stress/simulation/simulation.h"
 
 namespace Zorbe::Test::Simulation {
@@ -18,13 +19,8 @@ using testing::UnorderedElementsAre;
 
 constexpr uint64_t kQuickSeeds = 1000;
 
-// ZORBE_SIMULATION_SEEDS and ZORBE_SIMULATION_FIRST: see main.cpp.
-uint64_t numberOf(const char* variable, uint64_t otherwise) {
-  const char* const text = std::getenv(variable);
-  if (text == nullptr) return otherwise;
-  const auto number = readNumber(text, kSeeds);
-  if (!number) throw std::invalid_argument(std::string(variable) + " needs " + describe(kSeeds));
-  return *number;
+Outcome simulateSeed(uint64_t seed, bool tracing) {
+  return simulate(seed, correctRoles(), tracing);
 }
 
 class SimulationTest : public testing::Test {
@@ -46,22 +42,15 @@ TEST_F(SimulationTest, EveryInvariantHoldsForEverySeed) {
     RecordProperty(kFailingSeed, std::to_string(finding->seed));
     FAIL() << report(*finding, correctRoles());
   }
-  std::printf("%llu seeds, %llu steps\n", static_cast<unsigned long long>(count),
-              static_cast<unsigned long long>(steps));
+  printFigure(count, steps);
 }
 
 TEST_F(SimulationTest, TheSameSeedTakesTheSameSteps) {
-  const Outcome first = simulate(7, correctRoles(), true);
-  EXPECT_EQ(simulate(7, correctRoles(), true).trace, first.trace);
-  EXPECT_EQ(simulate(7, correctRoles(), false).steps, first.steps);
-  EXPECT_NE(simulate(8, correctRoles(), true).trace, first.trace);
+  expectTheSameStepsOfASeed(simulateSeed);
 }
 
 TEST_F(SimulationTest, EveryKindOfDisturbanceOccurs) {
-  std::set<std::string> covered;
-  for (uint64_t seed = 1; seed <= 200; ++seed)
-    covered.merge(simulate(seed, correctRoles(), false).covered);
-  EXPECT_THAT(covered,
+  EXPECT_THAT(coveredUpTo(200, simulateSeed),
               UnorderedElementsAre(
                   "backlog full", "connection ended before it was accepted", "connection reset",
                   "directory removed", "directory restored", "events lost", "kick lost", "killed",

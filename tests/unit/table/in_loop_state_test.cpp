@@ -20,6 +20,11 @@ namespace {
 using Table::Error;
 using Table::ErrorCode;
 
+void publish(Table::LoopWriter<uint32_t, Record>& writer, uint32_t key, const Record& record) {
+  writer.put(key, record);
+  writer.publish();
+}
+
 TEST_F(InLoop, ATableOfAnotherOwnerIsRefused) {
   const Writer writer("t", options);
   options.owner = ::geteuid() + 1;
@@ -41,12 +46,10 @@ TEST_F(InLoop, ATableOfAnotherOwnerIsRefused) {
 
 TEST_F(InLoop, ACallThatFindsDamageReportsItItself) {
   Writer writer("t", options);
-  writer.put(1, {10, 0});
-  writer.publish();
+  publish(writer, 1, {10, 0});
   Reader reader("t", options);
   drain(reader);
-  writer.put(1, {11, 0});
-  writer.publish();
+  publish(writer, 1, {11, 0});
   const std::string log = inRoot("t/conquer.1");
   const uint64_t before =
       overwriteWord(log, Table::kLogEntries + 2 * 8, Table::packEntry(2, 1'000'000));
@@ -72,15 +75,13 @@ TEST_F(InLoop, InfoIsOfTheTableThatIsRead) {
   EXPECT_EQ(reader.info().position, 3u);
   EXPECT_EQ(reader.info().lag, 0u);
   EXPECT_EQ(reader.info().originSince, 0);
-  writer.put(1, {4, 0});
-  writer.publish();
+  publish(writer, 1, {4, 0});
   EXPECT_EQ(reader.info().lag, 1u);
 }
 
 TEST_F(InLoop, TheKindsOfChangesAreNamed) {
   Writer writer("t", options);
-  writer.put(1, {10, 0});
-  writer.publish();
+  publish(writer, 1, {10, 0});
   Reader reader("t", options);
   drain(reader);
   writer.erase(1);
@@ -112,8 +113,7 @@ TEST_F(InLoop, AFunctionIsNotCalledForNothing) {
   reader.onReady([&] { ++calls; });
   while (loop.turn(0.0)) continue;
   EXPECT_EQ(calls, 0u);
-  writer.put(1, {10, 0});
-  writer.publish();
+  publish(writer, 1, {10, 0});
   EXPECT_TRUE(turnUntil([&] { return calls > 0; }));
   drain(reader);
   while (loop.turn(0.0)) continue;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // ZORBE_SIMULATION_SEEDS and ZORBE_SIMULATION_FIRST: how many seeds, and the first.
+#include "stress/simulation/seeds.h"
 #include "stress/simulation/table/table_scheduler.h"
 
 #include "fault/fault.h"
@@ -21,14 +22,6 @@ using testing::UnorderedElementsAre;
 
 constexpr uint64_t kQuickSeeds = 500;
 constexpr size_t kShownSteps = 250;
-
-uint64_t numberOf(const char* variable, uint64_t otherwise) {
-  const char* const text = std::getenv(variable);
-  if (text == nullptr) return otherwise;
-  const auto number = readNumber(text, kSeeds);
-  if (!number) throw std::invalid_argument(std::string(variable) + " needs " + describe(kSeeds));
-  return *number;
-}
 
 template <class Reader>
 TableRoles rolesWith() {
@@ -77,6 +70,10 @@ class LeavesTheRest : public TableReaderProgram {
   }
 };
 
+Outcome simulateSeed(uint64_t seed, bool tracing) {
+  return simulateTable(seed, correctRolesOfTable(), tracing);
+}
+
 class TableSimulation : public testing::Test {
  protected:
   ~TableSimulation() override { Fault::reset(); }
@@ -110,23 +107,16 @@ TEST_F(TableSimulation, EveryInvariantHoldsForEverySeed) {
     FAIL() << outcome.failure << "\nthe same again: ZORBE_SIMULATION_FIRST=" << seed
            << " ZORBE_SIMULATION_SEEDS=1";
   }
-  std::printf("%llu seeds, %llu steps\n", static_cast<unsigned long long>(count),
-              static_cast<unsigned long long>(steps));
+  printFigure(count, steps);
 }
 
 TEST_F(TableSimulation, TheSameSeedTakesTheSameSteps) {
-  const Outcome first = simulateTable(7, correctRolesOfTable(), true);
-  EXPECT_EQ(simulateTable(7, correctRolesOfTable(), true).trace, first.trace);
-  EXPECT_EQ(simulateTable(7, correctRolesOfTable(), false).steps, first.steps);
-  EXPECT_NE(simulateTable(8, correctRolesOfTable(), true).trace, first.trace);
+  expectTheSameStepsOfASeed(simulateSeed);
 }
 
 TEST_F(TableSimulation, EveryKindOfDisturbanceOccurs) {
-  std::set<std::string> covered;
-  for (uint64_t seed = 1; seed <= 150; ++seed)
-    covered.merge(simulateTable(seed, correctRolesOfTable(), false).covered);
   EXPECT_THAT(
-      covered,
+      coveredUpTo(150, simulateSeed),
       UnorderedElementsAre(
           "connection ended before it was accepted", "connection reset", "directory removed",
           "directory removed under a put", "directory removed under a starting writer", "kick lost",

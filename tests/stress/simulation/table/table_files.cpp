@@ -68,7 +68,7 @@ TableFiles::~TableFiles() {
 std::string TableFiles::realDirectory(const std::string& path) const {
   const uint64_t inode = world_.files.inode(path);
   if (inode == 0) return root_ + "/nowhere";
-  const std::string directory = root_ + "/" + std::to_string(inode);
+  std::string directory = root_ + "/" + std::to_string(inode);
   static_cast<void>(::mkdir(directory.c_str(), 0755));
   return directory;
 }

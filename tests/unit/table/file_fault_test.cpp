@@ -7,6 +7,7 @@
 #include "memory/mapping.h"
 
 #include "fault/fault.h"
+#include "support/sanitized.h"
 
 #include <zorbe/exceptions.h>
 
@@ -100,6 +101,8 @@ TEST_F(FileTest, EachFailingCallIsNamed) {
   };
   std::optional<File> file = File::create(options.place, "a", 0644);
   for (const Call& call : calls) {
+    // The sanitizer may make that call itself, at any time.
+    if (kIsSanitized && call.name == std::string("getrlimit")) continue;
     Fault::arm(call.name, 1, EIO);
     EXPECT_EQ(errorOf([&] { call.act(*file); }),
               "table 't': " + call.text + ": Input/output error");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What a simulated table has to hold, whatever happens to its processes.
+// What a simulated table has to hold, however its processes end.
 #pragma once
 
 #include <cstdint>

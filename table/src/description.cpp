@@ -65,7 +65,7 @@ bool readNumber(const std::string& text, size_t& at, uint32_t& number) {
 
 // "f8", "u4[5]"
 bool readType(const std::string& text, Field& field) {
-  constexpr std::string_view kTypes = "iufbSV";
+  constexpr std::string_view kTypes = "iufbSV";  // without the zero byte, where an empty text ends
   if (kTypes.find(text[0]) == std::string_view::npos) return false;
   field.type = text[0];
   field.count = 0;

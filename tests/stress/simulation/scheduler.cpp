@@ -24,7 +24,7 @@ void Scheduler::run() {
   startWriter();
   for (unsigned i = 0; i < readers_; ++i) startReader();
   for (unsigned round = 0; round < kRounds && !failed(); ++round) {
-    runWithDisturbances(kDisturbedSteps);
+    runWithDisturbances(kDisturbedSteps, 20);
     if (world_.random.percent(40)) checkWithoutWriter();
     checkWithWriter();
   }
@@ -40,19 +40,11 @@ void Scheduler::check() {
 
 // ---- Disturbances
 
-void Scheduler::runWithDisturbances(unsigned steps) {
-  world_.note("disturbances begin");
-  for (unsigned i = 0; i < steps && !failed(); ++i) {
-    if (world_.random.percent(20)) disturb();
-    if (!step() || world_.random.percent(3)) world_.advanceClock();
-  }
-}
-
 void Scheduler::disturb() {
   const unsigned kind = world_.random.below(100);
   if (kind < 45) return publish();
   if (kind < 60) return disturbReader();
-  if (kind < 78) return disturbProcess();
+  if (kind < 78) return disturbProcess(65);
   if (kind < 92) return startReader();
   if (kind < 97) return startWriter();
   world_.note("the directory is removed");
@@ -75,24 +67,6 @@ void Scheduler::disturbReader() {
   process->request([program, on = world_.random.percent(50)] {
     if (program->reader() != nullptr) program->reader()->notifying(on);
   });
-}
-
-void Scheduler::disturbProcess() {
-  Process* const process = anyProcess();
-  if (process == nullptr) return;
-  const unsigned kind = world_.random.below(100);
-  if (kind < 65) {
-    world_.note(process->name() + (process->isStopped() ? " is continued" : " is stopped"));
-    world_.covered.insert(process->isWaiting() ? "stopped" : "stopped in the middle of something");
-    process->stop(!process->isStopped());
-  } else if (kind < 85) {
-    world_.note(process->name() + " is killed");
-    world_.covered.insert(process->isWaiting() ? "killed" : "killed in the middle of something");
-    process->kill();
-  } else {
-    world_.note(process->name() + " is asked to leave");
-    process->request([process] { process->leave(); });
-  }
 }
 
 void Scheduler::startWriter() {

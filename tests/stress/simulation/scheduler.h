@@ -17,13 +17,11 @@ class Scheduler : private Stepper {
 
  private:
   void check() override;
+  void disturb() override;
 
   // Disturbances.
-  void runWithDisturbances(unsigned steps);
-  void disturb();
   void publish();
   void disturbReader();
-  void disturbProcess();
   void startWriter();
   void startReader();
 

@@ -27,6 +27,36 @@ bool Stepper::step() {
   return true;
 }
 
+void Stepper::runWithDisturbances(unsigned steps, unsigned percent) {
+  world_.note("disturbances begin");
+  for (unsigned i = 0; i < steps && !failed(); ++i) {
+    if (world_.random.percent(percent)) disturb();
+    if (!step() || world_.random.percent(3)) world_.advanceClock();
+  }
+}
+
+void Stepper::disturbProcess(unsigned percent) {
+  Process* const process = anyProcess();
+  if (process == nullptr) return;
+  const unsigned kind = world_.random.below(100);
+  if (kind < percent) {
+    world_.note(process->name() + (process->isStopped() ? " is continued" : " is stopped"));
+    world_.covered.insert(process->isWaiting() ? "stopped" : "stopped in the middle of something");
+    process->stop(!process->isStopped());
+  } else if (kind < 85) {
+    kill(*process);
+  } else {
+    world_.note(process->name() + " is asked to leave");
+    process->request([process] { process->leave(); });
+  }
+}
+
+void Stepper::kill(Process& process) {
+  world_.note(process.name() + " is killed");
+  world_.covered.insert(process.isWaiting() ? "killed" : "killed in the middle of something");
+  process.kill();
+}
+
 Process* Stepper::anyProcess() {
   const auto& all = world_.processes();
   if (all.empty()) return nullptr;

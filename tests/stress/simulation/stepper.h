@@ -44,6 +44,15 @@ class Stepper : private NonCopyable {
   /// After each step.
   virtual void check() = 0;
 
+  /// Takes so many steps, with a disturbance before `percent` of them.
+  void runWithDisturbances(unsigned steps, unsigned percent);
+  virtual void disturb() = 0;
+
+  /// Some process is stopped or continued, in `percent` of the cases; else killed or asked to
+  /// leave.
+  void disturbProcess(unsigned percent);
+  virtual void kill(Process& process);
+
   bool failed() const { return !world_.failure().empty(); }
 
   /// One that runs, or null.

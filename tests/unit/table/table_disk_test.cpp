@@ -81,6 +81,13 @@ class TableDisk : public TableProgram {
     });
   }
 
+  void expectTheNextWriterGoesOn(Reader& reader) {
+    Writer writer("t", options);
+    expectRecords(writer);
+    EXPECT_TRUE(tryPut(writer, 1, 1001));
+    expectEverywhere(reader);
+  }
+
   std::string textOfWriter(ErrorCode code) const {
     try {
       Writer writer("t", options);
@@ -170,10 +177,7 @@ TEST_F(TableDisk, ATakeoverThatDoesNotFitIsRefusedAndLosesNothing) {
       expectRecords(reader);
     }
     disk.relieve();
-    Writer writer("t", options);
-    expectRecords(writer);
-    EXPECT_TRUE(tryPut(writer, 1, 1001));
-    expectEverywhere(reader);
+    expectTheNextWriterGoesOn(reader);
   });
 }
 
@@ -189,10 +193,7 @@ TEST_F(TableDisk, AReadOnlyTableCanBeReadAndIsNotReplaced) {
     EXPECT_EQ(reader.state(), State::orphaned);
     expectEverywhere(reader);
     disk.makeWritable();
-    Writer writer("t", options);
-    expectRecords(writer);
-    EXPECT_TRUE(tryPut(writer, 1, 1001));
-    expectEverywhere(reader);
+    expectTheNextWriterGoesOn(reader);
   });
 }
 

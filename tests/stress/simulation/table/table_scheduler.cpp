@@ -30,14 +30,14 @@ TableScheduler::TableScheduler(World& world, const TableRoles& roles)
 
 // Those of a world that has failed: they unmap what files_ knows.
 TableScheduler::~TableScheduler() {
-  for (const auto& process : world_.processes()) kill(*process);
+  for (const auto& process : world_.processes()) TableScheduler::kill(*process);
 }
 
 void TableScheduler::run() {
   if (world_.random.percent(70)) startWriter();
   startReader();
   for (unsigned round = 0; round < kRounds && !failed(); ++round) {
-    runWithDisturbances(kDisturbedSteps);
+    runWithDisturbances(kDisturbedSteps, 30);
     files_.setFull(false);
     if (world_.random.percent(40)) checkWithoutWriter();
     checkWithWriter();
@@ -77,19 +77,11 @@ std::vector<TableReaderProgram*> TableScheduler::readers() const {
 
 // ---- Disturbances
 
-void TableScheduler::runWithDisturbances(unsigned steps) {
-  world_.note("disturbances begin");
-  for (unsigned i = 0; i < steps && !failed(); ++i) {
-    if (world_.random.percent(30)) disturb();
-    if (!step() || world_.random.percent(3)) world_.advanceClock();
-  }
-}
-
 void TableScheduler::disturb() {
   const unsigned kind = world_.random.below(100);
   if (kind < 45) return change();
   if (kind < 65) return lookUp();
-  if (kind < 80) return disturbProcess();
+  if (kind < 80) return disturbProcess(40);
   if (kind < 86) return startReader();
   if (kind < 94) return startWriter();
   if (kind < 97 && fills_) return files_.setFull(world_.random.percent(50));
@@ -109,22 +101,6 @@ void TableScheduler::lookUp() {
   auto* const program = process == nullptr ? nullptr : programOf<TableReaderProgram>(*process);
   if (program == nullptr) return;
   process->request([program, key = world_.random.below(shared_.keys)] { program->lookUp(key); });
-}
-
-void TableScheduler::disturbProcess() {
-  Process* const process = anyProcess();
-  if (process == nullptr) return;
-  const unsigned kind = world_.random.below(100);
-  if (kind < 40) {
-    world_.note(process->name() + (process->isStopped() ? " is continued" : " is stopped"));
-    world_.covered.insert(process->isWaiting() ? "stopped" : "stopped in the middle of something");
-    process->stop(!process->isStopped());
-  } else if (kind < 85) {
-    kill(*process);
-  } else {
-    world_.note(process->name() + " is asked to leave");
-    process->request([process] { process->leave(); });
-  }
 }
 
 void TableScheduler::kill(Process& process) {

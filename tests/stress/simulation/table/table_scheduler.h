@@ -34,14 +34,12 @@ class TableScheduler : private Stepper {
 
  private:
   void check() override;
+  void disturb() override;
+  void kill(Process& process) override;
 
-  void runWithDisturbances(unsigned steps);
-  void disturb();
   void change();
   void lookUp();
-  void disturbProcess();
   void removeDirectory();
-  void kill(Process& process);
   void startWriter();
   void startReader();
 

@@ -84,7 +84,7 @@ void InotifyHub::takeEvent() {
   if ((event_.mask & IN_Q_OVERFLOW) != 0) {
     kind_ = Kind::kOverflow;
     watches_.collect(-1, targets_);
-    lost_ = watches_.findLost();  // the end of a watch may be among what was lost
+    lost_ = watches_.findLost(event_.position);  // the end of a watch may be among what was lost
     for (const int wd : lost_) watches_.noteEnd(wd);
   } else if ((event_.mask & (IN_IGNORED | IN_UNMOUNT)) != 0) {
     watches_.noteEnd(event_.wd);

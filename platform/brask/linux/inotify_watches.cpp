@@ -165,7 +165,13 @@ void InotifyWatches::noteEnd(int wd) {
   for (const Handle user : found->second.users) find(user)->watcher->lastEnd = ++order_;
 }
 
-std::vector<int> InotifyWatches::findLost() const {
+// A directory that a registration found after the position had not ended by then.
+bool InotifyWatches::isFromBefore(const Watch& watch, uint64_t position) {
+  return std::all_of(watch.users.begin(), watch.users.end(),
+                     [&](Handle user) { return find(user)->begin <= position; });
+}
+
+std::vector<int> InotifyWatches::findLost(uint64_t position) {
   std::ifstream info("/proc/self/fdinfo/" + std::to_string(fd_.get()));
   if (!info) return {};
   std::set<int> known;
@@ -175,8 +181,8 @@ std::vector<int> InotifyWatches::findLost() const {
     known.insert(static_cast<int>(std::stoul(line.substr(start.size()), nullptr, 16)));
   }
   std::vector<int> lost;
-  for (const auto& watch : watches_) {
-    if (known.count(watch.first) == 0) lost.push_back(watch.first);
+  for (const auto& [wd, watch] : watches_) {
+    if (known.count(wd) == 0 && isFromBefore(watch, position)) lost.push_back(wd);
   }
   std::sort(lost.begin(), lost.end(), std::greater<>());
   return lost;

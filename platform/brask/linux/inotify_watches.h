@@ -56,9 +56,10 @@ class InotifyWatches {
   void noteEnd(int wd);
   void forget(int wd) { watches_.erase(wd); }
 
-  /// The watches that the kernel has ended without an event, as after an overflow of the
-  /// queue. The one that was added first is last.
-  std::vector<int> findLost() const;
+  /// The watches that the kernel has ended, perhaps without an event, since the queue overflowed at
+  /// `position` of the stream. One that was registered after that is not among them: its end
+  /// is still to come. The one that was added first is last.
+  std::vector<int> findLost(uint64_t position);
 
  private:
   struct Watch {
@@ -68,6 +69,7 @@ class InotifyWatches {
 
   int request(const std::string& path, uint32_t mask);
   uint32_t wanted(const Watch& watch);
+  bool isFromBefore(const Watch& watch, uint64_t position);
   void join(InotifyWatcher& watcher, int wd, uint32_t mask);
   void narrow(int wd);
   void narrow(int wd, Watch& watch, const std::string& path, uint32_t how);

@@ -200,4 +200,12 @@ void InotifyModel::checkKernel() const {
   }
 }
 
+void InotifyModel::checkEnds() const {
+  for (size_t i = 0; i < kControls; ++i) {
+    const int wd = controls_[i].wd;
+    EXPECT_TRUE(wd == 0 || kernel_.watches().count(wd) != 0)
+        << "the end of control " << i << "'s directory was not reported";
+  }
+}
+
 }  // namespace Zorbe::Test::Fuzz

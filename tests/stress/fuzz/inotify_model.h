@@ -37,6 +37,9 @@ class InotifyModel {
   /// No event is lost by a mask that is too narrow, and every watch has a user.
   void checkKernel() const;
 
+  /// Once everything is delivered: nobody waits for a watch that the kernel has ended.
+  void checkEnds() const;
+
  private:
   struct Control {
     size_t directory = 0;

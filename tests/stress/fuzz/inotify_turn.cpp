@@ -50,7 +50,8 @@ void InotifyModel::take() {
     }
     const std::set<int> there = kernel_.takeList();
     for (const auto& [wd, users] : users_) {
-      if (there.count(wd) != 0) continue;
+      const auto isLater = [&](size_t user) { return controls_[user].since > event_.first; };
+      if (there.count(wd) != 0 || std::any_of(users.begin(), users.end(), isLater)) continue;
       lost_.insert(wd);
       for (const size_t user : users) controls_[user].lastEnd = kernel_.tick();
     }

@@ -34,6 +34,9 @@ class FakeInotify {
   void queue(const InotifyEvent& event) { inotify_.queue(event); }
   void reportParentFirst(bool first) { files_.reportsParentFirst = first; }
 
+  /// Nothing waits to be read.
+  bool isEmpty() const { return inotify_.isEmpty(); }
+
   /// The time, which is later with each call and each event.
   uint64_t tick() { return inotify_.tick(); }
 

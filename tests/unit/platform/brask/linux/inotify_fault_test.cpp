@@ -77,6 +77,20 @@ TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchIsNotReportedToIt) {
   EXPECT_EQ(Reports{}, later.reports);
 }
 
+TEST_F(InotifyFaultTest, AnOverflowFromBeforeAWatchTakesNothingFromIt) {
+  const std::string doomed = directory.make("doomed");
+  InotifyProbe before, later;
+  before.control->addWatch(directory.path, IN_CREATE);
+  overflow();
+  later.control->addWatch(doomed, IN_CREATE);
+  touch(doomed + "/one");
+  erase(doomed + "/one");
+  remove(doomed);
+  settle();
+  EXPECT_EQ(Reports{kOverflowError}, before.reports);
+  EXPECT_EQ((Reports{"changed one", "deleted"}), later.reports);
+}
+
 TEST_F(InotifyFaultTest, AWatchIsAddedWhenTheEventsFromBeforeCannotBeRead) {
   InotifyProbe first, second;
   first.control->addWatch(directory.path, IN_CREATE);

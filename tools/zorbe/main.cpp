@@ -3,9 +3,9 @@
 
 #include <CLI/CLI.hpp>
 #include <exception>
-#include <functional>
 #include <iostream>
 
+#include "command_line.h"
 #include "commands/commands.h"
 #include "host/sockets.h"
 #include "output/columns.h"
@@ -14,51 +14,6 @@
 namespace Zorbe::Tool {
 
 namespace {
-
-struct Arguments {
-  std::string root;
-  bool rootGiven = false;
-  bool json = false;
-  int debug = -1;
-  std::string table;
-  bool filesOnly = false;
-  double timeout = 1;
-  std::function<int(Context&)> run;
-};
-
-constexpr const char* kExitStatus = "Exit status: 0 yes, 1 no, 2 wrong use or failure.";
-
-CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, const char* about,
-                     std::function<int(Context&)> run) {
-  CLI::App* const command = app.add_subcommand(name, about);
-  command->footer(kExitStatus);
-  command
-      ->add_option_function<std::string>(
-          "--root",
-          [&arguments](const std::string& root) {
-            arguments.root = root;
-            arguments.rootGiven = true;
-          },
-          "Base directory, overrides the environment")
-      ->type_name("DIR");
-  command->add_option("--debug", arguments.debug, "Show the library's messages up to a level")
-      ->type_name("LEVEL")
-      ->check(CLI::Range(0, 9));
-  command->callback([&arguments, run = std::move(run)] { arguments.run = run; });
-  return command;
-}
-
-CLI::App* withJson(CLI::App* command, Arguments& arguments) {
-  command->add_flag("--json", arguments.json, "JSON instead of text");
-  return command;
-}
-
-CLI::App* withTable(CLI::App* command, Arguments& arguments) {
-  command->add_option("TABLE", arguments.table, "Name of the table, below the base directory")
-      ->required()
-      ->type_name("");
-  return command;
-}
 
 std::string checkTimeout(const std::string& text) {
   double seconds = 0;

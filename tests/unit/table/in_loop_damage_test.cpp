@@ -17,6 +17,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <ostream>
 
 namespace Zorbe::Test {
 namespace {
@@ -68,6 +69,11 @@ struct Damage {
   uint64_t offset;
   uint64_t word;
 };
+
+// Otherwise the test's full name has the bytes of the parameter, which differ between runs.
+void PrintTo(const Damage& damage, std::ostream* out) {
+  *out << damage.name;
+}
 
 class LiveHeader : public InLoopDamage, public testing::WithParamInterface<Damage> {};
 

@@ -3,6 +3,7 @@
 // Random operations, against a map that has the same done to it.
 #include "support/table_fixture.h"
 
+#include <ostream>
 #include <random>
 
 namespace Zorbe::Test {
@@ -18,6 +19,11 @@ struct Course {
   uint64_t keys;
   uint64_t firstSequence;
 };
+
+// Otherwise the test's full name has the bytes of the parameter, which differ between runs.
+void PrintTo(const Course& course, std::ostream* out) {
+  *out << course.name;
+}
 
 class TableRandom : public TableTest, public testing::WithParamInterface<Course> {
  protected:

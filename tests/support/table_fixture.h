@@ -41,14 +41,14 @@ class TableTest : public ZorbeTest {
  protected:
   TableTest() {
     EXPECT_EQ(::mkdir(inRoot("t").c_str(), 0755), 0);
-    options.place = {inRoot("t"), "t"};
+    options.place = {inRoot("t"), "t", std::nullopt};
     options.schema = {8, kValueBytes, "key u8 0\nvalue V42 8\n"};
     options.records = 16;
   }
 
   std::unique_ptr<Table::TableWriter> openWriter() { return Table::TableWriter::open(options); }
   std::unique_ptr<Table::TableReader> openReader() {
-    return Table::TableReader::open({options.place, std::nullopt, {}});
+    return Table::TableReader::open({options.place, {}});
   }
 
   static void put(Table::TableWriter& table, uint64_t key, uint64_t number) {

@@ -50,7 +50,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   Impl(const std::string& name, const Options& options, const Schema& schema, const RootPath& root)
       : handler_(handlerOf(options)), root_(root), schema_(schema), watch_(root.path, *this) {
     options_.place = placeOf(name, root);
-    options_.owner = options.owner;
+    options_.place.owner = options.owner;
     options_.hints = {options.populate, options.hugePages};
     makeConnection();
     look();

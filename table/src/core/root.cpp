@@ -53,7 +53,7 @@ RootPath resolveRoot(const std::string& table, const Options& options) {
 }
 
 Place placeOf(const std::string& table, const RootPath& root) {
-  return {root.path, table};
+  return {root.path, table, std::nullopt};
 }
 
 void failSchema(const Place& place, const Schema& found, const Schema& expected) {

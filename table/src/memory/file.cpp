@@ -23,6 +23,12 @@ bool lacksUnnamedFiles(int error) {
   return error == EOPNOTSUPP || error == EISDIR || error == EINVAL || error == ENOENT;
 }
 
+[[noreturn]] void failOwner(const Place& place, const std::string& path, uid_t found) {
+  throw Error(ErrorCode::denied, place.table, "",
+              path + " belongs to user " + std::to_string(found) + " and not to " +
+                  std::to_string(*place.owner) + "; see Options::owner");
+}
+
 }  // namespace
 
 std::optional<File> File::open(const Place& place, const std::string& name, Access access) {
@@ -38,7 +44,9 @@ std::optional<File> File::open(const Place& place, const std::string& name, Acce
     failCall(place, "open()", path, error);
   }
   File file(place, path, fd);
-  if (!S_ISREG(file.status().st_mode)) failCorrupt(place, path + " is not a regular file");
+  const struct stat found = file.status();
+  if (!S_ISREG(found.st_mode)) failCorrupt(place, path + " is not a regular file");
+  if (place.owner && found.st_uid != *place.owner) failOwner(place, path, found.st_uid);
   return file;
 }
 

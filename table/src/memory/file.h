@@ -33,7 +33,7 @@ class File {
  public:
   /// Opens an existing file: nothing when there is none. Throws
   /// Zorbe::CorruptionDetectedException for what is no regular file; symbolic links are not
-  /// followed.
+  /// followed. Throws Error for a file of another user than `place.owner`.
   static std::optional<File> open(const Place& place, const std::string& name, Access access);
 
   /// Makes a new, empty file, with `mode` regardless of the umask. Nothing when the name is taken.

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <sys/types.h>
 #include <zorbe/table/error.h>
 
+#include <optional>
 #include <string>
 
 namespace Zorbe::Table {
@@ -11,6 +13,7 @@ namespace Zorbe::Table {
 struct Place {
   std::string directory;  // absolute
   std::string table;
+  std::optional<uid_t> owner{};  // files of other users are refused
 
   std::string path(const std::string& file) const { return directory + "/" + file; }
 };

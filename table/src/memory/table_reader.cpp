@@ -13,15 +13,6 @@ constexpr int kOpenAttempts = 8;
 // New indexes that may appear during one search.
 constexpr int kIndexAttempts = 64;
 
-void checkOwner(const ReaderOptions& options, const SlotFile& slots) {
-  if (!options.owner) return;
-  const uid_t found = slots.file().status().st_uid;
-  if (found == *options.owner) return;
-  throw Error(ErrorCode::denied, options.place.table, "",
-              slots.file().path() + " belongs to user " + std::to_string(found) + " and not to " +
-                  std::to_string(*options.owner) + "; see Options::owner");
-}
-
 }  // namespace
 
 TableReader::TableReader(const ReaderOptions& options, std::shared_ptr<const SlotFile> slots)
@@ -36,7 +27,6 @@ std::unique_ptr<TableReader> TableReader::open(const ReaderOptions& options) {
     std::optional<SlotFile> slots =
         SlotFile::open(options.place, Access::kRead, found, options.hints);
     if (!slots) return nullptr;
-    checkOwner(options, *slots);
     auto shared = std::make_shared<const SlotFile>(std::move(*slots));
     std::unique_ptr<TableReader> reader(new TableReader(options, std::move(shared)));
     if (reader->followIndex()) return reader;

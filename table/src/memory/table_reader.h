@@ -18,7 +18,6 @@ class TableWriter;
 
 struct ReaderOptions {
   Place place;
-  std::optional<uid_t> owner;  // files of other users are refused
   MappingHints hints{};
 };
 
@@ -27,8 +26,8 @@ struct ReaderOptions {
 class TableReader {
  public:
   /// Maps the table; null when there is none, it is not complete yet, or it was written before
-  /// the machine restarted: try again later. Throws Error for files of another user (when
-  /// `owner` asks for one), of another version, or that cannot be read.
+  /// the machine restarted: try again later. Throws Error for files of another user than the
+  /// place's owner, of another version, or that cannot be read.
   static std::unique_ptr<TableReader> open(const ReaderOptions& options);
 
   /// A further reader of the same mapping, for another thread.

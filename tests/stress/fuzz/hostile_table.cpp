@@ -28,7 +28,7 @@ void put(Table::TableWriter& table, uint64_t key, uint64_t number) {
 }  // namespace
 
 HostileTable::HostileTable() {
-  options_.place = {root_.path(), "t"};
+  options_.place = {root_.path(), "t", std::nullopt};
   options_.schema = {8, kValueBytes, "key u8 0\nvalue V42 8\n"};
   options_.records = kKeys;
   options_.logEntries = 64;

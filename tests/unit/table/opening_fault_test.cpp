@@ -224,16 +224,6 @@ TEST_F(OpeningTest, AFileOfAnotherTableIsNone) {
   EXPECT_EQ(openReader(), nullptr);
 }
 
-TEST_F(OpeningTest, AnotherOwnerIsNamed) {
-  makeTable();
-  const uid_t own = ::geteuid();
-  EXPECT_EQ(errorOf([&] {
-              TableReader::open({options.place, own + 1, {}});
-            }),
-            "table 't': " + path("slots") + " belongs to user " + std::to_string(own) +
-                " and not to " + std::to_string(own + 1) + "; see Options::owner");
-}
-
 TEST_F(OpeningTest, AReaderOpensATableAgainThatIsReplacedMeanwhile) {
   makeTable();
   Fault::before("open", 3, [this] { makeTable(); });  // of `buckets`

@@ -53,7 +53,7 @@ TEST_F(TableDamage, PopulatingDoesNotFillWhatFollowsTheSlots) {
   makeTable();
   ASSERT_EQ(::truncate(path("slots").c_str(), off_t{1} << 30), 0);
   options.hints.populate = true;
-  Table::ReaderOptions reading{options.place, std::nullopt, options.hints};
+  Table::ReaderOptions reading{options.place, options.hints};
   const auto reader = Table::TableReader::open(reading);
   ASSERT_NE(reader, nullptr);
   expectAllRecords(*reader);

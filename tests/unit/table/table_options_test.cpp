@@ -162,7 +162,7 @@ TEST_F(TableOptions, ASmallerLimitKeepsTheRecordsThatAreThere) {
 TEST_F(TableOptions, HintsForTheMappingChangeNothingElse) {
   options.hints = {true, true};
   const auto writer = openWriter();
-  const auto reader = Table::TableReader::open({options.place, std::nullopt, options.hints});
+  const auto reader = Table::TableReader::open({options.place, options.hints});
   fill(*writer, 1000);
   for (uint64_t key = 0; key < 1000; ++key) ASSERT_EQ(get(*reader, key), key);
 }

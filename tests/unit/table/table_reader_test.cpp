@@ -205,12 +205,5 @@ TEST_F(TableReaderTest, AScanUnderAFastWriterIsNotBegunAgain) {
   for (uint64_t key = 0; key < 4000; ++key) ASSERT_EQ(copy.records[key], *get(*table, key));
 }
 
-TEST_F(TableReaderTest, FilesOfAnotherUserAreRefusedWhenAnOwnerIsAskedFor) {
-  const auto table = openWriter();
-  const uid_t own = ::getuid();
-  EXPECT_NE(TableReader::open({options.place, own, {}}), nullptr);
-  EXPECT_THROW(TableReader::open({options.place, own + 1, {}}), Table::Error);
-}
-
 }  // namespace
 }  // namespace Zorbe::Test

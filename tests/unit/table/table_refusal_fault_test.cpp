@@ -123,12 +123,13 @@ TEST_F(TableRefusal, AnotherSchema) {
 
 TEST_F(TableRefusal, FilesOfAnotherUserThanTheOneAskedFor) {
   makeTable();
-  Table::ReaderOptions reading{options.place, ::geteuid() + 1, {}};
+  Table::ReaderOptions reading{options.place, {}};
+  reading.place.owner = ::geteuid() + 1;
   expectError(ErrorCode::denied,
               " belongs to user " + std::to_string(::geteuid()) + " and not to " +
                   std::to_string(::geteuid() + 1) + "; see Options::owner",
               [&] { Table::TableReader::open(reading); });
-  reading.owner = ::geteuid();
+  reading.place.owner = ::geteuid();
   EXPECT_NE(Table::TableReader::open(reading), nullptr);
 }
 

@@ -43,8 +43,9 @@ Status Peers::look(const Connections& all, const Connections& asleep) {
     peer.reported = client->sequence;
     peer.state = stateOf(*client, asleep.count(fd) != 0);
     const auto found = former.find(fd);
-    const bool isAsBefore =
-        found != former.end() && found->second.pid == peer.pid && found->second.state == peer.state;
+    const bool isAsBefore = found != former.end() && found->second.pid == peer.pid &&
+                            found->second.state == peer.state &&
+                            found->second.reported == peer.reported;
     peer.since = isAsBefore ? found->second.since : status.now;
     known_[fd] = peer;
     status.peers.push_back(peer);

@@ -36,20 +36,6 @@ std::string loadText(const Word* words, size_t bytes) {
   return text;
 }
 
-Schema schemaIn(const Place& place, const std::string& path, const SlotsHeader& header) {
-  const uint64_t key = acquire(header.keyBytes);
-  const uint64_t value = acquire(header.valueBytes);
-  const uint64_t description = acquire(header.descriptionBytes);
-  if (key == 0 || key > kMaxKeyBytes || value > kMaxValueBytes ||
-      description > kDescriptionWords * 8) {
-    failCorrupt(place, path + " has keys of " + std::to_string(key) + " bytes, values of " +
-                           std::to_string(value) + " and a description of " +
-                           std::to_string(description));
-  }
-  return {static_cast<uint32_t>(key), static_cast<uint32_t>(value),
-          loadText(header.description, static_cast<size_t>(description))};
-}
-
 // The slots that the file has room for. A writer that takes over relies on it and not on the
 // header, whose number somebody may have overwritten. Nothing when a part of the file is not
 // allocated.
@@ -121,6 +107,20 @@ std::optional<SlotFile> SlotFile::open(const Place& place, Access access, Found&
   slots.identity_ = identity;
   found = Found::kTable;
   return slots;
+}
+
+Schema SlotFile::schemaIn(const Place& place, const std::string& path, const SlotsHeader& header) {
+  const uint64_t key = acquire(header.keyBytes);
+  const uint64_t value = acquire(header.valueBytes);
+  const uint64_t description = acquire(header.descriptionBytes);
+  if (key == 0 || key > kMaxKeyBytes || value > kMaxValueBytes ||
+      description > kDescriptionWords * 8) {
+    failCorrupt(place, path + " has keys of " + std::to_string(key) + " bytes, values of " +
+                           std::to_string(value) + " and a description of " +
+                           std::to_string(description));
+  }
+  return {static_cast<uint32_t>(key), static_cast<uint32_t>(value),
+          loadText(header.description, static_cast<size_t>(description))};
 }
 
 void SlotFile::complete() {

@@ -46,6 +46,14 @@ class SlotFile {
   static std::optional<SlotFile> open(const Place& place, Access access, Found& found,
                                       MappingHints hints = {});
 
+  /// The sizes and the description in a header. Throws Zorbe::CorruptionDetectedException when
+  /// they cannot be.
+  static Schema schemaIn(const Place& place, const std::string& path, const SlotsHeader& header);
+
+  /// Throws Zorbe::CorruptionDetectedException when the file does not hold that many slots.
+  static void checkCapacity(const Place& place, const File& file, const Geometry& geometry,
+                            uint64_t capacity);
+
   void complete();
 
   File& file() { return file_; }
@@ -72,8 +80,6 @@ class SlotFile {
  private:
   SlotFile(const Place& place, File file, Access access, const Schema& schema, uint64_t capacity,
            uint64_t maxRecords, MappingHints hints);
-  static void checkCapacity(const Place& place, const File& file, const Geometry& geometry,
-                            uint64_t capacity);
 
   Place place_;
   File file_;

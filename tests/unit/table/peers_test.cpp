@@ -64,5 +64,23 @@ TEST_F(PeersTest, AProcessThatGetsTheConnectionsOfAnotherIsNamed) {
   EXPECT_EQ(child.finish(), 0);
 }
 
+// A reader that is behind at each look, and has reported in between, is not a slow one.
+TEST_F(PeersTest, AReportBeginsTheTimeAgainThatAReaderHasBeenBehind) {
+  const Descriptor own = connect();
+  Brask::Linux::EventLoop loop;
+  ReaderKickClientSm client(handler, nullptr, accept());
+  const int fd = client.fdControl->fd();
+  client.acknowledged = true;
+  client.sequence = 5;
+  Table::Peers peers;
+  const Table::Status first = peers.look({{fd, &client}}, {});
+  const Table::Status unchanged = peers.look({{fd, &client}}, {});
+  EXPECT_EQ(unchanged.peers.at(0).since, first.now);
+  client.sequence = 6;
+  const Table::Status reported = peers.look({{fd, &client}}, {});
+  EXPECT_EQ(reported.peers.at(0).state, Table::PeerState::behind);
+  EXPECT_EQ(reported.peers.at(0).since, reported.now);
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

@@ -81,7 +81,7 @@ struct Peer {
   uint32_t uid = 0;                      ///< as the writer's user namespace counts
   uint64_t reported = 0;                 ///< the last sequence that it reported
   PeerState state = PeerState::watcher;  ///< when the writer looked last
-  int64_t since = 0;  ///< of the state; the writer's CLOCK_MONOTONIC, nanoseconds
+  int64_t since = 0;  ///< of the state and the report; the writer's CLOCK_MONOTONIC, nanoseconds
 };
 
 /// Who reads a table, as its writer saw it last: at most ten times a second.

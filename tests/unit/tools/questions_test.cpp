@@ -94,8 +94,8 @@ TEST_F(ZorbeQuestions, MetricsAreInTheExpositionFormat) {
   const Outcome run = zorbe({"metrics"});
   EXPECT_EQ(run.status, 0);
   const std::regex wellFormed(
-      "# HELP zorbe_[a-z_]+ .+|# TYPE zorbe_[a-z_]+ gauge|"
-      "zorbe_[a-z_]+(\\{([a-z]+=\"([^\"\\\\]|\\\\.)*\",?)+\\})? [0-9]+");
+      "# HELP zorbe_[a-z_]+ .+|# TYPE zorbe_[a-z_]+ (gauge|counter)|"
+      "zorbe_[a-z_]+(\\{([a-z]+=\"([^\"\\\\]|\\\\.)*\",?)+\\})? [0-9]+(\\.[0-9]+)?");
   for (const std::string& line : run.lines())
     EXPECT_TRUE(std::regex_match(line, wellFormed)) << line;
   EXPECT_THAT(run.lines(), testing::Contains("zorbe_tables 2"));

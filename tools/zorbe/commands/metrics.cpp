@@ -1,18 +1,29 @@
 // SPDX-License-Identifier: MIT
+#include <cinttypes>
+#include <cstdio>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <system_error>
 #include <vector>
 
 #include "commands/commands.h"
-#include "host/table.h"
+#include "host/process_start.h"
+#include "host/table_header.h"
 #include "output/text.h"
 
 namespace Zorbe::Tool {
 
 namespace {
 
-using Tables = std::vector<const Table*>;
+struct Sample {
+  const Table* table;
+  std::optional<TableHeader> header;
+};
+using Samples = std::vector<Sample>;
+
+// A value as text, so that numbers of 64 bits stay exact; none: the table has no such number.
+using Value = std::optional<std::string>;
 
 // A label value in the text exposition format.
 std::string label(const std::string& bytes) {
@@ -24,21 +35,62 @@ std::string label(const std::string& bytes) {
   return text + '"';
 }
 
-void head(const char* name, const char* help) {
-  std::cout << "# HELP " << name << ' ' << help << "\n# TYPE " << name << " gauge\n";
+void head(const char* name, const char* type, const char* help) {
+  std::cout << "# HELP " << name << ' ' << help << "\n# TYPE " << name << ' ' << type << '\n';
 }
 
-void family(const Tables& tables, const char* name, const char* help,
-            const std::function<uint64_t(const Table&)>& value) {
-  head(name, help);
-  for (const Table* table : tables) {
-    std::cout << name << "{table=" << label(table->name) << "} " << value(*table) << '\n';
+void family(const Samples& samples, const char* name, const char* type, const char* help,
+            const std::function<Value(const Sample&)>& value) {
+  head(name, type, help);
+  for (const Sample& sample : samples) {
+    const Value number = value(sample);
+    if (!number) continue;
+    std::cout << name << "{table=" << label(sample.table->name) << "} " << *number << '\n';
   }
 }
 
-void writers(const Tables& tables) {
-  head("zorbe_writer_info", "The process that holds the writer lock; constant 1.");
-  for (const Table* table : tables) {
+void gauge(const Samples& samples, const char* name, const char* help,
+           const std::function<uint64_t(const Table&)>& value) {
+  family(samples, name, "gauge", help,
+         [&](const Sample& sample) { return std::to_string(value(*sample.table)); });
+}
+
+// Only for tables whose header can be read.
+void ofHeader(const Samples& samples, const char* name, const char* type, const char* help,
+              const std::function<Value(const TableHeader&)>& value) {
+  family(samples, name, type, help, [&](const Sample& sample) {
+    return sample.header ? value(*sample.header) : std::nullopt;
+  });
+}
+
+// Only for tables whose writer is there, and serves readers.
+void ofReaders(const Samples& samples, const char* name, const char* help,
+               const std::function<std::string(const ReaderSummary&)>& value) {
+  family(samples, name, "gauge", help, [&](const Sample& sample) -> Value {
+    if (!sample.header || !isServed(*sample.table)) return std::nullopt;
+    return value(summarize(*sample.header));
+  });
+}
+
+std::string decimal(double number, int places) {
+  char text[64];
+  static_cast<void>(std::snprintf(text, sizeof text, "%.*f", places, number));
+  return text;
+}
+
+// Nanoseconds since 1970 in seconds, to the last digit.
+Value seconds(int64_t nanoseconds) {
+  if (nanoseconds <= 0) return std::nullopt;
+  constexpr int64_t kSecond = 1'000'000'000;
+  char text[48];
+  static_cast<void>(std::snprintf(text, sizeof text, "%" PRId64 ".%09" PRId64,
+                                  nanoseconds / kSecond, nanoseconds % kSecond));
+  return text;
+}
+
+void writerInfo(const Samples& samples) {
+  head("zorbe_writer_info", "gauge", "The process that holds the writer lock; constant 1.");
+  for (const auto& [table, header] : samples) {
     if (!table->writer || table->writer->pids.empty()) continue;
     std::cout << "zorbe_writer_info{table=" << label(table->name) << ",pid=\""
               << table->writer->pids.front() << "\",executable=" << label(table->writer->executable)
@@ -46,34 +98,74 @@ void writers(const Tables& tables) {
   }
 }
 
-void lastOwners(const Tables& tables) {
-  head("zorbe_last_owner_info", "Content of the file last-owner; constant 1.");
-  for (const Table* table : tables) {
+void lastOwners(const Samples& samples) {
+  head("zorbe_last_owner_info", "gauge", "Content of the file last-owner; constant 1.");
+  for (const auto& [table, header] : samples) {
     if (table->lastOwner.empty()) continue;
     std::cout << "zorbe_last_owner_info{table=" << label(table->name)
               << ",owner=" << label(table->lastOwner) << "} 1\n";
   }
 }
 
-void families(const Tables& tables) {
-  family(tables, "zorbe_writer_up", "Whether a process holds the writer lock.",
-         [](const Table& table) { return table.writer ? 1U : 0U; });
-  family(tables, "zorbe_writer_stopped", "Whether the writer is stopped.",
-         [](const Table& table) { return table.writer && table.writer->stopped ? 1U : 0U; });
-  family(tables, "zorbe_writer_listening", "Whether the writer accepts readers.",
-         [](const Table& table) { return table.sockets.listening ? 1U : 0U; });
-  family(tables, "zorbe_connections", "Connections that the writer has accepted.",
-         [](const Table& table) { return table.sockets.connections; });
-  family(tables, "zorbe_pending_connections", "Connections that wait to be accepted.",
-         [](const Table& table) { return table.sockets.pending; });
-  family(tables, "zorbe_fenix_id", "The incarnation id, 0 when there is none.",
-         [](const Table& table) { return table.fenix; });
-  family(tables, "zorbe_corrupt", "Whether there is a corruption marker.",
-         [](const Table& table) { return table.corrupt ? 1U : 0U; });
-  family(tables, "zorbe_storage_bytes", "Bytes of storage of the table's files.",
-         [](const Table& table) { return table.storage(); });
-  writers(tables);
-  lastOwners(tables);
+void writerFamilies(const Samples& samples) {
+  gauge(samples, "zorbe_writer_up", "Whether a process holds the writer lock.",
+        [](const Table& table) { return table.writer ? 1U : 0U; });
+  gauge(samples, "zorbe_writer_stopped", "Whether the writer is stopped.",
+        [](const Table& table) { return table.writer && table.writer->stopped ? 1U : 0U; });
+  gauge(samples, "zorbe_writer_listening", "Whether the writer accepts readers.",
+        [](const Table& table) { return table.sockets.listening ? 1U : 0U; });
+  StartTimes starts;
+  family(samples, "zorbe_writer_start_timestamp_seconds", "gauge",
+         "When the process that holds the writer lock was started.",
+         [&](const Sample& sample) -> Value {
+           const std::optional<Writer>& writer = sample.table->writer;
+           if (!writer || writer->pids.empty()) return std::nullopt;
+           const std::optional<double> start = starts.of(writer->pids.front());
+           return start ? Value(decimal(*start, 2)) : std::nullopt;
+         });
+  writerInfo(samples);
+}
+
+void tableFamilies(const Samples& samples) {
+  gauge(samples, "zorbe_connections", "Connections that the writer has accepted.",
+        [](const Table& table) { return table.sockets.connections; });
+  gauge(samples, "zorbe_pending_connections", "Connections that wait to be accepted.",
+        [](const Table& table) { return table.sockets.pending; });
+  gauge(samples, "zorbe_fenix_id", "The incarnation id, 0 when there is none.",
+        [](const Table& table) { return table.fenix; });
+  gauge(samples, "zorbe_corrupt", "Whether there is a corruption marker.",
+        [](const Table& table) { return table.corrupt ? 1U : 0U; });
+  gauge(samples, "zorbe_storage_bytes", "Bytes of storage of the table's files.",
+        [](const Table& table) { return table.storage(); });
+  lastOwners(samples);
+}
+
+void headerFamilies(const Samples& samples) {
+  ofHeader(samples, "zorbe_changes_total", "counter",
+           "Changes that were published, continued by each next writer of the same files.",
+           [](const TableHeader& header) { return std::to_string(header.published); });
+  ofHeader(samples, "zorbe_records", "gauge", "Live records.", [](const TableHeader& header) {
+    return header.records ? Value(std::to_string(*header.records)) : std::nullopt;
+  });
+  ofHeader(samples, "zorbe_capacity_records", "gauge",
+           "The most records, of a table that has a limit.", [](const TableHeader& header) {
+             return header.maxRecords == 0 ? std::nullopt
+                                           : Value(std::to_string(header.maxRecords));
+           });
+  ofHeader(samples, "zorbe_last_publish_timestamp_seconds", "gauge",
+           "When a change was published last.",
+           [](const TableHeader& header) { return seconds(header.publishedAt); });
+}
+
+void readerFamilies(const Samples& samples) {
+  ofReaders(samples, "zorbe_readers_behind", "Readers that have not reported what is published.",
+            [](const ReaderSummary& readers) { return std::to_string(readers.behind); });
+  ofReaders(samples, "zorbe_slowest_reader_lag_records",
+            "Changes that the slowest reader has not reported.",
+            [](const ReaderSummary& readers) { return std::to_string(readers.lagRecords); });
+  ofReaders(samples, "zorbe_slowest_reader_lag_seconds",
+            "How long ago the slowest reader that is behind was found at its last report.",
+            [](const ReaderSummary& readers) { return decimal(readers.lagSeconds, 3); });
 }
 
 }  // namespace
@@ -84,10 +176,19 @@ int metrics(Context& context) {
   if (!base.present && base.error != 0) {
     throw std::system_error(base.error, std::generic_category(), found.base.path);
   }
-  const Tables tables = found.tables();
-  head("zorbe_tables", "Tables below the base directory.");
-  std::cout << "zorbe_tables " << tables.size() << '\n';
-  families(tables);
+  const HeaderReader headers;
+  Samples samples;
+  for (const Table* table : found.tables()) {
+    samples.push_back({table, headers.read(*table).header});
+  }
+  head("zorbe_build_info", "gauge", "The version of the command; constant 1.");
+  std::cout << "zorbe_build_info{version=" << label(ZORBE_VERSION) << "} 1\n";
+  head("zorbe_tables", "gauge", "Tables below the base directory.");
+  std::cout << "zorbe_tables " << samples.size() << '\n';
+  writerFamilies(samples);
+  tableFamilies(samples);
+  headerFamilies(samples);
+  readerFamilies(samples);
   return kYes;
 }
 

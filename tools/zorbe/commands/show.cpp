@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
+#include "commands/header_facts.h"
 #include "output/columns.h"
 #include "output/json.h"
 #include "output/text.h"
@@ -29,7 +30,7 @@ std::string describe(const Listing& directory) {
   return text;
 }
 
-Columns facts(const Table& table) {
+Columns facts(const Table& table, const HeaderReading& reading) {
   Columns columns;
   const auto add = [&](const char* what, const std::string& text, Tone tone = Tone::kPlain) {
     columns.add({{what, Tone::kHeading}, {text, tone}});
@@ -51,6 +52,7 @@ Columns facts(const Table& table) {
   const std::string marker = table.corruption.empty() ? "marked, without a text" : table.corruption;
   add("corruption", table.corrupt ? printable(marker) : "none",
       table.corrupt ? Tone::kBad : Tone::kPlain);
+  addFacts(columns, table, reading);
   return columns;
 }
 
@@ -72,22 +74,32 @@ Columns files(const Listing& directory) {
   return columns;
 }
 
+// Tables of columns, with an empty line between those that have rows.
+void printText(const Context& context, const Table& table, const HeaderReading& reading) {
+  facts(table, reading).print(std::cout, context.coloured);
+  if (reading.header) {
+    std::cout << '\n';
+    fieldsOf(reading).print(std::cout, context.coloured);
+  }
+  if (table.directory.entries.empty()) return;
+  std::cout << '\n';
+  files(table.directory).print(std::cout, context.coloured);
+}
+
 }  // namespace
 
 int show(Context& context, const std::string& name) {
   const Table table = inspect(context.handler, name);
   const bool there = table.exists() || table.directory.present;
+  const HeaderReading reading = HeaderReader().read(table);
   if (context.json) {
     Json json = toJson(table);
     json["mode"] = table.directory.present ? Json(octal(table.directory.mode)) : Json();
+    json["header"] = toJson(table, reading);
     json["files"] = toJson(table.directory);
     print(json);
   } else if (there) {
-    facts(table).print(std::cout, context.coloured);
-    if (!table.directory.entries.empty()) std::cout << '\n';
-    if (!table.directory.entries.empty()) {
-      files(table.directory).print(std::cout, context.coloured);
-    }
+    printText(context, table, reading);
   } else {
     std::cerr << "zorbe: no table " << word(name) << " at " << printable(table.path) << '\n';
   }

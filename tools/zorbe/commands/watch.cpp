@@ -6,10 +6,7 @@
 #include <zorbe/unlock.h>
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <ctime>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -19,25 +16,11 @@
 #include "commands/commands.h"
 #include "output/json.h"
 #include "output/text.h"
+#include "output/time.h"
 
 namespace Zorbe::Tool {
 
 namespace {
-
-// UTC with milliseconds, as in RFC 3339.
-std::string timestamp() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now);
-  const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(now - seconds);
-  const std::time_t time = seconds.count();
-  std::tm parts{};
-  static_cast<void>(gmtime_r(&time, &parts));
-  char text[48];
-  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  static_cast<void>(
-      std::snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(rest.count())));
-  return text;
-}
 
 class EventLog {
  public:
@@ -46,9 +29,9 @@ class EventLog {
   // Flushes each line: a person watches, or a program reads from a pipe.
   void write(const char* event, const std::string& detail) {
     if (json_) {
-      print({{"time", timestamp()}, {"event", event}, {"detail", utf8(detail)}});
+      print({{"time", utcTime(realTimeNow())}, {"event", event}, {"detail", utf8(detail)}});
     } else {
-      std::cout << timestamp() << "  " << event;
+      std::cout << utcTime(realTimeNow()) << "  " << event;
       if (!detail.empty()) std::cout << "  " << printable(detail);
       std::cout << std::endl;
     }

@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "host/spelling.h"
+
 namespace Zorbe::Tool {
 
 CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, const char* about,
@@ -13,7 +15,7 @@ CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, cons
       ->add_option_function<std::string>(
           "--root",
           [&arguments](const std::string& root) {
-            arguments.root = root;
+            arguments.root = absolutePath(root);
             arguments.rootGiven = true;
           },
           "Base directory, overrides the environment")
@@ -31,7 +33,10 @@ CLI::App* withJson(CLI::App* command, Arguments& arguments) {
 }
 
 CLI::App* withTable(CLI::App* command, Arguments& arguments) {
-  command->add_option("TABLE", arguments.table, "Name of the table, below the base directory")
+  command
+      ->add_option_function<std::string>(
+          "TABLE", [&arguments](const std::string& name) { arguments.table = canonicalName(name); },
+          "Name of the table, below the base directory")
       ->required()
       ->type_name("");
   return command;

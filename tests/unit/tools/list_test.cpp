@@ -31,10 +31,17 @@ class ZorbeList : public Command {
 
   /// How often a line of the trace has these words.
   static long count(const std::string& trace, const std::string& words) {
+    return countOf(trace, words, words);
+  }
+
+  /// Of the lines that have `words`, those that have `others`, too.
+  static long countOf(const std::string& trace, const std::string& words,
+                      const std::string& others) {
     std::ifstream file(trace);
     long found = 0;
     for (std::string line; std::getline(file, line);) {
-      found += line.find(words) != std::string::npos ? 1 : 0;
+      const bool wanted = line.find(words) != std::string::npos;
+      found += wanted && line.find(others) != std::string::npos ? 1 : 0;
     }
     return found;
   }
@@ -164,6 +171,20 @@ TEST_F(ZorbeList, DamagedFilesNeitherBlockNorEndIt) {
   EXPECT_EQ(table["last_owner"], nullptr);
   EXPECT_EQ(table["corrupt"], true);
   EXPECT_EQ(table["corruption"], nullptr);
+}
+
+TEST_F(ZorbeList, NothingInATableIsOpenedSoThatItCouldBlock) {
+  const std::string path = makeTable("t");
+  writeFile(path + "/last-owner", "x");
+  writeFile(path + "/corruption-detected", "x");
+  for (const char* command : {"list", "metrics", "doctor"}) {
+    const std::string trace = inRoot("trace");
+    const Outcome run = runProgram({"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0", "strace", "-f",
+                                    "-e", "trace=openat", "-o", trace, ZORBE_COMMAND, command});
+    if (run.err.find("PTRACE") != std::string::npos) GTEST_SKIP() << run.err;
+    EXPECT_GE(count(trace, "\"" + path), 4) << "the directory and three files";
+    EXPECT_EQ(count(trace, "\"" + rootPath()), countOf(trace, "\"" + rootPath(), "O_NONBLOCK"));
+  }
 }
 
 TEST_F(ZorbeList, ANameTooLongForASocketIsListedWithoutOne) {

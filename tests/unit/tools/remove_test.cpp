@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -91,6 +92,25 @@ TEST_F(ZorbeRemove, TheNameOfAForeignFileStaysOnItsLine) {
   const std::string path = makeTable("t");
   writeFile(path + "/a\nb\033[2J", "");
   expectRefused("t", path + "/a\\nb\\x1b[2J does not belong");
+}
+
+TEST_F(ZorbeRemove, APipeWithTheNameOfAFileGoesLikeTheFile) {
+  for (const char* name : {"last-owner", "slots", "fenix"}) {
+    const std::string path = makeTable("t");
+    fs::remove(path + "/" + name);
+    ASSERT_EQ(mkfifo((path + "/" + name).c_str(), 0666), 0);
+    ChildProcess removal = start({"remove", "t"});
+    EXPECT_EQ(removal.finish(), 0) << name;
+    EXPECT_FALSE(fs::exists(path)) << name;
+  }
+}
+
+TEST_F(ZorbeRemove, ALinkWithTheNameOfTheNoteLeavesWhatItLeadsTo) {
+  const std::string path = makeTable("t");
+  writeFile(inRoot("precious"), "content");
+  fs::create_symlink(inRoot("precious"), path + "/last-owner");
+  EXPECT_EQ(zorbe({"remove", "t"}).status, 0);
+  EXPECT_EQ(fs::file_size(inRoot("precious")), 7U);
 }
 
 TEST_F(ZorbeRemove, ASymbolicLinkToATableIsNotFollowed) {

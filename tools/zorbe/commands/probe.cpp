@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <zorbe/root_path.h>
 #include <zorbe/util.h>
@@ -16,6 +15,7 @@
 #include <system_error>
 
 #include "commands/commands.h"
+#include "host/table.h"
 #include "output/json.h"
 #include "output/text.h"
 
@@ -24,6 +24,8 @@ namespace Zorbe::Tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr const char* kNoWriter = "no writer";
 
 struct Answer {
   bool acknowledged;
@@ -38,8 +40,8 @@ struct Answer {
 // a connect to a stopped writer with a full queue: see socket(7).
 class Connection {
  public:
-  Connection(Handler& handler, const std::string& path, Clock::time_point deadline)
-      : deadline_(deadline), length_(Util::createSockaddr(handler, &address_, path)) {
+  Connection(Handler& handler, const SocketAddress& address, Clock::time_point deadline)
+      : deadline_(deadline), address_(address) {
     fd_ = Util::socket(handler, AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (fd_ < 0) fail("socket");
   }
@@ -50,7 +52,7 @@ class Connection {
   // Each returns 0 or an errno, EAGAIN at the deadline.
   int connect() {
     return bounded(SO_SNDTIMEO, [this] {
-      return ::connect(fd_, reinterpret_cast<const sockaddr*>(&address_), length_);
+      return ::connect(fd_, reinterpret_cast<const sockaddr*>(&address_.bytes), address_.length);
     });
   }
   int report(uint64_t sequence) {
@@ -93,8 +95,7 @@ class Connection {
   }
 
   Clock::time_point deadline_;
-  sockaddr_un address_;
-  unsigned length_;
+  SocketAddress address_;
   int fd_ = -1;
   ssize_t received_ = 0;
 };
@@ -106,7 +107,7 @@ bool isDisconnected(int error) {
 // 0 is the only report that is valid for every writer.
 Answer ask(Connection& connection) {
   int error = connection.connect();
-  if (error == ECONNREFUSED) return {false, "no writer"};
+  if (error == ECONNREFUSED) return {false, kNoWriter};
   if (error == EAGAIN) return {false, "not accepted in time: the writer's queue is full"};
   if (error == 0) error = connection.report(0);
   if (error == 0) error = connection.awaitKick();
@@ -117,14 +118,29 @@ Answer ask(Connection& connection) {
   return {true, "acknowledged"};
 }
 
+// By the name of the lock first: to find a writer that spells the directory in another way
+// takes a pass over all processes.
+Answer ask(Handler& handler, const std::string& name, Clock::time_point deadline) {
+  const RootPath root(handler, name, false);
+  const SocketAddress own = addressOfPath(handler, root.path);
+  {
+    Connection connection(handler, own, deadline);
+    const Answer answer = ask(connection);
+    if (answer.what != kNoWriter) return answer;
+  }
+  const Table table = inspect(handler, name);
+  if (!table.writer) return {false, kNoWriter};
+  if (!table.sockets.listening) return {false, "the writer lock is held, but not listening"};
+  Connection connection(handler, addressOfName(*table.socket), deadline);
+  return ask(connection);
+}
+
 }  // namespace
 
 int probe(Context& context, const std::string& name, double timeoutSeconds) {
-  const RootPath root(context.handler, name, false);
   const auto start = Clock::now();
   const auto wait = std::chrono::microseconds(std::llround(timeoutSeconds * 1e6));
-  Connection connection(context.handler, root.path, start + wait);
-  const Answer answer = ask(connection);
+  const Answer answer = ask(context.handler, name, start + wait);
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   if (context.json) {
     print({{"name", utf8(name)},

@@ -1,15 +1,22 @@
 // SPDX-License-Identifier: MIT
-#include <sys/stat.h>
-#include <zorbe/exceptions.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <zorbe/root_path.h>
 #include <zorbe/util.h>
 
+#include <cerrno>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <stdexcept>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "commands/commands.h"
+#include "foundation/unique_fd.h"
+#include "host/locks.h"
+#include "host/spelling.h"
 #include "output/json.h"
 #include "output/text.h"
 
@@ -23,18 +30,60 @@ class Refusal : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// While it exists, no process can become the writer.
-class WriterLock {
+std::string describe(const Writer& writer) {
+  if (writer.pids.empty()) return "a process that you may not inspect";
+  return "pid " + std::to_string(writer.pids.front()) + " (" + printable(writer.executable) + ")";
+}
+
+// This process may hold locks of the table itself.
+void requireNoWriter(Handler& handler, const std::string& name) {
+  const Table table = inspect(handler, name);
+  std::vector<Lock> locks = table.otherWriters;
+  if (table.writer) locks.insert(locks.begin(), {*table.socket, table.sockets, *table.writer});
+  for (const Lock& lock : locks) {
+    if (lock.writer.pids == std::vector<pid_t>{getpid()}) continue;
+    throw Refusal("its writer is " + describe(lock.writer) +
+                  (lock.socket == socketName(table.path)
+                       ? ""
+                       : ", which spells the directory in another way: " + printable(lock.socket)));
+  }
+  if (isSlotsFileLocked(table.path)) {
+    throw Refusal("a process that writes it has locked its file slots: see lslocks(8)");
+  }
+}
+
+// While it exists, no process can become the writer under a usual spelling of the directory.
+// Nothing is written, so that a table that is not removed stays as it was.
+class WriterLocks {
  public:
-  WriterLock(Handler& handler, const RootPath& root)
-      : handler_(handler), fd_(Util::acquireWriterLock(handler, root)) {}
-  WriterLock(const WriterLock&) = delete;
-  WriterLock& operator=(const WriterLock&) = delete;
-  ~WriterLock() { static_cast<void>(Util::releaseWriterLock(handler_, fd_)); }
+  WriterLocks(Handler& handler, const RootPath& root) {
+    const std::string base = RootPath(handler, "", false).path;
+    std::set<std::string> names;
+    for (const std::string& spelled : spellingsOfBase(base)) {
+      for (const std::string& path : spellingsOfTable(spelled, root.name)) {
+        const auto name = socketName(path);
+        if (name && names.insert(*name).second) bind(handler, root.name, path);
+      }
+    }
+  }
 
  private:
-  Handler& handler_;
-  int fd_;
+  void bind(Handler& handler, const std::string& name, const std::string& path) {
+    const SocketAddress address = addressOfPath(handler, path);
+    sockets_.emplace_back(Util::socket(handler, AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (sockets_.back().get() < 0)
+      throw std::system_error(errno, std::generic_category(), "socket");
+    if (::bind(sockets_.back().get(), reinterpret_cast<const sockaddr*>(&address.bytes),
+               address.length) == 0) {
+      return;
+    }
+    const int error = errno;
+    if (error != EADDRINUSE) throw std::system_error(error, std::generic_category(), "bind");
+    requireNoWriter(handler, name);
+    throw Refusal("another process held its writer lock until now");
+  }
+
+  std::vector<UniqueFd> sockets_;
 };
 
 std::string describeForeign(const RootPath& root, const Entry& entry) {
@@ -55,29 +104,25 @@ Listing requireOnlyTableFiles(Handler& handler, const RootPath& root) {
   return listing;
 }
 
-std::string holder(const DuplicateWriterException& found) {
-  if (found.pid == 0) return "a process that you may not inspect";
-  return "pid " + std::to_string(found.pid) + " (" + printable(found.owner) + ")";
-}
-
 void throwFailures(Handler& handler) {
   const auto failures = handler.takeFailures();
   if (!failures.empty()) throw std::runtime_error(failures.front());
 }
 
-// Returns the names of the removed files, without the last-owner file of this process.
-Json removeHoldingLock(Handler& handler, RootPath& root) {
-  const Listing before = requireOnlyTableFiles(handler, root);
-  const WriterLock lock(handler, root);
+// Returns the names of the removed files.
+Json removeHoldingLocks(Handler& handler, RootPath& root) {
+  static_cast<void>(requireOnlyTableFiles(handler, root));
+  requireNoWriter(handler, root.name);
+  const WriterLocks locks(handler, root);
+  requireNoWriter(handler, root.name);  // one that has another spelling, and started meanwhile
   const Listing listing = requireOnlyTableFiles(handler, root);
-  static_cast<void>(
-      handler.takeFailures());  // this process's own last-owner file is about to be removed
+  static_cast<void>(handler.takeFailures());
   for (const Entry& entry : listing.entries) root.removeFile(entry.name);
   throwFailures(handler);
   root.cleanup();
   throwFailures(handler);
   Json removed = Json::array();
-  for (const Entry& entry : before.entries) removed.push_back(utf8(entry.name));
+  for (const Entry& entry : listing.entries) removed.push_back(utf8(entry.name));
   return removed;
 }
 
@@ -102,11 +147,9 @@ int remove(Context& context, const std::string& name) {
   RootPath root(context.handler, name, false);
   if (!root.exists()) return report(context, name, "there is no " + word(root.path), Json::array());
   try {
-    return report(context, name, "", removeHoldingLock(context.handler, root));
+    return report(context, name, "", removeHoldingLocks(context.handler, root));
   } catch (const Refusal& refusal) {
     return report(context, name, refusal.what(), Json::array());
-  } catch (const DuplicateWriterException& found) {
-    return report(context, name, "its writer is " + holder(found), Json::array());
   }
 }
 

@@ -25,6 +25,7 @@ bool examine(const std::string& path, Listing& listing) {
   }
   listing.present = S_ISDIR(status.st_mode);
   listing.mode = status.st_mode & 07777U;
+  if (listing.present) listing.identity = Identity(status.st_dev, status.st_ino);
   if (!listing.present) listing.error = ENOTDIR;
   return listing.present;
 }
@@ -54,6 +55,12 @@ const Entry* Listing::find(const std::string& name) const {
   const auto found = std::find_if(entries.begin(), entries.end(),
                                   [&](const Entry& entry) { return entry.name == name; });
   return found == entries.end() ? nullptr : &*found;
+}
+
+std::optional<Identity> identityOf(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return std::nullopt;
+  return Identity(status.st_dev, status.st_ino);
 }
 
 Listing readListing(Brask::Platform::DebugHandler& handler, const std::string& path) {

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Zorbe::Tool {
@@ -28,6 +30,12 @@ struct Entry {
   const char* kind() const;
 };
 
+/// Device and inode of a directory: the same for every path that leads to it.
+using Identity = std::pair<dev_t, ino_t>;
+
+/// None when there is no such directory, or it cannot be examined.
+std::optional<Identity> identityOf(const std::string& path);
+
 /// A directory and its entries, sorted by name.
 struct Listing {
   bool present = false;  ///< the path is a directory, or a symbolic link to one
@@ -35,6 +43,7 @@ struct Listing {
   int error = 0;  ///< errno of what could not be examined; 0 when everything was, or the path does
                   ///< not exist
   unsigned mode = 0;
+  std::optional<Identity> identity;
   std::vector<Entry> entries;
 
   const Entry* find(const std::string& name) const;

@@ -4,6 +4,7 @@
 #include <nsutil/nsutil.h>
 #include <sched.h>
 #include <sys/socket.h>
+#include <zorbe/util.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -48,7 +49,7 @@ std::optional<Line> parseLine(const std::string& text) {
   return line;
 }
 
-void count(std::map<std::string, TableSockets>& sockets, const Line& line) {
+void count(SocketsByName& sockets, const Line& line) {
   if (line.type != kSequencedPackets || line.name.empty()) return;
   TableSockets& table = sockets[line.name];
   if (line.state == kConnected) ++table.connections;
@@ -60,8 +61,8 @@ void count(std::map<std::string, TableSockets>& sockets, const Line& line) {
 
 }  // namespace
 
-std::map<std::string, TableSockets> parseSockets(const std::string& content) {
-  std::map<std::string, TableSockets> sockets;
+SocketsByName parseSockets(const std::string& content) {
+  SocketsByName sockets;
   std::optional<Line> current;
   const auto finish = [&] {
     if (current) count(sockets, *current);
@@ -81,7 +82,7 @@ std::map<std::string, TableSockets> parseSockets(const std::string& content) {
   return sockets;
 }
 
-std::map<std::string, TableSockets> readSockets() {
+SocketsByName readSockets() {
   const char* const path = "/proc/net/unix";
   std::ifstream file(path);
   if (!file.is_open()) throw std::system_error(errno, std::generic_category(), path);
@@ -93,6 +94,27 @@ std::optional<std::string> socketName(const std::string& rootPath) {
   std::string name = abstractName(rootPath);
   if (name.size() > kLongestAbstractName) return std::nullopt;
   return name;
+}
+
+SocketAddress addressOfPath(Brask::Platform::DebugHandler& handler, const std::string& rootPath) {
+  SocketAddress address;
+  address.length = Util::createSockaddr(handler, &address.bytes, rootPath);
+  return address;
+}
+
+SocketAddress addressOfName(const std::string& abstractName) {
+  SocketAddress address = {};
+  address.bytes.sun_family = AF_UNIX;
+  abstractName.copy(address.bytes.sun_path + 1, kLongestAbstractName);  // see unix(7)
+  address.length = static_cast<unsigned>(offsetof(sockaddr_un, sun_path) + 1 + abstractName.size());
+  return address;
+}
+
+std::optional<std::string> lastComponent(const std::string& socket) {
+  constexpr std::size_t kPrefix = 6;
+  constexpr std::size_t kSuffix = 9;
+  if (socket.size() < kPrefix + kSuffix || socket.rfind("zorbe_", 0) != 0) return std::nullopt;
+  return socket.substr(kPrefix, socket.size() - kPrefix - kSuffix);
 }
 
 std::string enterNamespaceOfTables() {

@@ -3,7 +3,9 @@
 // The sockets of all tables, read from the kernel's list at once.
 #pragma once
 
+#include <brask/platform.h>
 #include <sys/types.h>
+#include <sys/un.h>
 
 #include <map>
 #include <optional>
@@ -20,16 +22,35 @@ struct TableSockets {
   unsigned pending = 0;      ///< waiting to be accepted
 };
 
+using SocketsByName = std::map<std::string, TableSockets>;
+
 /// Sequenced-packet sockets of the network namespace of this process, by abstract name. Throws
 /// std::system_error when /proc/net/unix cannot be read.
-std::map<std::string, TableSockets> readSockets();
+SocketsByName readSockets();
 
 /// The same for the content of a /proc/net/unix.
-std::map<std::string, TableSockets> parseSockets(const std::string& content);
+SocketsByName parseSockets(const std::string& content);
 
 /// The abstract name of the table whose root directory is `rootPath`; none when its last component
 /// is too long for one.
 std::optional<std::string> socketName(const std::string& rootPath);
+
+/// Ready for bind(2) and connect(2).
+struct SocketAddress {
+  sockaddr_un bytes;
+  unsigned length;
+};
+
+/// The address of the table whose root directory is `rootPath`. Throws as Util::createSockaddr
+/// does.
+SocketAddress addressOfPath(Brask::Platform::DebugHandler& handler, const std::string& rootPath);
+
+/// The address with an abstract name that readSockets() has found.
+SocketAddress addressOfName(const std::string& abstractName);
+
+/// "zorbe_", a last component, "_" and eight digits: the component of the path; none when it is not
+/// the name of a table's socket.
+std::optional<std::string> lastComponent(const std::string& socket);
 
 /// Moves the process into the network namespace of all tables' sockets, so that
 /// /proc/net shows them. Where that is not allowed the process stays in its own, as the

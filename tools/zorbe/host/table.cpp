@@ -8,14 +8,13 @@
 #include <algorithm>
 #include <set>
 
-#include "host/processes.h"
+#include "host/writers.h"
 
 namespace Zorbe::Tool {
 
 namespace {
 
 using Brask::Platform::DebugHandler;
-using SocketsByName = std::map<std::string, TableSockets>;
 
 // Opening a FIFO would block, and these files have one line each.
 constexpr uint64_t kMaxNoteSize = 65536;
@@ -47,37 +46,6 @@ Table readTable(DebugHandler& handler, const std::string& name) {
   return table;
 }
 
-void addSockets(Table& table, const SocketsByName& sockets) {
-  if (!table.socket) return;
-  const auto found = sockets.find(*table.socket);
-  if (found != sockets.end()) table.sockets = found->second;
-}
-
-Writer describe(DebugHandler& handler, const std::vector<pid_t>& pids) {
-  Writer writer;
-  writer.pids = pids;
-  if (pids.empty()) return writer;
-  writer.executable = Util::readOwner(handler, static_cast<unsigned int>(pids.front()));
-  writer.cmdline = Util::readCmdline(handler, pids.front());
-  writer.stopped = isStopped(pids.front());
-  return writer;
-}
-
-// One pass over the processes for all tables.
-void addWriters(DebugHandler& handler, const std::vector<Table*>& tables) {
-  std::set<ino_t> wanted;
-  for (const Table* table : tables) {
-    wanted.insert(table->sockets.bound.begin(), table->sockets.bound.end());
-  }
-  const auto holders = findHolders(wanted);
-  for (Table* table : tables) {
-    if (table->sockets.bound.empty()) continue;
-    const auto found = holders.find(table->sockets.bound.front());
-    table->writer =
-        describe(handler, found == holders.end() ? std::vector<pid_t>{} : found->second);
-  }
-}
-
 void walk(DebugHandler& handler, const Table& from, int depth, std::vector<Table>& found) {
   for (const Entry& entry : from.directory.entries) {
     const bool link = S_ISLNK(entry.status.st_mode);
@@ -88,14 +56,6 @@ void walk(DebugHandler& handler, const Table& from, int depth, std::vector<Table
     if (!link && depth > 1) walk(handler, table, depth - 1, found);
     found.push_back(std::move(table));
   }
-}
-
-// "zorbe_", a last component, "_" and eight digits: the component, or nothing.
-std::optional<std::string> lastComponent(const std::string& socket) {
-  constexpr std::size_t kPrefix = 6;
-  constexpr std::size_t kSuffix = 9;
-  if (socket.size() < kPrefix + kSuffix || socket.rfind("zorbe_", 0) != 0) return std::nullopt;
-  return socket.substr(kPrefix, socket.size() - kPrefix - kSuffix);
 }
 
 // Tables directly below the base directory whose directory was removed while their writer runs.
@@ -134,8 +94,7 @@ uint64_t Table::storage() const {
 
 Table inspect(DebugHandler& handler, const std::string& name) {
   Table table = readTable(handler, name);
-  addSockets(table, readSockets());
-  addWriters(handler, {&table});
+  addWriters(handler, readSockets(), {&table});
   return table;
 }
 
@@ -155,8 +114,7 @@ Survey survey(DebugHandler& handler) {
   addSocketsWithoutDirectory(handler, sockets, survey);
   std::vector<Table*> all{&survey.base};
   for (Table& table : survey.directories) all.push_back(&table);
-  for (Table* table : all) addSockets(*table, sockets);
-  addWriters(handler, all);
+  addWriters(handler, sockets, all);
   std::sort(survey.directories.begin(), survey.directories.end(),
             [](const Table& a, const Table& b) { return a.name < b.name; });
   return survey;

@@ -27,17 +27,26 @@ struct Writer {
   const char* state() const;
 };
 
+/// A writer lock that is held.
+struct Lock {
+  std::string socket;  ///< its abstract name
+  TableSockets sockets;
+  Writer writer;
+};
+
 struct Table {
   std::string name;
   std::string path;                   ///< of the root directory
-  std::optional<std::string> socket;  ///< its abstract name; none when the name is too long
+  std::optional<std::string> socket;  ///< abstract name of the lock: the one that is held, or the
+                                      ///< one of `path`; none when the name is too long
   Listing directory;
   TableSockets sockets;
   std::optional<Writer> writer;
-  unsigned fenix = 0;      ///< 0 when there is none
-  bool corrupt = false;    ///< there is a corruption marker
-  std::string corruption;  ///< the marker's text
-  std::string lastOwner;   ///< content of the file last-owner
+  std::vector<Lock> otherWriters;  ///< of the same directory, under other spellings of its path
+  unsigned fenix = 0;              ///< 0 when there is none
+  bool corrupt = false;            ///< there is a corruption marker
+  std::string corruption;          ///< the marker's text
+  std::string lastOwner;           ///< content of the file last-owner
 
   /// At least one file of a table exists, or a socket.
   bool exists() const;
@@ -46,7 +55,8 @@ struct Table {
   uint64_t storage() const;
 };
 
-/// The table called `name`, whether it exists or not.
+/// The table called `name`, whether it exists or not. Its writer is found by the directory as well
+/// as by the name of the lock.
 Table inspect(Brask::Platform::DebugHandler& handler, const std::string& name);
 
 /// The tables below the base directory.

@@ -58,8 +58,21 @@ TEST_F(ZorbeProbe, NoWriterIsNo) {
   EXPECT_THAT(run.out, HasSubstr("t: no writer, after "));
 }
 
-TEST_F(ZorbeProbe, AProbeMakesNoDirectory) {
-  EXPECT_EQ(zorbe({"probe", "none"}).status, 1);
+TEST_F(ZorbeProbe, ALockThatIsHeldWithoutListeningIsNotAMissingWriter) {
+  const Descriptor held = lock("t");
+  const Outcome run = zorbe({"probe", "t"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(run.out, HasSubstr("t: the writer lock is held by a process that does not listen, "));
+}
+
+TEST_F(ZorbeProbe, ATableThatIsNotThereIsNoneAndIsNotMade) {
+  const Outcome text = zorbe({"probe", "none"});
+  EXPECT_EQ(text.status, 1);
+  EXPECT_EQ(text.out, "");
+  EXPECT_EQ(text.err, "zorbe: no table none at " + inRoot("none") + "\n");
+  const Outcome json = zorbe({"probe", "none", "--json"});
+  EXPECT_EQ(json.status, 1);
+  EXPECT_EQ(json.json()["result"], "no such table");
   EXPECT_EQ(zorbe({"list", "--json"}).json()["tables"], Json::array());
 }
 

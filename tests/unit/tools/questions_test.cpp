@@ -79,6 +79,35 @@ TEST_F(ZorbeQuestions, OwnerOfATableWithoutWriterIsNone) {
   EXPECT_EQ(zorbe({"owner", "t", "--json"}).json()["writer"], nullptr);
 }
 
+TEST_F(ZorbeQuestions, OwnerOfATableThatIsNotThereSaysSo) {
+  const Outcome run = zorbe({"owner", "none"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "zorbe: no table none at " + inRoot("none") + "\n");
+  EXPECT_EQ(zorbe({"owner", "none", "--json"}).json()["directory"], false);
+}
+
+TEST_F(ZorbeQuestions, ABaseThatCannotBeReadIsAFailureWithItsReason) {
+  makeTable("base/t");
+  fs::permissions(rootPath(), fs::perms(0777));
+  writeFile(inRoot("file"), "");
+  fs::permissions(inRoot("base"), fs::perms::none);
+  for (const Words& words :
+       {Words{"list"}, Words{"metrics"}, Words{"show", "t"}, Words{"owner", "t"},
+        Words{"probe", "t"}, Words{"remove", "t"}, Words{"watch", "t"}, Words{"list", "--json"}}) {
+    for (const auto& [base, reason] : {std::pair(inRoot("base"), "Permission denied"),
+                                       std::pair(inRoot("file"), "Not a directory")}) {
+      Words all = words;
+      all.insert(all.end(), {"--root", base});
+      const Outcome run = zorbeAsOrdinaryUser(all);
+      EXPECT_EQ(run.status, 2) << testing::PrintToString(all) << run.out;
+      EXPECT_EQ(run.out, "");
+      EXPECT_EQ(run.err, "zorbe: " + base + ": " + reason + "\n");
+    }
+  }
+  fs::permissions(inRoot("base"), fs::perms(0777));
+}
+
 TEST_F(ZorbeQuestions, AnOrdinaryUserLearnsThatTheOwnerIsHidden) {
   if (!isRoot()) GTEST_SKIP() << "the writer has to be another user's: needs root";
   const Descriptor held = lock("t");

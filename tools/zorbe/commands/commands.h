@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/handler.h"
+#include "host/table.h"
 
 namespace Zorbe::Tool {
 
@@ -24,6 +25,9 @@ struct WatchOptions {
   std::string table;
   bool connect;  ///< connect to the writer, to report its start and its end
 };
+
+/// Reports on standard error that there is no such table; returns kNo.
+int reportMissing(const Table& table);
 
 int list(Context& context);
 int show(Context& context, const std::string& table);

@@ -52,7 +52,7 @@ void printJson(const Findings& findings, bool healthy) {
 }  // namespace
 
 int doctor(Context& context) {
-  const Survey found = survey(context.handler);
+  const Survey found = survey(context.handler, BadBase::kReport);
   Findings findings;
   checkBase(found.base, findings);
   checkNamespace(context.namespaceError, findings);

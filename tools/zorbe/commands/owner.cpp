@@ -31,10 +31,13 @@ int owner(Context& context, const std::string& name) {
   const Table table = inspect(context.handler, name);
   if (context.json) {
     print({{"name", utf8(name)},
+           {"directory", table.directory.present},
            {"writer", toJson(table.writer, table.sockets.listening)},
            {"last_owner", table.lastOwner.empty() ? Json() : Json(utf8(table.lastOwner))}});
   } else if (table.writer) {
     printHolder(table);
+  } else if (!table.isThere()) {
+    return reportMissing(table);
   } else {
     std::cout << word(name) << ": nobody\n";
   }

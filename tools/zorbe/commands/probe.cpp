@@ -25,11 +25,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kNoWriter = "no writer";
+enum class Result { kAcknowledged, kNot, kRefused, kMissing };
 
 struct Answer {
-  bool acknowledged;
-  std::string what;
+  Result result;
+  const char* what;
 };
 
 [[noreturn]] void fail(const char* call) {
@@ -107,15 +107,15 @@ bool isDisconnected(int error) {
 // 0 is the only report that is valid for every writer.
 Answer ask(Connection& connection) {
   int error = connection.connect();
-  if (error == ECONNREFUSED) return {false, kNoWriter};
-  if (error == EAGAIN) return {false, "not accepted in time: the writer's queue is full"};
+  if (error == ECONNREFUSED) return {Result::kRefused, "no writer"};
+  if (error == EAGAIN) return {Result::kNot, "not accepted in time: the writer's queue is full"};
   if (error == 0) error = connection.report(0);
   if (error == 0) error = connection.awaitKick();
-  if (error == EAGAIN) return {false, "connected, but not acknowledged in time"};
-  if (isDisconnected(error)) return {false, "the writer closed the connection"};
+  if (error == EAGAIN) return {Result::kNot, "connected, but not acknowledged in time"};
+  if (isDisconnected(error)) return {Result::kNot, "the writer closed the connection"};
   if (error != 0) throw std::system_error(error, std::generic_category(), "the connection");
   connection.drain();
-  return {true, "acknowledged"};
+  return {Result::kAcknowledged, "acknowledged"};
 }
 
 // By the name of the lock first: to find a writer that spells the directory in another way
@@ -126,11 +126,14 @@ Answer ask(Handler& handler, const std::string& name, Clock::time_point deadline
   {
     Connection connection(handler, own, deadline);
     const Answer answer = ask(connection);
-    if (answer.what != kNoWriter) return answer;
+    if (answer.result != Result::kRefused) return answer;
   }
   const Table table = inspect(handler, name);
-  if (!table.writer) return {false, kNoWriter};
-  if (!table.sockets.listening) return {false, "the writer lock is held, but not listening"};
+  if (!table.isThere()) return {Result::kMissing, "no such table"};
+  if (!table.writer) return {Result::kRefused, "no writer"};
+  if (!table.sockets.listening) {
+    return {Result::kNot, "the writer lock is held by a process that does not listen"};
+  }
   Connection connection(handler, addressOfName(*table.socket), deadline);
   return ask(connection);
 }
@@ -142,17 +145,20 @@ int probe(Context& context, const std::string& name, double timeoutSeconds) {
   const auto wait = std::chrono::microseconds(std::llround(timeoutSeconds * 1e6));
   const Answer answer = ask(context.handler, name, start + wait);
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  const bool acknowledged = answer.result == Result::kAcknowledged;
   if (context.json) {
     print({{"name", utf8(name)},
-           {"acknowledged", answer.acknowledged},
+           {"acknowledged", acknowledged},
            {"result", answer.what},
            {"seconds", seconds}});
+  } else if (answer.result == Result::kMissing) {
+    return reportMissing(inspect(context.handler, name));
   } else {
     char time[32];
     static_cast<void>(std::snprintf(time, sizeof time, "%.6f", seconds));
     std::cout << word(name) << ": " << answer.what << ", after " << time << " s\n";
   }
-  return answer.acknowledged ? kYes : kNo;
+  return acknowledged ? kYes : kNo;
 }
 
 }  // namespace Zorbe::Tool

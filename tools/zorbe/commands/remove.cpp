@@ -145,7 +145,8 @@ int report(const Context& context, const std::string& name, const std::string& r
 
 int remove(Context& context, const std::string& name) {
   RootPath root(context.handler, name, false);
-  if (!root.exists()) return report(context, name, "there is no " + word(root.path), Json::array());
+  if (!inspect(context.handler, name).directory.present)
+    return report(context, name, "there is no " + word(root.path), Json::array());
   try {
     return report(context, name, "", removeHoldingLocks(context.handler, root));
   } catch (const Refusal& refusal) {

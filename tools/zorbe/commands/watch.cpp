@@ -146,10 +146,7 @@ class StopOnSignals {
 
 int watch(Context& context, const WatchOptions& options) {
   const Table table = inspect(context.handler, options.table);
-  if (!table.directory.present && !table.exists()) {  // watching would create the directory
-    std::cerr << "zorbe: no table " << word(table.name) << " at " << printable(table.path) << '\n';
-    return kNo;
-  }
+  if (!table.isThere()) return reportMissing(table);  // watching would create the directory
   Brask::Linux::EventLoop loop;
   const StopOnSignals guard(loop);
   EventLog log(context.json);

@@ -63,6 +63,12 @@ std::optional<Identity> identityOf(const std::string& path) {
   return Identity(status.st_dev, status.st_ino);
 }
 
+int whyUnsearchable(const std::string& path) {
+  struct stat status = {};
+  const bool found = stat((path + "/.").c_str(), &status) == 0;
+  return found || errno == ENOENT ? 0 : errno;
+}
+
 Listing readListing(Brask::Platform::DebugHandler& handler, const std::string& path) {
   Listing listing;
   if (!examine(path, listing)) return listing;

@@ -49,6 +49,9 @@ struct Listing {
   const Entry* find(const std::string& name) const;
 };
 
+/// The errno of looking for something in a directory: 0 when it can be searched or does not exist.
+int whyUnsearchable(const std::string& path);
+
 /// Errors of the file system are in the result; they never throw.
 Listing readListing(Brask::Platform::DebugHandler& handler, const std::string& path);
 

@@ -6,7 +6,9 @@
 #include <zorbe/util.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <set>
+#include <system_error>
 
 #include "host/writers.h"
 
@@ -44,6 +46,18 @@ Table readTable(DebugHandler& handler, const std::string& name) {
     table.fenix = FenixFile::read(handler, table.path);
   }
   return table;
+}
+
+void require(int error, const std::string& path) {
+  if (error != 0) throw std::system_error(error, std::generic_category(), path);
+}
+
+// A table that is not there is no error, but that it cannot be seen is one.
+void requireReachable(DebugHandler& handler, const Table& table) {
+  if (table.directory.error != EACCES && table.directory.error != ENOTDIR) return;
+  const std::string base = RootPath(handler, "", false).path;
+  require(whyUnsearchable(base), base);
+  if (table.directory.error == EACCES) require(EACCES, table.path);
 }
 
 void walk(DebugHandler& handler, const Table& from, int depth, std::vector<Table>& found) {
@@ -94,6 +108,7 @@ uint64_t Table::storage() const {
 
 Table inspect(DebugHandler& handler, const std::string& name) {
   Table table = readTable(handler, name);
+  if (!table.directory.present) requireReachable(handler, table);
   addWriters(handler, readSockets(), {&table});
   return table;
 }
@@ -107,8 +122,9 @@ std::vector<const Table*> Survey::tables() const {
   return found;
 }
 
-Survey survey(DebugHandler& handler) {
+Survey survey(DebugHandler& handler, BadBase badBase) {
   Survey survey{readTable(handler, ""), {}};
+  if (badBase == BadBase::kThrow) require(survey.base.directory.error, survey.base.path);
   walk(handler, survey.base, Survey::kMaxDepth, survey.directories);
   const SocketsByName sockets = readSockets();
   addSocketsWithoutDirectory(handler, sockets, survey);

@@ -51,11 +51,15 @@ struct Table {
   /// At least one file of a table exists, or a socket.
   bool exists() const;
 
+  /// The same, or an empty directory.
+  bool isThere() const { return directory.present || exists(); }
+
   /// The bytes of storage of the table's files.
   uint64_t storage() const;
 };
 
-/// The table called `name`, whether it exists or not. Its writer is found by the directory as well
+/// The table called `name`, whether it exists or not. Throws std::system_error when the base
+/// directory, or one on the way from it, may not be searched or is none. Its writer is found by the directory as well
 /// as by the name of the lock.
 Table inspect(Brask::Platform::DebugHandler& handler, const std::string& name);
 
@@ -73,7 +77,14 @@ struct Survey {
   std::vector<const Table*> tables() const;
 };
 
+/// What survey() does about a base directory that cannot be read. None is no error: it has no
+/// tables.
+enum class BadBase {
+  kThrow,   ///< std::system_error with the path and the reason
+  kReport,  ///< the error is in the survey's `base`
+};
+
 /// Reads the kernel's lists of sockets and processes once, however many tables exist.
-Survey survey(Brask::Platform::DebugHandler& handler);
+Survey survey(Brask::Platform::DebugHandler& handler, BadBase badBase = BadBase::kThrow);
 
 }  // namespace Zorbe::Tool

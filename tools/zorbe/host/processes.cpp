@@ -95,7 +95,7 @@ std::string baseOfProcess(DebugHandler& handler, pid_t pid) {
   const std::string wanted = std::string("\0SHMEM_ROOT=", 12);
   const std::size_t at = variables.find(wanted);
   if (at == std::string::npos) return {};
-  const std::string base = variables.c_str() + at + wanted.size();
+  std::string base = variables.c_str() + at + wanted.size();
   if (!base.empty() && base.front() == '/') return base;
   const std::string workingDirectory = realPath(procFile(pid, "cwd"));
   return workingDirectory.empty() ? "" : workingDirectory + "/" + base;

@@ -35,7 +35,7 @@ std::string canonicalName(const std::string& name) {
 }
 
 std::string canonicalPath(const std::string& path) {
-  const std::string components = canonicalName(path);
+  std::string components = canonicalName(path);
   if (!path.empty() && path.front() == '/') return "/" + components;
   return components;
 }
@@ -60,7 +60,8 @@ std::vector<std::string> spellingsOfTable(const std::string& base, const std::st
   if (name.empty()) return {base, base + "/.", base + "/./", base + "/"};
   std::vector<std::string> paths;
   for (const char* before : {"/", "/./"}) {
-    for (const char* after : {"", "/", "/."}) paths.push_back(base + before + name + after);
+    const std::string path = base + before + name;
+    for (const char* after : {"", "/", "/."}) paths.push_back(path + after);
   }
   return paths;
 }

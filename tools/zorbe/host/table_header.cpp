@@ -69,7 +69,7 @@ uint64_t liveIn(const std::vector<uint64_t>& words, size_t first, size_t stride)
 // Reads the state of each slot by itself where slots are large, and all of the file otherwise.
 std::optional<uint64_t> countRecords(const File& file, const Geometry& geometry, uint64_t slots) {
   constexpr uint32_t kLargeSlot = 2048;
-  constexpr uint64_t kBlock = 256 * 1024;
+  constexpr uint64_t kBlock = uint64_t{256} * 1024;
   const bool one = geometry.slotBytes > kLargeSlot;
   const uint64_t step = one ? 1 : kBlock / geometry.slotBytes;
   const size_t state = offsetof(Zorbe::Table::Slot, state);

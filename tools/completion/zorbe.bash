@@ -14,7 +14,7 @@ _zorbe() {
   COMPREPLY=()
   if [ "$COMP_CWORD" = 1 ]; then
     mapfile -t COMPREPLY < <(compgen -W \
-      'list show owner watch probe remove doctor metrics --help --version' -- "$current")
+      'list show readers owner watch probe remove doctor metrics --help --version' -- "$current")
     return
   fi
   case $previous in
@@ -37,7 +37,7 @@ _zorbe() {
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
     return
   fi
-  case $command in show | owner | watch | probe | remove) ;; *) return ;; esac
+  case $command in show | readers | owner | watch | probe | remove) ;; *) return ;; esac
   for ((i = 2; i < COMP_CWORD; ++i)); do
     [ "${COMP_WORDS[i]}" = --root ] && root=(--root "${COMP_WORDS[i + 1]}")
   done

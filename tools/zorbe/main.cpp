@@ -8,6 +8,7 @@
 #include "command_line.h"
 #include "commands/commands.h"
 #include "host/sockets.h"
+#include "monitoring.h"
 #include "output/columns.h"
 #include "output/text.h"
 
@@ -80,6 +81,7 @@ int parseAndRun(int argc, char** argv) {
   app.set_version_flag("--version", ZORBE_VERSION);
   addQueries(app, arguments);
   addCommands(app, arguments);
+  addMonitoring(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -2,10 +2,14 @@
 # shellcheck shell=bash
 # Bash completion of zorbe(1).
 
-# The names of all tables, a line each. Names with line breaks are left out.
+# The names of all tables, a line each. Names with line breaks are left out. Undoes the escapes of
+# the format of metrics, then those of the names; a tab stands for a backslash in between.
 _zorbe_tables() {
+  local name
   zorbe metrics "$@" 2>/dev/null |
-    sed -n 's/^zorbe_writer_up{table="\(.*\)"} [01]$/\1/; T; /\\n/d; s/\\\(["\\]\)/\1/g; p'
+    sed -n 's/^zorbe_writer_up{table="\(.*\)"} [01]$/\1/; T
+      s/\\\\/\t/g; /\\n/d; s/\\"/"/g; s/\t/\\/g; p' |
+    while IFS= read -r name; do printf '%b\n' "$name"; done
 }
 
 _zorbe() {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <locale.h>
 #include <stdlib.h>
 
 #include <CLI/CLI.hpp>
@@ -95,6 +96,7 @@ int parseAndRun(int argc, char** argv) {
 }  // namespace Zorbe::Tool
 
 int main(int argc, char** argv) {
+  static_cast<void>(setlocale(LC_CTYPE, ""));  // an unknown locale leaves "C"
   try {
     return Zorbe::Tool::parseAndRun(argc, argv);
   } catch (const std::exception& exception) {

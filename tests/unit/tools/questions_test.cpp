@@ -129,7 +129,8 @@ TEST_F(ZorbeQuestions, MetricsAreInTheExpositionFormat) {
     EXPECT_TRUE(std::regex_match(line, wellFormed)) << line;
   EXPECT_THAT(run.lines(), testing::Contains("zorbe_tables 2"));
   EXPECT_THAT(run.lines(), testing::Contains("zorbe_writer_up{table=\"quotes\"} 1"));
-  EXPECT_THAT(run.lines(), testing::Contains("zorbe_writer_up{table=\"odd \\\"\\\\\\nname\"} 0"));
+  EXPECT_THAT(run.lines(),
+              testing::Contains("zorbe_writer_up{table=\"odd \\\"\\\\\\\\\\nname\"} 0"));
   EXPECT_THAT(run.out, HasSubstr("zorbe_writer_info{table=\"quotes\",pid=\"" +
                                  std::to_string(writer.pid()) + "\""));
 }

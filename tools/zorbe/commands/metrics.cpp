@@ -28,7 +28,7 @@ using Value = std::optional<std::string>;
 // A label value in the text exposition format.
 std::string label(const std::string& bytes) {
   std::string text = "\"";
-  for (const char c : utf8(bytes)) {
+  for (const char c : labelText(bytes)) {
     if (c == '\\' || c == '"') text += '\\';
     text += c == '\n' ? std::string("\\n") : std::string(1, c);
   }

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "output/text.h"
+
 namespace Zorbe::Tool {
 
 namespace {
@@ -49,7 +51,7 @@ std::vector<std::size_t> Columns::widths() const {
   for (const auto& row : rows_) {
     widths.resize(std::max(widths.size(), row.size()));
     for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], row[i].text.size());
+      widths[i] = std::max(widths[i], displayWidth(row[i].text));
     }
   }
   return widths;
@@ -60,7 +62,7 @@ void Columns::print(std::ostream& out, bool coloured) const {
   for (const auto& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) {
       const Cell& cell = row[i];
-      const std::string space(widths[i] - cell.text.size(), ' ');
+      const std::string space(widths[i] - displayWidth(cell.text), ' ');
       const bool last = i + 1 == row.size();
       if (cell.number) out << space;
       out << painted(cell.text, cell.tone, coloured);

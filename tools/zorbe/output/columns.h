@@ -22,7 +22,7 @@ struct Cell {
   bool number = false;  ///< aligned to the right
 };
 
-/// Rows with aligned cells. The text of cells is printable ASCII.
+/// Rows with aligned cells. The text of cells is printable: see printable().
 class Columns {
  public:
   void add(std::vector<Cell> row) { rows_.push_back(std::move(row)); }

@@ -55,7 +55,7 @@ Json toJson(const Listing& directory) {
 }
 
 void print(const Json& json) {
-  std::cout << json.dump() << std::endl;
+  std::cout << withoutHarmful(json.dump()) << std::endl;
 }
 
 }  // namespace Zorbe::Tool

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// JSON output of the commands. Bytes that are not UTF-8 are escaped: see utf8().
+// JSON output of the commands. Bytes that are not UTF-8 and backslashes are escaped: see
+// utf8().
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

@@ -1,8 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "output/text.h"
 
+#include <langinfo.h>
+#include <wchar.h>
+#include <wctype.h>
+
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <system_error>
+
+#include "output/unicode.h"
 
 namespace Zorbe::Tool {
 
@@ -31,46 +39,79 @@ std::string escape(char c) {
   return byte >= 0x20 && byte < 0x7f ? std::string(1, c) : hexEscape(byte);
 }
 
-// The first two bytes determine the length of a well-formed sequence: see RFC 3629.
-std::size_t sequenceLength(unsigned char first, unsigned char second) {
-  if (first < 0x80) return 1;
-  if (first >= 0xc2 && first < 0xe0) return 2;
-  if (first >= 0xe0 && first < 0xf0) {
-    const bool overlong = first == 0xe0 && second < 0xa0;
-    const bool surrogate = first == 0xed && second >= 0xa0;
-    return overlong || surrogate ? 0 : 3;
+std::string jsonEscape(char32_t code) {
+  char text[32];
+  if (code < 0x10000) {
+    static_cast<void>(std::snprintf(text, sizeof text, "\\u%04x", static_cast<unsigned>(code)));
+    return text;
   }
-  if (first < 0xf0 || first > 0xf4) return 0;
-  const bool outside = (first == 0xf0 && second < 0x90) || (first == 0xf4 && second >= 0x90);
-  return outside ? 0 : 4;
+  const auto rest = static_cast<unsigned>(code) - 0x10000U;
+  static_cast<void>(std::snprintf(text, sizeof text, "\\u%04x\\u%04x", 0xd800U + (rest >> 10U),
+                                  0xdc00U + (rest & 0x3ffU)));
+  return text;
 }
 
-// The length of the well-formed sequence at `position`, 0 when there is none.
-std::size_t validSequence(const std::string& bytes, std::size_t position) {
-  const auto at = [&](std::size_t i) {
-    return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U;
-  };
-  const std::size_t length = sequenceLength(static_cast<unsigned char>(at(position)),
-                                            static_cast<unsigned char>(at(position + 1)));
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((at(position + i) & 0xc0U) != 0x80U) return 0;
+bool isUtf8Locale() {
+  return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+// wchar_t holds a code point in every locale of the C library: __STDC_ISO_10646__.
+bool showsAsText(char32_t code) {
+  return isHarmless(code) && iswprint(static_cast<wint_t>(code)) != 0;
+}
+
+bool showsNothing(char32_t /*code*/) {
+  return false;
+}
+
+// Characters beyond ASCII stay where `shows` says so, `kept` stays anyway.
+std::string escaped(const std::string& bytes, bool (*shows)(char32_t), const char* kept) {
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size();) {
+    const std::size_t length = sequenceAt(bytes, i);
+    if (length > 1 && shows(decode(&bytes[i], length))) {
+      text.append(bytes, i, length);
+      i += length;
+    } else {
+      const char c = bytes[i++];
+      text += std::strchr(kept, c) != nullptr && c != '\0' ? std::string(1, c) : escape(c);
+    }
   }
-  return length;
+  return text;
+}
+
+// What the user's terminal shows as text.
+bool (*shownByLocale())(char32_t) {
+  return isUtf8Locale() ? showsAsText : showsNothing;
 }
 
 }  // namespace
 
 std::string printable(const std::string& bytes) {
-  std::string text;
-  for (const char c : bytes) text += escape(c);
-  return text;
+  return escaped(bytes, shownByLocale(), "");
+}
+
+std::string labelText(const std::string& bytes) {
+  return escaped(bytes, isHarmless, "\n");
+}
+
+std::size_t displayWidth(const std::string& text) {
+  std::size_t width = 0;
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = std::max(sequenceAt(text, i), std::size_t{1});
+    const int columns = length == 1 ? 1 : wcwidth(static_cast<wchar_t>(decode(&text[i], length)));
+    width += columns < 0 ? 1 : static_cast<std::size_t>(columns);
+    i += length;
+  }
+  return width;
 }
 
 std::string word(const std::string& name) {
-  if (!name.empty() && name.find_first_of(" \"") == std::string::npos) return printable(name);
-  std::string text = "\"";
-  for (const char c : name) text += c == '"' ? "\\\"" : escape(c);
-  return text + '"';
+  const std::string text = printable(name);
+  if (!text.empty() && text.find_first_of(" \"") == std::string::npos) return text;
+  std::string quoted = "\"";
+  for (const char c : text) quoted += c == '"' ? std::string("\\\"") : std::string(1, c);
+  return quoted + '"';
 }
 
 std::string shellWord(const std::string& name) {
@@ -85,13 +126,28 @@ std::string shellWord(const std::string& name) {
 std::string utf8(const std::string& bytes) {
   std::string text;
   for (std::size_t i = 0; i < bytes.size();) {
-    const std::size_t length = validSequence(bytes, i);
-    if (length == 0) {
-      text += hexEscape(static_cast<unsigned char>(bytes[i++]));
+    const std::size_t length = sequenceAt(bytes, i);
+    if (length == 0 || bytes[i] == '\\') {
+      text += escape(bytes[i++]);
     } else {
       text.append(bytes, i, length);
       i += length;
     }
+  }
+  return text;
+}
+
+std::string withoutHarmful(const std::string& json) {
+  std::string text;
+  for (std::size_t i = 0; i < json.size();) {
+    const std::size_t length = std::max(sequenceAt(json, i), std::size_t{1});
+    const char32_t code = decode(&json[i], length);
+    if (isHarmless(code)) {
+      text.append(json, i, length);
+    } else {
+      text += jsonEscape(code);
+    }
+    i += length;
   }
   return text;
 }

@@ -2,17 +2,12 @@
 #include "core/peers.h"
 
 #include <sys/socket.h>
-#include <time.h>
+
+#include "memory/clock.h"
 
 namespace Zorbe::Table {
 
 namespace {
-
-int64_t monotonicNow() {
-  timespec now{};
-  static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &now));  // cannot fail for this clock
-  return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
-}
 
 PeerState stateOf(const ReaderKickClientSm& client, bool isAsleep) {
   if (isAsleep) return PeerState::asleep;
@@ -33,7 +28,7 @@ void identify(int fd, Peer& peer) {
 
 Status Peers::look(const Connections& all, const Connections& asleep) {
   Status status;
-  status.now = monotonicNow();
+  status.now = static_cast<int64_t>(nanosecondsOf(CLOCK_MONOTONIC));
   status.connections = all.size();
   std::unordered_map<int, Peer> former;
   former.swap(known_);

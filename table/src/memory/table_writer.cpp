@@ -1,21 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "memory/table_writer.h"
 
-#include <time.h>
-
+#include "memory/clock.h"
 #include "memory/status.h"
 
 namespace Zorbe::Table {
-
-namespace {
-
-uint64_t wallClock() {
-  timespec now{};
-  static_cast<void>(::clock_gettime(CLOCK_REALTIME, &now));  // cannot fail for this clock
-  return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
-}
-
-}  // namespace
 
 TableWriter::TableWriter(const WriterOptions& options) : options_(options) {}
 
@@ -106,7 +95,7 @@ void TableWriter::publishBeforeTheLogIsFull() {
 bool TableWriter::publish() {
   if (published_ == appended_) return false;
   published_ = appended_;
-  release(header().publishedAt, wallClock());
+  release(header().publishedAt, nanosecondsOf(CLOCK_REALTIME));
   release(header().published, published_);
   return true;
 }
@@ -133,7 +122,7 @@ bool TableWriter::scan(uint64_t& cursor, uint64_t* key, void* value) const {
 }
 
 void TableWriter::setOrigin(Origin origin) {
-  release(header().origin, OriginWord::pack(origin, wallClock()));
+  release(header().origin, OriginWord::pack(origin, nanosecondsOf(CLOCK_REALTIME)));
 }
 
 void TableWriter::setStatus(const Status& status) {

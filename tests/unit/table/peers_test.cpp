@@ -76,10 +76,26 @@ TEST_F(PeersTest, AReportBeginsTheTimeAgainThatAReaderHasBeenBehind) {
   const Table::Status first = peers.look({{fd, &client}}, {});
   const Table::Status unchanged = peers.look({{fd, &client}}, {});
   EXPECT_EQ(unchanged.peers.at(0).since, first.now);
+  EXPECT_LT(first.now, unchanged.now);
   client.sequence = 6;
   const Table::Status reported = peers.look({{fd, &client}}, {});
   EXPECT_EQ(reported.peers.at(0).state, Table::PeerState::behind);
   EXPECT_EQ(reported.peers.at(0).since, reported.now);
+  EXPECT_EQ(reported.peers.at(0).reported, 6u);
+}
+
+TEST_F(PeersTest, AConnectionThatWasNotThereAtTheLookBeforeIsANewOne) {
+  const Descriptor own = connect();
+  Brask::Linux::EventLoop loop;
+  ReaderKickClientSm client(handler, nullptr, accept());
+  const int fd = client.fdControl->fd();
+  Table::Peers peers;
+  static_cast<void>(peers.look({{fd, &client}}, {}));
+  EXPECT_EQ(peers.look({}, {}).connections, 0u);
+  const Table::Status again = peers.look({{fd, &client}}, {});
+  EXPECT_EQ(again.connections, 1u);
+  EXPECT_EQ(again.peers.at(0).state, Table::PeerState::watcher);
+  EXPECT_EQ(again.peers.at(0).since, again.now);
 }
 
 }  // namespace

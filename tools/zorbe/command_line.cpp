@@ -32,12 +32,16 @@ CLI::App* withJson(CLI::App* command, Arguments& arguments) {
   return command;
 }
 
-CLI::App* withTable(CLI::App* command, Arguments& arguments) {
+CLI::App* withTable(CLI::App* command, Arguments& arguments, bool required) {
   command
       ->add_option_function<std::string>(
-          "TABLE", [&arguments](const std::string& name) { arguments.table = canonicalName(name); },
+          "TABLE",
+          [&arguments](const std::string& name) {
+            arguments.table = canonicalName(name);
+            arguments.tableGiven = true;
+          },
           "Name of the table, below the base directory")
-      ->required()
+      ->required(required)
       ->type_name("");
   return command;
 }

@@ -16,6 +16,7 @@ struct Arguments {
   bool json = false;
   int debug = -1;
   std::string table;
+  bool tableGiven = false;
   bool filesOnly = false;
   double timeout = 1;
   std::function<int(Context&)> run;
@@ -29,6 +30,6 @@ CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, cons
 
 /// Add `--json`, and the name of a table, to a command, which they return.
 CLI::App* withJson(CLI::App* command, Arguments& arguments);
-CLI::App* withTable(CLI::App* command, Arguments& arguments);
+CLI::App* withTable(CLI::App* command, Arguments& arguments, bool required = true);
 
 }  // namespace Zorbe::Tool

@@ -36,7 +36,15 @@ void addQueries(CLI::App& app, Arguments& arguments) {
                           [&](Context& context) { return owner(context, arguments.table); }),
                arguments),
       arguments);
-  withJson(addCommand(app, arguments, "doctor", "Check for common problems", doctor), arguments);
+  withTable(withJson(addCommand(app, arguments, "doctor",
+                                "Check for common problems, of all tables or of one",
+                                [&](Context& context) {
+                                  return doctor(context, arguments.tableGiven
+                                                             ? std::optional(arguments.table)
+                                                             : std::nullopt);
+                                }),
+                     arguments),
+            arguments, false);
   addCommand(app, arguments, "metrics", "Print metrics in the Prometheus text format", metrics);
 }
 

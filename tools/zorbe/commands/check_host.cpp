@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <nsutil/nsutil.h>
 #include <sys/inotify.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -86,6 +88,25 @@ void checkBase(const Table& base, Findings& findings) {
   } else {
     findings.push_back({Severity::kOk, "base", path + " is open to every user", ""});
   }
+}
+
+// Not in memory: the kernel writes changed pages to the disk by and by, and a process that changes
+// one meanwhile waits for the disk.
+void checkStorage(const Table& base, Findings& findings) {
+  struct statfs status = {};
+  if (!base.directory.present || statfs(base.path.c_str(), &status) != 0) return;
+  const auto type = static_cast<unsigned long>(status.f_type) & 0xffffffffUL;
+  const std::string path = word(base.path);
+  if (type == TMPFS_MAGIC || type == RAMFS_MAGIC || type == HUGETLBFS_MAGIC) {
+    findings.push_back({Severity::kOk, "storage", path + " is in memory", ""});
+    return;
+  }
+  findings.push_back({Severity::kNote, "storage",
+                      path + " is not on tmpfs: when the kernel writes changed pages to the disk, "
+                             "a writer that changes them again stalls, and its readers with it",
+                      "as root, while no process uses the tables: mount -t tmpfs -o mode=0777 "
+                      "tmpfs " +
+                          shellWord(base.path)});
 }
 
 void checkNamespace(const std::string& error, Findings& findings) {

@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: MIT
+#include <zorbe/util.h>
+
 #include <tuple>
 
 #include "commands/finding.h"
+#include "host/spelling.h"
 #include "output/text.h"
 
 namespace Zorbe::Tool {
 
 namespace {
 
-constexpr unsigned kDirectoryMode = 0777;
-constexpr unsigned kFileMode = 0666;
+constexpr std::size_t kEnumerated = 5;
 
-// The files that the library itself writes, and opens to every user.
-constexpr const char* kLibraryFiles[] = {"fenix", "last-owner", "corruption-detected"};
+// The path of a table is that of the base directory, a slash, and its name.
+std::string baseOf(const Table& table) {
+  if (table.name.empty()) return absolutePath(table.path);
+  return absolutePath(table.path.substr(0, table.path.size() - table.name.size()));
+}
 
 void checkName(const Table& table, Findings& findings) {
   if (table.socket) return;
@@ -33,11 +38,6 @@ void checkDirectory(const Table& table, Findings& findings) {
     findings.push_back({Severity::kProblem, "directory",
                         path + " cannot be read: " + reason(directory.error),
                         "as its owner: chmod 0777 " + shellWord(table.path)});
-  } else if (directory.present && directory.mode != kDirectoryMode) {
-    findings.push_back({Severity::kProblem, "mode",
-                        path + " has mode " + octal(directory.mode) +
-                            ": other users' writers and readers may be kept out",
-                        "as its owner: chmod 0777 " + shellWord(table.path)});
   }
 }
 
@@ -46,15 +46,22 @@ void checkFile(const Table& table, const Entry& entry, Findings& findings) {
   if (entry.ours && !entry.isFile()) {
     findings.push_back({Severity::kProblem, "file", path + " is a " + entry.kind() + ", not a file",
                         "stop the writer and remove it"});
-    return;
   }
-  for (const char* name : kLibraryFiles) {
-    if (entry.name != name || entry.mode() == kFileMode) continue;
-    findings.push_back(
-        {Severity::kProblem, "mode",
-         path + " has mode " + octal(entry.mode()) + ": other users' processes may be kept out",
-         "as its owner: chmod 0666 " + shellWord(table.path + "/" + entry.name)});
-  }
+}
+
+// The library reads the number at the begin, and takes anything else for 0, which is no id.
+void checkFenix(Handler& handler, const Table& table, Findings& findings) {
+  const Entry* const fenix = table.directory.find("fenix");
+  if (fenix == nullptr || !fenix->isFile()) return;
+  const std::string path = table.path + "/fenix";
+  std::string content = Util::fileRead(handler, path, false);
+  if (!content.empty() && content.back() == '\n') content.pop_back();
+  if (std::to_string(table.fenix) == content && table.fenix != 0) return;
+  findings.push_back({Severity::kProblem, "fenix",
+                      word(path) + (content.empty() ? " is empty, or cannot be read"
+                                                    : " holds no incarnation id: " +
+                                                          printable(content.substr(0, 80))),
+                      "stop the writer, " + removalOf(table) + ", and start the writer again"});
 }
 
 bool isOlder(const Entry& a, const Entry& b) {
@@ -77,28 +84,34 @@ void checkCorruption(const Table& table, Findings& findings) {
   }
   findings.push_back({Severity::kProblem, "corruption",
                       word(table.name) + " is marked as corrupt: " + printable(table.corruption),
-                      "stop its writer, zorbe remove -- " + shellWord(table.name) +
-                          ", and start the writer again"});
-}
-
-void checkTable(const Table& table, Findings& findings) {
-  checkDirectory(table, findings);
-  for (const Entry& entry : table.directory.entries) checkFile(table, entry, findings);
-  checkCorruption(table, findings);
+                      "stop its writer, " + removalOf(table) + ", and start the writer again"});
 }
 
 }  // namespace
 
-void checkTables(const Survey& survey, Findings& findings) {
-  const std::size_t before = findings.size();
-  if (survey.base.exists()) checkTable(survey.base, findings);
-  for (const Table& table : survey.directories) {
-    checkName(table, findings);
-    if (table.exists() || table.directory.error != 0) checkTable(table, findings);
+std::string removalOf(const Table& table) {
+  return "zorbe remove --root " + shellWord(baseOf(table)) + " -- " + shellWord(table.name);
+}
+
+std::string enumerated(const std::vector<std::string>& words) {
+  std::string text;
+  for (std::size_t i = 0; i < words.size() && i < kEnumerated; ++i) {
+    text += (i == 0 ? "" : ", ") + words[i];
   }
-  if (findings.size() != before) return;
-  findings.push_back(
-      {Severity::kOk, "tables", std::to_string(survey.tables().size()) + " tables", ""});
+  if (words.size() > kEnumerated) {
+    text += " and " + std::to_string(words.size() - kEnumerated) + " more";
+  }
+  return text;
+}
+
+void checkTables(Handler& handler, const Tables& tables, Findings& findings) {
+  for (const Table* table : tables) {
+    checkName(*table, findings);
+    checkDirectory(*table, findings);
+    for (const Entry& entry : table->directory.entries) checkFile(*table, entry, findings);
+    checkFenix(handler, *table, findings);
+    checkCorruption(*table, findings);
+  }
 }
 
 }  // namespace Zorbe::Tool

@@ -4,6 +4,7 @@
 // an exception is a failure.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "host/handler.h"
@@ -26,6 +27,9 @@ struct WatchOptions {
   bool connect;  ///< connect to the writer, to report its start and its end
 };
 
+/// The process as a few words.
+std::string describe(const Writer& writer);
+
 /// Reports on standard error that there is no such table; returns kNo.
 int reportMissing(const Table& table);
 
@@ -35,7 +39,8 @@ int owner(Context& context, const std::string& table);
 int watch(Context& context, const WatchOptions& options);
 int probe(Context& context, const std::string& table, double timeoutSeconds);
 int remove(Context& context, const std::string& table);
-int doctor(Context& context);
+/// Without a table: the host and all tables.
+int doctor(Context& context, const std::optional<std::string>& table);
 int metrics(Context& context);
 
 }  // namespace Zorbe::Tool

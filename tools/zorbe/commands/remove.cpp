@@ -30,11 +30,6 @@ class Refusal : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-std::string describe(const Writer& writer) {
-  if (writer.pids.empty()) return "a process that you may not inspect";
-  return "pid " + std::to_string(writer.pids.front()) + " (" + printable(writer.executable) + ")";
-}
-
 // This process may hold locks of the table itself.
 void requireNoWriter(Handler& handler, const std::string& name) {
   const Table table = inspect(handler, name);
@@ -134,7 +129,7 @@ int report(const Context& context, const std::string& name, const std::string& r
            {"reason", refusal.empty() ? Json() : Json(refusal)},
            {"files", files}});
   } else if (refusal.empty()) {
-    std::cout << word(name) << ": removed, with " << files.size() << " files\n";
+    std::cout << word(name) << ": removed, with " << counted(files.size(), "file") << '\n';
   } else {
     std::cerr << "zorbe: " << word(name) << " is not removed: " << refusal << '\n';
   }

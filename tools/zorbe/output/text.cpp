@@ -152,6 +152,14 @@ std::string withoutHarmful(const std::string& json) {
   return text;
 }
 
+std::string counted(std::size_t number, const std::string& noun) {
+  std::string text = std::to_string(number) + ' ' + noun;
+  if (number == 1) return text;
+  if (text.back() != 'y') return text + 's';
+  text.pop_back();
+  return text + "ies";
+}
+
 std::string reason(int error) {
   return std::generic_category().message(error);
 }

@@ -34,6 +34,9 @@ std::string withoutHarmful(const std::string& json);
 /// The columns of a terminal that a printable text takes.
 std::size_t displayWidth(const std::string& text);
 
+/// "1 table", "2 tables", "2 directories".
+std::string counted(std::size_t number, const std::string& noun);
+
 /// The text of an errno.
 std::string reason(int error);
 

@@ -28,6 +28,15 @@ _zorbe() {
       return
       ;;
     --timeout) return ;;
+    --sort)
+      mapfile -t COMPREPLY < <(compgen -W \
+        'name writer pid connections bytes records behind lag' -- "$current")
+      return
+      ;;
+    --state)
+      mapfile -t COMPREPLY < <(compgen -W 'alive stopped hidden none corrupt behind' -- "$current")
+      return
+      ;;
     --debug)
       mapfile -t COMPREPLY < <(compgen -W '0 1 2 3 5 9' -- "$current")
       return
@@ -35,6 +44,7 @@ _zorbe() {
   esac
   options='--root --debug --help'
   [ "$command" = metrics ] || options+=' --json'
+  [ "$command" = list ] && options+=' --wide --sort --reverse --state'
   [ "$command" = watch ] && options+=' --files-only'
   [ "$command" = probe ] && options+=' --timeout'
   if [[ $current == -* ]]; then

@@ -25,8 +25,6 @@ std::string checkTimeout(const std::string& text) {
 }
 
 void addQueries(CLI::App& app, Arguments& arguments) {
-  withJson(addCommand(app, arguments, "list", "Show all tables below the base directory", list),
-           arguments);
   withTable(withJson(addCommand(app, arguments, "show", "Show everything about one table",
                                 [&](Context& context) { return show(context, arguments.table); }),
                      arguments),
@@ -88,9 +86,9 @@ int parseAndRun(int argc, char** argv) {
   app.footer(kExitStatus);
   app.require_subcommand(1);
   app.set_version_flag("--version", ZORBE_VERSION);
+  addMonitoring(app, arguments);
   addQueries(app, arguments);
   addCommands(app, arguments);
-  addMonitoring(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -33,7 +33,6 @@ std::string describe(const Writer& writer);
 /// Reports on standard error that there is no such table; returns kNo.
 int reportMissing(const Table& table);
 
-int list(Context& context);
 int show(Context& context, const std::string& table);
 int owner(Context& context, const std::string& table);
 int watch(Context& context, const WatchOptions& options);

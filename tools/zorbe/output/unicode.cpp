@@ -24,7 +24,7 @@ std::size_t sequenceLength(unsigned char first, unsigned char second) {
 
 }  // namespace
 
-std::size_t sequenceAt(const std::string& bytes, std::size_t position) {
+std::size_t sequenceAt(std::string_view bytes, std::size_t position) {
   const auto at = [&](std::size_t i) {
     return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U;
   };

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include <string_view>
 
 namespace Zorbe::Tool {
 
 /// The length of the well-formed UTF-8 sequence at `position`, 0 when there is none.
-std::size_t sequenceAt(const std::string& bytes, std::size_t position);
+std::size_t sequenceAt(std::string_view bytes, std::size_t position);
 
 /// The character of a well-formed sequence.
 char32_t decode(const char* bytes, std::size_t length);

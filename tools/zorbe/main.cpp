@@ -12,6 +12,7 @@
 #include "monitoring.h"
 #include "output/columns.h"
 #include "output/text.h"
+#include "records_commands.h"
 
 namespace Zorbe::Tool {
 
@@ -89,6 +90,7 @@ int parseAndRun(int argc, char** argv) {
   addMonitoring(app, arguments);
   addQueries(app, arguments);
   addCommands(app, arguments);
+  addRecordCommands(app, arguments);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

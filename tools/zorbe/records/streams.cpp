@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "records/streams.h"
 
+#include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -36,6 +37,14 @@ int openSignals(sigset_t& before) {
 }
 
 }  // namespace
+
+void occupyStandardDescriptors() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(fd, F_GETFD) >= 0) continue;
+    // Gets the lowest number that is free, and stays open.
+    require(::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY), "open(/dev/null)");
+  }
+}
 
 StopSignals::StopSignals() : fd_(openSignals(before_)) {}
 

@@ -12,6 +12,11 @@
 
 namespace Zorbe::Tool {
 
+/// Gives closed standard descriptors to files that can be neither read nor written as wanted,
+/// before a file of a table gets their number: a message on standard error would be stored in it.
+/// Throws std::system_error.
+void occupyStandardDescriptors();
+
 /// Takes SIGINT and SIGTERM from the process for as long as it lives: instead of ending it they
 /// make a descriptor readable.
 class StopSignals {

@@ -6,6 +6,7 @@
 #include "memory/index_memory.h"
 #include "memory/layout.h"
 
+#include <array>
 #include <cstring>
 #include <fstream>
 
@@ -109,6 +110,35 @@ TEST_F(LayoutTest, OfALongerKey) {
   const Words words = wordsOf("slots");
   EXPECT_EQ((Words{words[kSlots + 3], words[kSlots + 4], words[kSlots + 5], words[kSlots + 6]}),
             (Words{1, 2, 3, 9}));
+}
+
+// Equal in all words but the last.
+std::array<uint64_t, 128> largestKey(uint64_t number) {
+  std::array<uint64_t, 128> key{};
+  key.back() = number;
+  return key;
+}
+
+TEST_F(LayoutTest, OfTheLargestKey) {
+  options.schema.keyBytes = 1024;
+  auto table = openWriter();
+  for (uint64_t number = 0; number < 100; ++number) {  // 16 have room: it grows
+    const Value value = Value::of(number);
+    table->put(largestKey(number).data(), &value);
+  }
+  EXPECT_TRUE(table->erase(largestKey(7).data()));
+  table.reset();
+  table = openWriter();
+  EXPECT_EQ(table->start(), Table::TableWriter::Start::kContinued);
+  EXPECT_EQ(table->size(), 99u);
+  const auto reader = openReader();
+  for (uint64_t number = 0; number < 100; ++number) {
+    Value value;
+    ASSERT_EQ(reader->get(largestKey(number).data(), &value), number != 7);
+    if (number != 7) {
+      EXPECT_EQ(value.number(), number);
+    }
+  }
 }
 
 TEST(Layout, FollowsFromTheSizes) {

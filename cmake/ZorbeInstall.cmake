@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 #
-# What `cmake --install` and the packages put where. Three components, which become three
-# Debian packages: runtime (the shared libraries), development (headers, static library, CMake
-# and pkg-config files) and tools (the command). Nothing installed names the build tree.
+# What `cmake --install` puts where, in three components: runtime (the shared libraries),
+# development (headers, static libraries, CMake and pkg-config files) and tools (the command).
+# debian/*.install makes packages of it. Nothing installed names the build tree.
 
 include(CMakePackageConfigHelpers)
 
@@ -11,7 +11,8 @@ include(CMakePackageConfigHelpers)
 set(ZORBE_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/zorbe-0)
 set(ZORBE_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/Zorbe)
 
-foreach(target Zorbe ZorbeStatic ZorbePlatform ZorbeTable ZorbeTableStatic ZorbeTableCore)
+foreach(target Zorbe ZorbeStatic ZorbePlatform ZorbePlatformStatic ZorbeTable ZorbeTableStatic
+    ZorbeTableCore)
   target_include_directories(${target} INTERFACE $<INSTALL_INTERFACE:${ZORBE_INCLUDEDIR}>)
 endforeach()
 
@@ -24,7 +25,7 @@ function(zorbe_install_libraries export)
     DESTINATION ${ZORBE_CMAKEDIR} COMPONENT development)
 endfunction()
 zorbe_install_libraries(ZorbeTargets Zorbe ZorbeStatic)
-zorbe_install_libraries(ZorbePlatformTargets ZorbePlatform)
+zorbe_install_libraries(ZorbePlatformTargets ZorbePlatform ZorbePlatformStatic)
 zorbe_install_libraries(ZorbeTableCoreTargets ZorbeTableCore)
 zorbe_install_libraries(ZorbeTableTargets ZorbeTable ZorbeTableStatic)
 
@@ -56,7 +57,7 @@ endforeach()
 
 install(FILES docs/man/libzorbe.3 docs/man/zorbe_table.3
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
-install(FILES docs/man/zorbe.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT development)
+install(FILES docs/man/zorbe.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT tools)
 
 if(TARGET zorbe)
   install(TARGETS zorbe RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

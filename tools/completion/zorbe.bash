@@ -12,13 +12,35 @@ _zorbe_tables() {
     while IFS= read -r name; do printf '%b\n' "$name"; done
 }
 
+# Offers a table when the current word, in one of its spellings, begins its name. Within quotes the
+# shell closes them by itself.
+_zorbe_offer() {
+  local current=$1 name=$2 quoted
+  case $current in
+    \'*)
+      [[ $name == "${current:1}"* ]] && COMPREPLY+=("${name//\'/\'\\\'\'}")
+      ;;
+    \"*)
+      quoted=${name//\\/\\\\}
+      quoted=${quoted//\"/\\\"}
+      quoted=${quoted//\$/\\\$}
+      quoted=${quoted//\`/\\\`}
+      [[ $quoted == "${current:1}"* ]] && COMPREPLY+=("$quoted")
+      ;;
+    *)
+      printf -v quoted %q "$name"
+      [[ $quoted == "$current"* || $name == "${current//\\/}"* ]] && COMPREPLY+=("$quoted")
+      ;;
+  esac
+}
+
 _zorbe() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local command=${COMP_WORDS[1]} root=() options i name
+  local command=${COMP_WORDS[1]} root=() options help i name
   COMPREPLY=()
   if [ "$COMP_CWORD" = 1 ]; then
-    mapfile -t COMPREPLY < <(compgen -W \
-      'list show readers owner watch probe remove doctor metrics --help --version' -- "$current")
+    options=$(zorbe --help 2>/dev/null | sed -n '/^subcommands:/I,/^$/s/^  \([a-z]\+\) .*/\1/p')
+    mapfile -t COMPREPLY < <(compgen -W "$options --help --version" -- "$current")
     return
   fi
   case $previous in
@@ -27,7 +49,11 @@ _zorbe() {
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       return
       ;;
-    --timeout) return ;;
+    --timeout | --key | --field) return ;;
+    --format)
+      mapfile -t COMPREPLY < <(compgen -W 'csv json' -- "$current")
+      return
+      ;;
     --sort)
       mapfile -t COMPREPLY < <(compgen -W \
         'name writer pid connections bytes records behind lag' -- "$current")
@@ -42,21 +68,19 @@ _zorbe() {
       return
       ;;
   esac
-  options='--root --debug --help'
-  [ "$command" = metrics ] || options+=' --json'
-  [ "$command" = list ] && options+=' --wide --sort --reverse --state'
-  [ "$command" = watch ] && options+=' --files-only'
-  [ "$command" = probe ] && options+=' --timeout'
+  # What the command says about itself is never out of date.
+  help=$(zorbe "$command" --help 2>/dev/null)
   if [[ $current == -* ]]; then
+    options=$(grep -oE -- '--[a-z][a-z-]+' <<<"$help" | sort -u)
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
     return
   fi
-  case $command in show | readers | owner | watch | probe | remove) ;; *) return ;; esac
+  [[ $help == *TABLE* ]] || return
   for ((i = 2; i < COMP_CWORD; ++i)); do
     [ "${COMP_WORDS[i]}" = --root ] && root=(--root "${COMP_WORDS[i + 1]}")
   done
   while IFS= read -r name; do
-    [[ $name == "$current"* ]] && COMPREPLY+=("$(printf %q "$name")")
+    _zorbe_offer "$current" "$name"
   done < <(_zorbe_tables "${root[@]}")
 }
 

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "commands/commands.h"
 
@@ -31,5 +32,11 @@ CLI::App* addCommand(CLI::App& app, Arguments& arguments, const char* name, cons
 /// Add `--json`, and the name of a table, to a command, which they return.
 CLI::App* withJson(CLI::App* command, Arguments& arguments);
 CLI::App* withTable(CLI::App* command, Arguments& arguments, bool required = true);
+
+using Words = std::vector<std::string>;
+
+/// What is wrong with the subcommand on a command line, and which one was meant, perhaps;
+/// printable. Empty when it is one, or none is given.
+std::string unknownSubcommand(const CLI::App& app, const Words& words);
 
 }  // namespace Zorbe::Tool

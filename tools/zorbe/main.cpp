@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
+#include <sstream>
+#include <stdexcept>
 
 #include "command_line.h"
 #include "commands/commands.h"
@@ -75,9 +77,20 @@ int run(const Arguments& arguments) {
   }
   Handler handler(arguments.debug);
   Context context{handler, arguments.json, wantsColour(), enterNamespaceOfTables()};
-  const int status = arguments.run(context);
-  std::cout.flush();
-  if (!std::cout) throw std::runtime_error("cannot write to standard output");
+  return arguments.run(context);
+}
+
+// Messages about wrong use quote what was given.
+int reportUse(const CLI::App& app, const CLI::ParseError& error, const Words& words) {
+  const std::string unknown = unknownSubcommand(app, words);
+  if (!unknown.empty()) {
+    std::cerr << "zorbe: " << unknown << "\nRun with --help for more information.\n";
+    return kFailure;
+  }
+  std::ostringstream messages;
+  const int status = app.exit(error, std::cout, messages) == 0 ? kYes : kFailure;
+  std::istringstream lines(messages.str());
+  for (std::string line; std::getline(lines, line);) std::cerr << printable(line) << '\n';
   return status;
 }
 
@@ -94,7 +107,7 @@ int parseAndRun(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kYes : kFailure;
+    return reportUse(app, error, Words(argv + 1, argv + argc));
   }
   return run(arguments);
 }
@@ -106,7 +119,10 @@ int parseAndRun(int argc, char** argv) {
 int main(int argc, char** argv) {
   static_cast<void>(setlocale(LC_CTYPE, ""));  // an unknown locale leaves "C"
   try {
-    return Zorbe::Tool::parseAndRun(argc, argv);
+    const int status = Zorbe::Tool::parseAndRun(argc, argv);
+    std::cout.flush();
+    if (!std::cout) throw std::runtime_error("cannot write to standard output");
+    return status;
   } catch (const std::exception& exception) {
     std::cerr << "zorbe: " << Zorbe::Tool::printable(exception.what()) << '\n';
     return Zorbe::Tool::kFailure;

@@ -17,13 +17,17 @@ using testing::Not;
 class ZorbeQuestions : public Command {
  protected:
   /// What the shell offers for the last word of a command line, a line each.
-  static std::string complete(const std::string& commandLine) {
+  static std::string complete(const Words& commandLine) {
     const std::string folder = fs::path(ZORBE_COMMAND).parent_path();
-    return runProgram({"/bin/bash", "-c",
-                       "PATH=$1:$PATH; . \"$2\"; COMP_WORDS=($3); COMP_CWORD=$((${#COMP_WORDS[@]} "
-                       "- 1)); _zorbe; printf '%s\\n' \"${COMPREPLY[@]}\" | sed '/^$/d'",
-                       "bash", folder, ZORBE_COMPLETION, commandLine})
-        .out;
+    Words words{"/bin/bash",
+                "-c",
+                "PATH=$1:$PATH; . \"$2\"; COMP_WORDS=(\"${@:3}\"); COMP_CWORD=$((${#COMP_WORDS[@]} "
+                "- 1)); _zorbe; printf '%s\\n' \"${COMPREPLY[@]}\" | sed '/^$/d'",
+                "bash",
+                folder,
+                ZORBE_COMPLETION};
+    words.insert(words.end(), commandLine.begin(), commandLine.end());
+    return runProgram(words).out;
   }
 };
 
@@ -176,10 +180,64 @@ TEST_F(ZorbeQuestions, WrongUseIsTwo) {
 TEST_F(ZorbeQuestions, TheShellCompletesSubcommandsOptionsAndTables) {
   makeTable("quotes");
   makeTable("quo vadis");
-  EXPECT_EQ(complete("zorbe pro"), "probe\n");
-  EXPECT_EQ(complete("zorbe probe --ti"), "--timeout\n");
-  EXPECT_EQ(complete("zorbe show quo"), "quo\\ vadis\nquotes\n");
-  EXPECT_EQ(complete("zorbe show --root " + inRoot("none") + " quo"), "");
+  EXPECT_EQ(complete({"zorbe", "pro"}), "probe\n");
+  EXPECT_EQ(complete({"zorbe", "probe", "--ti"}), "--timeout\n");
+  EXPECT_EQ(complete({"zorbe", "show", "quo"}), "quo\\ vadis\nquotes\n");
+  EXPECT_EQ(complete({"zorbe", "doctor", "quot"}), "quotes\n");
+  EXPECT_EQ(complete({"zorbe", "list", "quot"}), "");
+  EXPECT_EQ(complete({"zorbe", "list", "--wi"}), "--wide\n");
+  EXPECT_EQ(complete({"zorbe", "dump", "quot"}), "quotes\n");
+  EXPECT_EQ(complete({"zorbe", "dump", "--un"}), "--unsorted\n");
+  EXPECT_EQ(complete({"zorbe", "show", "--root", inRoot("none"), "quo"}), "");
+}
+
+TEST_F(ZorbeQuestions, TheShellCompletesNamesAsTheyAreTyped) {
+  for (const char* name : {"quo vadis", "it's $5", "back\\slash", "plain"}) makeTable(name);
+  EXPECT_EQ(complete({"zorbe", "show", "quo\\ v"}), "quo\\ vadis\n");
+  EXPECT_EQ(complete({"zorbe", "show", "\"quo v"}), "quo vadis\n");
+  EXPECT_EQ(complete({"zorbe", "show", "'quo v"}), "quo vadis\n");
+  EXPECT_EQ(complete({"zorbe", "show", "it"}), "it\\'s\\ \\$5\n");
+  EXPECT_EQ(complete({"zorbe", "show", "\"it"}), "it's \\$5\n");
+  EXPECT_EQ(complete({"zorbe", "show", "'it"}), "it'\\''s $5\n");
+  EXPECT_EQ(complete({"zorbe", "show", "back"}), "back\\\\slash\n");
+  EXPECT_EQ(complete({"zorbe", "show", "back\\\\"}), "back\\\\slash\n");
+}
+
+TEST_F(ZorbeQuestions, AMisspelledSubcommandIsNamedWithTheOneThatWasMeant) {
+  for (const auto& [typed, meant] :
+       {std::pair("lst", "list"), std::pair("lsit", "list"), std::pair("onwer", "owner"),
+        std::pair("metric", "metrics"), std::pair("doctro", "doctor")}) {
+    const Outcome run = zorbe({typed, "t"});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_THAT(run.err, testing::StartsWith(std::string("zorbe: there is no subcommand ") + typed +
+                                             "; did you mean " + meant + "?\n"));
+  }
+  EXPECT_THAT(zorbe({"nonsense"}).err,
+              testing::StartsWith("zorbe: there is no subcommand nonsense\n"));
+}
+
+TEST_F(ZorbeQuestions, WrongUseReachesNoTerminalAsACommand) {
+  for (const Words& words : {Words{"a\033[2J"}, Words{"show", "a", "b\033[2J"}}) {
+    const Outcome run = zorbe(words);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("\\x1b[2J"));
+  }
+}
+
+TEST_F(ZorbeQuestions, HelpThatCannotBeWrittenIsAFailure) {
+  for (const char* words : {"--help", "list --help", "--version"}) {
+    const Outcome run = runProgram(
+        {"/bin/sh", "-c", std::string("exec \"$0\" ") + words + " > /dev/full", ZORBE_COMMAND});
+    EXPECT_EQ(run.status, 2) << words;
+    EXPECT_THAT(run.err, HasSubstr("standard output"));
+  }
+}
+
+TEST_F(ZorbeQuestions, OneIsNoPlural) {
+  const std::string path = makeTable("t");
+  const Descriptor held = lockAndListen("t");
+  EXPECT_THAT(zorbe({"doctor"}).out, HasSubstr("1 table\n"));
 }
 
 TEST_F(ZorbeQuestions, TablesMayBeCalledLikeSubcommandsAndOptions) {

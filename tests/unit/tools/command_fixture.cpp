@@ -58,6 +58,17 @@ Outcome Command::zorbeAsOrdinaryUser(const Words& arguments) {
   return runProgram(words);
 }
 
+Outcome Command::traced(const std::string& calls, const std::string& trace,
+                        const Words& arguments) {
+  Words words{"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0",
+              "strace",       "-f",
+              "-e",           "trace=" + calls,
+              "-o",           trace,
+              ZORBE_COMMAND};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  return runProgram(words);
+}
+
 ChildProcess Command::start(Words arguments) {
   arguments.insert(arguments.begin(), ZORBE_COMMAND);
   return ChildProcess(arguments);

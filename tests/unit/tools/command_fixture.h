@@ -38,6 +38,9 @@ class Command : public ZorbeTest {
   /// The same as a user who is not root: "nobody" when root runs the test.
   Outcome zorbeAsOrdinaryUser(const Words& arguments);
 
+  /// The same with the system calls of these kinds in the file `trace`.
+  static Outcome traced(const std::string& calls, const std::string& trace, const Words& arguments);
+
   /// Any program to its end. Its path comes first.
   static Outcome runProgram(const Words& words);
 

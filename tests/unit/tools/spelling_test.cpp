@@ -152,9 +152,7 @@ TEST_F(ZorbeSpelling, AWriterOfAnotherTableIsNoWriterOfTheTableThatItReads) {
 
 TEST_F(ZorbeSpelling, NoWriterCanStartUnderAnotherSpellingWhileTheTableIsRemoved) {
   const std::string trace = inRoot("trace");
-  const Outcome run =
-      runProgram({"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0", "strace", "-f", "-e",
-                  "trace=bind,unlink", "-o", trace, ZORBE_COMMAND, "remove", "t"});
+  const Outcome run = traced("bind,unlink", trace, {"remove", "t"});
   if (run.err.find("PTRACE") != std::string::npos) GTEST_SKIP() << run.err;
   ASSERT_EQ(run.status, 0) << run.err;
   std::ifstream file(trace);

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <zorbe/root_path.h>
+
 #include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -98,7 +100,10 @@ int doctor(Context& context, const std::optional<std::string>& name) {
   if (name) {
     const Table table = inspect(context.handler, *name);
     if (!table.isThere()) return reportMissing(table);
-    check(context, inspect(context.handler, ""), {&table}, findings);
+    Table base;
+    base.path = RootPath(context.handler, "", false).path;
+    base.directory = readListing(context.handler, base.path);
+    check(context, base, {&table}, findings);
   } else {
     const Survey found = survey(context.handler, BadBase::kReport);
     check(context, found.base, tablesToCheck(found), findings);

@@ -30,18 +30,24 @@ LockFinder::LockFinder(Brask::Platform::DebugHandler& handler, const std::string
   }
 }
 
-std::optional<Identity> LockFinder::directoryOf(const std::string& socket, pid_t holder) const {
+std::optional<Identity> LockFinder::directoryOf(const std::string& socket, pid_t pid) {
   const auto last = lastComponent(socket);
   if (!last) return std::nullopt;
   const Lock lock{socket, *last};
   if (const auto found = byName(lock, bases_)) return found;
-  if (holder == 0) return std::nullopt;
-  const std::string base = baseOfProcess(handler_, holder);
-  if (!base.empty()) {
-    if (const auto found = check(lock, base + "/" + lock.last)) return found;
-    if (const auto found = byName(lock, {base})) return found;
+  if (pid == 0) return std::nullopt;
+  const Holder& holder = look(pid);
+  if (!holder.base.empty()) {
+    if (const auto found = check(lock, holder.base + "/" + lock.last)) return found;
+    if (const auto found = byName(lock, {holder.base})) return found;
   }
-  return byMapping(holder);
+  return holder.written;
+}
+
+const LockFinder::Holder& LockFinder::look(pid_t pid) {
+  const auto found = holders_.find(pid);
+  if (found != holders_.end()) return found->second;
+  return holders_.emplace(pid, Holder{baseOfProcess(handler_, pid), writtenBy(pid)}).first->second;
 }
 
 std::optional<Identity> LockFinder::byName(const Lock& lock,
@@ -66,8 +72,8 @@ std::optional<Identity> LockFinder::check(const Lock& lock, const std::string& p
   return identityOf(path);
 }
 
-std::optional<Identity> LockFinder::byMapping(pid_t holder) const {
-  for (const std::string& path : directoriesWrittenBy(handler_, holder)) {
+std::optional<Identity> LockFinder::writtenBy(pid_t pid) const {
+  for (const std::string& path : directoriesWrittenBy(handler_, pid)) {
     const auto identity = identityOf(path);
     const bool known = identity && std::any_of(places_.begin(), places_.end(), [&](const Place& p) {
                          return p.identity == *identity;

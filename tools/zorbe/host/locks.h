@@ -33,18 +33,27 @@ class LockFinder {
   /// The directory of the lock `socket`, held by process `holder` (0 when it cannot be seen); none
   /// when it is none of the places. A path counts when its lock has this name; without one, the
   /// directory counts of which the holder maps a table's file for writing.
-  std::optional<Identity> directoryOf(const std::string& socket, pid_t holder) const;
+  std::optional<Identity> directoryOf(const std::string& socket, pid_t holder);
 
  private:
   struct Lock;
+
+  // A process is looked at once, however many locks it holds.
+  struct Holder {
+    std::string base;
+    std::optional<Identity> written;
+  };
+
   std::optional<Identity> byName(const Lock& lock, const std::vector<std::string>& bases) const;
-  std::optional<Identity> byMapping(pid_t holder) const;
+  const Holder& look(pid_t pid);
+  std::optional<Identity> writtenBy(pid_t pid) const;
   std::optional<Identity> check(const Lock& lock, const std::string& path) const;
 
   Brask::Platform::DebugHandler& handler_;
   std::vector<std::string> bases_;
   std::vector<Place> places_;
   std::multimap<std::string, const Place*> byLast_;  // by the last component of the name
+  std::map<pid_t, Holder> holders_;
 };
 
 /// True when a process has locked the file `slots` of this directory as the writer of a ready-made

@@ -59,8 +59,8 @@ struct Table {
 };
 
 /// The table called `name`, whether it exists or not. Throws std::system_error when the base
-/// directory, or one on the way from it, may not be searched or is none. Its writer is found by the directory as well
-/// as by the name of the lock.
+/// directory, or one on the way from it, may not be searched or is none. Its writer is found by the
+/// directory as well as by the name of the lock.
 Table inspect(Brask::Platform::DebugHandler& handler, const std::string& name);
 
 /// The tables below the base directory.

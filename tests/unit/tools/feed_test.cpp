@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <sstream>
 
 #include "support/file_content.h"
 #include "unit/tools/records_fixture.h"
@@ -30,10 +31,21 @@ using testing::StartsWith;
 
 class ZorbeFeed : public Records {
  protected:
-  Outcome feedJson(const std::string& lines, const Words& more = {}) {
-    Words words = feedOf("t", {"--format", "json"});
-    words.insert(words.end(), more.begin(), more.end());
-    return zorbeWith(lines, words);
+  // The first block of the guide's section on the shell. What it prints are its comments.
+  static std::string blockOfGuide() {
+    const std::string guide = contentOf(ZORBE_TABLE_GUIDE);
+    const std::string fence = "\n```sh\n";
+    const size_t begin = guide.find(fence, guide.find("\n## From the shell\n")) + fence.size();
+    return guide.substr(begin, guide.find("```\n", begin) - begin);
+  }
+
+  static std::string commentsOf(const std::string& block) {
+    std::istringstream lines(block);
+    std::string comments;
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("# ", 0) == 0) comments += line.substr(2) + "\n";
+    }
+    return comments;
   }
 };
 
@@ -61,6 +73,16 @@ TEST_F(ZorbeFeed, ContinuesATableThatAProgramHasMade) {
                       "--field", "venue:S4", "--field", "fee:f8"};
   EXPECT_EQ(zorbeWith("2,LSE,0.25\n", options).status, 0);
   EXPECT_EQ(zorbe({"dump", "venues", "--csv"}).out, "key,venue,fee\n1,X,0.5\n2,LSE,0.25\n");
+}
+
+TEST_F(ZorbeFeed, TheCommandsOfTheGuidePrintWhatItSays) {
+  const std::string folder = fs::path(ZORBE_COMMAND).parent_path();
+  const std::string block = blockOfGuide();
+  const Outcome run =
+      runProgram({"/bin/bash", "-c", "cd \"$1\" && PATH=$2:$PATH && exec 2>&1\n" + block, "bash",
+                  rootPath(), folder});
+  EXPECT_NE(run.out, "");
+  EXPECT_EQ(run.out, commentsOf(block));
 }
 
 TEST_F(ZorbeFeed, WhatADumpPrintsIsInput) {
@@ -231,60 +253,6 @@ TEST_F(ZorbeFeed, RowsForWhichThereIsNoRoomAreReported) {
   EXPECT_GE(stored, 1024U);
   EXPECT_LT(stored, 1700U);
   EXPECT_THAT(log, StartsWith("zorbe: line " + std::to_string(stored + 1) + ": "));
-}
-
-TEST_F(ZorbeFeed, JsonStoresAndErases) {
-  feed("t", "a,1\nb,2\nc,3\n");
-  const Outcome run = feedJson(R"({"k":"b","erased":true}
-{"v":4,"k":"d"}
-{"k":"c","v":5,"erased":false}
-{"k":"none","erased":true}
-)");
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(rowsOf("t"), ElementsAre("a,1", "c,5", "d,4"));
-}
-
-TEST_F(ZorbeFeed, JsonReportsBadLines) {
-  const Outcome run = feedJson("{\"k\":\"a\",\"v\":1}\n\n{\"k\":\"b\"}\n[]\n{\"k\":\"c\",\"v\":1}");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err,
-            "zorbe: line 2: an object is needed at byte 1\n"
-            "zorbe: line 3: the field 'v' is missing\n"
-            "zorbe: line 4: an object is needed at byte 1\n");
-  EXPECT_THAT(rowsOf("t"), ElementsAre("a,1", "c,1"));
-}
-
-TEST_F(ZorbeFeed, ATransferErasesWhatItDoesNotName) {
-  feed("t", "a,1\nb,2\nc,3\n");
-  const Outcome run = feedJson(R"({"k":"c","v":3}
-{"reset":true}
-{"k":"a","v":9}
-{"k":"d","v":4}
-{"complete":true}
-)");
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(rowsOf("t"), ElementsAre("a,9", "d,4"));
-}
-
-TEST_F(ZorbeFeed, ATransferThatIsNotCompleteErasesNothing) {
-  feed("t", "a,1\nb,2\n");
-  EXPECT_EQ(feedJson("{\"reset\":true}\n{\"k\":\"a\",\"v\":9}\n").status, 0);
-  EXPECT_THAT(rowsOf("t"), ElementsAre("a,9", "b,2"));
-  EXPECT_EQ(feedJson("{\"k\":\"a\",\"v\":8}\n{\"complete\":true}\n").status, 0);
-  EXPECT_THAT(rowsOf("t"), ElementsAre("a,8", "b,2"));
-}
-
-TEST_F(ZorbeFeed, ATransferThatBeginsAgainNamesEverythingAgain) {
-  feed("t", "a,1\nb,2\n");
-  EXPECT_EQ(feedJson(R"({"reset":true}
-{"k":"a","v":1}
-{"reset":true}
-{"k":"b","v":2}
-{"complete":true}
-)")
-                .status,
-            0);
-  EXPECT_THAT(rowsOf("t"), ElementsAre("b,2"));
 }
 
 }  // namespace

@@ -155,8 +155,8 @@ TEST_F(ZorbeQuestions, EveryFamilyOfMetricsIsDeclaredOnceAndBeforeItsValues) {
 }
 
 TEST_F(ZorbeQuestions, EverySubcommandHasHelp) {
-  for (const char* name :
-       {"list", "show", "owner", "watch", "probe", "remove", "doctor", "metrics"}) {
+  for (const char* name : {"list", "show", "owner", "watch", "probe", "remove", "doctor", "metrics",
+                           "get", "dump", "tail", "feed"}) {
     const Outcome run = zorbe({name, "--help"});
     EXPECT_EQ(run.status, 0) << name;
     EXPECT_THAT(run.out, HasSubstr(std::string("Usage: zorbe ") + name));
@@ -188,6 +188,9 @@ TEST_F(ZorbeQuestions, TheShellCompletesSubcommandsOptionsAndTables) {
   EXPECT_EQ(complete({"zorbe", "list", "--wi"}), "--wide\n");
   EXPECT_EQ(complete({"zorbe", "dump", "quot"}), "quotes\n");
   EXPECT_EQ(complete({"zorbe", "dump", "--un"}), "--unsorted\n");
+  EXPECT_EQ(complete({"zorbe", "feed", "--f"}), "--field\n--format\n");
+  EXPECT_EQ(complete({"zorbe", "feed", "--format", "j"}), "json\n");
+  EXPECT_EQ(complete({"zorbe", "tail", "quotes", "--n"}), "--new\n");
   EXPECT_EQ(complete({"zorbe", "show", "--root", inRoot("none"), "quo"}), "");
 }
 

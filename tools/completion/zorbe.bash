@@ -49,7 +49,7 @@ _zorbe() {
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       return
       ;;
-    --timeout | --key | --field) return ;;
+    --timeout | --interval | --key | --field) return ;;
     --format)
       mapfile -t COMPREPLY < <(compgen -W 'csv json' -- "$current")
       return

@@ -37,6 +37,15 @@ void addList(CLI::App& app, Arguments& arguments) {
   command->add_flag("--wide", options->wide, "All columns, wider than the terminal");
 }
 
+void addTop(CLI::App& app, Arguments& arguments) {
+  const auto interval = std::make_shared<double>(1);
+  addCommand(app, arguments, "top", "Show tables and readers, live",
+             [interval](Context& context) { return top(context, *interval); })
+      ->add_option("--interval", *interval, "Between two looks (default 1)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.1, 3600.0));
+}
+
 }  // namespace
 
 void addMonitoring(CLI::App& app, Arguments& arguments) {
@@ -46,6 +55,7 @@ void addMonitoring(CLI::App& app, Arguments& arguments) {
                           [&](Context& context) { return readers(context, arguments.table); }),
                arguments),
       arguments);
+  addTop(app, arguments);
 }
 
 }  // namespace Zorbe::Tool

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -108,21 +109,30 @@ termios PseudoTerminal::modes() const {
   return modes;
 }
 
+void PseudoTerminal::stopOutput() const {
+  char slave[64];
+  ASSERT_EQ(ptsname_r(master_.get(), slave, sizeof slave), 0);
+  const Descriptor terminal(open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC));
+  EXPECT_EQ(tcflow(terminal.get(), TCOOFF), 0);
+}
+
 int PseudoTerminal::finish() {
+  const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
   const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+  for (bool isOpen = true; std::chrono::steady_clock::now() < deadline;) {
+    pollfd ready[] = {{process.get(), POLLIN, 0}, {isOpen ? master_.get() : -1, POLLIN, 0}};
+    if (poll(ready, 2, 1000) > 0 && ready[0].revents != 0) break;
+    if (ready[1].revents != 0) isOpen = read(0);
+  }
   int status = 0;
-  while (waitpid(pid_, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() >= deadline) {
-      ADD_FAILURE() << "it does not end: " << output_;
-      return -SIGKILL;
-    }
-    if (master_.isOpen()) read(kPollMilliseconds);
+  if (waitpid(pid_, &status, WNOHANG) != pid_) {
+    ADD_FAILURE() << "it does not end: " << output_;
+    return -SIGKILL;
   }
   pid_ = -1;
-  if (!master_.isOpen()) return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  for (size_t before = output_.size() + 1; before != output_.size();) {
-    before = output_.size();
-    read(0);
+  while (master_.isOpen() && read(0)) {
+    pollfd rest{master_.get(), POLLIN, 0};
+    if (poll(&rest, 1, 0) <= 0) break;
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }

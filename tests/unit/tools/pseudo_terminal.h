@@ -34,11 +34,14 @@ class PseudoTerminal : private NonCopyable {
   /// The terminal's modes. They are the same at both ends.
   termios modes() const;
 
+  /// From now on the terminal takes nothing that the program writes.
+  void stopOutput() const;
+
   /// Ends the terminal, as when its window is closed.
   void hangUp() { master_.close(); }
 
   /// Waits until the program ends by itself. Returns its exit status, or minus the signal that
-  /// ended it.
+  /// ended it; fails the test when that takes too long.
   int finish();
 
   /// What the program has written since the text that was awaited last.

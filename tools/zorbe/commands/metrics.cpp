@@ -4,10 +4,10 @@
 #include <functional>
 #include <iostream>
 #include <optional>
-#include <system_error>
 #include <vector>
 
 #include "commands/commands.h"
+#include "commands/items.h"
 #include "host/process_start.h"
 #include "host/table_header.h"
 #include "output/text.h"
@@ -171,11 +171,7 @@ void readerFamilies(const Samples& samples) {
 }  // namespace
 
 int metrics(Context& context) {
-  const Survey found = survey(context.handler);
-  const Listing& base = found.base.directory;
-  if (!base.present && base.error != 0) {
-    throw std::system_error(base.error, std::generic_category(), found.base.path);
-  }
+  const Survey found = requireSurvey(context.handler);
   const HeaderReader headers;
   Samples samples;
   for (const Table* table : found.tables()) {

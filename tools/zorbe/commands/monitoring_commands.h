@@ -20,5 +20,6 @@ struct ListOptions {
 
 int list(Context& context, const ListOptions& options);
 int readers(Context& context, const std::string& table);
+int top(Context& context, double intervalSeconds);
 
 }  // namespace Zorbe::Tool

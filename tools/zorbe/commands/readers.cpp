@@ -1,26 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "host/readers.h"
 
-#include <pwd.h>
-
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "commands/monitoring_commands.h"
+#include "commands/reader_rows.h"
 #include "output/columns.h"
 #include "output/json.h"
 #include "output/text.h"
-#include "output/time.h"
 
 namespace Zorbe::Tool {
 
 namespace {
-
-// The name of a user, or the number of one without a name.
-std::string userName(uid_t uid) {
-  const passwd* const user = getpwuid(uid);
-  return user == nullptr ? std::to_string(uid) : user->pw_name;
-}
 
 template <class Number>
 Json orNull(const std::optional<Number>& number) {
@@ -43,37 +35,6 @@ Json toJson(const ReaderRow& row) {
           {"reported", orNull(row.reported)},
           {"lag_records", orNull(row.lagRecords)},
           {"since_seconds", orNull(row.sinceSeconds)}};
-}
-
-Cell number(const std::optional<uint64_t>& value) {
-  return {value ? std::to_string(*value) : "-", Tone::kPlain, true};
-}
-
-Cell processCell(const ReaderRow& row) {
-  if (!row.stopped) return {"hidden"};
-  return *row.stopped ? Cell{"stopped", Tone::kBad} : Cell{"running"};
-}
-
-std::vector<Cell> cells(const ReaderRow& row) {
-  return {{row.pid ? std::to_string(*row.pid) : "-", Tone::kPlain, true},
-          {row.uid ? printable(userName(*row.uid)) : "-"},
-          {word(row.state), row.state == ReaderState::kBehind ? Tone::kWarning : Tone::kPlain},
-          number(row.reported),
-          number(row.lagRecords),
-          {row.sinceSeconds ? duration(*row.sinceSeconds) : "-", Tone::kPlain, true},
-          processCell(row),
-          {row.executable.empty() ? "-" : word(row.executable)}};
-}
-
-Columns columnsOf(const ReaderList& list) {
-  Columns columns;
-  const auto title = [](const char* text, bool isNumber = false) {
-    return Cell{text, Tone::kHeading, isNumber};
-  };
-  columns.add({title("PID", true), title("USER"), title("STATE"), title("REPORTED", true),
-               title("LAG", true), title("SINCE", true), title("PROCESS"), title("EXECUTABLE")});
-  for (const ReaderRow& row : list.rows) columns.add(cells(row));
-  return columns;
 }
 
 // What limits the list, on standard error: the list itself is for programs, too.
@@ -119,7 +80,9 @@ int readers(Context& context, const std::string& name) {
     print(toJson(table, header, list));
     return kYes;
   }
-  columnsOf(list).print(std::cout, context.coloured);
+  Columns columns;
+  for (auto& row : readerRows(list)) columns.add(std::move(row));
+  columns.print(std::cout, context.coloured);
   printRemarks(table, header, list);
   return kYes;
 }

@@ -2,8 +2,7 @@
 #include "core/root.h"
 
 #include "support/fixture.h"
-
-#include <zorbe/table/error.h>
+#include "support/table_errors.h"
 
 #include <sstream>
 
@@ -34,7 +33,22 @@ TEST_F(TableRoot, IsTheDirectoryOfTheOptionsOrOfTheEnvironment) {
   EXPECT_EQ(Table::resolveRoot("a/t", options).path, "/elsewhere/a/t");
   EXPECT_EQ(Table::resolveRoot("/a/t", options).path, "/elsewhere/a/t");
   options.root = "elsewhere";
-  EXPECT_THROW(Table::resolveRoot("t", options), Table::Error);
+  EXPECT_EQ(errorOf([&] { Table::resolveRoot("t", options); }),
+            "table 't': Options::root is not an absolute path");
+}
+
+TEST_F(TableRoot, ANameIsAsLongAsAnAddressAllows) {
+  Table::Options options;
+  options.log = &handler;
+  const std::string longest(91, 'n');
+  EXPECT_EQ(Table::resolveRoot(longest, options).path, inRoot(longest));
+  EXPECT_EQ(Table::resolveRoot("a/" + longest, options).path, inRoot("a/" + longest));
+  for (const std::string& name :
+       {longest + "n", "a/" + longest + "n", std::string("a/"), std::string()}) {
+    EXPECT_EQ(errorOf([&] { Table::resolveRoot(name, options); }),
+              (name.empty() ? "" : "table '" + name + "': ") +
+                  "the last component of a table's name has 1 to 91 bytes");
+  }
 }
 
 }  // namespace

@@ -64,6 +64,26 @@ TEST_F(RootWatchTest, FollowsItsPathDownwards) {
   EXPECT_EQ(changes, 0u) << "is no file of a table";
 }
 
+TEST_F(RootWatchTest, AFileIsNoPartOfThePath) {
+  ASSERT_EQ(::close(::creat(inRoot("a").c_str(), 0644)), 0);
+  RootWatch watch(inRoot("a/b"), *this);
+  watch.set();
+  settle();
+  EXPECT_TRUE(watch.isWatching());
+  ASSERT_EQ(::unlink(inRoot("a").c_str()), 0);
+  makeDirectory("a");
+  EXPECT_TRUE(changesOnce());
+}
+
+TEST_F(RootWatchTest, BeginsAtTheTopmostDirectory) {
+  for (const char* path : {"/", "///", "/~", "/~/t", "/~none/t"}) {
+    RootWatch watch(path, *this);
+    watch.set();
+    while (loop.turn(0.0)) continue;
+    EXPECT_TRUE(watch.isWatching()) << path;
+  }
+}
+
 TEST_F(RootWatchTest, EndsWithItsDirectoryAndIsSetAgain) {
   makeDirectory("a");
   RootWatch watch(inRoot("a/b"), *this);

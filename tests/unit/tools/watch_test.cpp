@@ -49,6 +49,24 @@ TEST_F(ZorbeWatch, ReportsWhenAWriterArrivesAndLeaves) {
   expectCleanEnd(watch, SIGINT);
 }
 
+TEST_F(ZorbeWatch, FollowsAWriterThatSpellsTheDirectoryInAnotherWay) {
+  makeTable("t");
+  const auto startOther = [this] {
+    ChildProcess writer({"/usr/bin/env", "SHMEM_ROOT=" + rootPath() + "//",
+                         std::string(ZORBE_EXAMPLE_PROGRAMS) + "/quotes-writer", "t"});
+    writer.awaitLine("read ");
+    return writer;
+  };
+  ChildProcess first = startOther();
+  ChildProcess watch = startWatch();
+  await(watch, "writer-connected");
+  first.kill();
+  await(watch, "writer-disconnected");
+  const ChildProcess second = startOther();
+  await(watch, "writer-connected");
+  expectCleanEnd(watch, SIGTERM);
+}
+
 TEST_F(ZorbeWatch, ReportsTheWriterThatIsThereAlready) {
   ChildProcess writer = startWriter("t");
   ChildProcess watch = startWatch();

@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "commands/commands.h"
+#include "host/locks.h"
 #include "output/json.h"
 #include "output/text.h"
 #include "output/time.h"
@@ -73,9 +74,14 @@ class WatchedWriter : public WriterUnlockSm {
 
   /// Connects now, or ten times a second until a writer listens.
   void follow() {
+    // A writer that spells the directory in another way is looked for once a second: it takes a
+    // pass over all processes.
+    if (attempts_++ % 10 == 0)
+      rootPath.path = pathOfLock(*handler, inspect(*handler, rootPath.name));
     doConnect();
     if (fdControl->fd() < 0 || stopping != 0) return;
     present_ = true;
+    attempts_ = 0;
     log_.write("writer-connected", who());
   }
 
@@ -106,7 +112,8 @@ class WatchedWriter : public WriterUnlockSm {
   EventLog& log_;
   static constexpr double kPauseSeconds = 0.1;
   std::optional<bool> present_;  // unknown at first
-  bool pausing_ = false;         // between a departure and the next attempt
+  unsigned attempts_ = 0;
+  bool pausing_ = false;  // between a departure and the next attempt
 };
 
 Brask::Linux::EventLoop* running = nullptr;

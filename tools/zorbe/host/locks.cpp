@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <unistd.h>
+#include <zorbe/root_path.h>
 #include <zorbe/util.h>
 
 #include <algorithm>
@@ -81,6 +82,20 @@ std::optional<Identity> LockFinder::writtenBy(pid_t pid) const {
     if (known) return identity;
   }
   return std::nullopt;
+}
+
+std::string pathOfLock(Brask::Platform::DebugHandler& handler, const Table& table) {
+  if (!table.writer || table.socket == socketName(table.path)) return table.path;
+  std::vector<std::string> bases = spellingsOfBase(RootPath(handler, "", false).path);
+  if (!table.writer->pids.empty()) {
+    bases.push_back(baseOfProcess(handler, table.writer->pids.front()));
+  }
+  for (const std::string& base : bases) {
+    for (const std::string& path : spellingsOfTable(base, table.name)) {
+      if (socketName(path) == table.socket) return path;
+    }
+  }
+  return table.path;
 }
 
 // A lock for writing is a writer's; readers may share others. Looked at, never taken.

@@ -14,6 +14,7 @@
 
 #include "host/directory.h"
 #include "host/sockets.h"
+#include "host/table.h"
 
 namespace Zorbe::Tool {
 
@@ -55,6 +56,10 @@ class LockFinder {
   std::multimap<std::string, const Place*> byLast_;  // by the last component of the name
   std::map<pid_t, Holder> holders_;
 };
+
+/// The path of the table's directory as its writer spells it, from which the name of the lock
+/// follows; `table.path` when the table has no writer, or the spelling is not known.
+std::string pathOfLock(Brask::Platform::DebugHandler& handler, const Table& table);
 
 /// True when a process has locked the file `slots` of this directory as the writer of a ready-made
 /// table does, in any namespace and under any spelling.

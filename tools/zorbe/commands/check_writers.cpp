@@ -9,8 +9,6 @@ namespace Zorbe::Tool {
 
 namespace {
 
-constexpr unsigned kBacklog = 5;  // of a writer's socket: the kernel queues one more
-
 std::string pidOf(const Writer& writer) {
   return writer.pids.empty() ? "PID" : std::to_string(writer.pids.front());
 }
@@ -31,9 +29,8 @@ void checkOthers(const Table& table, Findings& findings) {
 
 void checkWriter(const Table& table, Findings& findings) {
   const Writer& writer = *table.writer;
-  const unsigned pending = table.sockets.pending;
-  std::string waiting = counted(pending, "connection") + " waiting to be accepted";
-  if (pending > kBacklog) waiting += ": the queue is full, and further readers hang";
+  std::string waiting = counted(table.sockets.pending, "connection") + " waiting to be accepted";
+  if (table.sockets.isFull()) waiting += ": the queue is full, and further readers hang";
   const std::string who = word(table.name) + ": its writer, " + describe(writer) + ", ";
   if (writer.stopped) {
     findings.push_back({Severity::kProblem, "writer", who + "is stopped, with " + waiting,
@@ -43,7 +40,7 @@ void checkWriter(const Table& table, Findings& findings) {
     findings.push_back({Severity::kProblem, "writer",
                         who + "holds the lock and does not listen: no reader can connect",
                         "if it is not just starting: end it and start the writer"});
-  } else if (pending > kBacklog) {
+  } else if (table.sockets.isFull()) {
     findings.push_back({Severity::kProblem, "writer", who + "has " + waiting,
                         "see whether it turns its event loop, and has descriptors left "
                         "(LimitNOFILE=)"});

@@ -78,6 +78,8 @@ class WatchedWriter : public WriterUnlockSm {
     // pass over all processes.
     if (attempts_++ % 10 == 0)
       rootPath.path = pathOfLock(*handler, inspect(*handler, rootPath.name));
+    if (isQueueFull()) return pause();
+    full_ = false;
     doConnect();
     if (fdControl->fd() < 0 || stopping != 0) return;
     present_ = true;
@@ -92,8 +94,7 @@ class WatchedWriter : public WriterUnlockSm {
     const bool departed = present_.value_or(false);
     present_ = false;
     if (!departed) return follow();
-    pausing_ = true;
-    timerControl->start(kPauseSeconds);
+    pause();
   }
 
   void timeout() override {
@@ -103,6 +104,21 @@ class WatchedWriter : public WriterUnlockSm {
   }
 
  private:
+  void pause() {
+    pausing_ = true;
+    timerControl->start(kPauseSeconds);
+  }
+
+  // connect(2) would wait for the writer, which may be stopped.
+  bool isQueueFull() {
+    const SocketsByName sockets = readSockets();
+    const auto found = sockets.find(socketName(rootPath.path).value_or(""));
+    if (found == sockets.end() || !found->second.isFull()) return false;
+    if (!full_) log_.write("writer-queue-full", "");
+    full_ = true;
+    return true;
+  }
+
   std::string who() {
     const Table table = inspect(*handler, rootPath.name);
     if (!table.writer || table.writer->pids.empty()) return "";
@@ -113,6 +129,7 @@ class WatchedWriter : public WriterUnlockSm {
   static constexpr double kPauseSeconds = 0.1;
   std::optional<bool> present_;  // unknown at first
   unsigned attempts_ = 0;
+  bool full_ = false;     // was reported
   bool pausing_ = false;  // between a departure and the next attempt
 };
 

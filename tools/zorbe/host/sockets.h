@@ -20,6 +20,10 @@ struct TableSockets {
   bool listening = false;    ///< the writer accepts readers
   unsigned connections = 0;  ///< accepted by the writer
   unsigned pending = 0;      ///< waiting to be accepted
+
+  /// The queue takes no more: a connect(2) that may wait waits for the writer. Writers listen with
+  /// a backlog of 5, and the kernel queues one more.
+  bool isFull() const { return pending > 5; }
 };
 
 using SocketsByName = std::map<std::string, TableSockets>;

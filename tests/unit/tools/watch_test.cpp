@@ -135,6 +135,8 @@ TEST_F(ZorbeWatch, DoesNotWaitForAWriterWhoseQueueIsFull) {
   for (const int signal : {SIGINT, SIGTERM}) {
     ChildProcess watch = startWatch();
     await(watch, "writer-queue-full");
+    writeFile(inRoot("t/mark"), "");
+    EXPECT_EQ(await(watch, "changed")["detail"], "mark");
     expectCleanEnd(watch, signal);
   }
   ChildProcess watch = startWatch();

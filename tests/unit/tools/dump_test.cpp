@@ -3,9 +3,13 @@
 #include <sys/stat.h>
 #include <zorbe/table/in_loop.h>
 
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 
+#include "memory/layout.h"
 #include "support/file_content.h"
+#include "support/random.h"
 #include "unit/tools/records_fixture.h"
 
 namespace Zorbe::Test {
@@ -161,6 +165,26 @@ TEST_F(ZorbeDump, ADamagedFileIsAFailure) {
   EXPECT_NE(run.err, "");
 }
 
+TEST_F(ZorbeDump, DamagedBytesEndItInAnOrderlyWay) {
+  feed("t", "a,1\nb,2\n");
+  const std::string whole = contentOf(inRoot("t/slots"));
+  const size_t description = offsetof(Zorbe::Table::SlotsHeader, description);
+  Random random(8);
+  for (int round = 0; round < 60; ++round) {
+    std::string damaged = whole;
+    for (unsigned changes = 1 + random.below(8); changes > 0; --changes) {
+      const size_t at =
+          random.percent(50) ? description + random.below(60) : random.below(whole.size());
+      damaged[at] = "0123456789uiSVf [\n\xff"[random.below(19)];
+    }
+    putContent(inRoot("t/slots"), damaged);
+    const Outcome run = zorbe({"dump", "t", "--json"});
+    EXPECT_GE(run.status, 0) << run.err;
+    EXPECT_LE(run.status, 2) << run.err;
+    EXPECT_EQ(run.status == 0, run.err.empty()) << run.err;
+  }
+}
+
 TEST_F(ZorbeDump, RecordsWithoutADescriptionAreHexadecimal) {
   {
     Brask::Linux::EventLoop loop;
@@ -177,7 +201,8 @@ TEST_F(ZorbeDump, ADescriptionReachesNoTerminal) {
   {
     Brask::Linux::EventLoop loop;
     Zorbe::Table::WriterCore writer("t", {}, {1, 1, "key k u1 0\nvalue v\033[2J\xff u1 0\n"});
-    const uint64_t key = 1;
+    uint64_t key = 0;
+    std::memcpy(&key, "\x01", 1);
     writer.put(&key, "\x02");
   }
   EXPECT_EQ(zorbe({"dump", "t"}).out, "k  v\\x1b[2J\\xff\n1             2\n");

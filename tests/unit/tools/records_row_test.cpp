@@ -127,6 +127,34 @@ void fillRandomly(const Shape& shape, Record& record, Random& random) {
   }
 }
 
+// Of any description, no byte beside the record is read.
+TEST(Row, NoDescriptionLeadsOutOfTheRecord) {
+  const char* const parts[] = {"key", "value"};
+  const char* const names[] = {"a", "a.length", "b", "erased"};
+  const char* const types[] = {"S4", "u1", "u2",    "u4",    "f8", "V3",
+                               "i8", "b1", "u2[3]", "S2[2]", "f2"};
+  Random random(7);
+  int described = 0;
+  for (int round = 0; round < 5000; ++round) {
+    std::string text;
+    for (unsigned lines = 1 + random.below(5); lines > 0; --lines) {
+      text += std::string(parts[random.below(2)]) + " " + names[random.below(4)] + " " +
+              types[random.below(11)] + " " + std::to_string(random.below(9)) + "\n";
+    }
+    const Shape shape = shapeOf({1 + random.below(12), random.below(12), text});
+    Record record(shape.schema);
+    for (uint64_t& word : record.key) word = random.next();
+    for (unsigned char& byte : record.value) byte = static_cast<unsigned char>(random.next());
+    std::string out;
+    appendCsvLine(out, elementsOf(shape, record));
+    appendJsonLine(out, shape, Kind::put, record);
+    appendTextLine(out, shape, Kind::put, record);
+    EXPECT_FALSE(isKeyLess(shape, record, record)) << text;
+    described += optionsOf(shape).find("key:V") == std::string::npos ? 1 : 0;
+  }
+  EXPECT_GT(described, 500);
+}
+
 TEST(Row, EveryRecordSurvivesCsvAndJson) {
   const Shape shape =
       shapeFrom({"a:i8", "b:S9"}, {"c:f4", "d:f8", "e:b1", "f:S300", "g:V3", "h:u2[3]", "i:i1",

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 
 #include "support/file_content.h"
@@ -168,7 +169,8 @@ TEST_F(ZorbeTail, RefusesNamesThatWouldBeAmbiguousInJson) {
   {
     Brask::Linux::EventLoop loop;
     Zorbe::Table::WriterCore writer("t", {}, {1, 1, "key k u1 0\nvalue erased b1 0\n"});
-    const uint64_t key = 1;
+    uint64_t key = 0;
+    std::memcpy(&key, "\x01", 1);
     writer.put(&key, "\x01");
   }
   const Outcome run = zorbe({"tail", "t", "--json"});

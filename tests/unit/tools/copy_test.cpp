@@ -44,14 +44,19 @@ class ZorbeCopy : public Records {
     input.write(lines);
   }
 
-  void awaitCopy() {
-    Words rows;
-    for (const auto& [key, value] : wanted_) rows.push_back(key + "," + value);
-    awaitRows("t", rows);
-    awaitRows("copy", rows);
+  void awaitTable() const { awaitRows("t", wantedRows()); }
+  void awaitCopy() const {
+    awaitTable();
+    awaitRows("copy", wantedRows());
   }
 
  private:
+  Words wantedRows() const {
+    Words rows;
+    for (const auto& [key, value] : wanted_) rows.push_back(key + "," + value);
+    return rows;
+  }
+
   Random random_{6};
   std::map<std::string, std::string> wanted_;
 };
@@ -69,6 +74,21 @@ TEST_F(ZorbeCopy, FollowsATableWhileItChanges) {
   tailing.signal(SIGTERM);
   EXPECT_EQ(tailing.finish(), 0);
   EXPECT_EQ(feeding.finish(), 0) << "no row was bad";
+}
+
+// The log of this table holds 512 changes.
+TEST_F(ZorbeCopy, CatchesUpWhenItWasOverrun) {
+  LiveInput input(inRoot("pipe"));
+  ChildProcess writer = startWriting(input);
+  ChildProcess feeding = startFeeding();
+  ChildProcess tailing = startTailing();
+  change(input);
+  awaitCopy();
+  tailing.stop();
+  for (int round = 0; round < 60; ++round) change(input);
+  awaitTable();
+  tailing.signal(SIGCONT);
+  awaitCopy();
 }
 
 TEST_F(ZorbeCopy, SurvivesAWriterThatIsKilled) {

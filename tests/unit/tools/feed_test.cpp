@@ -3,9 +3,11 @@
 #include <zorbe/table/in_loop.h>
 
 #include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <sstream>
 
+#include "memory/layout.h"
 #include "support/file_content.h"
 #include "unit/tools/records_fixture.h"
 
@@ -212,6 +214,16 @@ TEST_F(ZorbeFeed, ATableWithOtherColumnsStaysAsItIs) {
             "zorbe: table 't' has other columns: --key k:S8 --field v:i4; use these, or remove the "
             "table\n");
   EXPECT_THAT(rowsOf("t"), ElementsAre("a,1"));
+}
+
+TEST_F(ZorbeFeed, ContinuesATableThatWasDamagedWhileNobodyWrote) {
+  feed("t", "a,1\nb,2\n");
+  std::string slots = contentOf(inRoot("t/slots"));
+  slots[offsetof(Zorbe::Table::SlotsHeader, capacity) + 4] = '\x7f';
+  putContent(inRoot("t/slots"), slots);
+  EXPECT_EQ(zorbe({"dump", "t"}).status, 2);
+  EXPECT_EQ(zorbeWith("c,3\n", feedOf("t")).status, 0);
+  EXPECT_THAT(rowsOf("t"), ElementsAre("a,1", "b,2", "c,3"));
 }
 
 TEST_F(ZorbeFeed, RefusesColumnsThatCannotBe) {

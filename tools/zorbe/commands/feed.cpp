@@ -105,11 +105,22 @@ std::unique_ptr<WriterCore> becomeWriter(const std::string& table, WriterMessage
   }
 }
 
+// The table that is there. What damage a writer can repair, and what it has to replace, the library
+// decides.
+Source sourceOf(Context& context, const std::string& table) {
+  refuseOtherKind(context.handler, table);
+  try {
+    return openSource(context.handler, table);
+  } catch (const CorruptionDetectedException&) {
+    return {};
+  }
+}
+
 // A table that is there keeps its layout, which a program with a struct of its own has chosen, if
 // the rows of both are the same.
 Shape shapeOfTable(Context& context, const FeedOptions& options) {
   const Shape wanted = shapeFrom(options.key, options.value);
-  const Source source = openSource(context.handler, options.table);
+  const Source source = sourceOf(context, options.table);
   if (!source.reader) return wanted;
   const Shape found = shapeOf(source.reader->schema());
   if (hasSameColumns(found, wanted)) return found;

@@ -17,7 +17,7 @@ class ZorbeListFit : public ReadyMade {
  protected:
   /// The lines of the list on a terminal.
   static Words onTerminal(int columns, const Words& options = {}) {
-    Words words{"/usr/bin/env", "TERM=dumb", ZORBE_COMMAND, "list"};
+    Words words{"/usr/bin/env", "TERM=dumb", "LC_ALL=C.UTF-8", ZORBE_COMMAND, "list"};
     words.insert(words.end(), options.begin(), options.end());
     PseudoTerminal terminal(words, static_cast<unsigned short>(columns));
     EXPECT_EQ(terminal.finish(), 0);
@@ -65,6 +65,16 @@ TEST_F(ZorbeListFit, WhatIsLeftOutFirstIsTheLastOwnerAndTheStateOfTheWriterLast)
 TEST_F(ZorbeListFit, ANameThatDoesNotFitEndsWithDots) {
   makeTable("abcdefghijklmnopqrstuvwxyz");
   EXPECT_EQ(onTerminal(20).at(1), "abcdefghijklmnopq...");
+}
+
+TEST_F(ZorbeListFit, CharactersAndNotBytesAreCountedAndCut) {
+  std::string name;
+  std::string begin;
+  for (int i = 0; i < 30; ++i) name += "\u00e9";
+  for (int i = 0; i < 17; ++i) begin += "\u00e9";
+  makeTable(name);
+  EXPECT_EQ(onTerminal(20).at(1), begin + "...");
+  EXPECT_THAT(onTerminal(40).at(1), HasSubstr(name + "  none"));
 }
 
 TEST_F(ZorbeListFit, WideShowsAllColumnsAndSoDoesAPipe) {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "commands/items.h"
 
-#include <system_error>
-
 #include "output/text.h"
 
 namespace Zorbe::Tool {
@@ -72,13 +70,6 @@ uint64_t sortNumber(const Item& item, const std::string& key) {
 }
 
 }  // namespace
-
-Survey requireSurvey(Brask::Platform::DebugHandler& handler) {
-  Survey found = survey(handler);
-  const Listing& base = found.base.directory;
-  if (base.present || base.error == 0) return found;
-  throw std::system_error(base.error, std::generic_category(), found.base.path);
-}
 
 std::vector<Item> itemsOf(const Survey& survey, const HeaderReader& headers) {
   std::vector<Item> items;

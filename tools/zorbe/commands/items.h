@@ -19,9 +19,6 @@ struct Item {
   std::optional<ReaderSummary> readers;  ///< none while no writer serves any
 };
 
-/// The tables below the base directory. Throws std::system_error when that cannot be read.
-Survey requireSurvey(Brask::Platform::DebugHandler& handler);
-
 /// The tables of a survey, which they refer to, in the order of their names.
 std::vector<Item> itemsOf(const Survey& survey, const HeaderReader& headers);
 

@@ -77,7 +77,7 @@ Columns columnsOf(const std::vector<Item>& items, std::optional<std::size_t> wid
 }  // namespace
 
 int list(Context& context, const ListOptions& options) {
-  const Survey found = requireSurvey(context.handler);
+  const Survey found = survey(context.handler);
   const std::vector<Item> items = wantedItems(found, options);
   if (context.json) {
     print(toJson(found, items));

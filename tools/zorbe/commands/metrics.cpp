@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "commands/commands.h"
-#include "commands/items.h"
 #include "host/process_start.h"
 #include "host/table_header.h"
 #include "output/text.h"
@@ -171,7 +170,7 @@ void readerFamilies(const Samples& samples) {
 }  // namespace
 
 int metrics(Context& context) {
-  const Survey found = requireSurvey(context.handler);
+  const Survey found = survey(context.handler);
   const HeaderReader headers;
   Samples samples;
   for (const Table* table : found.tables()) {

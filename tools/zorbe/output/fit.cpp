@@ -6,6 +6,9 @@
 
 #include <algorithm>
 
+#include "output/text.h"
+#include "output/unicode.h"
+
 namespace Zorbe::Tool {
 
 namespace {
@@ -14,7 +17,7 @@ constexpr std::size_t kGap = 2;  // between two columns
 
 std::size_t widthOf(const Rows& rows, std::size_t column) {
   std::size_t width = 0;
-  for (const auto& row : rows) width = std::max(width, row[column].text.size());
+  for (const auto& row : rows) width = std::max(width, displayWidth(row[column].text));
   return width;
 }
 
@@ -39,9 +42,17 @@ std::optional<std::size_t> terminalWidth() {
 
 std::string shortened(const std::string& text, std::size_t width) {
   constexpr std::size_t kDots = 3;
-  if (text.size() <= width) return text;
-  if (width <= kDots) return text.substr(0, width);
-  return text.substr(0, width - kDots) + "...";
+  if (displayWidth(text) <= width) return text;
+  std::size_t room = width > kDots ? width - kDots : width;
+  std::size_t end = 0;
+  while (end < text.size()) {  // by whole characters
+    const std::size_t length = std::max<std::size_t>(sequenceAt(text, end), 1);
+    const std::size_t columns = displayWidth(text.substr(end, length));
+    if (columns > room) break;
+    room -= columns;
+    end += length;
+  }
+  return text.substr(0, end) + (width > kDots ? "..." : "");
 }
 
 void fit(Rows& rows, std::vector<std::size_t> expendable, std::size_t width) {

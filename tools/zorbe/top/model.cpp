@@ -29,7 +29,7 @@ void TopModel::sample(Clock::time_point now) {
 }
 
 void TopModel::read() {
-  survey_ = requireSurvey(handler_);
+  survey_ = survey(handler_);
   items_ = itemsOf(survey_, HeaderReader(kCountedBytes));
   for (const Item& item : items_) {
     const std::optional<TableHeader>& header = item.reading.header;

@@ -119,8 +119,7 @@ void TopScreen::move(long lines) {
 std::string TopScreen::title(std::size_t tables) const {
   if (!model_.problem().empty()) return "zorbe top: " + printable(model_.problem());
   const std::string place = inside_ ? "readers of " + word(*inside_) : printable(model_.basePath());
-  const std::string count = tables == 1 ? "1 table" : std::to_string(tables) + " tables";
-  return "zorbe top  " + place + "  " + count + ", by " + kSortKeys[key_] +
+  return "zorbe top  " + place + "  " + counted(tables, "table") + ", by " + kSortKeys[key_] +
          (reverse_ ? " reversed" : "");
 }
 

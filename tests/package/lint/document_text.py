@@ -10,7 +10,7 @@ HEADING = re.compile(r'^#+ +(.*?) *$', re.M)
 def documents():
     """The paths of all documents, from the top of the tree."""
     return sorted(glob.glob('*.md') + glob.glob('docs/**/*.md', recursive=True) +
-                  glob.glob('tests/*.md'))
+                  glob.glob('contrib/*.md') + glob.glob('tests/*.md'))
 
 
 def read(path):

@@ -151,6 +151,7 @@ TEST_F(ZorbeDoctor, TwoWritersInOneDirectoryAreTheFirstFinding) {
               testing::ContainsRegex("^t has 2 writers in one directory.*" + pid +
                                      ".*lock zorbe_t_.*" + pid + ".*lock zorbe__"));
   EXPECT_THAT(zorbe({"doctor"}).out, testing::StartsWith("critical  writers "));
+  EXPECT_THAT(zorbe({"metrics"}).lines(), testing::Contains("zorbe_writers{table=\"t\"} 2"));
 }
 
 TEST_F(ZorbeDoctor, ALinkToATableIsNoSecondWriterAndNoSecondFinding) {

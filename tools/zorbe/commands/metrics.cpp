@@ -109,6 +109,8 @@ void lastOwners(const Samples& samples) {
 void writerFamilies(const Samples& samples) {
   gauge(samples, "zorbe_writer_up", "Whether a process holds the writer lock.",
         [](const Table& table) { return table.writer ? 1U : 0U; });
+  gauge(samples, "zorbe_writers", "Writer locks that are held; more than one is an error.",
+        [](const Table& table) { return table.otherWriters.size() + (table.writer ? 1U : 0U); });
   gauge(samples, "zorbe_writer_stopped", "Whether the writer is stopped.",
         [](const Table& table) { return table.writer && table.writer->stopped ? 1U : 0U; });
   gauge(samples, "zorbe_writer_listening", "Whether the writer accepts readers.",

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "memory/layout.h"
+#include "support/file_content.h"
 #include "unit/tools/ready_made.h"
 
 namespace Zorbe::Test {
@@ -34,6 +35,14 @@ class ZorbeHeader : public ReadyMade {
     const Descriptor file(open(inRoot("t/slots").c_str(), O_WRONLY | O_CLOEXEC));
     EXPECT_EQ(pwrite(file.get(), &word, sizeof word, static_cast<off_t>(offset)),
               static_cast<ssize_t>(sizeof word));
+  }
+
+  static int count(const std::string& text, const std::string& words) {
+    int found = 0;
+    for (size_t at = text.find(words); at != std::string::npos; at = text.find(words, at + 1)) {
+      ++found;
+    }
+    return found;
   }
 
   static std::string problem() {
@@ -146,6 +155,25 @@ TEST_F(ZorbeHeader, ATableThatTheUserMayNotReadIsReportedAndTheRestShown) {
   const Outcome run = zorbeAsOrdinaryUser({"show", "--json", "t"});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_THAT(run.json()["header"].value("problem", ""), HasSubstr("Permission denied"));
+}
+
+TEST_F(ZorbeHeader, OfEachTableItIsOpenedOnce) {
+  makeThree();
+  constexpr int kCopies = 20;
+  for (int i = 0; i < kCopies; ++i) fs::copy(inRoot("t"), inRoot("copy" + std::to_string(i)));
+  for (const char* command : {"list", "metrics"}) {
+    const std::string trace = inRoot(command);
+    const Outcome run =
+        runProgram({"/usr/bin/env", "ASAN_OPTIONS=detect_leaks=0", "strace", "-f", "-e",
+                    "trace=openat,pread64", "-o", trace, ZORBE_COMMAND, command});
+    if (run.err.find("PTRACE") != std::string::npos) GTEST_SKIP() << run.err;
+    ASSERT_EQ(run.status, 0) << run.err;
+    const std::string calls = contentOf(trace);
+    EXPECT_EQ(count(calls, "/slots\""), kCopies + 1) << command;
+    EXPECT_EQ(count(calls, "boot_id"), 1) << command;
+    // The header, its selector, and the slots in one block.
+    EXPECT_LE(count(calls, "pread64("), 3 * (kCopies + 1) + 20) << command;
+  }
 }
 
 TEST_F(ZorbeHeader, MetricsHaveWhatTheHeaderSays) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// What a ready-made table says of itself: the header of its file `slots`, and who reads it. The
-// file is read and never mapped: whatever happens to it meanwhile, the command does not crash, and
-// the holes of a sparse file take no memory.
+// The header of a ready-made table's file `slots`: what it holds, and who reads it. The file is
+// read and never mapped: a file that is cut short meanwhile is no SIGBUS, and the holes of a sparse
+// one take no memory.
 #pragma once
 
 #include <zorbe/table/options.h>

@@ -161,6 +161,22 @@ TEST_F(ZorbeReaders, TextHasOneLineForEachAndSaysWhatLimitsIt) {
   silent.send("end");
 }
 
+TEST_F(ZorbeReaders, AReaderOutsideOfTheWritersContainerIsFound) {
+  const Words container{"/usr/bin/unshare", "-r", "--pid", "--fork", "--kill-child"};
+  Words probe = container;
+  probe.emplace_back("true");
+  if (runProgram(probe).status != 0) GTEST_SKIP() << "needs user namespaces";
+  Words words = container;
+  words.push_back(std::string(ZORBE_EXAMPLE_PROGRAMS) + "/quotes-writer");
+  words.emplace_back("t");
+  ChildProcess writer(words);
+  writer.awaitLine("read ");
+  ChildProcess reader = startReader("t");
+  const Json row = readerOnce([](const Json& found) { return found["reported"] != nullptr; });
+  EXPECT_EQ(row["pid"], reader.pid());
+  EXPECT_EQ(row["stopped"], false);
+}
+
 TEST_F(ZorbeReaders, WithoutAWriterThereAreNone) {
   { Writer writer("t"); }
   const Outcome run = zorbe({"readers", "t"});

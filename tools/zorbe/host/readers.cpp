@@ -78,7 +78,7 @@ ReaderState stateOf(PeerState state) {
 ReaderRow rowOf(const TableHeader& header, const Peer& peer) {
   ReaderRow row;
   row.state = stateOf(peer.state);
-  row.pid = static_cast<pid_t>(peer.pid);
+  if (peer.pid != 0) row.pid = static_cast<pid_t>(peer.pid);  // 0: outside of the writer's PIDs
   row.uid = peer.uid;
   row.sinceSeconds = secondsIn(header, peer);
   if (peer.state == PeerState::watcher) return row;
@@ -94,6 +94,19 @@ void join(ReaderRow& row, End& end) {
   if (!row.pid || !holds(end, *row.pid)) row.pid = end.pids.front();
 }
 
+// A writer in a container knows readers outside of it by no number. One of them is the connection
+// that no other row has, if there is only one.
+void joinUnnumbered(std::vector<ReaderRow>& rows, std::vector<End>& ends) {
+  const auto isUnnumbered = [](const ReaderRow& row) { return !row.pid; };
+  const auto isFree = [](const End& end) {
+    return !end.taken && !end.connection.pending && !end.pids.empty();
+  };
+  if (std::count_if(rows.begin(), rows.end(), isUnnumbered) != 1) return;
+  if (std::count_if(ends.begin(), ends.end(), isFree) != 1) return;
+  join(*std::find_if(rows.begin(), rows.end(), isUnnumbered),
+       *std::find_if(ends.begin(), ends.end(), isFree));
+}
+
 // Rows of the header with the connection of the same process, each connection once.
 std::vector<ReaderRow> listedRows(const TableHeader& header, std::vector<End>& ends) {
   std::vector<ReaderRow> rows;
@@ -102,11 +115,12 @@ std::vector<ReaderRow> listedRows(const TableHeader& header, std::vector<End>& e
     for (ReaderRow& row : rows) {
       if (!row.pids.empty()) continue;
       const auto end = std::find_if(ends.begin(), ends.end(), [&](const End& each) {
-        return !each.taken && !each.connection.pending && matches(each, *row.pid);
+        return !each.taken && !each.connection.pending && row.pid && matches(each, *row.pid);
       });
       if (end != ends.end()) join(row, *end);
     }
   }
+  joinUnnumbered(rows, ends);
   return rows;
 }
 

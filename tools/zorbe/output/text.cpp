@@ -107,7 +107,7 @@ std::size_t displayWidth(const std::string& text) {
 }
 
 std::string word(const std::string& name) {
-  const std::string text = printable(name);
+  std::string text = printable(name);
   if (!text.empty() && text.find_first_of(" \"") == std::string::npos) return text;
   std::string quoted = "\"";
   for (const char c : text) quoted += c == '"' ? std::string("\\\"") : std::string(1, c);

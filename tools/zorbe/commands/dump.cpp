@@ -55,7 +55,7 @@ class RowWriter {
   }
 
  private:
-  static constexpr size_t kBlock = 64 * 1024;
+  static constexpr size_t kBlock = size_t{64} * 1024;
 
   void appendRow(const std::vector<std::string>& texts) {
     if (csv_) return appendCsvLine(text_, texts);

@@ -119,10 +119,10 @@ Source sourceOf(Context& context, const std::string& table) {
 // A table that is there keeps its layout, which a program with a struct of its own has chosen, if
 // the rows of both are the same.
 Shape shapeOfTable(Context& context, const FeedOptions& options) {
-  const Shape wanted = shapeFrom(options.key, options.value);
+  Shape wanted = shapeFrom(options.key, options.value);
   const Source source = sourceOf(context, options.table);
   if (!source.reader) return wanted;
-  const Shape found = shapeOf(source.reader->schema());
+  Shape found = shapeOf(source.reader->schema());
   if (hasSameColumns(found, wanted)) return found;
   throw std::runtime_error("table '" + options.table + "' has other columns: " + optionsOf(found) +
                            "; use these, or remove the table");

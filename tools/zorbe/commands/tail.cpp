@@ -41,7 +41,7 @@ class Follow {
   }
 
  private:
-  static constexpr size_t kBlock = 64 * 1024;
+  static constexpr size_t kBlock = size_t{64} * 1024;
   static constexpr int kChangesOfTurn = 1024;  // a fast writer leaves no pause to turn in
 
   // Prints what there is, and writes it when there is no more.

@@ -18,7 +18,7 @@ namespace {
 // Enough for every record of the table, each byte of which may be written as six characters, or
 // as a number with its comma; and so small that a quotation mark too many costs few rows.
 size_t longestRow(const Shape& shape) {
-  constexpr size_t kNamesAndBlanks = 64 * 1024;
+  constexpr size_t kNamesAndBlanks = size_t{64} * 1024;
   constexpr size_t kCharactersOfByte = 16;
   return kNamesAndBlanks +
          kCharactersOfByte * (size_t{shape.schema.keyBytes} + size_t{shape.schema.valueBytes});

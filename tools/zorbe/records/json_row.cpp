@@ -64,7 +64,7 @@ const char* wantedBy(const Column& column) {
     case 'b':
       return "true or false";
     case 'f':
-      return "a number, \"NaN\", \"Infinity\" or \"-Infinity\"";
+      return R"(a number, "NaN", "Infinity" or "-Infinity")";
     default:
       return "an integer";
   }

@@ -129,7 +129,8 @@ std::vector<Socket> readSocketsOfAll() {
   const UniqueFd diagnostics = openDiagnostics();
   request(diagnostics.get());
   std::vector<Socket> sockets;
-  std::vector<char> packet(64 * 1024);
+  constexpr std::size_t kPacketBytes = 65536;
+  std::vector<char> packet(kPacketBytes);
   for (bool more = true; more;) {
     const ssize_t length = recv(diagnostics.get(), packet.data(), packet.size(), 0);
     if (length < 0 && errno == EINTR) continue;

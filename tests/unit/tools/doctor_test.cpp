@@ -278,16 +278,13 @@ TEST_F(ZorbeDoctor, CommandsForOddNamesAreSafeToPaste) {
   EXPECT_THAT(problem("mode"), HasSubstr("chmod 0777 $'" + rootPath() + "/$(touch x)\\n\\''"));
 }
 
-TEST_F(ZorbeDoctor, NoInotifyInstanceLeftIsAProblem) {
-  const Outcome run = withLimit("max_inotify_instances");
-  if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
-  EXPECT_THAT(problem(run, "inotify"), HasSubstr("sysctl fs.inotify.max_user_instances="));
-}
-
-TEST_F(ZorbeDoctor, NoInotifyWatchLeftIsAProblem) {
-  const Outcome run = withLimit("max_inotify_watches");
-  if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
-  EXPECT_THAT(problem(run, "inotify"), HasSubstr("sysctl fs.inotify.max_user_watches="));
+TEST_F(ZorbeDoctor, NoInotifyInstanceOrWatchLeftIsAProblem) {
+  for (const char* what : {"instances", "watches"}) {
+    const Outcome run = withLimit(std::string("max_inotify_") + what);
+    if (run.status == kSkipped) GTEST_SKIP() << "needs user namespaces: " << run.err;
+    EXPECT_THAT(problem(run, "inotify"),
+                HasSubstr(std::string("sysctl fs.inotify.max_user_") + what + "="));
+  }
 }
 
 TEST_F(ZorbeDoctor, TextHasTheFixOnALineOfItsOwn) {

@@ -146,11 +146,17 @@ class WriterCore::Impl : public WriterKickSm {
     doKickSleepers();
   }
 
+  void storeStatus() {
+    Status status = peers_.look(readers, sleepingReaders);
+    status.kicks = kickCount;
+    table_->setStatus(status);
+  }
+
   // Restores words that were overwritten, and makes files that were removed again, with all their
   // records. Tries again later when the directory cannot be made.
   void keep() {
     keepWithin(readers.empty() ? kKeepSeconds : kStatusSeconds);
-    table_->setStatus(peers_.look(readers, sleepingReaders));
+    storeStatus();
     try {
       if (table_->isInPlace()) {
         table_->repairHeaders();

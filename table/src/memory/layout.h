@@ -93,9 +93,10 @@ struct SlotsHeader {
   // What changes rarely.
   alignas(kLine) Word indexGeneration;
   Word logGeneration;
-  Word capacity;  // slots
-  Word retired;   // 1: check whether `slots` is another file now
-  Word origin;    // where the records come from: see origin.h
+  Word capacity;   // slots
+  Word retired;    // 1: check whether `slots` is another file now
+  Word origin;     // where the records come from: see origin.h
+  Word takeovers;  // writers that continued the table
 
   // Who reads: two copies, and which one is valid.
   alignas(kLine) Word statusSelector;

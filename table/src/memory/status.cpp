@@ -7,8 +7,9 @@ namespace Zorbe::Table {
 
 namespace {
 
-// A copy: the writer's time, all connections, connections that follow, four words for each.
-constexpr size_t kHeadWords = 3;
+// A copy: the writer's time, all connections, connections that follow, kicks, four words for each
+// connection.
+constexpr size_t kHeadWords = 4;
 constexpr size_t kPeerWords = 4;
 static_assert(kHeadWords + kMaxPeers * kPeerWords <= kStatusWords);
 
@@ -38,6 +39,7 @@ Status loadCopy(const Word* words) {
   status.now = static_cast<int64_t>(acquire(words[0]));
   status.connections = acquire(words[1]);
   const auto listed = static_cast<size_t>(std::min<uint64_t>(acquire(words[2]), kMaxPeers));
+  status.kicks = acquire(words[3]);
   for (size_t i = 0; i < listed; ++i) {
     status.peers.push_back(loadPeer(words + kHeadWords + i * kPeerWords));
   }
@@ -53,6 +55,7 @@ void storeStatus(SlotsHeader& header, const Status& status) {
   release(words[0], static_cast<uint64_t>(status.now));
   release(words[1], status.connections);
   release(words[2], listed);
+  release(words[3], status.kicks);
   for (size_t i = 0; i < listed; ++i) {
     storePeer(words + kHeadWords + i * kPeerWords, status.peers[i]);
   }
@@ -66,6 +69,7 @@ std::optional<Status> loadStatus(const SlotsHeader& header) {
     status = loadCopy(header.status[selector % 2]);
     if (relaxed(header.statusSelector) != selector) status.reset();
   }
+  if (status) status->takeovers = acquire(header.takeovers);
   return status;
 }
 

@@ -143,6 +143,7 @@ void TableWriter::continueOrReplace() {
   try {
     removeLeftOvers(options_.place);
     takeOver();
+    release(header().takeovers, relaxed(header().takeovers) + 1);
     start_ = Start::kContinued;
   } catch (const CorruptionDetectedException& corrupt) {
     replace(corrupt.what(), nullptr);
@@ -214,6 +215,7 @@ void TableWriter::fillSlots(const TableWriter* source) {
   size_ = 0;
   if (source == nullptr) return allocator_.extend(settings.capacity);
   release(header().origin, relaxed(source->header().origin));
+  release(header().takeovers, relaxed(source->header().takeovers));
   copySlots(*source, slots_->memory());
   adoptSlots();
 }

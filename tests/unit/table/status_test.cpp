@@ -27,12 +27,14 @@ TEST_F(StatusTest, IsEmptyAtFirst) {
 }
 
 TEST_F(StatusTest, IsReadAsItWasStored) {
-  storeStatus(*header, {7, 3, {{1, 2, 3, PeerState::behind, 4}, {5, 6, 7, PeerState::asleep, 8}}});
+  storeStatus(*header,
+              {7, 3, {{1, 2, 3, PeerState::behind, 4}, {5, 6, 7, PeerState::asleep, 8}}, 9, 0});
   for (int i = 0; i < 3; ++i) {
     const auto status = loadStatus(*header);
     ASSERT_TRUE(status.has_value());
     EXPECT_EQ(status->now, 7);
     EXPECT_EQ(status->connections, 3u);
+    EXPECT_EQ(status->kicks, 9u);
     ASSERT_EQ(status->peers.size(), 2u);
     EXPECT_EQ(status->peers[0].pid, 1u);
     EXPECT_EQ(status->peers[0].uid, 2u);

@@ -206,6 +206,16 @@ TEST_F(TakeoverTest, ATableIsNotRetiredAnyMore) {
   EXPECT_EQ(Table::relaxed(takeOver(1, 1)->slots().memory().header().retired), 0u);
 }
 
+TEST_F(TakeoverTest, EachIsCountedAndATableThatIsMadeAgainKeepsTheCount) {
+  const auto takeovers = [](const TableWriter& table) {
+    return loadStatus(table.slots().memory().header())->takeovers;
+  };
+  for (uint64_t count = 0; count < 3; ++count) EXPECT_EQ(takeovers(*openWriter()), count);
+  const auto table = openWriter();
+  ASSERT_EQ(::unlink(path("slots").c_str()), 0);
+  EXPECT_EQ(takeovers(*table->recreate()), 3u);
+}
+
 TEST_F(TakeoverTest, NobodyIsConnected) {
   makeTable(1);
   overwrite(offsetof(SlotsHeader, status) + 8, 7);

@@ -184,12 +184,26 @@ TEST_F(ZorbeHeader, MetricsHaveWhatTheHeaderSays) {
   const std::string text = zorbe({"metrics"}).out;
   EXPECT_THAT(text, HasSubstr("# TYPE zorbe_changes_total counter\n"
                               "zorbe_changes_total{table=\"t\"} 3\n"));
+  EXPECT_THAT(text, HasSubstr("\nzorbe_takeovers_total{table=\"t\"} 0\n"));
+  EXPECT_THAT(text, HasSubstr("\nzorbe_kicks_total{table=\"t\"} 0\n"));
   EXPECT_THAT(text, HasSubstr("\nzorbe_records{table=\"t\"} 3\n"));
   EXPECT_THAT(text, HasSubstr("\nzorbe_capacity_records{table=\"t\"} 20\n"));
   EXPECT_THAT(text, HasSubstr("\nzorbe_readers_behind{table=\"t\"} 0\n"));
   EXPECT_THAT(text, HasSubstr("\nzorbe_slowest_reader_lag_records{table=\"t\"} 0\n"));
   EXPECT_THAT(text, HasSubstr("\nzorbe_slowest_reader_lag_seconds{table=\"t\"} 0.000\n"));
   EXPECT_THAT(text, HasSubstr("\nzorbe_build_info{version=\""));
+}
+
+TEST_F(ZorbeHeader, MetricsCountKicksAndTakeovers) {
+  makeThree();
+  { const Writer next("t"); }
+  const Descriptor lock = lockAndListen("t");  // so that the readers in the header count
+  EXPECT_THAT(zorbe({"metrics"}).out, HasSubstr("# TYPE zorbe_takeovers_total counter\n"
+                                                "zorbe_takeovers_total{table=\"t\"} 1\n"));
+  store(offsetof(Table::SlotsHeader, status) + 3 * sizeof(Table::Word), 17);
+  store(offsetof(Table::SlotsHeader, status[1]) + 3 * sizeof(Table::Word), 17);
+  EXPECT_THAT(zorbe({"metrics"}).out, HasSubstr("# TYPE zorbe_kicks_total counter\n"
+                                                "zorbe_kicks_total{table=\"t\"} 17\n"));
 }
 
 TEST_F(ZorbeHeader, MetricsThatATableDoesNotHaveAreLeftOut) {
@@ -200,6 +214,7 @@ TEST_F(ZorbeHeader, MetricsThatATableDoesNotHaveAreLeftOut) {
   EXPECT_THAT(text, Not(HasSubstr("zorbe_changes_total{table=\"other\"}")));
   EXPECT_THAT(text, Not(HasSubstr("zorbe_capacity_records{")));
   EXPECT_THAT(text, Not(HasSubstr("zorbe_readers_behind{")));
+  EXPECT_THAT(text, Not(HasSubstr("zorbe_kicks_total{")));
   EXPECT_THAT(text, Not(HasSubstr("zorbe_writer_start_timestamp_seconds{")));
 }
 

@@ -63,12 +63,18 @@ void ofHeader(const Samples& samples, const char* name, const char* type, const 
 }
 
 // Only for tables whose writer is there, and serves readers.
+void ofServed(const Samples& samples, const char* name, const char* type, const char* help,
+              const std::function<std::string(const TableHeader&)>& value) {
+  family(samples, name, type, help, [&](const Sample& sample) -> Value {
+    if (!sample.header || !isServed(*sample.table)) return std::nullopt;
+    return value(*sample.header);
+  });
+}
+
 void ofReaders(const Samples& samples, const char* name, const char* help,
                const std::function<std::string(const ReaderSummary&)>& value) {
-  family(samples, name, "gauge", help, [&](const Sample& sample) -> Value {
-    if (!sample.header || !isServed(*sample.table)) return std::nullopt;
-    return value(summarize(*sample.header));
-  });
+  ofServed(samples, name, "gauge", help,
+           [&](const TableHeader& header) { return value(summarize(header)); });
 }
 
 std::string decimal(double number, int places) {
@@ -145,6 +151,9 @@ void headerFamilies(const Samples& samples) {
   ofHeader(samples, "zorbe_changes_total", "counter",
            "Changes that were published, continued by each next writer of the same files.",
            [](const TableHeader& header) { return std::to_string(header.published); });
+  ofHeader(samples, "zorbe_takeovers_total", "counter",
+           "Writers that continued the table of one before.",
+           [](const TableHeader& header) { return std::to_string(header.takeovers); });
   ofHeader(samples, "zorbe_records", "gauge", "Live records.", [](const TableHeader& header) {
     return header.records ? Value(std::to_string(*header.records)) : std::nullopt;
   });
@@ -159,6 +168,8 @@ void headerFamilies(const Samples& samples) {
 }
 
 void readerFamilies(const Samples& samples) {
+  ofServed(samples, "zorbe_kicks_total", "counter", "Kicks that this writer has sent.",
+           [](const TableHeader& header) { return std::to_string(header.readers.kicks); });
   ofReaders(samples, "zorbe_readers_behind", "Readers that have not reported what is published.",
             [](const ReaderSummary& readers) { return std::to_string(readers.behind); });
   ofReaders(samples, "zorbe_slowest_reader_lag_records",

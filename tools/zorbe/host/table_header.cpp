@@ -103,6 +103,7 @@ TableHeader headerOf(const HeaderCopy& copy) {
   header.publishedAt = static_cast<int64_t>(acquire(found.publishedAt));
   header.origin = OriginWord::origin(acquire(found.origin));
   header.originSince = OriginWord::since(acquire(found.origin));
+  header.takeovers = acquire(found.takeovers);
   if (copy.hasStatus) header.readers = Zorbe::Table::loadStatus(found).value_or(header.readers);
   return header;
 }

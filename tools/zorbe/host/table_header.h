@@ -30,6 +30,7 @@ struct TableHeader {
   int64_t publishedAt = 0;          ///< CLOCK_REALTIME, nanoseconds; 0: never
   Zorbe::Table::Origin origin = Zorbe::Table::Origin::local;
   int64_t originSince = 0;       ///< CLOCK_REALTIME, nanoseconds; 0: from the start
+  uint64_t takeovers = 0;        ///< writers that continued the table of one before
   Zorbe::Table::Status readers;  ///< as the last writer saw them; see isServed()
 };
 

@@ -89,6 +89,8 @@ struct Status {
   int64_t now = 0;           ///< when that was; the writer's CLOCK_MONOTONIC, nanoseconds
   uint64_t connections = 0;  ///< all of them; `peers` may hold fewer
   std::vector<Peer> peers;   ///< 250 at most
+  uint64_t kicks = 0;        ///< that this writer has sent to its readers
+  uint64_t takeovers = 0;    ///< how often a writer continued the table of one before
 };
 
 /// What a reader knows about its table.

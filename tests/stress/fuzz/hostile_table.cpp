@@ -47,7 +47,7 @@ HostileTable::HostileTable() {
 }
 
 std::unique_ptr<Table::TableReader> HostileTable::openReader() const {
-  return Table::TableReader::open({options_.place, std::nullopt, {}});
+  return Table::TableReader::open({options_.place, {}});
 }
 
 std::string HostileTable::path(size_t file) const {

@@ -92,7 +92,7 @@ bool isBefore(const Item& a, const Item& b, const std::string& key) {
 }
 
 const std::vector<ItemColumn>& itemColumns() {
-  static const std::vector<ItemColumn> columns{
+  static const std::vector<ItemColumn> kColumns{
       {"TABLE", false, name},
       {"WRITER", false, writer},
       {"PID", true, [](const Item& item) { return number(pidOf(item)); }},
@@ -105,7 +105,7 @@ const std::vector<ItemColumn>& itemColumns() {
       {"BEHIND", true, [](const Item& item) { return number(behind(item)); }},
       {"LAG", true, [](const Item& item) { return number(lag(item)); }},
       {"LAST OWNER", false, [](const Item& item) { return Cell{orDash(item.table->lastOwner)}; }}};
-  return columns;
+  return kColumns;
 }
 
 }  // namespace Zorbe::Tool

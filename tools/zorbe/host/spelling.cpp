@@ -60,7 +60,8 @@ std::vector<std::string> spellingsOfTable(const std::string& base, const std::st
   if (name.empty()) return {base, base + "/.", base + "/./", base + "/"};
   std::vector<std::string> paths;
   for (const char* before : {"/", "/./"}) {
-    const std::string path = base + before + name;
+    std::string path = base;
+    path.append(before).append(name);
     for (const char* after : {"", "/", "/."}) paths.push_back(path + after);
   }
   return paths;

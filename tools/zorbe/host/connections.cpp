@@ -79,6 +79,7 @@ void addAttribute(Socket& socket, unsigned type, const char* data, size_t bytes)
       socket.uid = number(data, bytes);
       break;
     case UNIX_DIAG_ICONS:
+      if (bytes < sizeof(uint32_t)) break;  // nobody waits
       socket.waiting.resize(bytes / sizeof(uint32_t));
       std::memcpy(socket.waiting.data(), data, socket.waiting.size() * sizeof(uint32_t));
       break;

@@ -34,8 +34,8 @@ class FakeInotify {
   void queue(const InotifyEvent& event) { inotify_.queue(event); }
   void reportParentFirst(bool first) { files_.reportsParentFirst = first; }
 
-  /// Nothing waits to be read.
-  bool isEmpty() const { return inotify_.isEmpty(); }
+  /// Nothing waits to be read, or nobody can read it.
+  bool isEmpty() const { return fd_ < 0 || inotify_.isEmpty(); }
 
   /// The time, which is later with each call and each event.
   uint64_t tick() { return inotify_.tick(); }

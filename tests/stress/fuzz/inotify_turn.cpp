@@ -87,6 +87,8 @@ InotifyModel::Exemption InotifyModel::exemptionFromEnd(size_t control) const {
 }
 
 InotifyModel::Moved InotifyModel::move(size_t control) {
+  while (takeRead()) {  // waits for the loop's own read, or for the next turn
+  }
   const Control& c = controls_[control];
   const int found = kernel_.look(c.directory, c.mask);
   if (found >= 0) {
@@ -152,7 +154,8 @@ bool InotifyModel::settleEvents() {
 // Likewise, with the loop's own read, which follows the rest of the turn before.
 bool InotifyModel::settleBehindRead() {
   if (settleEvents()) return true;
-  if (readDone_ || !takeRead()) return false;
+  if (readDone_) return false;
+  takeRead();  // unless it was taken with what a move has read
   readDone_ = true;
   admitted_ = events_.size();
   return settleEvents();

@@ -111,7 +111,7 @@ Json removeHoldingLocks(Handler& handler, RootPath& root) {
   const WriterLocks locks(handler, root);
   requireNoWriter(handler, root.name);  // one that has another spelling, and started meanwhile
   const Listing listing = requireOnlyTableFiles(handler, root);
-  static_cast<void>(handler.takeFailures());
+  static_cast<void>(handler.takeFailures());  // of reading what is removed now
   for (const Entry& entry : listing.entries) root.removeFile(entry.name);
   throwFailures(handler);
   root.cleanup();

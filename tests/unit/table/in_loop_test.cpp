@@ -38,6 +38,19 @@ TEST_F(InLoop, WhatIsNotPublishedIsPublishedSoon) {
   EXPECT_TRUE(sees(reader, 1, 10));
 }
 
+// Not only when the writer next looks after its files and its readers.
+TEST_F(InLoop, WhatIsNotPublishedIsPublishedWithinATenthOfASecond) {
+  Writer writer("t", options);
+  Reader reader("t", options);
+  EXPECT_TRUE(becomes(reader, State::connected));
+  writer.put(1, {10, 0});
+  uint64_t published = 0;
+  TimerProbe tenth([&] { published = reader.info().published; });
+  tenth.control->start(0.1);
+  EXPECT_TRUE(turnUntil([&] { return tenth.timeouts == 1; }));
+  EXPECT_EQ(published, 1u);
+}
+
 TEST_F(InLoop, AReaderIsWokenFromTheLoop) {
   Writer writer("t", options);
   Reader reader("t", options);

@@ -38,10 +38,22 @@ foreach(header brask/platform.h brask/exception.h brask/linux/event_loop.h
     COMPONENT development)
 endforeach()
 
+# The conformance suite, as sources, which the owner of another platform compiles with the
+# GoogleTest at hand. They include each other as conformance/... and support/...
+set(ZORBE_SUITEDIR ${CMAKE_INSTALL_DATADIR}/zorbe)
+install(DIRECTORY tests/unit/platform/conformance DESTINATION ${ZORBE_SUITEDIR}
+  COMPONENT development
+  FILES_MATCHING PATTERN "*.h" PATTERN "*_test.cpp" PATTERN broken EXCLUDE)
+foreach(header noncopyable parallel probes watched)
+  install(FILES tests/support/${header}.h DESTINATION ${ZORBE_SUITEDIR}/support
+    COMPONENT development)
+endforeach()
+
 configure_package_config_file(cmake/ZorbeConfig.cmake.in ZorbeConfig.cmake
-  INSTALL_DESTINATION ${ZORBE_CMAKEDIR} NO_SET_AND_CHECK_MACRO)
+  INSTALL_DESTINATION ${ZORBE_CMAKEDIR} PATH_VARS ZORBE_SUITEDIR NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(ZorbeConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZorbeConfig.cmake
+install(FILES cmake/ZorbePlatformConformanceTargets.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/ZorbeConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/ZorbeConfigVersion.cmake
   DESTINATION ${ZORBE_CMAKEDIR} COMPONENT development)
 

@@ -6,7 +6,10 @@
 // in <brask/linux/event_loop.h>.
 //
 // Threads: everything here is used on one thread, that of the loop. Callbacks
-// come one at a time, from the loop, never from inside a call made to a control.
+// come one at a time, from the loop, never from inside a call made to a control. A
+// callback may make, use and delete any control, its own included.
+//
+// docs/platform.md lists what the library relies on, and the tests of each promise.
 #pragma once
 
 #include <cstdint>
@@ -83,17 +86,18 @@ class FdControl {
   virtual ~FdControl() = default;
 
   /// Starts calling `fdEvent(fd)` whenever `fd` has something to read. Puts the
-  /// descriptor into non-blocking mode. Replaces the descriptor watched before.
+  /// descriptor into non-blocking mode. Replaces the descriptor watched before. Throws
+  /// when `fd` cannot be watched; then nothing is.
   virtual void watch(int fd) = 0;
 
-  /// Stops watching. Harmless after the descriptor was closed.
+  /// Stops watching. Harmless after the descriptor was closed, and when nothing is watched.
   virtual void unwatch() = 0;
 
   /// The descriptor being watched, -1 when there is none.
   virtual int fd() = 0;
 };
 
-/// A one-shot timer on the monotonic clock. Deleting the control disarms it.
+/// A one-shot timer on the monotonic clock, never early. Deleting the control disarms it.
 class TimerControl {
  public:
   virtual ~TimerControl() = default;

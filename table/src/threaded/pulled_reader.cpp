@@ -2,7 +2,7 @@
 #include <brask/linux/event_loop.h>
 #include <poll.h>
 #include <time.h>
-#include <zorbe/table.h>
+#include <zorbe/table/threaded.h>
 
 #include <algorithm>
 #include <cerrno>

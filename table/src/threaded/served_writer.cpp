@@ -5,7 +5,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 #include <zorbe/exceptions.h>
-#include <zorbe/table.h>
+#include <zorbe/table/threaded.h>
 
 #include <atomic>
 #include <cerrno>

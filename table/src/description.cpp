@@ -39,15 +39,17 @@ void checkFields(const std::string& table, const std::vector<Field>& fields, uin
   uint64_t end = 0;
   for (const Field& field : fields) {
     if (!isName(field.name)) {
-      failFields(table, "Options::keyName is '" + field.name + "': use a name without blanks");
+      failFields(table, "'" + field.name +
+                            "' is no name for a field, or for Options::keyName: use one without "
+                            "blanks");
     }
     if (field.offset < end) {
-      failFields(table, "ZORBE_FIELDS: '" + field.name + "' is not in the struct's order");
+      failFields(table, "the field '" + field.name + "' is not in the struct's order");
     }
     end = endOf(field);
   }
   if (end > bytes) {
-    failFields(table, "ZORBE_FIELDS: '" + fields.back().name + "' ends behind the struct");
+    failFields(table, "the field '" + fields.back().name + "' ends behind the struct");
   }
 }
 
@@ -154,7 +156,7 @@ Schema makeSchema(const std::vector<Field>& key, uint32_t keyBytes, const std::v
   for (const Field& field : key) appendLine(schema.description, "key", field);
   for (const Field& field : value) appendLine(schema.description, "value", field);
   if (schema.description.size() > kDescriptionWords * 8) {
-    failFields(table, "ZORBE_FIELDS: the description has " +
+    failFields(table, "the description of the fields has " +
                           std::to_string(schema.description.size()) + " bytes; use shorter names");
   }
   return schema;

@@ -98,6 +98,7 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   void leaveToParent() noexcept { releaseInChild(connection_->descriptor()); }
 
   const std::shared_ptr<ViewCore::Shared>& shared() const { return shared_; }
+  const Schema& schema() const { return schema_; }
 
   // The connection and the watch call these, objects that look() may replace. A lost connection
   // is not renewed at once: the writer may have a reason to end each one of this reader.
@@ -207,6 +208,10 @@ class ReaderCore::Impl : public ReaderConnection::Owner, public RootWatch::Owner
   }
 
   void adopt(std::unique_ptr<TableReader> table) {
+    if (schema_.keyBytes == 0) {
+      Schema found = table->schema();  // a copy that fails must not leave a part of it
+      schema_ = std::move(found);
+    }
     if (!canRead(schema_, table->schema())) failSchema(options_.place, table->schema(), schema_);
     table->setValueBytes(schema_.valueBytes);
     shared_->set(table->clone());
@@ -280,6 +285,10 @@ Info ReaderCore::info() const {
 
 std::optional<Status> ReaderCore::status() const {
   return impl_->status();
+}
+
+const Schema& ReaderCore::schema() const {
+  return impl_->schema();
 }
 
 ViewCore ReaderCore::view() const {

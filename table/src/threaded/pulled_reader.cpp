@@ -46,7 +46,7 @@ class PulledReader::Impl : public ForkMember {
     }
   }
 
-  bool wait(nanoseconds timeout) {
+  Woken waitFor(nanoseconds timeout) {
     check(name_);
     const bool forEver = timeout > kDay;
     const auto deadline = Clock::now() + std::min(timeout, kDay);
@@ -56,9 +56,11 @@ class PulledReader::Impl : public ForkMember {
       const bool isLast = left <= nanoseconds(0);
       const bool isInterrupted = !isLast && !sleep(left);
       turn();
-      if (isLast || isInterrupted) return core_->hasNext();
+      if (core_->hasNext()) break;
+      if (isLast) return Woken::timeout;
+      if (isInterrupted) return Woken::interrupted;
     }
-    return true;
+    return Woken::ready;
   }
 
   std::optional<ReaderCore::Change> next(uint64_t* key, void* value) {
@@ -154,8 +156,12 @@ PulledReader::PulledReader(const std::string& name, const Options& options, cons
 
 PulledReader::~PulledReader() = default;
 
+PulledReader::Woken PulledReader::waitFor(nanoseconds timeout) {
+  return impl_->waitFor(timeout);
+}
+
 bool PulledReader::wait(nanoseconds timeout) {
-  return impl_->wait(timeout);
+  return impl_->waitFor(timeout) == Woken::ready;
 }
 
 std::optional<ReaderCore::Change> PulledReader::next(uint64_t* key, void* value) {
@@ -184,6 +190,10 @@ Info PulledReader::info() const {
 
 std::optional<Status> PulledReader::status() const {
   return impl_->core().status();
+}
+
+const Schema& PulledReader::schema() const {
+  return impl_->core().schema();
 }
 
 ViewCore PulledReader::view() const {

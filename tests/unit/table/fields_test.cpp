@@ -124,7 +124,7 @@ TEST_F(FieldsTest, BeyondTheEndOfTheStructAreRefused) {
     ADD_FAILURE() << "was accepted";
   } catch (const Error& error) {
     EXPECT_EQ(error.code(), Table::ErrorCode::usage);
-    EXPECT_EQ(error.what(), std::string("table 't': ZORBE_FIELDS: 'b' ends behind the struct"));
+    EXPECT_EQ(error.what(), std::string("table 't': the field 'b' ends behind the struct"));
   }
 }
 

@@ -117,7 +117,8 @@ typedef struct {
   uint64_t records;      ///< writer: room from the start, in records; 0: 1,024
   uint64_t max_records;  ///< writer: the most records; 0: as many as memory allows
   uint64_t log_entries;  ///< writer: changes that a follower may be behind; 0: by `records`
-  int64_t wait_for_lock;  ///< writer: nanoseconds to wait for another writer to end
+  int64_t
+      wait_for_lock;  ///< writer: nanoseconds to wait for another writer to end; negative: for ever
   /// Where messages go instead of those of level 0 to standard error: called with one line,
   /// without a line break, that is valid during the call. Called by the threads that call, and by
   /// the thread of a writer until zorbe_close() has returned. Must not call the library.

@@ -115,7 +115,7 @@ class ReaderCore {
  public:
   /// Looks for the table at once. Throws Error only for a name or options that cannot work (usage),
   /// and when the process has no descriptor left (system). The loop's getters have to work on this
-  /// thread.
+  /// thread. A schema with no bytes of key stands for that of the first table that is found.
   ReaderCore(const std::string& name, const Options& options, const Schema& schema);
   ReaderCore(const ReaderCore&) = delete;
   ReaderCore& operator=(const ReaderCore&) = delete;
@@ -151,6 +151,9 @@ class ReaderCore {
 
   /// Who reads the table; nothing while there is none.
   std::optional<Status> status() const;
+
+  /// What this reader expects of tables. Does not change any more once it has bytes of key.
+  const Schema& schema() const;
 
   /// For any thread.
   ViewCore view() const;

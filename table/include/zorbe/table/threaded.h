@@ -53,6 +53,14 @@ class PulledReader {
   /// Ends the connection; views stay usable. Does nothing in a child.
   ~PulledReader();
 
+  /// Why waitFor() has returned.
+  enum class Woken {
+    ready,        ///< next() has something
+    timeout,      ///< the time is over
+    interrupted,  ///< a signal handler has run
+  };
+
+  Woken waitFor(std::chrono::nanoseconds timeout);                     ///< see Reader's wait()
   bool wait(std::chrono::nanoseconds timeout);                         ///< see Reader
   std::optional<ReaderCore::Change> next(uint64_t* key, void* value);  ///< see ReaderCore
   int fd() const;                                                      ///< see Reader
@@ -61,6 +69,7 @@ class PulledReader {
   State state() const;                                                 ///< see ReaderCore
   Info info() const;                                                   ///< see ReaderCore
   std::optional<Status> status() const;                                ///< see ReaderCore
+  const Schema& schema() const;                                        ///< see ReaderCore
   ViewCore view() const;                                               ///< see ReaderCore
 
  private:

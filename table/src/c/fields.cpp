@@ -78,7 +78,7 @@ Schema schemaOf(const std::string& table, const zorbe_field* fields, size_t coun
   Schema schema = makeSchema(key, keySize, value, valueSize, table);
   // Only the byte that aligns the length of a long text is the library's.
   const Shape shape(schema);
-  if (!gapsOf(key, keySize).empty() && !shape.isTextKey()) {
+  if (!gapsOf(key, keySize).empty() && shape.textBytes() == 0) {
     failField(table, "the key has bytes that belong to no field: equal keys need equal bytes");
   }
   return schema;

@@ -29,8 +29,8 @@ class Shape {
   /// Those of the key first. Empty when the schema is none that can be parsed.
   const std::vector<zorbe_field>& fields() const { return fields_; }
 
-  /// Whether the text of a key is enough.
-  bool isTextKey() const { return textBytes_ != 0; }
+  /// Of a key that is one text; 0 for any other key.
+  uint32_t textBytes() const { return textBytes_; }
 
   /// Of values: see Codec.
   const std::vector<Gap>& gaps() const { return gaps_; }

@@ -20,7 +20,8 @@ int put(TableHandle& handle, const void* key, size_t keySize, const void* value,
   KeyBuffer words;
   if (!encodeKey(handle, key, keySize, words)) {
     throw Error(ErrorCode::tooLarge, handle.name, "",
-                "a text of " + std::to_string(keySize) + " bytes is longer than the keys");
+                "the key has " + std::to_string(keySize) + " bytes and its type room for " +
+                    std::to_string(shape.textBytes()));
   }
   checkValue(handle, value, valueSize);
   if (shape.gaps().empty()) {

@@ -141,7 +141,7 @@ TEST_F(FieldsTest, AreRefusedWhenTheirDescriptionIsTooLong) {
     ADD_FAILURE() << "was accepted";
   } catch (const Error& error) {
     EXPECT_EQ(error.code(), Table::ErrorCode::usage);
-    EXPECT_EQ(error.what(), std::string("table 't': ZORBE_FIELDS: the description has 16385 bytes; "
+    EXPECT_EQ(error.what(), std::string("table 't': the description of the fields has 16385 bytes; "
                                         "use shorter names"));
   }
 }

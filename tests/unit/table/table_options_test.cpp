@@ -72,7 +72,8 @@ TEST_F(TableOptions, ANameOfTheKeyThatTheDescriptionCannotHoldIsRefused) {
     const auto write = [&] { Table::LoopWriter<int, Record> writer("named", names); };
     const auto read = [&] { Table::LoopReader<int, Record> reader("named", names); };
     const std::string text =
-        "table 'named': Options::keyName is '" + names.keyName + "': use a name without blanks";
+        "table 'named': '" + names.keyName +
+        "' is no name for a field, or for Options::keyName: use one without blanks";
     EXPECT_EQ(errorOf(write), std::pair(ErrorCode::usage, text));
     EXPECT_EQ(errorOf(read), std::pair(ErrorCode::usage, text));
   }

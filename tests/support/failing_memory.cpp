@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/failing_memory.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -11,13 +12,13 @@
 namespace Zorbe::Test::Memory {
 namespace {
 
-// These tests have one thread.
-long alive = 0;
-bool failing = false;
-bool lasts = false;
-unsigned long left = 0;
-unsigned long failed = 0;
-int errorLeft = 0;
+// Threads of the library allocate, too.
+std::atomic<long> alive{0};
+std::atomic<bool> failing{false};
+std::atomic<bool> lasts{false};
+std::atomic<unsigned long> left{0};
+std::atomic<unsigned long> failed{0};
+std::atomic<int> errorLeft{0};
 
 bool fails() {
   if (!failing || Fault::isBypassed()) return false;
@@ -25,7 +26,7 @@ bool fails() {
     --left;
     return false;
   }
-  failing = lasts;
+  failing = lasts.load();
   ++failed;
   return true;
 }

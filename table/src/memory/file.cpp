@@ -34,8 +34,8 @@ bool lacksUnnamedFiles(int error) {
 std::optional<File> File::open(const Place& place, const std::string& name, Access access) {
   const std::string path = place.path(name);
   const int mode = access == Access::kRead ? O_RDONLY : O_RDWR;
-  const int fd = ::open(path.c_str(), mode | kOpenFlags);
-  if (fd < 0) {
+  UniqueFd fd(::open(path.c_str(), mode | kOpenFlags));
+  if (fd.get() < 0) {
     const int error = errno;
     if (error == ENOENT || error == ENOTDIR) return std::nullopt;
     if (error == ELOOP || error == EISDIR || error == ENXIO) {
@@ -43,7 +43,7 @@ std::optional<File> File::open(const Place& place, const std::string& name, Acce
     }
     failCall(place, "open()", path, error);
   }
-  File file(place, path, fd);
+  File file(place, path, std::move(fd));
   const struct stat found = file.status();
   if (!S_ISREG(found.st_mode)) failCorrupt(place, path + " is not a regular file");
   if (place.owner && found.st_uid != *place.owner) failOwner(place, path, found.st_uid);
@@ -52,25 +52,25 @@ std::optional<File> File::open(const Place& place, const std::string& name, Acce
 
 std::optional<File> File::create(const Place& place, const std::string& name, mode_t mode) {
   const std::string path = place.path(name);
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kOpenFlags, mode);
-  if (fd < 0) {
+  UniqueFd fd(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kOpenFlags, mode));
+  if (fd.get() < 0) {
     const int error = errno;
     if (error == EEXIST) return std::nullopt;
     failCall(place, "open()", path, error);
   }
-  File file(place, path, fd);
+  File file(place, path, std::move(fd));
   file.setMode(mode);
   return file;
 }
 
 std::optional<File> File::createUnnamed(const Place& place, mode_t mode) {
-  const int fd = ::open(place.directory.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, mode);
-  if (fd < 0) {
+  UniqueFd fd(::open(place.directory.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, mode));
+  if (fd.get() < 0) {
     const int error = errno;
     if (lacksUnnamedFiles(error)) return std::nullopt;
     failCall(place, "open()", place.directory, error);
   }
-  File file(place, place.directory, fd);
+  File file(place, place.directory, std::move(fd));
   file.hasName_ = false;
   file.setMode(mode);
   return file;
@@ -137,21 +137,21 @@ bool File::tryLockAs(short type) const {
 }
 
 File File::duplicate() const {
-  const int fd = ::fcntl(this->fd(), F_DUPFD_CLOEXEC, 0);
-  if (fd < 0) {
+  UniqueFd fd(::fcntl(this->fd(), F_DUPFD_CLOEXEC, 0));
+  if (fd.get() < 0) {
     const int error = errno;
     failCall(place_, "fcntl(F_DUPFD_CLOEXEC)", path_, error);
   }
-  return File(place_, path_, fd);
+  return File(place_, path_, std::move(fd));
 }
 
 File File::reopenAs(const std::string& name) const {
-  const int fd = ::open(fdPath(this->fd()).c_str(), O_RDWR | O_CLOEXEC);
-  if (fd < 0) {
+  UniqueFd fd(::open(fdPath(this->fd()).c_str(), O_RDWR | O_CLOEXEC));
+  if (fd.get() < 0) {
     const int error = errno;
     failCall(place_, "open()", path_, error);
   }
-  return File(place_, place_.path(name), fd);
+  return File(place_, place_.path(name), std::move(fd));
 }
 
 bool File::linkFrom(const char* source, const std::string& target, int flags) const {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "foundation/unique_fd.h"
 #include "memory/place.h"
@@ -84,7 +85,8 @@ class File {
   bool isAt(const std::string& name) const { return Table::isAt(place_, name, id()); }
 
  private:
-  File(const Place& place, const std::string& path, int fd) : place_(place), path_(path), fd_(fd) {}
+  File(const Place& place, const std::string& path, UniqueFd fd)
+      : place_(place), path_(path), fd_(std::move(fd)) {}
   void setMode(mode_t mode) const;
   bool tryLockAs(short type) const;
   bool linkFrom(const char* source, const std::string& target, int flags) const;

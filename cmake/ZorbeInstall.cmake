@@ -67,7 +67,7 @@ foreach(name zorbe zorbe-platform zorbe-table)
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endforeach()
 
-install(FILES docs/man/libzorbe.3 docs/man/zorbe_table.3
+install(FILES docs/man/libzorbe.3 docs/man/zorbe_table.3 docs/man/zorbe_table_c.3
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 install(FILES docs/man/zorbe.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT tools)
 

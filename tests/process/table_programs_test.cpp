@@ -72,6 +72,31 @@ TEST_F(TablePrograms, AReaderWaitsForATableAndFollowsOneWriterAfterAnother) {
   EXPECT_EQ(reader.awaitLine("GHI"), "GHI 3 4");
 }
 
+TEST_F(TablePrograms, ProgramsInCAndInCppShareATable) {
+  ChildProcess reader = start({"table-c-reader"});
+  ChildProcess inCpp = start({"table-reader"});
+  EXPECT_EQ(start({"table-c-writer"}, fileOf("ABC 99.5 100.5\n")).finish(), 0);
+  EXPECT_EQ(reader.awaitLine("ABC"), "ABC 99.5 100.5");
+  EXPECT_EQ(inCpp.awaitLine("ABC"), "ABC 99.5 100.5");
+  write("DEF 1 2\n");
+  EXPECT_EQ(reader.awaitLine("DEF"), "DEF 1 2");
+  Fed loop({"table-c-loop"}, inRoot("pipe"));
+  loop.write("DEF\n");
+  EXPECT_THAT(loop.program().awaitLine("DEF"), HasSubstr("DEF 1 2, "));
+  loop.write("none\n");
+  EXPECT_THAT(loop.program().awaitLine("none"), HasSubstr("none has no record, "));
+}
+
+TEST_F(TablePrograms, ASecondWriterInCSaysWhy) {
+  Fed first({"table-writer"}, inRoot("pipe"));
+  ChildProcess reader = start({"table-c-reader"});
+  first.write("ABC 1 2\n");
+  reader.awaitLine("ABC");
+  ChildProcess second = start({"table-c-writer"});
+  EXPECT_EQ(second.finish(), 1);
+  EXPECT_THAT(second.log(), HasSubstr("table-c-writer: "));
+}
+
 TEST_F(TablePrograms, ASecondWriterIsRefusedAndNamesTheFirst) {
   Fed first({"table-writer"}, inRoot("pipe"));
   ChildProcess reader = start({"table-reader"});

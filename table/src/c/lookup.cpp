@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cstring>
 
 #include "c/handle.h"
@@ -8,15 +9,41 @@ namespace Zorbe::Table {
 
 namespace {
 
+// As View searches, without a call of what is below; false when that has to look.
+template <uint32_t keyWords>
+bool glance(const ViewCore& view, const uint64_t* words, void* value) {
+  using Glance = Detail::Glance<keyWords, Detail::kValueOfWindow>;
+  typename Glance::Key key;
+  std::copy_n(words, keyWords, key.begin());
+  return Glance(view.window()).find(key, value) != Glance::kMiss;
+}
+
+bool glanceOf(const ViewCore& view, uint32_t keyBytes, const uint64_t* words, void* value) {
+  switch ((keyBytes + 7) / 8) {
+    case 1:
+      return glance<1>(view, words, value);
+    case 2:
+      return glance<2>(view, words, value);
+    case 3:
+      return glance<3>(view, words, value);
+    default:
+      return false;
+  }
+}
+
+bool find(TableHandle& handle, const uint64_t* words, void* value) {
+  if (handle.writer) return handle.writer->get(words, value);
+  return glanceOf(*handle.view, handle.shape->keyBytes(), words, value) ||
+         handle.view->get(words, value);
+}
+
 int get(TableHandle& handle, const void* key, size_t keySize, void* value, size_t valueSize) {
   if (handle.findShape() == nullptr) return ZORBE_NOT_FOUND;
   KeyBuffer words;
   const bool fits = encodeKey(handle, key, keySize, words);
   if (value != nullptr || valueSize != 0) checkValue(handle, value, valueSize);
   if (!fits) return ZORBE_NOT_FOUND;
-  const bool isFound =
-      handle.view ? handle.view->get(words, value) : handle.writer->get(words, value);
-  return isFound ? 0 : ZORBE_NOT_FOUND;
+  return find(handle, words, value) ? 0 : ZORBE_NOT_FOUND;
 }
 
 // The next record; false after the last one.

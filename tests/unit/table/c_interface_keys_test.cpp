@@ -3,6 +3,8 @@
 // Keys that are text, in C.
 #include "unit/table/c_table.h"
 
+#include "c/handle.h"
+
 #include <memory>
 
 namespace Zorbe::Test {
@@ -158,6 +160,39 @@ TEST_F(CKeys, KeysOfSeveralWordsAndFieldsAreWhole) {
   EXPECT_EQ(textOf(reader, "market12abc"), 1);
   EXPECT_EQ(textOf(reader, "market12abd"), 2);
   EXPECT_EQ(textOf(reader, "market13abd"), -ZORBE_NOT_FOUND);
+}
+
+// Keys of one to four words, and values of every remainder: each lookup but the first of the
+// shorter ones needs no call of the library's core.
+TEST_F(CKeys, LookupsGetTheWholeRecordWithoutACall) {
+  options.flags = ZORBE_REPLACE_SCHEMA;
+  options.records = 4;
+  for (const uint32_t keyBytes : {1u, 8u, 9u, 16u, 17u, 24u, 25u, 1024u}) {
+    for (const uint32_t valueBytes : {1u, 7u, 8u, 9u, 40u}) {
+      SCOPED_TRACE(std::to_string(keyBytes) + ", " + std::to_string(valueBytes));
+      CTable writer;
+      ASSERT_EQ(openWriter(writer, {{"k", ZORBE_KEY, 'V', keyBytes, 0, 0},
+                                    {"v", ZORBE_VALUE, 'V', valueBytes, 0, 0}}),
+                0);
+      std::string key(keyBytes, 'k');
+      std::string value(valueBytes, 'v');
+      value.back() = 'x';
+      EXPECT_EQ(zorbe_put(writer, key.data(), keyBytes, value.data(), valueBytes), 0);
+      CTable reader;
+      ASSERT_EQ(openReader(reader), 0);
+      const auto& window =
+          static_cast<Table::TableHandle*>(static_cast<zorbe_table*>(reader))->view->window();
+      for (int i = 0; i < 3; ++i) {
+        std::string found(valueBytes + 1, 'y');
+        EXPECT_EQ(zorbe_get(reader, key.data(), keyBytes, found.data(), valueBytes), 0);
+        EXPECT_EQ(found, value + "y");
+        EXPECT_EQ(zorbe_get(reader, key.data(), keyBytes, nullptr, 0), 0);
+      }
+      EXPECT_EQ(window.calls, keyBytes <= 24 ? 1u : 6u);
+      key.back() = 'z';
+      EXPECT_EQ(zorbe_get(reader, key.data(), keyBytes, nullptr, 0), ZORBE_NOT_FOUND);
+    }
+  }
 }
 
 }  // namespace

@@ -126,6 +126,9 @@ struct Window {
   uint64_t calls = 0;  // how often the library had to look: for tests and measurements
 };
 
+/// For Glance: values have as many bytes as the window says.
+inline constexpr uint32_t kValueOfWindow = ~uint32_t{0};
+
 /// Looks through a window for records of `keyWords` and `valueBytes`. Inline, so that a processor
 /// begins the next search while it waits for the memory of this one.
 template <uint32_t keyWords, uint32_t valueBytes>
@@ -165,8 +168,13 @@ class Glance {
   static constexpr int kMaxLines = 4;      // in a full table one key of a thousand is beyond
   static constexpr size_t kUnrolled = 32;  // words of a value
 
+  // Those of the window, if it is of this layout and these keys.
+  uint32_t wantedBytes() const {
+    return valueBytes == kValueOfWindow ? static_cast<uint32_t>(window_.shape) : valueBytes;
+  }
+
   bool isCurrent() const {
-    return window_.shape == Window::shapeOf(keyWords, valueBytes) &&
+    return window_.shape == Window::shapeOf(keyWords, wantedBytes()) &&
            relaxed(*window_.version) == window_.mappedVersion;
   }
 
@@ -189,7 +197,14 @@ class Glance {
     const uint64_t guard = acquire(words[kGuardWord]);
     uint64_t other = (guard & 1) | (acquire(words[kStateWord]) ^ kLive);
     for (uint32_t i = 0; i < keyWords; ++i) other |= acquire(words[kKeyWord + i]) ^ key[i];
-    if (value != nullptr) copyValue(words + kKeyWord + keyWords, static_cast<char*>(value));
+    if (value != nullptr) {
+      const Word* from = words + kKeyWord + keyWords;
+      if constexpr (valueBytes == kValueOfWindow) {
+        copyBytes(from, static_cast<char*>(value), wantedBytes());
+      } else {
+        copyValue(from, static_cast<char*>(value));
+      }
+    }
     return (other | (relaxed(words[kGuardWord]) ^ guard)) == 0;
   }
 
@@ -204,6 +219,13 @@ class Glance {
       const uint64_t word = acquire(from[valueBytes / 8]);
       std::memcpy(to + size_t{valueBytes} / 8 * 8, &word, valueBytes % 8);
     }
+  }
+
+  static void copyBytes(const Word* from, char* to, size_t bytes) {
+    for (; bytes >= 8; bytes -= 8, to += 8) copyWord(*from++, to);
+    if (bytes == 0) return;
+    const uint64_t word = acquire(*from);
+    std::memcpy(to, &word, bytes);
   }
 
   static void copyWord(const Word& from, char* to) {

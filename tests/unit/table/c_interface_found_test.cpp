@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
+#include <stdexcept>
 
 namespace Zorbe::Test {
 namespace {
@@ -315,6 +315,8 @@ TEST_F(CFound, AnExceptionOfALogFunctionIsAnError) {
   options.log = [](void*, int, const char*) { throw 7; };
   CTable writer;
   expectFailure(writer, openWriter(writer), ZORBE_E_SYSTEM, "none of the standard library's");
+  options.log = [](void*, int, const char*) { throw std::runtime_error("no room for messages"); };
+  expectFailure(writer, openWriter(writer), ZORBE_E_SYSTEM, "no room for messages");
 }
 
 }  // namespace

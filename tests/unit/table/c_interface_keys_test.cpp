@@ -167,8 +167,8 @@ TEST_F(CKeys, KeysOfSeveralWordsAndFieldsAreWhole) {
 TEST_F(CKeys, LookupsGetTheWholeRecordWithoutACall) {
   options.flags = ZORBE_REPLACE_SCHEMA;
   options.records = 4;
-  for (const uint32_t keyBytes : {1u, 8u, 9u, 16u, 17u, 24u, 25u, 1024u}) {
-    for (const uint32_t valueBytes : {1u, 7u, 8u, 9u, 40u}) {
+  for (const uint32_t keyBytes : {1u, 8u, 9u, 16u, 24u, 25u, 1024u}) {
+    for (const uint32_t valueBytes : {7u, 8u, 41u}) {
       SCOPED_TRACE(std::to_string(keyBytes) + ", " + std::to_string(valueBytes));
       CTable writer;
       ASSERT_EQ(openWriter(writer, {{"k", ZORBE_KEY, 'V', keyBytes, 0, 0},

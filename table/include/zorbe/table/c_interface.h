@@ -207,7 +207,7 @@ enum zorbe_kind {
       4  ///< every record was delivered since ZORBE_RESET: drop what was not among them
 };
 
-/// One change.
+/// One change. What is not filled in key and value is undefined.
 typedef struct {
   int kind;           ///< a zorbe_kind
   uint64_t sequence;  ///< of the record's last change; of the table for reset and complete
@@ -286,8 +286,9 @@ int zorbe_get_info(const zorbe_table* table, zorbe_info* info);
 /// NULL. This function and the following two do not count as calls.
 int zorbe_error(const zorbe_table* table);
 
-/// Its text, in English: the table, what failed, and what to do about it. Empty after a call that
-/// did not fail. Never NULL; the handle's, until the next call with it.
+/// Its text, in English: the table, what failed, and what to do about it, with the names of options
+/// as in C++; cut off after 4 KiB. Empty after a call that did not fail. Never NULL; the handle's,
+/// until the next call with it.
 const char* zorbe_error_text(const zorbe_table* table);
 
 /// After ZORBE_E_DUPLICATE: the process that seems to hold the writer lock, 0 when it was not

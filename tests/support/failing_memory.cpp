@@ -87,7 +87,17 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return Memory::allocate(size);
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return Memory::allocate(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* block) noexcept {
+  Memory::release(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
   Memory::release(block);
 }
 void operator delete[](void* block) noexcept {

@@ -28,8 +28,8 @@ int wait(TableHandle& handle, int64_t time) {
   const nanoseconds timeout = time < 0 ? nanoseconds::max() : nanoseconds(time);
   const PulledReader::Woken woken = handle.reader->waitFor(timeout);
   static_cast<void>(handle.findShape());
-  if (woken == PulledReader::Woken::ready) return 0;
-  return woken == PulledReader::Woken::timeout ? ZORBE_TIMEOUT : ZORBE_INTERRUPTED;
+  if (woken == PulledReader::Woken::kReady) return 0;
+  return woken == PulledReader::Woken::kTimeout ? ZORBE_TIMEOUT : ZORBE_INTERRUPTED;
 }
 
 // The description comes first: a change that was taken must not be lost.

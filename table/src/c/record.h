@@ -15,7 +15,10 @@ namespace Zorbe::Table {
 
 /// The key as the table's core takes it. False for a text that is longer than the keys.
 inline bool encodeKey(const TableHandle& handle, const void* key, size_t size, uint64_t* words) {
-  if (key == nullptr && size != 0) failKey(handle, key, size);
+  if (key == nullptr) {
+    if (size != 0) failKey(handle, key, size);
+    key = "";
+  }
   const Shape::Fit fit = handle.shape->encode(key, size, words);
   if (fit == Shape::Fit::kWrongSize) failKey(handle, key, size);
   return fit == Shape::Fit::kFits;

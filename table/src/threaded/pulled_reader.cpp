@@ -57,10 +57,10 @@ class PulledReader::Impl : public ForkMember {
       const bool isInterrupted = !isLast && !sleep(left);
       turn();
       if (core_->hasNext()) break;
-      if (isLast) return Woken::timeout;
-      if (isInterrupted) return Woken::interrupted;
+      if (isLast) return Woken::kTimeout;
+      if (isInterrupted) return Woken::kInterrupted;
     }
-    return Woken::ready;
+    return Woken::kReady;
   }
 
   std::optional<ReaderCore::Change> next(uint64_t* key, void* value) {
@@ -161,7 +161,7 @@ PulledReader::Woken PulledReader::waitFor(nanoseconds timeout) {
 }
 
 bool PulledReader::wait(nanoseconds timeout) {
-  return impl_->waitFor(timeout) == Woken::ready;
+  return impl_->waitFor(timeout) == Woken::kReady;
 }
 
 std::optional<ReaderCore::Change> PulledReader::next(uint64_t* key, void* value) {

@@ -85,7 +85,8 @@ class CInterface : public ZorbeTest {
   }
 
   /// As expected: a failing call with this code, and a text with this in it.
-  static void expectFailure(zorbe_table* table, int result, int code, std::string_view part) {
+  // By reference: opening may have replaced the handle.
+  static void expectFailure(const CTable& table, int result, int code, std::string_view part) {
     EXPECT_EQ(result, code) << zorbe_error_text(table);
     EXPECT_EQ(zorbe_error(table), code);
     EXPECT_NE(std::string_view(zorbe_error_text(table)).find(part), std::string_view::npos)

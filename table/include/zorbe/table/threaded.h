@@ -55,9 +55,9 @@ class PulledReader {
 
   /// Why waitFor() has returned.
   enum class Woken {
-    ready,        ///< next() has something
-    timeout,      ///< the time is over
-    interrupted,  ///< a signal handler has run
+    kReady,        ///< next() has something
+    kTimeout,      ///< the time is over
+    kInterrupted,  ///< a signal handler has run
   };
 
   Woken waitFor(std::chrono::nanoseconds timeout);                     ///< see Reader's wait()

@@ -64,7 +64,8 @@ LIBRARIES = (
             tests="unit/platform/{folder}"),
     # In the late ones, a writer and its readers wait for one another's timers.
     Library("table", (("thread_tests", "table_fault_tests", "table_unit_tests"),),
-            ("platform/CMakeFiles/ZorbePlatformObjects.dir", "src/libZorbe.a"), tests="unit/table",
+            ("platform/CMakeFiles/ZorbePlatformObjects.dir",
+             "tests/CMakeFiles/zorbe_c_program.dir", "src/libZorbe.a"), tests="unit/table",
             late="InLoop*:*LiveHeader.*:TableDisk.*:TableHostile.*:TableKill.*:TableLog.*",
             roots=("include/", "src/"), public="include/"),
 )

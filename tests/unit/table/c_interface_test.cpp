@@ -23,7 +23,7 @@ TEST_F(CInterface, AWriterWritesAndReadsItsTable) {
   EXPECT_EQ(zorbe_count(table), 2u);
   EXPECT_EQ(valueOf(table, 1), 10);
   EXPECT_EQ(valueOf(table, 3), -ZORBE_NOT_FOUND);
-  EXPECT_EQ(zorbe_erase(table, "\1\0\0", 4), 0);
+  EXPECT_EQ(erase(table, 1), 0);
   EXPECT_EQ(erase(table, 1), ZORBE_NOT_FOUND);
   EXPECT_EQ(zorbe_count(table), 1u);
   EXPECT_EQ(zorbe_publish(table), 0);

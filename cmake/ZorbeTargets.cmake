@@ -38,6 +38,28 @@ function(zorbe_resolve_auto option what)
   endif()
 endfunction()
 
+# The extension is loaded by this machine's interpreter. It is left out where what it is linked with
+# is instrumented so that an interpreter without that cannot load it; g++'s address sanitizer can be
+# loaded first.
+function(zorbe_resolve_python)
+  if(NOT ZORBE_BUILD_PYTHON STREQUAL "AUTO")
+    return()
+  endif()
+  set(ZORBE_BUILD_PYTHON OFF PARENT_SCOPE)
+  if(CMAKE_CROSSCOMPILING OR ZORBE_COVERAGE OR CMAKE_CXX_FLAGS MATCHES "-fsanitize=(thread|fuzzer)")
+    return()
+  endif()
+  # The system's interpreter is the one that scripts/setup installs pytest for.
+  find_program(Python3_EXECUTABLE python3 PATHS /usr/bin NO_DEFAULT_PATH)
+  find_package(Python3 3.11 QUIET COMPONENTS Interpreter Development.Module)
+  if(Python3_FOUND)
+    set(ZORBE_BUILD_PYTHON ON PARENT_SCOPE)
+  else()
+    message(NOTICE "Zorbe: without the Python package, since Python's headers are not installed "
+      "(scripts/setup installs them)")
+  endif()
+endfunction()
+
 option(ZORBE_WERROR "Treat the project's own warnings as errors (our presets turn it on)" OFF)
 
 function(zorbe_warnings target)

@@ -24,7 +24,7 @@ def is_in_tree():
 
 def build_libraries(folder):
     """Those of the tree, below `folder`. Returns the folders of headers and the archives."""
-    options = ["-DCMAKE_BUILD_TYPE=Release", "-DZORBE_HARDENED=ON", "-DBUILD_TESTING=OFF"]
+    options = ["-DCMAKE_BUILD_TYPE=Release", "-DZORBE_HARDENED=ON"]
     options += [f"-DZORBE_BUILD_{part}=OFF" for part in ("EXAMPLES", "PYTHON", "TESTS", "TOOLS")]
     subprocess.run(["cmake", "-S", TREE, "-B", folder, *options], check=True)
     subprocess.run(["cmake", "--build", folder, "--parallel", str(os.cpu_count()), "--target",

@@ -38,10 +38,15 @@ function(zorbe_resolve_auto option what)
   endif()
 endfunction()
 
-# The extension is loaded by this machine's interpreter. It is left out where what it is linked with
-# is instrumented so that an interpreter without that cannot load it; g++'s address sanitizer can be
-# loaded first.
+# Resolves ZORBE_BUILD_PYTHON. The extension is loaded by this machine's interpreter: AUTO leaves it
+# out where what it is linked with is instrumented so that this one cannot load it. g++'s address
+# sanitizer can be loaded first. The system's interpreter is the one that scripts/setup installs
+# pytest for.
 function(zorbe_resolve_python)
+  if(NOT ZORBE_BUILD_PYTHON)
+    return()
+  endif()
+  find_program(Python3_EXECUTABLE python3 PATHS /usr/bin NO_DEFAULT_PATH)
   if(NOT ZORBE_BUILD_PYTHON STREQUAL "AUTO")
     return()
   endif()
@@ -49,8 +54,6 @@ function(zorbe_resolve_python)
   if(CMAKE_CROSSCOMPILING OR ZORBE_COVERAGE OR CMAKE_CXX_FLAGS MATCHES "-fsanitize=(thread|fuzzer)")
     return()
   endif()
-  # The system's interpreter is the one that scripts/setup installs pytest for.
-  find_program(Python3_EXECUTABLE python3 PATHS /usr/bin NO_DEFAULT_PATH)
   find_package(Python3 3.11 QUIET COMPONENTS Interpreter Development.Module)
   if(Python3_FOUND)
     set(ZORBE_BUILD_PYTHON ON PARENT_SCOPE)

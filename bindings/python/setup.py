@@ -14,7 +14,7 @@ try:
 except ImportError:  # before setuptools 70.1
     from wheel.bdist_wheel import bdist_wheel
 
-LIBRARIES = ["ZorbeTable", "ZorbePlatform", "Zorbe"]
+LIBRARIES = ["ZorbeTable", "Zorbe", "ZorbePlatform"]  # each needs those after it
 TREE = pathlib.Path(__file__).resolve().parents[2]
 
 

@@ -3,6 +3,7 @@
 import asyncio
 import signal
 import threading
+import time
 
 import pytest
 
@@ -89,37 +90,50 @@ def test_timeouts_at_their_limits(quotes):
         assert list(reader.changes(timeout=0.01)) == []
 
 
+def wait_until_asleep(process):
+    """Its first thread waits in a system call."""
+    deadline = time.monotonic() + 60
+    while time.monotonic() < deadline:
+        with open(f"/proc/{process.pid}/task/{process.pid}/stat", encoding="ascii") as file:
+            if file.read().rpartition(")")[2].split()[0] == "S":
+                return
+    pytest.fail("it does not wait")
+
+
 def test_an_interrupt_ends_waiting(quotes):
-    """Wherever the signal arrives: before zorbe_wait() or in it."""
     process = child("""
         import sys, zorbe
         changes = zorbe.Reader("quotes").changes()
-        assert next(changes).kind == "reset"
+        print([next(changes).kind, next(changes).kind], flush=True)
         try:
-            print("waiting", flush=True)
-            for change in changes:
-                pass
+            next(changes)
         except KeyboardInterrupt:
             print("interrupted")
     """)
-    assert process.stdout.readline() == "waiting\n"
+    assert process.stdout.readline() == "['reset', 'complete']\n"
+    wait_until_asleep(process)
     process.send_signal(signal.SIGINT)
     output, errors = process.communicate(timeout=60)
     assert (output, errors, process.returncode) == ("interrupted\n", "", 0)
 
 
-def test_a_signal_handler_runs_while_the_reader_waits_on(quotes):
-    process = child("""
-        import signal, zorbe
+@pytest.mark.parametrize("receiver", ["main", "other"])
+def test_a_signal_handler_runs_while_the_reader_waits_on(quotes, receiver):
+    """Also where another thread has received the signal."""
+    process = child(f"""
+        import signal, threading, zorbe
         def handle(number, frame):
             print("handled", flush=True)
         signal.signal(signal.SIGUSR1, handle)
+        threading.Thread(target=threading.Event().wait, daemon=True).start()
+        if "{receiver}" == "other":
+            signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGUSR1])
         changes = zorbe.Reader("quotes").changes()
-        print(next(changes).kind, flush=True)
-        print(next(changes).kind, flush=True)
+        print([next(changes).kind, next(changes).kind], flush=True)
         print(next(changes).key, flush=True)
     """)
-    assert [process.stdout.readline() for _ in range(2)] == ["reset\n", "complete\n"]
+    assert process.stdout.readline() == "['reset', 'complete']\n"
+    wait_until_asleep(process)
     process.send_signal(signal.SIGUSR1)
     assert process.stdout.readline() == "handled\n"
     quotes["a"] = (1, 2)

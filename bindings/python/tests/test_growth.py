@@ -9,6 +9,7 @@ import threading
 import pytest
 
 import zorbe
+from zorbe import _table
 
 # scripts/verify --long tries a hundred thousand.
 TIMES = int(os.environ.get("ZORBE_PYTHON_OPENS", "240"))
@@ -23,15 +24,18 @@ class MallInfo(ctypes.Structure):
 
 
 def allocated():
-    """Bytes that the C library has given out, and blocks of the interpreter."""
+    """Bytes that the C library has given out, blocks of the interpreter, and references to what is
+    never released."""
     gc.collect()
     mallinfo2 = ctypes.CDLL(None).mallinfo2
     mallinfo2.restype = MallInfo
     found = mallinfo2()
-    return found.uordblks + found.hblkhd, sys.getallocatedblocks()
+    references = sum(map(sys.getrefcount, (_table, _table.Table, zorbe.Reader, zorbe.Writer)))
+    return found.uordblks + found.hblkhd, sys.getallocatedblocks(), references
 
 
 def descriptors():
+    gc.collect()  # of earlier tests
     return len(os.listdir("/proc/self/fd"))
 
 
@@ -44,6 +48,15 @@ def open_writer():
 def open_reader():
     with zorbe.Reader("growth") as reader:
         return reader["x"], list(reader.changes(timeout=0)), len(reader)
+
+
+def drop():
+    """Without close()."""
+    table = zorbe.Writer("dropped", key="u4", fields="u4")
+    reader = zorbe.Reader("dropped")
+    iterators = [iter(table), iter(reader.items()), reader.changes()]
+    table[1] = (1,)
+    return [next(one) for one in iterators]
 
 
 def is_refused(use):
@@ -65,7 +78,7 @@ def refused():
 
 
 def growth(step, times):
-    """Bytes and blocks that `times` steps leave behind: the least of four rounds, since caches and
+    """What `times` steps leave of that: the least of four rounds, since caches and
     free lists are filled now and then."""
     rounds = []
     for _ in range(ROUNDS):
@@ -76,16 +89,17 @@ def growth(step, times):
     return [min(one) for one in zip(*rounds)]
 
 
-@pytest.mark.parametrize("step", [open_writer, open_reader, refused])
+@pytest.mark.parametrize("step", [open_writer, open_reader, drop, refused])
 def test_no_growth(step):
     open_writer()
     step()
     open_before = descriptors()
-    grown_bytes, grown_blocks = growth(step, TIMES // ROUNDS)
+    grown_bytes, grown_blocks, references = growth(step, TIMES // ROUNDS)
     assert descriptors() == open_before
     assert threading.active_count() == 1
     assert grown_blocks < TIMES / ROUNDS
     assert grown_bytes < 16 * TIMES
+    assert references == 0
 
 
 def test_nothing_stays_of_lookups():
@@ -97,6 +111,7 @@ def test_nothing_stays_of_lookups():
                     lambda: table.__setitem__(key, value), lambda: table._copy_records(),
                     lambda: table.fields, lambda: table.info, lambda: table.get(("y", 70000))):
             use()
-            grown_bytes, grown_blocks = growth(use, 200)
+            grown_bytes, grown_blocks, references = growth(use, 200)
+            assert references == 0
             assert grown_blocks < 200
             assert grown_bytes < 16 * 200

@@ -54,8 +54,9 @@ def test_a_table_that_was_never_opened():
 
 def test_a_table_that_is_opened_again(quotes):
     reader = zorbe.Reader("quotes")
-    with pytest.raises(RuntimeError, match="open already"):
-        reader.__init__("quotes")
+    for table in (reader, quotes):
+        with pytest.raises(RuntimeError, match="open already"):
+            table.__init__("quotes")
     reader.close()
     reader.__init__("quotes")
     assert len(reader) == 0

@@ -111,6 +111,14 @@ def test_a_value_of_one_field_is_a_named_tuple():
         assert table[1]._fields == ("value",)
 
 
+@pytest.mark.parametrize("size", [5, 300])
+def test_a_length_that_is_damaged(size):
+    """Another program may store anything: the text then has all of its room."""
+    with zorbe.Writer("damaged", key="u4", fields={"text": zorbe.text(size)}) as table:
+        table[1] = b"x" * size + b"\xff" * (1 if size <= 255 else 2)
+        assert table[1].text == "x" * size
+
+
 def test_fields_that_python_cannot_name():
     with zorbe.Writer("odd", key="u4", fields={"class": "u1", "ok": "u1", "1st": "u1"}) as table:
         table[1] = (1, 2, 3)

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 #include "handle.h"
 
-#include <stddef.h>
+#include <unistd.h>
 
 static PyObject* state_raise(const State* state, int code, const char* text, uint32_t pid,
                              const char* owner) {
@@ -33,7 +33,17 @@ static int refuse(const Handle* self, int code, const char* text) {
   return 0;
 }
 
+/* In a child process, the thread that used the handle when it was forked does not exist: it will
+ * never release the lock, which is lost. */
+static void leave_to_parent(Handle* self) {
+  if (self->process == getpid()) return;
+  self->process = getpid();
+  self->is_busy = 0;
+  self->idle = NULL;
+}
+
 int handle_enter_slowly(Handle* self) {
+  leave_to_parent(self);
   while (self->table && self->is_busy && self->idle) {
     Py_BEGIN_ALLOW_THREADS PyThread_acquire_lock(self->idle, WAIT_LOCK);
     PyThread_release_lock(self->idle);

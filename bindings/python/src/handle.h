@@ -4,6 +4,7 @@
 #pragma once
 
 #include <stdatomic.h>
+#include <sys/types.h>
 
 #include "part.h"
 
@@ -14,6 +15,7 @@ typedef struct {
   Part key;
   Part value;
   int is_described;        /* key and value are set; they stay */
+  pid_t process;           /* that opened it */
   int is_busy;             /* a call has released the GIL */
   PyThread_type_lock idle; /* of a writer: held meanwhile */
   atomic_int is_quiet;     /* of a writer: its messages are not written */

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 #include <stdio.h>
+#include <unistd.h>
 
 #include "handle.h"
 
@@ -37,6 +38,7 @@ static int can_open(Handle* self, PyTypeObject* defining) {
 static PyObject* keep(Handle* self, zorbe_table* table) {
   if (!self->table) {
     self->table = table;
+    self->process = getpid();
     Py_RETURN_NONE;
   }
   zorbe_close(table);

@@ -85,7 +85,9 @@ int part_make_class(Part* part, const State* state, const char* name, int is_key
   part->names = names_of(part);
   if (!part->names) return -1;
   part->record = PyObject_CallFunction(state->record_class, "sO", name, part->names);
-  return part->record ? 0 : -1;
+  part->python_names = part->record ? PyObject_GetAttrString(part->record, "_fields") : NULL;
+  part->keys = PyUnicode_InternFromString("keys");
+  return part->python_names && part->keys ? 0 : -1;
 }
 
 void part_clear(Part* part) {
@@ -95,6 +97,8 @@ void part_clear(Part* part) {
   part->count = 0;
   Py_CLEAR(part->record);
   Py_CLEAR(part->names);
+  Py_CLEAR(part->python_names);
+  Py_CLEAR(part->keys);
 }
 
 int part_traverse(const Part* part, visitproc visit, void* arg) {

@@ -20,9 +20,11 @@ typedef struct {
   uint32_t bytes;
   Field* fields;
   Py_ssize_t count;
-  PyObject* record; /* the named tuple's class, of PART_RECORD */
-  PyObject* names;  /* its fields' names in the description */
-  newfunc make;     /* that of tuple, which is faster than calling the class */
+  PyObject* record;       /* the named tuple's class, of PART_RECORD */
+  PyObject* names;        /* its fields' names in the description */
+  PyObject* python_names; /* those of the named tuple */
+  PyObject* keys;         /* the attribute that a mapping has */
+  newfunc make;           /* that of tuple, which is faster than calling the class */
 } Part;
 
 /* Bytes of a key or value: on the stack unless they are many. Python code that runs between two

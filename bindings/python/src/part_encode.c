@@ -31,8 +31,8 @@ static int encode_fields(const Part* part, PyObject* fields, unsigned char* byte
 }
 
 /* By the names of the named tuple, or of the description where they differ. */
-static PyObject* take(const Part* part, Py_ssize_t i, PyObject* mapping, PyObject* python_names) {
-  PyObject* names[] = {PyTuple_GetItem(python_names, i), PyTuple_GetItem(part->names, i)};
+static PyObject* take(const Part* part, Py_ssize_t i, PyObject* mapping) {
+  PyObject* names[] = {PyTuple_GetItem(part->python_names, i), PyTuple_GetItem(part->names, i)};
   for (size_t which = 0; which < 2; ++which) {
     PyObject* field = PyObject_GetItem(mapping, names[which]);
     if (field || !PyErr_ExceptionMatches(PyExc_KeyError)) return field;
@@ -50,26 +50,23 @@ static PyObject* fields_of(const Part* part, PyObject* mapping) {
                  part->names);
     return NULL;
   }
-  PyObject* python_names = PyObject_GetAttrString(part->record, "_fields");
-  PyObject* fields = python_names ? PyTuple_New(part->count) : NULL;
+  PyObject* fields = PyTuple_New(part->count);
   for (Py_ssize_t i = 0; fields && i < part->count; ++i) {
-    PyObject* field = take(part, i, mapping, python_names);
+    PyObject* field = take(part, i, mapping);
     if (!field || PyTuple_SetItem(fields, i, field) < 0) Py_CLEAR(fields);
   }
-  Py_XDECREF(python_names);
   return fields;
 }
 
-static int is_mapping(PyObject* object) {
-  return PyDict_Check(object) ||
-         (PyMapping_Check(object) && PyObject_HasAttrString(object, "keys"));
+static int is_mapping(const Part* part, PyObject* object) {
+  return PyDict_Check(object) || (PyMapping_Check(object) && PyObject_HasAttr(object, part->keys));
 }
 
 static int encode_record(const Part* part, PyObject* object, unsigned char* bytes) {
   if (PyTuple_Check(object)) return encode_fields(part, object, bytes);
   if (PyObject_CheckBuffer(object)) return encode_buffer(part, object, bytes);
   PyObject* fields = NULL;
-  if (is_mapping(object)) {
+  if (is_mapping(part, object)) {
     fields = fields_of(part, object);
   } else if (PySequence_Check(object) && !PyUnicode_Check(object)) {
     fields = PySequence_Tuple(object);

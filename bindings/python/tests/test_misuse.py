@@ -163,6 +163,31 @@ def test_a_child_process_after_fork(quotes):
         assert reader["b"] == (3, 4)
 
 
+def test_a_child_process_while_another_thread_waits(quotes):
+    """That thread is not in the child."""
+    quotes["a"] = (1, 2)
+    with zorbe.Reader("quotes") as reader:
+        list(reader.changes(timeout=0))
+        thread = threading.Thread(target=lambda: next(reader.changes()))
+        thread.start()
+        while True:
+            try:
+                reader.get("a")
+            except zorbe.Error:
+                break
+        pid = os.fork()
+        if pid == 0:
+            status = 1
+            try:
+                status = 0 if reader.get("a") == (1, 2) else 2
+            finally:
+                os._exit(status)
+        assert os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]) == 0
+        quotes["b"] = (3, 4)
+        quotes.publish()
+        thread.join()
+
+
 def look_up(name):
     with zorbe.Reader(name) as reader:
         return reader["a"]
@@ -230,7 +255,7 @@ def test_a_subinterpreter_has_types_of_its_own(quotes):
     """It ends with a table open, and this one goes on."""
     interpreters = pytest.importorskip("_xxsubinterpreters")
     quotes["a"] = (1, 2)
-    one = interpreters.create()
+    one = interpreters.create(isolated=False)
     interpreters.run_string(one, "import zorbe; table = zorbe.Reader('quotes'); "
                                  "assert table['a'] == (1, 2); scan = iter(table)")
     interpreters.destroy(one)

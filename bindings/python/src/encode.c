@@ -10,7 +10,7 @@ static int does_not_fit(const Field* field, PyObject* object) {
   return -1;
 }
 
-/* What conversions raise gets the name of the field; other exceptions stay as they are. */
+/* Raises TypeError, with the name of the field. */
 static int is_no(const Field* field, PyObject* object, const char* wanted) {
   PyObject* type = PyObject_Type(object);
   PyObject* name = type ? PyType_GetName((PyTypeObject*)type) : NULL;
@@ -20,6 +20,15 @@ static int is_no(const Field* field, PyObject* object, const char* wanted) {
   return -1;
 }
 
+static int store_integer(const Field* field, uint64_t number, unsigned char* at) {
+#if PY_LITTLE_ENDIAN
+  memcpy(at, &number, field->bytes);
+#else
+  memcpy(at, (const unsigned char*)&number + 8 - field->bytes, field->bytes);
+#endif
+  return 0;
+}
+
 static int encode_signed(const Field* field, PyObject* index, unsigned char* at) {
   int overflow = 0;
   const long long number = PyLong_AsLongLongAndOverflow(index, &overflow);
@@ -27,13 +36,7 @@ static int encode_signed(const Field* field, PyObject* index, unsigned char* at)
   const unsigned bits = field->bytes * 8 - 1;
   const long long most = (long long)(UINT64_MAX >> (64 - bits));
   if (overflow != 0 || number > most || number < -most - 1) return does_not_fit(field, index);
-  const uint64_t raw = (uint64_t)number;
-#if PY_LITTLE_ENDIAN
-  memcpy(at, &raw, field->bytes);
-#else
-  memcpy(at, (const unsigned char*)&raw + 8 - field->bytes, field->bytes);
-#endif
-  return 0;
+  return store_integer(field, (uint64_t)number, at);
 }
 
 static int encode_unsigned(const Field* field, PyObject* index, unsigned char* at) {
@@ -44,13 +47,7 @@ static int encode_unsigned(const Field* field, PyObject* index, unsigned char* a
     return does_not_fit(field, index);
   }
   if (number > UINT64_MAX >> (64 - field->bytes * 8)) return does_not_fit(field, index);
-  const uint64_t raw = number;
-#if PY_LITTLE_ENDIAN
-  memcpy(at, &raw, field->bytes);
-#else
-  memcpy(at, (const unsigned char*)&raw + 8 - field->bytes, field->bytes);
-#endif
-  return 0;
+  return store_integer(field, number, at);
 }
 
 static int encode_integer(const Field* field, PyObject* object, unsigned char* at) {

@@ -55,7 +55,8 @@ async def _next_in_loop(table: Any, timeout: Optional[float]) -> Optional[Change
 async def _readable(loop: Any, table: Any, end: Optional[float]) -> None:
     """Returns when the reader's descriptor is readable, or at `end`."""
     if table._is_awaited:
-        raise Error("another task waits for this reader's changes: open one for each", ErrorCode.USAGE)
+        raise Error("another task waits for this reader's changes: open one for each",
+                    ErrorCode.USAGE)
     done = loop.create_future()
 
     def finish() -> None:

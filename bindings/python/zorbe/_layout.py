@@ -31,8 +31,8 @@ def text(size: int) -> str:
 def _parse(name: str, type_: str) -> tuple[str, int, int]:
     match = _TYPE.fullmatch(type_) if isinstance(type_, str) else None
     if not match:
-        raise ValueError(f"{name}: {type_!r} is no type: use i1, i2, i4, i8, u1, u2, u4, u8, f4, f8, b1, "
-                         "S<n> (text), V<n> (bytes), and [n] after it for an array")
+        raise ValueError(f"{name}: {type_!r} is no type: use i1, i2, i4, i8, u1, u2, u4, u8, f4, f8, "
+                         "b1, S<n> (text), V<n> (bytes), and [n] after it for an array")
     letter, size, count = match[1], int(match[2]), int(match[3] or 0)
     if size == 0 or match[3] == "0" or size not in _SIZES.get(letter, (size,)):
         raise ValueError(f"{name}: there is no type {type_!r}")
@@ -74,7 +74,7 @@ def _pairs(types: Types, name: str) -> list[tuple[str, str]]:
 
 
 def layout(key: Types, fields: Types, key_name: str) -> Layout:
-    """The layout of a new table. A key or value that is one type is a field `key_name` or "value"."""
+    """The layout of a new table. A key of one type is a field `key_name`, a value one "value"."""
     key_fields, key_bytes = _lay_out(_KEY, _pairs(key, key_name))
     value_fields, value_bytes = _lay_out(_VALUE, _pairs(fields, "value"))
     if not key_fields or not value_fields:

@@ -43,7 +43,7 @@ class Writer(Opened, WriterTable, MutableMapping):
         DuplicateWriter: another process writes the table, and still did after `wait_for_lock`
         seconds."""
         if (key is None) != (fields is None):
-            raise TypeError("key and fields: give both, or none for those of the table that is there")
+            raise TypeError("key and fields: give both, or none for those of the table")
         for name_, number in (("records", records), ("max_records", max_records),
                               ("log_entries", log_entries)):
             if number < 0:

@@ -17,6 +17,7 @@ def kinds_and_keys(changes):
 
 def test_a_reader_gets_all_records_and_then_what_changes(quotes):
     quotes["a"] = (1, 2)
+    quotes.publish()  # not by itself, while it is read
     with zorbe.Reader("quotes") as reader:
         changes = list(reader.changes(timeout=0))
         assert kinds_and_keys(changes) == [("reset", None), ("put", "a"), ("complete", None)]

@@ -28,6 +28,7 @@ def uses_of(table):
 
 def test_a_closed_table(quotes):
     quotes["a"] = (1, 2)
+    quotes.publish()  # not by itself, while it is read
     reader = zorbe.Reader("quotes")
     for table in (reader, quotes):
         iterator, is_closed = iter(table), table.closed
@@ -139,6 +140,7 @@ def test_a_writer_in_many_threads(quotes):
 
 def test_a_child_process_after_fork(quotes):
     quotes["a"] = (1, 2)
+    quotes.publish()  # not by itself, while it is read
     with zorbe.Reader("quotes") as reader:
         assert reader["a"] == (1, 2)
         pid = os.fork()
@@ -166,6 +168,7 @@ def test_a_child_process_after_fork(quotes):
 def test_a_child_process_while_another_thread_waits(quotes):
     """That thread is not in the child."""
     quotes["a"] = (1, 2)
+    quotes.publish()  # not by itself, while it is read
     with zorbe.Reader("quotes") as reader:
         list(reader.changes(timeout=0))
         thread = threading.Thread(target=lambda: next(reader.changes()))
@@ -204,6 +207,7 @@ def test_multiprocessing(quotes):
 
 def test_a_removed_table(quotes, root):
     quotes["a"] = (1, 2)
+    quotes.publish()  # not by itself, while it is read
     reader = zorbe.Reader("quotes")
     list(reader.changes(timeout=0))
     quotes.close()

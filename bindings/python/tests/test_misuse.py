@@ -109,7 +109,7 @@ def test_a_reader_in_two_threads(quotes):
 
         thread = threading.Thread(target=follow)
         thread.start()
-        while not refused:
+        while not refused and thread.is_alive():
             try:
                 reader.get("a")
             except zorbe.Error as error:
@@ -173,11 +173,13 @@ def test_a_child_process_while_another_thread_waits(quotes):
         list(reader.changes(timeout=0))
         thread = threading.Thread(target=lambda: next(reader.changes()))
         thread.start()
-        while True:
+        refused = False
+        while not refused and thread.is_alive():
             try:
                 reader.get("a")
             except zorbe.Error:
-                break
+                refused = True
+        assert refused
         pid = os.fork()
         if pid == 0:
             status = 1

@@ -12,8 +12,8 @@ static int fits(const zorbe_table* prices) {
 
 int main(void) {
   zorbe_table* prices;
-  symbol key;
-  quote now;
+  symbol key = {"", 0};
+  quote now = {0, 0};
   zorbe_change change = {.key = NULL, .value = NULL};
   int result = zorbe_reader_open(&prices, "prices", NULL);
   while (result >= 0) {

@@ -50,7 +50,7 @@ Descriptor openMaster(winsize size) {
 
 PseudoTerminal::PseudoTerminal(std::vector<std::string> arguments, unsigned short columns,
                                unsigned short rows)
-    : master_(openMaster({rows, columns, 0, 0})) {
+    : master_(openMaster({rows, columns, 0, 0})), firstModes_(modes()) {
   char slave[64];
   if (ptsname_r(master_.get(), slave, sizeof slave) != 0) throw std::runtime_error("no name");
   std::vector<char*> words;

@@ -34,6 +34,9 @@ class PseudoTerminal : private NonCopyable {
   /// The terminal's modes. They are the same at both ends.
   termios modes() const;
 
+  /// The modes from before the program was started, which changes them at once.
+  const termios& firstModes() const { return firstModes_; }
+
   /// From now on the terminal takes nothing that the program writes.
   void stopOutput() const;
 
@@ -53,6 +56,7 @@ class PseudoTerminal : private NonCopyable {
   bool read(int milliseconds);
 
   Descriptor master_;
+  termios firstModes_;
   pid_t pid_ = -1;
   std::string output_;
 };

@@ -182,7 +182,7 @@ TEST_F(ZorbeTop, DrawsAgainInTheNewSize) {
 TEST_F(ZorbeTop, LeavesTheTerminalAsItWasHoweverItEnds) {
   for (const char* keys : {"q", "\003", "\034"}) {
     const auto terminal = start();
-    const termios before = terminal->modes();
+    const termios before = terminal->firstModes();
     screen(*terminal);
     EXPECT_TRUE(isRaw(*terminal));
     terminal->type(keys);
@@ -191,7 +191,7 @@ TEST_F(ZorbeTop, LeavesTheTerminalAsItWasHoweverItEnds) {
   }
   for (const int signal : {SIGTERM, SIGHUP}) {
     const auto terminal = start();
-    const termios before = terminal->modes();
+    const termios before = terminal->firstModes();
     screen(*terminal);
     EXPECT_EQ(kill(terminal->pid(), signal), 0);
     EXPECT_EQ(terminal->finish(), 0);
@@ -208,7 +208,7 @@ TEST_F(ZorbeTop, EndsWhenItsTerminalIsClosed) {
 
 TEST_F(ZorbeTop, EndsAtASignalWhileItsTerminalTakesNothing) {
   const auto terminal = start();
-  const termios before = terminal->modes();
+  const termios before = terminal->firstModes();
   screen(*terminal);
   terminal->stopOutput();
   terminal->resize(100, 20);

@@ -68,8 +68,11 @@ Terminal::Terminal() : signals_((checkTerminal(), openSignals())), output_(openO
   enter();
 }
 
+// The signal that a terminal was closed may come after the end of the terminal was seen: it must
+// not end the program differently.
 Terminal::~Terminal() {
   leave();
+  if (closed_) return;
   static_cast<void>(sigprocmask(SIG_SETMASK, &formerMask_, nullptr));  // valid arguments
 }
 

@@ -36,6 +36,7 @@ class CKeys : public CInterface {
     ASSERT_EQ(openReader(reader), 0);
     EXPECT_EQ(textOf(reader, "ABC"), 1);
     EXPECT_EQ(textOf(reader, ""), 2);
+    EXPECT_EQ(textOf(reader, std::string_view()), 2) << "NULL";
     EXPECT_EQ(textOf(reader, longest), 3);
     EXPECT_EQ(textOf(reader, "AB"), -ZORBE_NOT_FOUND);
     EXPECT_EQ(textOf(reader, longest + "x"), -ZORBE_NOT_FOUND);

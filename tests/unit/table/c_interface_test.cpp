@@ -60,6 +60,19 @@ TEST_F(CInterface, AReaderReadsWhatAWriterHasPut) {
   EXPECT_EQ(zorbe_scan(reader, &cursor, nullptr, nullptr), ZORBE_END);
 }
 
+// Some of them far from where the search begins.
+TEST_F(CInterface, EveryRecordOfAFullTableIsFound) {
+  constexpr uint32_t kRecords = 20000;
+  options.records = kRecords;
+  CTable writer;
+  CTable reader;
+  ASSERT_EQ(openWriter(writer), 0);
+  for (uint32_t key = 0; key < kRecords; ++key) ASSERT_EQ(put(writer, key, key), 0);
+  ASSERT_EQ(openReader(reader), 0);
+  for (uint32_t key = 0; key < kRecords; ++key) ASSERT_EQ(valueOf(reader, key), key);
+  EXPECT_EQ(valueOf(reader, kRecords), -ZORBE_NOT_FOUND);
+}
+
 TEST_F(CInterface, GetWithoutAValueOnlySearches) {
   CTable writer;
   ASSERT_EQ(openWriter(writer), 0);

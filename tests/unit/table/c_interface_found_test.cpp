@@ -108,9 +108,10 @@ TEST_F(CFound, AReaderReadsTheBeginningOfLargerRecords) {
   CTable reader;
   ASSERT_EQ(openReader(reader), 0);
   writer.close();
-  options.flags = ZORBE_REPLACE_SCHEMA;
-  ASSERT_EQ(openWriter(writer, largerFields()), 0) << zorbe_error_text(writer);
   const int32_t record[4] = {10, 0, 20, 30};
+  options.flags = ZORBE_REPLACE_SCHEMA;
+  options.value_bytes = sizeof record;
+  ASSERT_EQ(openWriter(writer, largerFields()), 0) << zorbe_error_text(writer);
   const uint32_t key = 1;
   EXPECT_EQ(zorbe_put(writer, &key, sizeof key, record, sizeof record), 0);
   EXPECT_EQ(zorbe_refresh(reader), ZORBE_REPLACED);

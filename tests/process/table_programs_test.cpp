@@ -87,25 +87,19 @@ TEST_F(TablePrograms, ProgramsInCAndInCppShareATable) {
   EXPECT_THAT(loop.program().awaitLine("none"), HasSubstr("none has no record, "));
 }
 
-TEST_F(TablePrograms, ASecondWriterInCSaysWhy) {
-  Fed first({"table-writer"}, inRoot("pipe"));
-  ChildProcess reader = start({"table-c-reader"});
-  first.write("ABC 1 2\n");
-  reader.awaitLine("ABC");
-  ChildProcess second = start({"table-c-writer"});
-  EXPECT_EQ(second.finish(), 1);
-  EXPECT_THAT(second.log(), HasSubstr("table-c-writer: "));
-}
-
 TEST_F(TablePrograms, ASecondWriterIsRefusedAndNamesTheFirst) {
   Fed first({"table-writer"}, inRoot("pipe"));
   ChildProcess reader = start({"table-reader"});
   first.write("ABC 1 2\n");
   reader.awaitLine("ABC");
-  ChildProcess second = start({"table-service"});
-  EXPECT_EQ(second.finish(), 2);
-  EXPECT_THAT(second.log(), HasSubstr("table-service: process " +
-                                      std::to_string(first.program().pid()) + " writes the table"));
+  const std::string process = "process " + std::to_string(first.program().pid());
+  ChildProcess service = start({"table-service"});
+  EXPECT_EQ(service.finish(), 2);
+  EXPECT_THAT(service.log(), HasSubstr("table-service: " + process + " writes the table"));
+  ChildProcess inC = start({"table-c-writer"});
+  EXPECT_EQ(inC.finish(), 1);
+  EXPECT_THAT(inC.log(), HasSubstr("table-c-writer: "));
+  EXPECT_THAT(inC.log(), HasSubstr(std::to_string(first.program().pid())));
 }
 
 TEST_F(TablePrograms, AWriterThatWasKilledLosesNothing) {

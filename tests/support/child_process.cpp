@@ -204,6 +204,14 @@ void exitChild(int status) {
   ::_exit(status);
 }
 
+int inChild(const std::function<int()>& body) {
+  const pid_t child = ::fork();
+  if (child == 0) exitChild(body());
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
 std::string resultInChild(const std::function<std::string()>& body, User user) {
   ChildProcess child(
       "child", [&body](Channel& parent) { parent.send(body()); }, user);

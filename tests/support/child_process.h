@@ -98,6 +98,10 @@ class ChildProcess {
 /// Ends a forked child like _exit(2). What it has run counts for the coverage, too.
 [[noreturn]] void exitChild(int status);
 
+/// Runs `body` in a forked child, and returns the exit status that it returns; -1 when a signal has
+/// ended the child.
+int inChild(const std::function<int()>& body);
+
 /// Runs `body` in a child and returns the text that it returns. Fails the test when the child
 /// does not exit with 0.
 std::string resultInChild(const std::function<std::string()>& body, User user = User::kSame);

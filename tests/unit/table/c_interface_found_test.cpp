@@ -27,7 +27,7 @@ class CFound : public CInterface {
     return fields;
   }
 
-  // Its next change, whatever number of looks it takes.
+  // Its next change, after as many looks as that needs.
   static int nextAfterTurning(zorbe_table* reader, zorbe_change& change) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::nanoseconds(kDeadline);
     int result = ZORBE_END;

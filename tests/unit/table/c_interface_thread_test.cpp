@@ -4,50 +4,22 @@
 #include "unit/table/c_table.h"
 
 #include "support/child_process.h"
-
-#include <sys/wait.h>
-#include <unistd.h>
+#include "support/periodic_signal.h"
 
 #include <atomic>
-#include <csignal>
 #include <thread>
 
 namespace Zorbe::Test {
 namespace {
 
-class CThreads : public CInterface {
- protected:
-  // The exit code of a child process that runs `body`.
-  template <class Body>
-  static int inChild(Body body) {
-    const pid_t child = ::fork();
-    if (child == 0) exitChild(body());
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-};
+class CThreads : public CInterface {};
 
 TEST_F(CThreads, AWaitEndsWithASignal) {
-  struct sigaction action {};
-  struct sigaction before {};
-  action.sa_handler = [](int) {};
-  ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
   CTable reader;
   ASSERT_EQ(openReader(reader), 0);
-  const pthread_t self = ::pthread_self();
-  std::atomic<bool> returned{false};
-  std::thread sender([&] {
-    while (!returned.load()) {
-      ::pthread_kill(self, SIGUSR1);
-      std::this_thread::yield();
-    }
-  });
+  const PeriodicSignal signals;
   EXPECT_EQ(zorbe_wait(reader, -1), ZORBE_INTERRUPTED);
   EXPECT_EQ(zorbe_wait(reader, INT64_MAX), ZORBE_INTERRUPTED);
-  returned.store(true);
-  sender.join();
-  ASSERT_EQ(::sigaction(SIGUSR1, &before, nullptr), 0);
   EXPECT_EQ(zorbe_error(reader), 0);
 }
 

@@ -50,16 +50,6 @@ class TableProgram
     return ::poll(&waiting, 1, milliseconds) == 1;
   }
 
-  // Runs `body` in a child process and returns its exit code.
-  template <class Body>
-  static int inChild(Body body) {
-    const pid_t child = ::fork();
-    if (child == 0) exitChild(body());
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
   // Runs `act` while a child lives that was forked before.
   template <class Act>
   static void besideAChild(Act act) {

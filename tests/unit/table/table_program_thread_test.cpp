@@ -3,8 +3,9 @@
 // The table as programs without an event loop use it.
 #include "unit/table/table_program.h"
 
+#include "support/periodic_signal.h"
+
 #include <atomic>
-#include <csignal>
 #include <filesystem>
 #include <thread>
 
@@ -56,23 +57,9 @@ TEST_F(TableProgram, WaitForEverEndsWithAChange) {
 }
 
 TEST_F(TableProgram, WaitReturnsWhenASignalComes) {
-  struct sigaction action {};
-  struct sigaction before {};
-  action.sa_handler = [](int) {};
-  ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
   Reader reader("t", options);
-  const pthread_t self = ::pthread_self();
-  std::atomic<bool> returned{false};
-  std::thread sender([&] {
-    while (!returned.load()) {
-      ::pthread_kill(self, SIGUSR1);
-      std::this_thread::yield();
-    }
-  });
+  const PeriodicSignal signals;
   EXPECT_FALSE(reader.wait(std::chrono::nanoseconds::max()));
-  returned.store(true);
-  sender.join();
-  ASSERT_EQ(::sigaction(SIGUSR1, &before, nullptr), 0);
 }
 
 TEST_F(TableProgram, AnotherLoopPollsTheDescriptor) {

@@ -105,7 +105,7 @@ class HandlerConformance : public LoopConformance {
   std::vector<std::unique_ptr<Subject>> subjects_;
 };
 
-// A handler of descriptors, which are told apart by the number that it receives.
+// A handler of several descriptors, which keeps the number of each that was ready.
 struct Recorder : Brask::Platform::FdEventHandler {
   void fdEvent(int fd) override { ready.push_back(fd); }
   std::vector<int> ready;

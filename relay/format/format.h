@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+//
+// How a table is kept on the server, version 1:
+//
+//   <prefix>{TABLE}:records   hash: a key's bytes to the id of its last change and the value's bytes
+//   <prefix>{TABLE}:changes   stream: an entry is a batch of changes, its id the batch's
+//   <prefix>{TABLE}:about     hash: format, schema, epoch, last, heartbeat, source
+//
+// The id of a batch is <epoch>-<sequence>. Each publisher has an epoch of its own, higher than any
+// before; the sequence rises by one with each batch. An entry's first field is empty and has the id
+// of the entry before it: a follower that has read up to there has missed nothing. The other fields
+// are keys; their values are as in the hash, empty for a record that was erased.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <zorbe/table/schema.h>
+
+namespace Zorbe::Relay {
+
+inline constexpr const char* kFormat = "1";
+
+/// The three keys of a table, under one hash tag: a cluster holds them on one node.
+struct Keys {
+  Keys(const std::string& prefix, const std::string& table);
+
+  std::string records;
+  std::string changes;
+  std::string about;
+};
+
+/// The id of a batch.
+struct Id {
+  uint64_t epoch = 0;
+  uint64_t sequence = 0;
+
+  friend bool operator==(const Id& a, const Id& b) {
+    return a.epoch == b.epoch && a.sequence == b.sequence;
+  }
+  friend bool operator!=(const Id& a, const Id& b) { return !(a == b); }
+  friend bool operator<(const Id& a, const Id& b) {
+    return a.epoch != b.epoch ? a.epoch < b.epoch : a.sequence < b.sequence;
+  }
+};
+
+/// As the server writes it: <epoch>-<sequence>.
+std::string print(const Id& id);
+std::optional<Id> parseId(std::string_view text);
+
+/// A record as the hash and the stream hold it.
+struct Stored {
+  Id id;
+  std::string_view value;
+};
+std::string store(const Id& id, std::string_view value);
+std::optional<Stored> parseStored(std::string_view text);
+
+/// A table's schema as the field `schema` has it.
+std::string print(const Table::Schema& schema);
+std::optional<Table::Schema> parseSchema(std::string_view text);
+
+}  // namespace Zorbe::Relay

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+//
+// What the publisher has the server execute: each is one step that nothing comes between. All have
+// the keys records, changes, about.
+#pragma once
+
+namespace Zorbe::Relay {
+
+/// Becomes the publisher. Arguments: format, schema, milliseconds since 1970, bytes of changes that
+/// the stream keeps. Returns the new epoch and the id of the last batch. A table of another schema,
+/// and keys of other types, are removed; a stream that is too long is cut to half of that.
+/// Fails with "FORMAT <format>" when a relay of another version has written the keys.
+inline constexpr const char* kClaimScript = R"lua(
+local about, records, changes = KEYS[3], KEYS[1], KEYS[2]
+local function keep(key, kind)
+  local found = redis.call('TYPE', key)['ok']
+  if found ~= kind and found ~= 'none' then redis.call('UNLINK', key) end
+end
+keep(records, 'hash')
+keep(changes, 'stream')
+keep(about, 'hash')
+local was = redis.call('HMGET', about, 'format', 'schema', 'epoch')
+if was[1] and was[1] ~= ARGV[1] then return redis.error_reply('FORMAT ' .. was[1]) end
+local epoch = math.max((tonumber(was[3]) or 0) + 1, tonumber(ARGV[3]))
+local last = '0-0'
+if redis.call('EXISTS', changes) == 1 then
+  local info = redis.call('XINFO', 'STREAM', changes)
+  for i = 1, #info, 2 do
+    if info[i] == 'last-generated-id' then last = info[i + 1] end
+  end
+  epoch = math.max(epoch, tonumber(string.match(last, '^%d+')) + 1)
+  local limit = tonumber(ARGV[4])
+  local share = limit / redis.call('MEMORY', 'USAGE', changes)
+  if share < 1 then
+    local length = redis.call('XLEN', changes)
+    redis.call('XTRIM', changes, 'MAXLEN', '~', math.floor(length * share / 2))
+  end
+end
+if was[2] ~= ARGV[2] then
+  redis.call('UNLINK', records, changes)
+  last = '0-0'
+end
+epoch = string.format('%.0f', epoch)
+redis.call('HSET', about, 'format', ARGV[1], 'schema', ARGV[2], 'epoch', epoch, 'last', last,
+           'source', 'lost')
+return {epoch, last}
+)lua";
+
+/// Stores a batch. Arguments: epoch, id of the batch before, id, the oldest id that the stream has
+/// to keep (empty: all), how many records are put; then for each record its key and what is stored,
+/// and for each that is erased its key and nothing. Fails with "FENCED <epoch>" when there is a
+/// newer publisher, and with "LOST" when the server does not have the batch before.
+inline constexpr const char* kAppendScript = R"lua(
+local about = redis.call('HMGET', KEYS[3], 'epoch', 'last')
+if not about[1] then return redis.error_reply('LOST') end
+if about[1] ~= ARGV[1] then return redis.error_reply('FENCED ' .. about[1]) end
+if about[2] ~= ARGV[2] then return redis.error_reply('LOST') end
+redis.call('XADD', KEYS[2], ARGV[3], '', ARGV[2], unpack(ARGV, 6))
+local puts = tonumber(ARGV[5])
+if puts > 0 then redis.call('HSET', KEYS[1], unpack(ARGV, 6, 5 + 2 * puts)) end
+local erased = {}
+for i = 6 + 2 * puts, #ARGV, 2 do erased[#erased + 1] = ARGV[i] end
+if #erased > 0 then redis.call('HDEL', KEYS[1], unpack(erased)) end
+if ARGV[4] ~= '' then redis.call('XTRIM', KEYS[2], 'MINID', '~', ARGV[4]) end
+redis.call('HSET', KEYS[3], 'last', ARGV[3])
+return redis.status_reply('OK')
+)lua";
+
+/// Says that the publisher is there. Arguments: epoch, milliseconds since 1970, "live" or "lost":
+/// whether the table has a writer. Fails as the one above.
+inline constexpr const char* kHeartbeatScript = R"lua(
+local epoch = redis.call('HGET', KEYS[3], 'epoch')
+if not epoch then return redis.error_reply('LOST') end
+if epoch ~= ARGV[1] then return redis.error_reply('FENCED ' .. epoch) end
+redis.call('HSET', KEYS[3], 'heartbeat', ARGV[2], 'source', ARGV[3])
+return redis.status_reply('OK')
+)lua";
+
+}  // namespace Zorbe::Relay

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#include "mirror/about.h"
+
+namespace Zorbe::Relay {
+
+Command askAbout(const Keys& keys) {
+  Command command("HMGET");
+  return command.add(keys.about).add("format").add("schema").add("epoch").add("last").add(
+      "heartbeat").add("source");
+}
+
+About parseAbout(const Reply& reply) {
+  const auto field = [&](size_t index) { return std::string(reply[index].text()); };
+  return {field(0), field(1), field(2), field(3), field(4), field(5)};
+}
+
+}  // namespace Zorbe::Relay

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "format/format.h"
+#include "server/connection.h"
+
+namespace Zorbe::Relay {
+
+/// What a publisher says about its table.
+struct About {
+  std::string format;  // empty: there is no such table
+  std::string schema;
+  std::string epoch;
+  std::string last;
+  std::string heartbeat;
+  std::string source;
+};
+
+Command askAbout(const Keys& keys);
+About parseAbout(const Reply& reply);
+
+}  // namespace Zorbe::Relay

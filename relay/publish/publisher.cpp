@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: MIT
+#include "publish/publisher.h"
+
+#include <zorbe/table/error.h>
+
+#include <utility>
+
+#include "foundation/log.h"
+
+namespace Zorbe::Relay {
+
+namespace {
+
+using Log::kMilestone;
+using Log::kNotable;
+using Table::Kind;
+
+constexpr double kBeatSeconds = 1;
+
+// Records that the server returns at once.
+constexpr uint64_t kScanCount = 500;
+
+// After so many the loop turns.
+constexpr int kChangesOfTurn = 4096;
+
+}  // namespace
+
+Publisher::Publisher(const Options& options, Brask::Platform::DebugHandler& log)
+    : options_(options),
+      log_(log),
+      session_(options.server, *this, log),
+      copy_(session_, Keys(options.prefix, options.name), *this, log) {
+  copy_.setHistory(options.history);
+  openTable();
+  beatTimer_.start(kBeatSeconds);
+}
+
+Publisher::Figures Publisher::figures() const {
+  return {copy_.sentChanges(), comparisons_};
+}
+
+// With the description of the first table that is found.
+void Publisher::openTable() {
+  reader_ = std::make_unique<Table::ReaderCore>(options_.table, options_.reading, Table::Schema{});
+  phase_ = Phase::kWaiting;
+  incarnation_ = 0;
+  listen(true);
+}
+
+void Publisher::ready(void* self) {
+  static_cast<Publisher*>(self)->advance();
+}
+
+// The reader calls for as long as it has something: not while that cannot be taken.
+void Publisher::listen(bool isWanted) {
+  reader_->onReady(isWanted ? ready : nullptr, this);
+}
+
+void Publisher::sessionBegan() {
+  listen(true);
+  start();
+}
+
+void Publisher::sessionEnded() {
+  copy_.forget();
+  comparison_.reset();
+  batch_ = Batch();
+  isAsked_ = isComparedAgain_ = false;
+  phase_ = Phase::kWaiting;
+}
+
+void Publisher::start() {
+  if (reader_->info().incarnation == 0 || !session_.isReady()) {
+    return listen(session_.isReady());
+  }
+  schema_ = reader_->schema();
+  key_.assign((schema_.keyBytes + 7) / 8, 0);
+  value_.assign(schema_.valueBytes, '\0');
+  phase_ = Phase::kDraining;
+}
+
+void Publisher::drain() {
+  for (int i = 0; i < kChangesOfTurn; ++i) {
+    const auto change = next();
+    if (change) {
+      isPass_ = change->kind == Kind::reset || (isPass_ && change->kind != Kind::complete);
+    }
+    if (change && change->kind != Kind::complete) continue;
+    if (phase_ != Phase::kDraining) return;  // the table cannot be read any more
+    phase_ = Phase::kClaiming;
+    listen(false);
+    return copy_.claim(schema_);
+  }
+}
+
+void Publisher::claimed() {
+  phase_ = Phase::kFollowing;
+  beat();
+  compare();
+  advance();
+}
+
+void Publisher::compare() {
+  ++comparisons_;
+  comparison_.emplace(reader_->view(), schema_);
+  isEachServersSeen_ = isComparedAgain_ = false;
+  cursor_ = "0";
+}
+
+void Publisher::compareMore() {
+  if (!isEachServersSeen_) {
+    if (!isAsked_) askForRecords();
+    return;
+  }
+  if (comparison_->addMissing(batch_)) return;
+  comparison_.reset();
+  ZORBE_LOG(log_, kMilestone, options_.table << ": the server has every record");
+  if (isComparedAgain_) compare();
+}
+
+void Publisher::askForRecords() {
+  isAsked_ = true;
+  Command command("HSCAN");
+  command.add(Keys(options_.prefix, options_.name).records).add(cursor_).add("COUNT");
+  session_.send(command.add(kScanCount), [this](const Reply& reply) { seeRecords(reply); });
+}
+
+void Publisher::seeRecords(const Reply& reply) {
+  isAsked_ = false;
+  if (reply.size() != 2) return session_.restart(std::string(reply.text()));
+  const Reply records = reply[1];
+  for (size_t i = 0; i + 1 < records.size(); i += 2) {
+    comparison_->seeServers(records[i].text(), records[i + 1].text(), batch_);
+  }
+  cursor_ = reply[0].text();
+  isEachServersSeen_ = cursor_ == "0";
+  advance();
+}
+
+void Publisher::hasRoom() {
+  advance();
+}
+
+void Publisher::advance() {
+  if (phase_ == Phase::kWaiting) start();
+  if (phase_ == Phase::kDraining) return drain();
+  if (phase_ != Phase::kFollowing) return;
+  while (copy_.hasRoomForBatch()) {
+    while (!batch_.isFull() && takeChange()) continue;
+    if (phase_ != Phase::kFollowing) return;
+    if (comparison_ && !batch_.isFull()) compareMore();
+    if (batch_.isEmpty()) break;
+    copy_.append(batch_);
+  }
+  listen(copy_.hasRoomForBatch());
+}
+
+// What cannot be read is tried again by the reader; a table of another description by another one.
+std::optional<Table::ReaderCore::Change> Publisher::next() {
+  try {
+    return reader_->next(key_.data(), value_.data());
+  } catch (const Table::Error& failure) {
+    ZORBE_LOG(log_, kNotable, failure.what());
+    if (failure.code() == Table::ErrorCode::schema) {
+      sessionEnded();
+      openTimer_.start(0.0);  // the reader is calling
+    }
+  } catch (const Brask::Exception& failure) {
+    ZORBE_LOG(log_, kNotable, failure.what());
+  }
+  return std::nullopt;
+}
+
+// Of a pass over all records those are left out that have not changed since they were taken.
+bool Publisher::takeChange() {
+  const auto change = next();
+  if (!change) {
+    const Table::Info info = reader_->info();
+    incarnation_ = info.incarnation;
+    caughtUp_ = info.position;
+    return false;
+  }
+  const std::string_view key(reinterpret_cast<const char*>(key_.data()), schema_.keyBytes);
+  if (change->kind == Kind::put && (!isPass_ || change->sequence > caughtUp_)) {
+    batch_.put(key, value_);
+  }
+  if (change->kind == Kind::erased) batch_.erase(key);
+  if (change->kind == Kind::reset) tookReset();
+  if (change->kind == Kind::complete) isPass_ = false;
+  return true;
+}
+
+// Erasures may have been missed: only a comparison finds them.
+void Publisher::tookReset() {
+  isPass_ = true;
+  if (reader_->info().incarnation != std::exchange(incarnation_, reader_->info().incarnation)) {
+    caughtUp_ = 0;
+  }
+  if (comparison_) {
+    isComparedAgain_ = true;
+  } else {
+    compare();
+  }
+}
+
+void Publisher::fenced(const std::string& why) {
+  end_ = why;
+}
+
+void Publisher::beat() {
+  beatTimer_.start(kBeatSeconds);
+  copy_.beat(reader_->state() == Table::State::connected);
+}
+
+}  // namespace Zorbe::Relay

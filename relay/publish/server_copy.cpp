@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: MIT
+#include "publish/server_copy.h"
+
+#include <utility>
+
+#include "foundation/log.h"
+#include "format/scripts.h"
+#include "server/time.h"
+
+namespace Zorbe::Relay {
+
+namespace {
+
+using Log::kNotable;
+
+bool begins(std::string_view text, std::string_view prefix) {
+  return text.substr(0, prefix.size()) == prefix;
+}
+
+}  // namespace
+
+ServerCopy::ServerCopy(Session& session, const Keys& keys, Owner& owner,
+                       Brask::Platform::DebugHandler& log)
+    : session_(session), keys_(keys), owner_(owner), log_(log) {}
+
+void ServerCopy::claim(const Table::Schema& schema) {
+  schema_ = schema;
+  forget();
+  load(kClaimScript, &ServerCopy::claimDigest_, &ServerCopy::loadScripts);
+}
+
+void ServerCopy::forget() {
+  isClaimed_ = false;
+  unanswered_ = 0;
+  kept_.clear();
+  keptBytes_ = 0;
+}
+
+void ServerCopy::loadScripts() {
+  load(kHeartbeatScript, &ServerCopy::heartbeatDigest_, nullptr);
+  load(kAppendScript, &ServerCopy::appendDigest_, &ServerCopy::runClaim);
+}
+
+void ServerCopy::load(const char* script, std::string ServerCopy::*digest,
+                      void (ServerCopy::*next)()) {
+  session_.send(Command("SCRIPT").add("LOAD").add(script), [this, digest, next](const Reply& reply) {
+    if (reply.isError()) return session_.restart(std::string(reply.text()));
+    this->*digest = reply.text();
+    if (next != nullptr) (this->*next)();
+  });
+}
+
+Command ServerCopy::script(const std::string& digest) const {
+  Command command("EVALSHA");
+  command.add(digest).add("3").add(keys_.records).add(keys_.changes).add(keys_.about);
+  return command;
+}
+
+void ServerCopy::runClaim() {
+  Command command = script(claimDigest_);
+  command.add(kFormat).add(print(schema_)).add(wallClockMilliseconds()).add(history_);
+  session_.send(command, [this](const Reply& reply) { takeClaim(reply); });
+}
+
+void ServerCopy::takeClaim(const Reply& reply) {
+  const std::string_view text = reply.text();
+  if (reply.isError() && begins(text, "FORMAT ")) {
+    return owner_.fenced("the server has this table in the format " + std::string(text.substr(7)) +
+                         " of another version of the relay: use that version, or remove the keys");
+  }
+  if (reply.isError()) return session_.restart(std::string(text));
+  const std::optional<Id> last = parseId(reply[1].text());
+  const std::optional<Id> first = parseId(std::string(reply[0].text()) + "-0");
+  if (!last || !first) return session_.restart("the server's answer is no claim");
+  epoch_ = first->epoch;
+  last_ = *last;
+  before_ = print(last_);
+  isClaimed_ = true;
+  owner_.claimed();
+}
+
+// The id of the oldest batch that the stream keeps with one more of `bytes`; empty while it keeps
+// everything.
+std::string ServerCopy::oldestToKeep(size_t bytes) {
+  keptBytes_ += bytes;
+  if (keptBytes_ <= history_) return "";
+  while (keptBytes_ > history_ && kept_.size() > 1) {
+    keptBytes_ -= kept_.front().bytes;
+    kept_.pop_front();
+  }
+  return print(kept_.front().id);
+}
+
+void ServerCopy::append(Batch& batch) {
+  const size_t bytes = batch.bytes();
+  last_ = {epoch_, last_.epoch == epoch_ ? last_.sequence + 1 : 1};
+  kept_.push_back({last_, bytes});
+  Command command = script(appendDigest_);
+  const std::string id = print(last_);
+  command.add(epoch_).add(before_).add(id);
+  command.add(oldestToKeep(bytes));
+  sentChanges_ += batch.changes();
+  batch.moveTo(command, last_);
+  before_ = id;
+  ++unanswered_;
+  session_.send(command, [this](const Reply& reply) {
+    --unanswered_;
+    if (reply.isError()) return check(reply);
+    owner_.hasRoom();
+  });
+}
+
+void ServerCopy::beat(bool isSourceLive) {
+  if (!isClaimed_) return;
+  Command command = script(heartbeatDigest_);
+  command.add(epoch_).add(wallClockMilliseconds()).add(isSourceLive ? "live" : "lost");
+  session_.send(command, [this](const Reply& reply) {
+    if (reply.isError()) check(reply);
+  });
+}
+
+// Anything else that the server refuses may be over soon: the next session compares everything.
+void ServerCopy::check(const Reply& reply) {
+  const std::string text(reply.text());
+  if (!begins(text, "FENCED ")) return session_.restart(text);
+  owner_.fenced("another publisher of this table has taken over; its epoch is " + text.substr(7));
+}
+
+}  // namespace Zorbe::Relay

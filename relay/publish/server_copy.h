@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <deque>
+#include <string>
+
+#include "format/format.h"
+#include "publish/batch.h"
+#include "server/session.h"
+
+namespace Zorbe::Relay {
+
+/// The copy of a table on the server, as its publisher sees it: becomes the publisher, and sends
+/// batches, several of them before the first is answered.
+class ServerCopy {
+ public:
+  class Owner {
+   public:
+    virtual ~Owner() = default;
+
+    /// This is the publisher now: what the server has can be compared with the table.
+    virtual void claimed() = 0;
+
+    /// There is room for another batch.
+    virtual void hasRoom() = 0;
+
+    /// Another publisher has taken over: this one has to end.
+    virtual void fenced(const std::string& why) = 0;
+  };
+
+  ServerCopy(Session& session, const Keys& keys, Owner& owner, Brask::Platform::DebugHandler& log);
+
+  /// How many bytes of changes the stream keeps.
+  void setHistory(uint64_t bytes) { history_ = bytes; }
+
+  /// In a session that has just begun.
+  void claim(const Table::Schema& schema);
+
+  /// After the session has ended.
+  void forget();
+
+  bool hasRoomForBatch() const { return isClaimed_ && unanswered_ < kMostUnanswered; }
+  bool isSettled() const { return unanswered_ == 0; }
+
+  /// Sends the batch, which is empty afterwards. Only while there is room.
+  void append(Batch& batch);
+
+  /// Says that the publisher is there.
+  void beat(bool isSourceLive);
+
+  uint64_t epoch() const { return last_.epoch; }
+  uint64_t sentChanges() const { return sentChanges_; }
+
+ private:
+  static constexpr size_t kMostUnanswered = 8;
+
+  // A batch that the stream has.
+  struct Kept {
+    Id id;
+    size_t bytes;
+  };
+
+  void loadScripts();
+  void load(const char* script, std::string ServerCopy::*digest, void (ServerCopy::*next)());
+  void runClaim();
+  void takeClaim(const Reply& reply);
+  void check(const Reply& reply);
+  std::string oldestToKeep(size_t bytes);
+  Command script(const std::string& digest) const;
+
+  Session& session_;
+  Keys keys_;
+  Owner& owner_;
+  Brask::Platform::DebugHandler& log_;
+  Table::Schema schema_;
+  std::string claimDigest_, appendDigest_, heartbeatDigest_;
+  bool isClaimed_ = false;
+  uint64_t epoch_ = 0;
+  Id last_;             // the batch sent last, of this epoch or one before
+  std::string before_;  // the same as the server writes it
+  size_t unanswered_ = 0;
+  uint64_t history_ = uint64_t{64} << 20;
+  std::deque<Kept> kept_;
+  uint64_t keptBytes_ = 0;
+  uint64_t sentChanges_ = 0;
+};
+
+}  // namespace Zorbe::Relay

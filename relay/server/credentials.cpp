@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include "server/credentials.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "server/address.h"
+
+namespace Zorbe::Relay {
+
+namespace {
+
+std::string takeFromEnvironment(const char* name) {
+  const char* const value = std::getenv(name);
+  std::string result = value == nullptr ? "" : value;
+  static_cast<void>(::unsetenv(name));
+  return result;
+}
+
+std::string firstLine(const std::string& file) {
+  std::ifstream in(file);
+  std::string line;
+  errno = 0;
+  if (!std::getline(in, line)) {
+    const int error = errno;
+    const std::string why = error == 0 ? "it is empty" : std::strerror(error);
+    throw UsageError("cannot read a password from '" + file + "': " + why);
+  }
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (line.empty()) throw UsageError("cannot read a password from '" + file + "': its first line is empty");
+  return line;
+}
+
+}  // namespace
+
+Credentials findCredentials(const std::string& user, const std::string& file) {
+  Credentials result;
+  result.user = takeFromEnvironment("ZORBE_RELAY_USER");
+  result.password = takeFromEnvironment("ZORBE_RELAY_PASSWORD");
+  if (!user.empty()) result.user = user;
+  if (!file.empty()) result.password = firstLine(file);
+  if (!result.user.empty() && result.password.empty()) {
+    throw UsageError("the user '" + result.user + "' needs a password: name a file with "
+                     "--password-file, or set ZORBE_RELAY_PASSWORD");
+  }
+  return result;
+}
+
+}  // namespace Zorbe::Relay

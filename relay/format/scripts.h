@@ -49,12 +49,12 @@ return {epoch, last}
 /// Stores a batch. Arguments: epoch, id of the batch before, id, the oldest id that the stream has
 /// to keep (empty: all), how many records are put; then for each record its key and what is stored,
 /// and for each that is erased its key and nothing. Fails with "FENCED <epoch>" when there is a
-/// newer publisher, and with "LOST" when the server does not have the batch before.
+/// newer publisher, and with "LOST ..." when the server does not have the batch before.
 inline constexpr const char* kAppendScript = R"lua(
 local about = redis.call('HMGET', KEYS[3], 'epoch', 'last')
-if not about[1] then return redis.error_reply('LOST') end
+if not about[1] then return redis.error_reply('LOST the batch before') end
 if about[1] ~= ARGV[1] then return redis.error_reply('FENCED ' .. about[1]) end
-if about[2] ~= ARGV[2] then return redis.error_reply('LOST') end
+if about[2] ~= ARGV[2] then return redis.error_reply('LOST the batch before') end
 redis.call('XADD', KEYS[2], ARGV[3], '', ARGV[2], unpack(ARGV, 6))
 local puts = tonumber(ARGV[5])
 if puts > 0 then redis.call('HSET', KEYS[1], unpack(ARGV, 6, 5 + 2 * puts)) end
@@ -70,7 +70,7 @@ return redis.status_reply('OK')
 /// whether the table has a writer. Fails as the one above.
 inline constexpr const char* kHeartbeatScript = R"lua(
 local epoch = redis.call('HGET', KEYS[3], 'epoch')
-if not epoch then return redis.error_reply('LOST') end
+if not epoch then return redis.error_reply('LOST the batch before') end
 if epoch ~= ARGV[1] then return redis.error_reply('FENCED ' .. epoch) end
 redis.call('HSET', KEYS[3], 'heartbeat', ARGV[2], 'source', ARGV[3])
 return redis.status_reply('OK')

@@ -57,8 +57,7 @@ void Publisher::listen(bool isWanted) {
 }
 
 void Publisher::sessionBegan() {
-  listen(true);
-  start();
+  advance();
 }
 
 void Publisher::sessionEnded() {

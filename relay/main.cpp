@@ -8,10 +8,10 @@
 #include <memory>
 
 #include "mirror/mirror.h"
-#include "publish/publisher.h"
-#include "server/credentials.h"
-#include "records/streams.h"
 #include "output/text.h"
+#include "publish/publisher.h"
+#include "records/streams.h"
+#include "server/credentials.h"
 
 namespace Zorbe::Relay {
 
@@ -72,7 +72,8 @@ int publish(const Arguments& arguments) {
   Brask::Linux::EventLoop loop;
   const Publisher publisher(options, log);
   const int status = turn(loop, stop, [&] { return !publisher.end().empty(); });
-  if (!publisher.end().empty()) std::cerr << "zorbe-relay: " + Tool::printable(publisher.end()) + "\n";
+  if (!publisher.end().empty())
+    std::cerr << "zorbe-relay: " + Tool::printable(publisher.end()) + "\n";
   return status;
 }
 
@@ -94,14 +95,21 @@ CLI::App* addDirection(CLI::App& app, Arguments& arguments, const char* name, co
                        const char* server) {
   CLI::App* const command = app.add_subcommand(name, about);
   command->add_option("TABLE", arguments.table, "Name of the table")->required()->type_name("");
-  command->add_option(server, arguments.address, "redis://host:port/0, unix:///path or "
-                      "redis+sentinel://host:port,.../master")->required()->type_name("ADDRESS");
+  command
+      ->add_option(server, arguments.address,
+                   "redis://host:port/0, unix:///path or "
+                   "redis+sentinel://host:port,.../master")
+      ->required()
+      ->type_name("ADDRESS");
   command->add_option("--as", arguments.name, "Another name at the other end")->type_name("NAME");
   command->add_option("--prefix", arguments.prefix, "Of the server's keys")->type_name("TEXT");
   command->add_option("--user", arguments.user, "ACL user of the server")->type_name("NAME");
-  command->add_option("--password-file", arguments.passwordFile, "Its first line is the password")->type_name("FILE");
+  command->add_option("--password-file", arguments.passwordFile, "Its first line is the password")
+      ->type_name("FILE");
   command->add_option("--root", arguments.root, "Base directory of the tables")->type_name("DIR");
-  command->add_option("--debug", arguments.debug, "Show messages up to a level (default 1)")->type_name("LEVEL")->check(CLI::Range(0, 9));
+  command->add_option("--debug", arguments.debug, "Show messages up to a level (default 1)")
+      ->type_name("LEVEL")
+      ->check(CLI::Range(0, 9));
   return command;
 }
 
@@ -110,9 +118,15 @@ int run(int argc, char** argv) {
   CLI::App app("Carries a table to other hosts over a Redis server.", "zorbe-relay");
   app.require_subcommand(1);
   app.set_version_flag("--version", ZORBE_VERSION);
-  CLI::App* const publishing = addDirection(app, arguments, "publish", "Keep a copy of a table of this host on the server", "--to");
-  publishing->add_option("--history", arguments.history, "MiB of changes that the server keeps (default 64)")->type_name("MIB")->check(CLI::Range(1, 1 << 20));
-  addDirection(app, arguments, "mirror", "Keep a table of this host as the server's copy is", "--from");
+  CLI::App* const publishing = addDirection(
+      app, arguments, "publish", "Keep a copy of a table of this host on the server", "--to");
+  publishing
+      ->add_option("--history", arguments.history,
+                   "MiB of changes that the server keeps (default 64)")
+      ->type_name("MIB")
+      ->check(CLI::Range(1, 1 << 20));
+  addDirection(app, arguments, "mirror", "Keep a table of this host as the server's copy is",
+               "--from");
   CLI11_PARSE(app, argc, argv);
   return publishing->parsed() ? publish(arguments) : mirror(arguments);
 }

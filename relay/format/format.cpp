@@ -19,7 +19,8 @@ void append(std::string& text, uint64_t number) {
 
 uint64_t wordOf(std::string_view text) {
   uint64_t number = 0;
-  for (size_t i = 0; i < kWordBytes; ++i) number = number << 8 | static_cast<unsigned char>(text[i]);
+  for (size_t i = 0; i < kWordBytes; ++i)
+    number = number << 8 | static_cast<unsigned char>(text[i]);
   return number;
 }
 

@@ -2,8 +2,8 @@
 //
 // How a table is kept on the server, version 1:
 //
-//   <prefix>{TABLE}:records   hash: a key's bytes to the id of its last change and the value's bytes
-//   <prefix>{TABLE}:changes   stream: an entry is a batch of changes, its id the batch's
+//   <prefix>{TABLE}:records   hash: a key's bytes to the id of its last change and the value's
+//   bytes <prefix>{TABLE}:changes   stream: an entry is a batch of changes, its id the batch's
 //   <prefix>{TABLE}:about     hash: format, schema, epoch, last, heartbeat, source
 //
 // The id of a batch is <epoch>-<sequence>. Each publisher has an epoch of its own, higher than any

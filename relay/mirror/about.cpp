@@ -5,8 +5,13 @@ namespace Zorbe::Relay {
 
 Command askAbout(const Keys& keys) {
   Command command("HMGET");
-  return command.add(keys.about).add("format").add("schema").add("epoch").add("last").add(
-      "heartbeat").add("source");
+  return command.add(keys.about)
+      .add("format")
+      .add("schema")
+      .add("epoch")
+      .add("last")
+      .add("heartbeat")
+      .add("source");
 }
 
 About parseAbout(const Reply& reply) {

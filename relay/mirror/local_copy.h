@@ -50,7 +50,7 @@ class LocalCopy {
   std::string value_;
   Id from_;
   bool isTransfer_ = false;
-  std::unordered_set<std::string> seen_;         // during a transfer
+  std::unordered_set<std::string> seen_;           // during a transfer
   std::unordered_map<std::string, Id> overtaken_;  // records that are newer than the stream so far
 };
 

@@ -35,7 +35,8 @@ void refuseOwnTable(const std::string& table, const Table::Options& options) {
   std::vector<uint64_t> key((schema.keyBytes + 7) / 8);
   uint64_t cursor = 0;
   if (!reader.view().scan(cursor, key.data(), nullptr)) return;
-  throw UsageError("the table '" + table + "' of this host has records of its own: mirror under "
+  throw UsageError("the table '" + table +
+                   "' of this host has records of its own: mirror under "
                    "another name (--as), or remove it first (zorbe remove)");
 }
 
@@ -89,8 +90,9 @@ void Mirror::takeAbout(const Reply& reply) {
   }
   const auto schema = parseSchema(about_.schema);
   const bool isUnderstood = about_.format == kFormat && schema && parseId(about_.last);
-  if (findProblem(isUnderstood ? "" : "the server has it in the format '" + about_.format +
-                                          "' of another version of the relay")) {
+  if (findProblem(isUnderstood ? ""
+                               : "the server has it in the format '" + about_.format +
+                                     "' of another version of the relay")) {
     return;
   }
   if (!local_ || print(local_->schema()) != about_.schema) openLocal(*schema);
@@ -196,16 +198,17 @@ bool Mirror::takeBatch(const Reply& entry) {
 
 void Mirror::countUnusable(const char* what) {
   if (figures_.unusable++ == 0) {
-    ZORBE_LOG(log_, kNotable, options_.name << ": the server has a " << what
-                                            << " that is none of this table's; it is left out");
+    ZORBE_LOG(log_, kNotable,
+              options_.name << ": the server has a " << what
+                            << " that is none of this table's; it is left out");
   }
 }
 
 void Mirror::showOrigin() {
   originTimer_.start(kAskSeconds);
   if (!local_) return;
-  const bool isFresh = isInStep_ && session_.isReady() && about_.source == "live" &&
-                       Clock::now() - beatAt_ < kFresh;
+  const bool isFresh =
+      isInStep_ && session_.isReady() && about_.source == "live" && Clock::now() - beatAt_ < kFresh;
   const Table::Origin origin = isFresh ? Table::Origin::mirrored : Table::Origin::mirroredLost;
   if (origin_ == origin) return;
   origin_ = origin;

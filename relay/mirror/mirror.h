@@ -17,8 +17,8 @@
 namespace Zorbe::Relay {
 
 /// Keeps a table of this host as the copy on the server is, while the current loop turns. Reads
-/// everything once, and then follows the stream of changes; again everything when it has missed one.
-/// When the server or the publisher is away, the records stay, and the table says since when.
+/// everything once, and then follows the stream of changes; again everything when it has missed
+/// one. When the server or the publisher is away, the records stay, and the table says since when.
 class Mirror : private Session::Owner {
  public:
   struct Options {
@@ -31,9 +31,9 @@ class Mirror : private Session::Owner {
 
   /// What has happened so far.
   struct Figures {
-    uint64_t transfers = 0;       // of all records
-    uint64_t changes = 0;         // that were followed
-    uint64_t unusable = 0;        // records and changes that are none of the table's
+    uint64_t transfers = 0;  // of all records
+    uint64_t changes = 0;    // that were followed
+    uint64_t unusable = 0;   // records and changes that are none of the table's
   };
 
   Mirror(const Options& options, Brask::Platform::DebugHandler& log);
@@ -68,11 +68,11 @@ class Mirror : private Session::Owner {
   std::unique_ptr<LocalCopy> local_;
   Session session_;
   About about_;
-  std::optional<Id> position_;  // the last batch that was followed; none: all records are needed
-  Id from_;                     // of the transfer under way
-  bool hasRead_ = false;        // a transfer was begun
-  Clock::time_point beatAt_{};  // when the heartbeat changed last
-  bool isAboutNewer_ = false;   // than position_
+  std::optional<Id> position_;   // the last batch that was followed; none: all records are needed
+  Id from_;                      // of the transfer under way
+  bool hasRead_ = false;         // a transfer was begun
+  Clock::time_point beatAt_{};   // when the heartbeat changed last
+  bool isAboutNewer_ = false;    // than position_
   Clock::time_point askedAt_{};  // the last time
   bool isInStep_ = false;
   std::optional<Table::Origin> origin_;

@@ -26,8 +26,8 @@ class Comparison {
  private:
   Table::ViewCore view_;
   Table::Schema schema_;
-  uint64_t incarnation_ = 0;   // of the slots in seen_
-  std::vector<bool> seen_;     // by slot: the server has the record
+  uint64_t incarnation_ = 0;  // of the slots in seen_
+  std::vector<bool> seen_;    // by slot: the server has the record
   uint64_t cursor_ = 0;
   std::vector<uint64_t> key_;  // padded to whole words
   std::string value_;

@@ -69,13 +69,13 @@ void Publisher::sessionEnded() {
 }
 
 void Publisher::start() {
-  if (reader_->info().incarnation == 0 || !session_.isReady()) {
-    return listen(session_.isReady());
-  }
+  const bool isReady = session_.isReady();
+  if (reader_->info().incarnation == 0 || !isReady) return listen(isReady);
   schema_ = reader_->schema();
   key_.assign((schema_.keyBytes + 7) / 8, 0);
   value_.assign(schema_.valueBytes, '\0');
   phase_ = Phase::kDraining;
+  listen(true);
 }
 
 void Publisher::drain() {

@@ -3,8 +3,8 @@
 
 #include <utility>
 
-#include "foundation/log.h"
 #include "format/scripts.h"
+#include "foundation/log.h"
 #include "server/time.h"
 
 namespace Zorbe::Relay {
@@ -43,11 +43,12 @@ void ServerCopy::loadScripts() {
 
 void ServerCopy::load(const char* script, std::string ServerCopy::*digest,
                       void (ServerCopy::*next)()) {
-  session_.send(Command("SCRIPT").add("LOAD").add(script), [this, digest, next](const Reply& reply) {
-    if (reply.isError()) return session_.restart(std::string(reply.text()));
-    this->*digest = reply.text();
-    if (next != nullptr) (this->*next)();
-  });
+  session_.send(Command("SCRIPT").add("LOAD").add(script),
+                [this, digest, next](const Reply& reply) {
+                  if (reply.isError()) return session_.restart(std::string(reply.text()));
+                  this->*digest = reply.text();
+                  if (next != nullptr) (this->*next)();
+                });
 }
 
 Command ServerCopy::script(const std::string& digest) const {

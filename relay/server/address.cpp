@@ -21,7 +21,8 @@ Number number(const std::string& text, std::string_view digits, const char* what
   Number value{};
   const char* const end = digits.data() + digits.size();
   const auto [stop, error] = std::from_chars(digits.data(), end, value);
-  if (error != std::errc() || stop != end) refuse(text, std::string("the ") + what + " is no number in range");
+  if (error != std::errc() || stop != end)
+    refuse(text, std::string("the ") + what + " is no number in range");
   return value;
 }
 
@@ -110,15 +111,17 @@ std::string print(const Endpoint& endpoint) {
 
 Address parseAddress(const std::string& text) {
   if (text.find('@') != std::string::npos) {
-    throw UsageError("a password in an address is seen by every user of this host: put it into a "
-                     "file and name that with --password-file");
+    throw UsageError(
+        "a password in an address is seen by every user of this host: put it into a "
+        "file and name that with --password-file");
   }
   if (const auto rest = after(text, "redis://")) return server(text, *rest);
   if (const auto rest = after(text, "unix://")) return localSocket(text, *rest);
   if (const auto rest = after(text, "redis+sentinel://")) return sentinels(text, *rest);
   if (after(text, "rediss://")) {
-    refuse(text, "this build has no TLS; let stunnel(8) carry the connection, and name the port "
-                 "on which it accepts");
+    refuse(text,
+           "this build has no TLS; let stunnel(8) carry the connection, and name the port "
+           "on which it accepts");
   }
   refuse(text, "it begins with none of redis://, unix:// and redis+sentinel://");
 }

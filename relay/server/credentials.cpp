@@ -29,7 +29,8 @@ std::string firstLine(const std::string& file) {
     throw UsageError("cannot read a password from '" + file + "': " + why);
   }
   if (!line.empty() && line.back() == '\r') line.pop_back();
-  if (line.empty()) throw UsageError("cannot read a password from '" + file + "': its first line is empty");
+  if (line.empty())
+    throw UsageError("cannot read a password from '" + file + "': its first line is empty");
   return line;
 }
 
@@ -42,7 +43,8 @@ Credentials findCredentials(const std::string& user, const std::string& file) {
   if (!user.empty()) result.user = user;
   if (!file.empty()) result.password = firstLine(file);
   if (!result.user.empty() && result.password.empty()) {
-    throw UsageError("the user '" + result.user + "' needs a password: name a file with "
+    throw UsageError("the user '" + result.user +
+                     "' needs a password: name a file with "
                      "--password-file, or set ZORBE_RELAY_PASSWORD");
   }
   return result;

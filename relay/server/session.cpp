@@ -49,7 +49,8 @@ unsigned leadingNumber(std::string_view text) {
 bool isTooOld(std::string_view version) {
   const unsigned major = leadingNumber(version);
   const size_t point = version.find('.');
-  const unsigned minor = point == std::string_view::npos ? 0 : leadingNumber(version.substr(point + 1));
+  const unsigned minor =
+      point == std::string_view::npos ? 0 : leadingNumber(version.substr(point + 1));
   return major < kOldestMajor || (major == kOldestMajor && minor < kOldestMinor);
 }
 
@@ -148,7 +149,8 @@ void Session::restart(const std::string& why) {
   }
   connection_.reset();
   watchTimer_.cancel();
-  const double pause = std::min(kLongestPause, kFirstPause * static_cast<double>(1u << std::min(attempts_++, 10u)));
+  const double pause =
+      std::min(kLongestPause, kFirstPause * static_cast<double>(1u << std::min(attempts_++, 10u)));
   connectTimer_.start(pause * std::uniform_real_distribution<>(0.5, 1)(random_));
   if (std::exchange(isReady_, false)) owner_.sessionEnded();
 }

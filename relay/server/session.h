@@ -60,8 +60,8 @@ class Session : public Connection::Owner {
   Owner& owner_;
   Brask::Platform::DebugHandler& log_;
   std::unique_ptr<Connection> connection_;
-  Endpoint place_;          // that it is connected with, or trying to be
-  size_t sentinel_ = 0;                // the one to ask next
+  Endpoint place_;       // that it is connected with, or trying to be
+  size_t sentinel_ = 0;  // the one to ask next
   bool isReady_ = false;
   std::string lastFailure_;
   uint64_t answered_ = 0;  // of the connection, when it was looked at last

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <cinttypes>
-#include <cstdio>
 #include <functional>
 #include <iostream>
 #include <optional>
@@ -9,7 +7,7 @@
 #include "commands/commands.h"
 #include "host/process_start.h"
 #include "host/table_header.h"
-#include "output/text.h"
+#include "output/metrics.h"
 
 namespace Zorbe::Tool {
 
@@ -21,28 +19,11 @@ struct Sample {
 };
 using Samples = std::vector<Sample>;
 
-// A value as text, so that numbers of 64 bits stay exact; none: the table has no such number.
-using Value = std::optional<std::string>;
-
-// A label value in the text exposition format.
-std::string label(const std::string& bytes) {
-  std::string text = "\"";
-  for (const char c : labelText(bytes)) {
-    if (c == '\\' || c == '"') text += '\\';
-    text += c == '\n' ? std::string("\\n") : std::string(1, c);
-  }
-  return text + '"';
-}
-
-void head(const char* name, const char* type, const char* help) {
-  std::cout << "# HELP " << name << ' ' << help << "\n# TYPE " << name << ' ' << type << '\n';
-}
-
 void family(const Samples& samples, const char* name, const char* type, const char* help,
-            const std::function<Value(const Sample&)>& value) {
-  head(name, type, help);
+            const std::function<MetricValue(const Sample&)>& value) {
+  printHead(name, type, help);
   for (const Sample& sample : samples) {
-    const Value number = value(sample);
+    const MetricValue number = value(sample);
     if (!number) continue;
     std::cout << name << "{table=" << label(sample.table->name) << "} " << *number << '\n';
   }
@@ -56,7 +37,7 @@ void gauge(const Samples& samples, const char* name, const char* help,
 
 // Only for tables whose header can be read.
 void ofHeader(const Samples& samples, const char* name, const char* type, const char* help,
-              const std::function<Value(const TableHeader&)>& value) {
+              const std::function<MetricValue(const TableHeader&)>& value) {
   family(samples, name, type, help, [&](const Sample& sample) {
     return sample.header ? value(*sample.header) : std::nullopt;
   });
@@ -65,7 +46,7 @@ void ofHeader(const Samples& samples, const char* name, const char* type, const 
 // Only for tables whose writer is there, and serves readers.
 void ofServed(const Samples& samples, const char* name, const char* type, const char* help,
               const std::function<std::string(const TableHeader&)>& value) {
-  family(samples, name, type, help, [&](const Sample& sample) -> Value {
+  family(samples, name, type, help, [&](const Sample& sample) -> MetricValue {
     if (!sample.header || !isServed(*sample.table)) return std::nullopt;
     return value(*sample.header);
   });
@@ -77,24 +58,8 @@ void ofReaders(const Samples& samples, const char* name, const char* help,
            [&](const TableHeader& header) { return value(summarize(header)); });
 }
 
-std::string decimal(double number, int places) {
-  char text[64];
-  static_cast<void>(std::snprintf(text, sizeof text, "%.*f", places, number));
-  return text;
-}
-
-// Nanoseconds since 1970 in seconds, to the last digit.
-Value seconds(int64_t nanoseconds) {
-  if (nanoseconds <= 0) return std::nullopt;
-  constexpr int64_t kSecond = 1'000'000'000;
-  char text[48];
-  static_cast<void>(std::snprintf(text, sizeof text, "%" PRId64 ".%09" PRId64,
-                                  nanoseconds / kSecond, nanoseconds % kSecond));
-  return text;
-}
-
 void writerInfo(const Samples& samples) {
-  head("zorbe_writer_info", "gauge", "The process that holds the writer lock; constant 1.");
+  printHead("zorbe_writer_info", "gauge", "The process that holds the writer lock; constant 1.");
   for (const auto& [table, header] : samples) {
     if (!table->writer || table->writer->pids.empty()) continue;
     std::cout << "zorbe_writer_info{table=" << label(table->name) << ",pid=\""
@@ -104,7 +69,7 @@ void writerInfo(const Samples& samples) {
 }
 
 void lastOwners(const Samples& samples) {
-  head("zorbe_last_owner_info", "gauge", "Content of the file last-owner; constant 1.");
+  printHead("zorbe_last_owner_info", "gauge", "Content of the file last-owner; constant 1.");
   for (const auto& [table, header] : samples) {
     if (table->lastOwner.empty()) continue;
     std::cout << "zorbe_last_owner_info{table=" << label(table->name)
@@ -124,11 +89,11 @@ void writerFamilies(const Samples& samples) {
   StartTimes starts;
   family(samples, "zorbe_writer_start_timestamp_seconds", "gauge",
          "When the process that holds the writer lock was started.",
-         [&](const Sample& sample) -> Value {
+         [&](const Sample& sample) -> MetricValue {
            const std::optional<Writer>& writer = sample.table->writer;
            if (!writer || writer->pids.empty()) return std::nullopt;
            const std::optional<double> start = starts.of(writer->pids.front());
-           return start ? Value(decimal(*start, 2)) : std::nullopt;
+           return start ? MetricValue(decimal(*start, 2)) : std::nullopt;
          });
   writerInfo(samples);
 }
@@ -155,12 +120,12 @@ void headerFamilies(const Samples& samples) {
            "Writers that continued the table of one before.",
            [](const TableHeader& header) { return std::to_string(header.takeovers); });
   ofHeader(samples, "zorbe_records", "gauge", "Live records.", [](const TableHeader& header) {
-    return header.records ? Value(std::to_string(*header.records)) : std::nullopt;
+    return header.records ? MetricValue(std::to_string(*header.records)) : std::nullopt;
   });
   ofHeader(samples, "zorbe_capacity_records", "gauge",
            "The most records, of a table that has a limit.", [](const TableHeader& header) {
              return header.maxRecords == 0 ? std::nullopt
-                                           : Value(std::to_string(header.maxRecords));
+                                           : MetricValue(std::to_string(header.maxRecords));
            });
   ofHeader(samples, "zorbe_last_publish_timestamp_seconds", "gauge",
            "When a change was published last.",
@@ -189,9 +154,9 @@ int metrics(Context& context) {
   for (const Table* table : found.tables()) {
     samples.push_back({table, headers.read(*table).header});
   }
-  head("zorbe_build_info", "gauge", "The version of the command; constant 1.");
+  printHead("zorbe_build_info", "gauge", "The version of the command; constant 1.");
   std::cout << "zorbe_build_info{version=" << label(ZORBE_VERSION) << "} 1\n";
-  head("zorbe_tables", "gauge", "Tables below the base directory.");
+  printHead("zorbe_tables", "gauge", "Tables below the base directory.");
   std::cout << "zorbe_tables " << samples.size() << '\n';
   writerFamilies(samples);
   tableFamilies(samples);

@@ -1,37 +1,27 @@
 // SPDX-License-Identifier: MIT
 #include <brask/linux/event_loop.h>
 #include <brask/linux/stream_debug_handler.h>
+#include <locale.h>
 #include <poll.h>
+#include <stdlib.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
-#include <memory>
+#include <stdexcept>
 
+#include "command_line.h"
+#include "host/sockets.h"
 #include "mirror/mirror.h"
 #include "output/text.h"
 #include "publish/publisher.h"
 #include "records/streams.h"
 #include "server/credentials.h"
+#include "status/status.h"
+#include "status/survey.h"
 
 namespace Zorbe::Relay {
 
 namespace {
-
-constexpr int kSuccess = 0;
-constexpr int kEnded = 1;
-constexpr int kFailure = 2;
-
-struct Arguments {
-  std::string table;
-  std::string address;
-  std::string name;
-  std::string prefix = "zorbe:";
-  std::string user;
-  std::string passwordFile;
-  std::string root;
-  int debug = 1;
-  uint64_t history = 64;
-};
 
 Session::Options serverOf(const Arguments& arguments, bool writes) {
   Session::Options options;
@@ -61,7 +51,7 @@ int turn(Brask::Linux::EventLoop& loop, const Tool::StopSignals& stop, const IsO
 
 int publish(const Arguments& arguments) {
   const Tool::StopSignals stop;
-  Brask::Linux::StreamDebugHandler log(std::cerr, arguments.debug, {});
+  Brask::Linux::StreamDebugHandler log(std::cerr, arguments.debug.value_or(1), {});
   Publisher::Options options;
   options.server = serverOf(arguments, true);
   options.table = arguments.table;
@@ -79,7 +69,7 @@ int publish(const Arguments& arguments) {
 
 int mirror(const Arguments& arguments) {
   const Tool::StopSignals stop;
-  Brask::Linux::StreamDebugHandler log(std::cerr, arguments.debug, {});
+  Brask::Linux::StreamDebugHandler log(std::cerr, arguments.debug.value_or(1), {});
   Mirror::Options options;
   options.server = serverOf(arguments, false);
   options.name = arguments.table;
@@ -91,44 +81,57 @@ int mirror(const Arguments& arguments) {
   return turn(loop, stop, [] { return false; });
 }
 
-CLI::App* addDirection(CLI::App& app, Arguments& arguments, const char* name, const char* about,
-                       const char* server) {
-  CLI::App* const command = app.add_subcommand(name, about);
-  command->add_option("TABLE", arguments.table, "Name of the table")->required()->type_name("");
-  command
-      ->add_option(server, arguments.address,
-                   "redis://host:port/0, unix:///path or "
-                   "redis+sentinel://host:port,.../master")
-      ->required()
-      ->type_name("ADDRESS");
-  command->add_option("--as", arguments.name, "Another name at the other end")->type_name("NAME");
-  command->add_option("--prefix", arguments.prefix, "Of the server's keys")->type_name("TEXT");
-  command->add_option("--user", arguments.user, "ACL user of the server")->type_name("NAME");
-  command->add_option("--password-file", arguments.passwordFile, "Its first line is the password")
-      ->type_name("FILE");
-  command->add_option("--root", arguments.root, "Base directory of the tables")->type_name("DIR");
-  command->add_option("--debug", arguments.debug, "Show messages up to a level (default 1)")
-      ->type_name("LEVEL")
-      ->check(CLI::Range(0, 9));
-  return command;
+// What the server has, and this host of it; what goes wrong is an exception, with the messages that
+// come before it.
+std::vector<Row> look(const Arguments& arguments) {
+  const Tool::StopSignals stop;
+  Brask::Linux::StreamDebugHandler log(std::cerr, arguments.debug.value_or(0));
+  Brask::Linux::EventLoop loop;
+  const auto table = arguments.table.empty() ? std::nullopt : std::optional(arguments.table);
+  const Survey survey(serverOf(arguments, false), arguments.prefix, table, log);
+  turn(loop, stop, [&] { return survey.isOver(); });
+  if (!survey.failure().empty()) throw std::runtime_error(survey.failure());
+  if (!survey.isOver()) throw std::runtime_error("interrupted");
+  if (!arguments.root.empty() && ::setenv("SHMEM_ROOT", arguments.root.c_str(), 1) != 0) {
+    throw std::bad_alloc();
+  }
+  static_cast<void>(Tool::enterNamespaceOfTables());  // without it, no writers are seen
+  return rowsOf(survey.tables(), arguments.name, log);
 }
 
-int run(int argc, char** argv) {
-  Arguments arguments;
-  CLI::App app("Carries a table to other hosts over a Redis server.", "zorbe-relay");
-  app.require_subcommand(1);
-  app.set_version_flag("--version", ZORBE_VERSION);
-  CLI::App* const publishing = addDirection(
-      app, arguments, "publish", "Keep a copy of a table of this host on the server", "--to");
-  publishing
-      ->add_option("--history", arguments.history,
-                   "MiB of changes that the server keeps (default 64)")
-      ->type_name("MIB")
-      ->check(CLI::Range(1, 1 << 20));
-  addDirection(app, arguments, "mirror", "Keep a table of this host as the server's copy is",
-               "--from");
-  CLI11_PARSE(app, argc, argv);
-  return publishing->parsed() ? publish(arguments) : mirror(arguments);
+int status(const Arguments& arguments) {
+  const std::vector<Row> rows = look(arguments);
+  const bool isMissing = rows.empty() && !arguments.table.empty();
+  if (isMissing) {
+    std::cerr << "zorbe-relay: the server has no table " + Tool::word(arguments.table) + "\n";
+  }
+  if (arguments.json) {
+    printJson(rows, arguments.address);
+  } else if (!isMissing) {
+    printStatus(rows, arguments.isWide);
+  }
+  const auto isPublished = [](const Row& row) { return row.served.isPublished(); };
+  const bool isGood = !isMissing && std::all_of(rows.begin(), rows.end(), isPublished);
+  return isGood ? kSuccess : kEnded;
+}
+
+int metrics(const Arguments& arguments) {
+  printMetrics(look(arguments));
+  return kSuccess;
+}
+
+int run(const Arguments& arguments) {
+  switch (arguments.action) {
+    case Action::kPublish:
+      return publish(arguments);
+    case Action::kMirror:
+      return mirror(arguments);
+    case Action::kStatus:
+      return status(arguments);
+    case Action::kMetrics:
+      break;
+  }
+  return metrics(arguments);
 }
 
 }  // namespace
@@ -136,10 +139,16 @@ int run(int argc, char** argv) {
 }  // namespace Zorbe::Relay
 
 int main(int argc, char** argv) {
+  static_cast<void>(setlocale(LC_CTYPE, ""));  // an unknown locale leaves "C"
   try {
-    return Zorbe::Relay::run(argc, argv);
+    Zorbe::Relay::Arguments arguments;
+    const auto done = Zorbe::Relay::parse(argc, argv, arguments);
+    const int status = done ? *done : Zorbe::Relay::run(arguments);
+    std::cout.flush();
+    if (!std::cout) throw std::runtime_error("cannot write to standard output");
+    return status;
   } catch (const std::exception& failure) {
     std::cerr << "zorbe-relay: " + Zorbe::Tool::printable(failure.what()) + "\n";
-    return 2;
+    return Zorbe::Relay::kFailure;
   }
 }

@@ -4,7 +4,8 @@
 //
 //   <prefix>{TABLE}:records   hash: a key's bytes to the id of its last change and the value's
 //   bytes <prefix>{TABLE}:changes   stream: an entry is a batch of changes, its id the batch's
-//   <prefix>{TABLE}:about     hash: format, schema, epoch, last, heartbeat, source
+//   <prefix>{TABLE}:about     hash: format, schema, epoch, last, heartbeat, source, host, pid,
+//   version
 //
 // The id of a batch is <epoch>-<sequence>. Each publisher has an epoch of its own, higher than any
 // before; the sequence rises by one with each batch. An entry's first field is empty and has the id
@@ -12,6 +13,7 @@
 // are keys; their values are as in the hash, empty for a record that was erased.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -22,6 +24,9 @@
 namespace Zorbe::Relay {
 
 inline constexpr const char* kFormat = "1";
+
+/// A publisher says each second that it is there; after so long without that it is silent.
+inline constexpr auto kFreshHeartbeat = std::chrono::seconds(5);
 
 /// The three keys of a table, under one hash tag: a cluster holds them on one node.
 struct Keys {

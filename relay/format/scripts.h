@@ -7,9 +7,10 @@
 namespace Zorbe::Relay {
 
 /// Becomes the publisher. Arguments: format, schema, milliseconds since 1970, bytes of changes that
-/// the stream keeps. Returns the new epoch and the id of the last batch. A table of another schema,
-/// and keys of other types, are removed; a stream that is too long is cut to half of that.
-/// Fails with "FORMAT <format>" when a relay of another version has written the keys.
+/// the stream keeps, host, process id, version of the relay. Returns the new epoch and the id of
+/// the last batch. A table of another schema, and keys of other types, are removed; a stream that
+/// is too long is cut to half of that. Fails with "FORMAT <format>" when a relay of another version
+/// has written the keys.
 inline constexpr const char* kClaimScript = R"lua(
 local about, records, changes = KEYS[3], KEYS[1], KEYS[2]
 local function keep(key, kind)
@@ -42,7 +43,7 @@ if was[2] ~= ARGV[2] then
 end
 epoch = string.format('%.0f', epoch)
 redis.call('HSET', about, 'format', ARGV[1], 'schema', ARGV[2], 'epoch', epoch, 'last', last,
-           'source', 'lost')
+           'source', 'lost', 'host', ARGV[5], 'pid', ARGV[6], 'version', ARGV[7])
 return {epoch, last}
 )lua";
 
@@ -66,13 +67,16 @@ redis.call('HSET', KEYS[3], 'last', ARGV[3])
 return redis.status_reply('OK')
 )lua";
 
-/// Says that the publisher is there. Arguments: epoch, milliseconds since 1970, "live" or "lost":
-/// whether the table has a writer. Fails as the one above.
+/// Says that the publisher is there, at which time of the server's clock, in milliseconds: of all
+/// who ask how long ago that was, none needs a clock that agrees with the publisher's. Arguments:
+/// epoch, "live" or "lost": whether the table has a writer. Fails as the one above.
 inline constexpr const char* kHeartbeatScript = R"lua(
 local epoch = redis.call('HGET', KEYS[3], 'epoch')
 if not epoch then return redis.error_reply('LOST the batch before') end
 if epoch ~= ARGV[1] then return redis.error_reply('FENCED ' .. epoch) end
-redis.call('HSET', KEYS[3], 'heartbeat', ARGV[2], 'source', ARGV[3])
+local now = redis.call('TIME')
+redis.call('HSET', KEYS[3], 'heartbeat', string.format('%.0f', now[1] * 1000 + now[2] / 1000),
+           'source', ARGV[2])
 return redis.status_reply('OK')
 )lua";
 

@@ -11,12 +11,15 @@ Command askAbout(const Keys& keys) {
       .add("epoch")
       .add("last")
       .add("heartbeat")
-      .add("source");
+      .add("source")
+      .add("host")
+      .add("pid")
+      .add("version");
 }
 
 About parseAbout(const Reply& reply) {
   const auto field = [&](size_t index) { return std::string(reply[index].text()); };
-  return {field(0), field(1), field(2), field(3), field(4), field(5)};
+  return {field(0), field(1), field(2), field(3), field(4), field(5), field(6), field(7), field(8)};
 }
 
 }  // namespace Zorbe::Relay

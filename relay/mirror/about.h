@@ -16,6 +16,9 @@ struct About {
   std::string last;
   std::string heartbeat;
   std::string source;
+  std::string host;  // where the publisher runs
+  std::string pid;
+  std::string version;
 };
 
 Command askAbout(const Keys& keys);

@@ -17,9 +17,6 @@ using Log::kNotable;
 constexpr double kAskSeconds = 1;
 constexpr uint64_t kBlockMilliseconds = 1000;
 
-// A publisher says each second that it is there.
-constexpr auto kFresh = std::chrono::seconds(5);
-
 // Many mirrors that have missed the same change do not read everything at once.
 constexpr double kSpreadSeconds = 2;
 
@@ -207,8 +204,8 @@ void Mirror::countUnusable(const char* what) {
 void Mirror::showOrigin() {
   originTimer_.start(kAskSeconds);
   if (!local_) return;
-  const bool isFresh =
-      isInStep_ && session_.isReady() && about_.source == "live" && Clock::now() - beatAt_ < kFresh;
+  const bool isFresh = isInStep_ && session_.isReady() && about_.source == "live" &&
+                       Clock::now() - beatAt_ < kFreshHeartbeat;
   const Table::Origin origin = isFresh ? Table::Origin::mirrored : Table::Origin::mirroredLost;
   if (origin_ == origin) return;
   origin_ = origin;

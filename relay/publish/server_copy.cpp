@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "publish/server_copy.h"
 
+#include <limits.h>
+#include <unistd.h>
+
 #include <utility>
 
 #include "format/scripts.h"
@@ -15,6 +18,12 @@ using Log::kNotable;
 
 bool begins(std::string_view text, std::string_view prefix) {
   return text.substr(0, prefix.size()) == prefix;
+}
+
+// As people call it; empty when it has no name.
+std::string hostName() {
+  char name[HOST_NAME_MAX + 1] = {};
+  return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
 }  // namespace
@@ -60,6 +69,7 @@ Command ServerCopy::script(const std::string& digest) const {
 void ServerCopy::runClaim() {
   Command command = script(claimDigest_);
   command.add(kFormat).add(print(schema_)).add(wallClockMilliseconds()).add(history_);
+  command.add(hostName()).add(static_cast<uint64_t>(::getpid())).add(ZORBE_VERSION);
   session_.send(command, [this](const Reply& reply) { takeClaim(reply); });
 }
 
@@ -114,7 +124,7 @@ void ServerCopy::append(Batch& batch) {
 void ServerCopy::beat(bool isSourceLive) {
   if (!isClaimed_) return;
   Command command = script(heartbeatDigest_);
-  command.add(epoch_).add(wallClockMilliseconds()).add(isSourceLive ? "live" : "lost");
+  command.add(epoch_).add(isSourceLive ? "live" : "lost");
   session_.send(command, [this](const Reply& reply) {
     if (reply.isError()) check(reply);
   });

@@ -77,6 +77,10 @@ void Session::send(const Command& command, Connection::Answer answer) {
   if (connection_) connection_->send(command, std::move(answer));
 }
 
+std::string Session::failure() const {
+  return lastFailure_.empty() ? "" : print(place_) + ": " + lastFailure_;
+}
+
 void Session::connect() {
   if (options_.address.master.empty()) return connectTo(options_.address.endpoints.front());
   askSentinel();

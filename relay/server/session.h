@@ -37,6 +37,11 @@ class Session : public Connection::Owner {
 
   bool isReady() const { return isReady_; }
   void send(const Command& command, Connection::Answer answer);
+
+  /// What has ended the last attempt to connect, with the server's address, and how many have ended
+  /// since the server was there. Empty after one that has led to a session.
+  std::string failure() const;
+  unsigned failedAttempts() const { return attempts_; }
   size_t pending() const { return connection_ ? connection_->pending() : 0; }
 
   /// Ends the connection, and makes a new one after a pause. `why` is logged, but not each time

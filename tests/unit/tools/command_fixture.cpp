@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 namespace Zorbe::Test {
 namespace {
@@ -20,20 +19,6 @@ std::string example(const std::string& name) {
 }
 
 }  // namespace
-
-Words Outcome::lines() const {
-  Words lines;
-  std::istringstream stream(out);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
-
-Outcome Command::runProgram(const Words& words) {
-  ChildProcess child(words);
-  std::string out = child.channel().receiveAll();
-  const int status = child.finish();
-  return {status, std::move(out), child.log()};
-}
 
 Outcome Command::zorbe(const Words& arguments) {
   Words words{ZORBE_COMMAND};

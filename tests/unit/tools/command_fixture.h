@@ -5,30 +5,17 @@
 
 #include <filesystem>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "support/child_process.h"
 #include "support/fixture.h"
 #include "support/raw_peer.h"
+#include "unit/tools/outcome.h"
 
 namespace Zorbe::Test {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::json;
-using Words = std::vector<std::string>;
-
-/// What a run of the command came to.
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-
-  Json json() const { return Json::parse(out); }
-  Words lines() const;
-};
-
 /// The built command, with real writers and readers around it.
 class Command : public ZorbeTest {
  protected:
@@ -40,9 +27,6 @@ class Command : public ZorbeTest {
 
   /// The same with the system calls of these kinds in the file `trace`.
   static Outcome traced(const std::string& calls, const std::string& trace, const Words& arguments);
-
-  /// Any program to its end. Its path comes first.
-  static Outcome runProgram(const Words& words);
 
   /// Starts the command.
   static ChildProcess start(Words arguments);

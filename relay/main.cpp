@@ -13,6 +13,7 @@
 #include "host/sockets.h"
 #include "mirror/mirror.h"
 #include "output/text.h"
+#include "progress/status_line.h"
 #include "publish/publisher.h"
 #include "records/streams.h"
 #include "server/credentials.h"
@@ -51,7 +52,8 @@ int turn(Brask::Linux::EventLoop& loop, const Tool::StopSignals& stop, const IsO
 
 int publish(const Arguments& arguments) {
   const Tool::StopSignals stop;
-  Brask::Linux::StreamDebugHandler log(std::cerr, arguments.debug.value_or(1), {});
+  StatusLine line;
+  LogAboveLine log(line, arguments.debug.value_or(1));
   Publisher::Options options;
   options.server = serverOf(arguments, true);
   options.table = arguments.table;
@@ -61,7 +63,9 @@ int publish(const Arguments& arguments) {
   options.history = arguments.history << 20;
   Brask::Linux::EventLoop loop;
   const Publisher publisher(options, log);
+  const ProgressDisplay display(line, options.table, [&] { return publisher.progress(); });
   const int status = turn(loop, stop, [&] { return !publisher.end().empty(); });
+  line.clear();
   if (!publisher.end().empty())
     std::cerr << "zorbe-relay: " + Tool::printable(publisher.end()) + "\n";
   return status;
@@ -69,7 +73,8 @@ int publish(const Arguments& arguments) {
 
 int mirror(const Arguments& arguments) {
   const Tool::StopSignals stop;
-  Brask::Linux::StreamDebugHandler log(std::cerr, arguments.debug.value_or(1), {});
+  StatusLine line;
+  LogAboveLine log(line, arguments.debug.value_or(1));
   Mirror::Options options;
   options.server = serverOf(arguments, false);
   options.name = arguments.table;
@@ -78,6 +83,7 @@ int mirror(const Arguments& arguments) {
   options.prefix = arguments.prefix;
   Brask::Linux::EventLoop loop;
   const Mirror mirror(options, log);
+  const ProgressDisplay display(line, options.table, [&] { return mirror.progress(); });
   return turn(loop, stop, [] { return false; });
 }
 

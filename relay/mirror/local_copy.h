@@ -27,6 +27,9 @@ class LocalCopy {
   /// One of them. False when it is none of this table's.
   bool take(std::string_view key, std::string_view stored);
 
+  /// How many of them were taken.
+  uint64_t taken() const { return seen_.size(); }
+
   /// Erases what was not among them.
   void endTransfer();
 

@@ -52,7 +52,13 @@ void Mirror::sessionBegan() {
   ask();
 }
 
+std::optional<Progress> Mirror::progress() const {
+  if (!isTransfer_) return std::nullopt;
+  return Progress{"receiving", local_->taken(), serversRecords_, local_->taken()};
+}
+
 void Mirror::sessionEnded() {
+  isTransfer_ = false;
   askTimer_.cancel();
   transferTimer_.cancel();
 }
@@ -100,6 +106,7 @@ void Mirror::takeAbout(const Reply& reply) {
 void Mirror::openLocal(const Table::Schema& schema) {
   local_.reset();
   position_.reset();
+  isTransfer_ = false;
   refuseOwnTable(options_.table, options_.writing);
   Table::Options writing = options_.writing;
   writing.replaceOtherSchema = true;  // it is a copy
@@ -124,6 +131,10 @@ void Mirror::transfer() {
     if (!last || about.schema != about_.schema) return askAgain();
     from_ = *last;
     local_->beginTransfer(from_);
+    isTransfer_ = true;
+    session_.send(Command("HLEN").add(keys_.records), [this](const Reply& size) {
+      serversRecords_ = static_cast<uint64_t>(size.integer());
+    });
     askForRecords("0");
   });
 }
@@ -144,6 +155,7 @@ void Mirror::takeRecords(const Reply& reply) {
   if (reply[0].text() != "0") return askForRecords(std::string(reply[0].text()));
   local_->endTransfer();
   local_->publish();
+  isTransfer_ = false;
   position_ = from_;
   isInStep_ = true;
   ZORBE_LOG(log_, kMilestone, options_.table << ": has every record, " << local_->size());

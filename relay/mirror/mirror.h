@@ -12,6 +12,7 @@
 #include "core/timer.h"
 #include "mirror/about.h"
 #include "mirror/local_copy.h"
+#include "progress/progress.h"
 #include "server/session.h"
 
 namespace Zorbe::Relay {
@@ -39,6 +40,9 @@ class Mirror : private Session::Owner {
   Mirror(const Options& options, Brask::Platform::DebugHandler& log);
 
   const Figures& figures() const { return figures_; }
+
+  /// Of the transfer of all records that is under way; nothing without one.
+  std::optional<Progress> progress() const;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -70,6 +74,8 @@ class Mirror : private Session::Owner {
   About about_;
   std::optional<Id> position_;   // the last batch that was followed; none: all records are needed
   Id from_;                      // of the transfer under way
+  bool isTransfer_ = false;      // records are read
+  uint64_t serversRecords_ = 0;  // when it began
   bool hasRead_ = false;         // a transfer was begun
   Clock::time_point beatAt_{};   // when the heartbeat changed last
   bool isAboutNewer_ = false;    // than position_

@@ -14,6 +14,7 @@ Comparison::Comparison(Table::ViewCore view, const Table::Schema& schema)
       value_(schema.valueBytes, '\0') {}
 
 void Comparison::seeServers(std::string_view key, std::string_view stored, Batch& batch) {
+  ++servers_;
   if (key.size() != schema_.keyBytes) return batch.erase(key);
   std::fill(key_.begin(), key_.end(), 0);
   std::memcpy(key_.data(), key.data(), key.size());
@@ -30,6 +31,7 @@ void Comparison::seeServers(std::string_view key, std::string_view stored, Batch
 bool Comparison::addMissing(Batch& batch) {
   while (!batch.isFull()) {
     if (!view_.scan(cursor_, key_.data(), value_.data())) return false;
+    ++visited_;
     const uint64_t slot = cursor_ - 1;  // the cursor is behind it
     if (slot < seen_.size() && seen_[slot]) continue;
     batch.put({reinterpret_cast<const char*>(key_.data()), schema_.keyBytes}, value_);

@@ -23,12 +23,20 @@ class Comparison {
   /// Adds the table's further records until the batch is full. False after the last one.
   bool addMissing(Batch& batch);
 
+  /// How many of the server's records were looked up, and of the table's visited.
+  uint64_t servers() const { return servers_; }
+  uint64_t visited() const { return visited_; }
+  /// The slots of the table that were passed.
+  uint64_t slots() const { return cursor_; }
+
  private:
   Table::ViewCore view_;
   Table::Schema schema_;
   uint64_t incarnation_ = 0;  // of the slots in seen_
   std::vector<bool> seen_;    // by slot: the server has the record
   uint64_t cursor_ = 0;
+  uint64_t servers_ = 0;
+  uint64_t visited_ = 0;
   std::vector<uint64_t> key_;  // padded to whole words
   std::string value_;
 };

@@ -39,6 +39,14 @@ Publisher::Figures Publisher::figures() const {
   return {copy_.sentChanges(), comparisons_};
 }
 
+std::optional<Progress> Publisher::progress() const {
+  if (!comparison_) return std::nullopt;
+  if (!isEachServersSeen_) {
+    return Progress{"comparing", comparison_->servers(), serversRecords_, comparison_->servers()};
+  }
+  return Progress{"sending", comparison_->slots(), reader_->info().records, comparison_->visited()};
+}
+
 // With the description of the first table that is found.
 void Publisher::openTable() {
   reader_ = std::make_unique<Table::ReaderCore>(options_.table, options_.reading, Table::Schema{});
@@ -104,6 +112,10 @@ void Publisher::compare() {
   comparison_.emplace(reader_->view(), schema_);
   isEachServersSeen_ = isComparedAgain_ = false;
   cursor_ = "0";
+  const Keys keys(options_.prefix, options_.name);
+  session_.send(Command("HLEN").add(keys.records), [this](const Reply& reply) {
+    serversRecords_ = static_cast<uint64_t>(reply.integer());
+  });
 }
 
 void Publisher::compareMore() {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "core/timer.h"
+#include "progress/progress.h"
 #include "publish/comparison.h"
 #include "publish/server_copy.h"
 #include "server/session.h"
@@ -40,6 +41,9 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   const std::string& end() const { return end_; }
 
   Figures figures() const;
+
+  /// Of the comparison that is under way; nothing without one.
+  std::optional<Progress> progress() const;
 
  private:
   enum class Phase {
@@ -84,6 +88,7 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   bool isAsked_ = false;            // for the next of the server's records
   bool isComparedAgain_ = false;    // after the comparison that is under way
   std::string cursor_;              // of the server's records
+  uint64_t serversRecords_ = 0;     // when the comparison began
   bool isPass_ = false;             // between reset and complete
   uint64_t incarnation_ = 0;        // of the table that caughtUp_ is of
   uint64_t caughtUp_ = 0;           // every change up to here was taken

@@ -2,7 +2,6 @@
 #include "output/fit.h"
 
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
 
@@ -34,9 +33,9 @@ void removeColumn(Rows& rows, std::size_t column) {
 
 }  // namespace
 
-std::optional<std::size_t> terminalWidth() {
+std::optional<std::size_t> terminalWidth(int fd) {
   winsize size{};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return std::nullopt;
+  if (ioctl(fd, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return std::nullopt;
   return size.ws_col;
 }
 

@@ -9,8 +9,9 @@
 
 namespace Zorbe::Tool {
 
-/// The columns of the terminal that standard output is; none when it is none, or has no size.
-std::optional<std::size_t> terminalWidth();
+/// The columns of the terminal that `fd` is, by default standard output; none when it is none, or
+/// has no size.
+std::optional<std::size_t> terminalWidth(int fd = 1);
 
 /// `text` in at most `width` columns; what is too long ends with "...".
 std::string shortened(const std::string& text, std::size_t width);

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 #
 # What `cmake --install` puts where, in three components: runtime (the shared libraries),
-# development (headers, static libraries, CMake and pkg-config files) and tools (the command).
+# development (headers, static libraries, CMake and pkg-config files) and tools (the command and the relay).
 # debian/*.install makes packages of it. Nothing installed names the build tree.
 
 include(CMakePackageConfigHelpers)
@@ -76,9 +76,15 @@ if(TARGET zorbe)
   install(FILES docs/man/zorbe.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES tools/completion/zorbe.bash RENAME zorbe COMPONENT tools
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  # A tree of its own may be moved; below /usr the system knows where libraries are.
-  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-    set_target_properties(zorbe PROPERTIES
+endif()
+if(TARGET zorbe-relay)
+  install(TARGETS zorbe-relay RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES docs/man/zorbe-relay.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endif()
+# A tree of its own may be moved; below /usr the system knows where libraries are.
+foreach(program zorbe zorbe-relay)
+  if(TARGET ${program} AND NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set_target_properties(${program} PROPERTIES
       INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   endif()
-endif()
+endforeach()

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What `zorbe-relay status` and `zorbe-relay metrics` say of a server's tables.
+#include "support/outcome.h"
 #include "unit/relay/relay_fixture.h"
-#include "unit/tools/outcome.h"
 
 #include <unistd.h>
 

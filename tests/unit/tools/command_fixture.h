@@ -10,8 +10,8 @@
 
 #include "support/child_process.h"
 #include "support/fixture.h"
+#include "support/outcome.h"
 #include "support/raw_peer.h"
-#include "unit/tools/outcome.h"
 
 namespace Zorbe::Test {
 

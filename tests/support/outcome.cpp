@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "unit/tools/outcome.h"
+#include "support/outcome.h"
 
 #include <sstream>
 #include <utility>

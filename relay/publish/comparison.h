@@ -26,8 +26,6 @@ class Comparison {
   /// How many of the server's records were looked up, and of the table's visited.
   uint64_t servers() const { return servers_; }
   uint64_t visited() const { return visited_; }
-  /// The slots of the table that were passed.
-  uint64_t slots() const { return cursor_; }
 
  private:
   Table::ViewCore view_;

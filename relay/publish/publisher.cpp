@@ -3,6 +3,7 @@
 
 #include <zorbe/table/error.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "foundation/log.h"
@@ -44,7 +45,8 @@ std::optional<Progress> Publisher::progress() const {
   if (!isEachServersSeen_) {
     return Progress{"comparing", comparison_->servers(), serversRecords_, comparison_->servers()};
   }
-  return Progress{"sending", comparison_->slots(), reader_->info().records, comparison_->visited()};
+  const uint64_t visited = comparison_->visited();
+  return Progress{"sending", visited, std::max(tableRecords_, visited), visited};
 }
 
 // With the description of the first table that is found.
@@ -91,6 +93,8 @@ void Publisher::drain() {
     const auto change = next();
     if (change) {
       isPass_ = change->kind == Kind::reset || (isPass_ && change->kind != Kind::complete);
+      if (change->kind == Kind::reset) tableRecords_ = 0;
+      if (change->kind == Kind::put && isPass_) ++tableRecords_;
     }
     if (change && change->kind != Kind::complete) continue;
     if (phase_ != Phase::kDraining) return;  // the table cannot be read any more

@@ -89,6 +89,7 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   bool isComparedAgain_ = false;    // after the comparison that is under way
   std::string cursor_;              // of the server's records
   uint64_t serversRecords_ = 0;     // when the comparison began
+  uint64_t tableRecords_ = 0;       // that the last pass over the table before it has met
   bool isPass_ = false;             // between reset and complete
   uint64_t incarnation_ = 0;        // of the table that caughtUp_ is of
   uint64_t caughtUp_ = 0;           // every change up to here was taken

@@ -28,6 +28,8 @@ class RelayProgressTest : public RelayTest {
     writer->publish();
   }
 
+  uint64_t total_ = 0;  // as it was said last
+
   /// What it says until `done`, by step; each part of the whole.
   std::map<std::string, std::set<uint64_t>> record(
       const std::function<std::optional<Progress>()>& progress, const std::function<bool()>& done) {
@@ -36,6 +38,7 @@ class RelayProgressTest : public RelayTest {
       if (const auto now = progress()) {
         EXPECT_TRUE(now->total == 0 || now->done <= now->total) << now->step;
         EXPECT_LE(now->records, kRecords);
+        total_ = now->total;
         seen[now->step].insert(now->records);
       }
       return done();
@@ -59,6 +62,7 @@ TEST_F(RelayProgressTest, APublisherSendsThenComparesAndAMirrorReceives) {
   const auto isSent = [&] { return hasAll() && !publisher->progress(); };
   const auto sending = record([&] { return publisher->progress(); }, isSent);
   EXPECT_GT(sending.at("sending").size(), 3u);
+  EXPECT_EQ(total_, kRecords);
 
   publisher.reset();
   makePublisher();
@@ -67,6 +71,7 @@ TEST_F(RelayProgressTest, APublisherSendsThenComparesAndAMirrorReceives) {
   };
   const auto again = record([&] { return publisher->progress(); }, isDone);
   EXPECT_GT(again.at("comparing").size(), 3u);
+  EXPECT_EQ(total_, kRecords);
 
   makeMirror();
   reader = std::make_unique<Reader>("t", at("there"));
@@ -75,6 +80,7 @@ TEST_F(RelayProgressTest, APublisherSendsThenComparesAndAMirrorReceives) {
   };
   const auto receiving = record([&] { return mirror->progress(); }, isReceived);
   EXPECT_GT(receiving.at("receiving").size(), 3u);
+  EXPECT_EQ(total_, kRecords);
 }
 
 TEST_F(RelayProgressTest, EndsWithTheConnection) {

@@ -5,8 +5,8 @@
 #include "publish/publisher.h"
 #include "support/fixture.h"
 #include "support/loop.h"
+#include "support/record.h"
 #include "unit/relay/redis_server.h"
-#include "unit/table/record.h"
 
 #include <zorbe/table/in_loop.h>
 

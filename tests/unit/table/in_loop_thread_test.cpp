@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // A table's writer and readers in one process, each on a loop of its own thread.
-#include "unit/table/record.h"
+#include "support/record.h"
 
 #include "support/fixture.h"
 #include "support/roles.h"

@@ -6,7 +6,7 @@
 
 #include "support/table_fixture.h"
 
-#include "unit/table/record.h"
+#include "support/record.h"
 
 #include <brask/linux/event_loop.h>
 #include <fcntl.h>

@@ -91,6 +91,18 @@ TEST_F(RelayProgressTest, EndsWithTheConnection) {
   EXPECT_TRUE(turnUntil([&] { return !publisher->progress().has_value(); }));
 }
 
+TEST_F(RelayProgressTest, OfAMirrorEndsWithTheConnection) {
+  fillTable();
+  makePublisher();
+  EXPECT_TRUE(turnUntil([&] {
+    return server().ask({"HLEN", "zorbe:{t}:records"}) == std::to_string(kRecords);
+  }));
+  makeMirror();
+  EXPECT_TRUE(turnUntil([&] { return mirror->progress().has_value(); }));
+  server().kill();
+  EXPECT_TRUE(turnUntil([&] { return !mirror->progress().has_value(); }));
+}
+
 // Standard error of this process, until the end of the test.
 class StandardError {
  public:

@@ -126,10 +126,10 @@ TEST_F(RelayStatusTest, OneTableIsChosenByItsNameAndMayHaveAnotherHere) {
 
 TEST_F(RelayStatusTest, OnlyTablesOfThePrefixAreFound) {
   makeEqualTables();
-  EXPECT_EQ(server().ask({"COPY", "zorbe:{t}:about", "a*:{b}c:about"}), "1");
-  EXPECT_EQ(server().ask({"COPY", "zorbe:{t}:about", "a*:{}x}:about"}), "1");
-  EXPECT_EQ(server().ask({"COPY", "zorbe:{t}:about", "ab:{y}:about"}), "1");
-  const Json tables = ask("status", {"--json", "--prefix", "a*:"}).json()["tables"];
+  EXPECT_EQ(server().ask({"COPY", "zorbe:{t}:about", "a[*:{b}c:about"}), "1");
+  EXPECT_EQ(server().ask({"COPY", "zorbe:{t}:about", "a[*:{}x}:about"}), "1");
+  EXPECT_EQ(server().ask({"COPY", "zorbe:{t}:about", "a[b:{y}:about"}), "1");
+  const Json tables = ask("status", {"--json", "--prefix", "a[*:"}).json()["tables"];
   ASSERT_EQ(tables.size(), 1u);
   EXPECT_EQ(tables[0]["name"], "}x");
 }

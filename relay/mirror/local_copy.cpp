@@ -32,7 +32,6 @@ void LocalCopy::put(std::string_view value) {
 
 void LocalCopy::beginTransfer(const Id& from) {
   from_ = from;
-  isTransfer_ = true;
   seen_.clear();
   overtaken_.clear();
 }
@@ -58,7 +57,6 @@ void LocalCopy::endTransfer() {
     if (load(bytes)) writer_.erase(key_.data());
   }
   seen_ = {};
-  isTransfer_ = false;
 }
 
 bool LocalCopy::change(const Id& id, std::string_view key, std::string_view stored) {

@@ -52,7 +52,6 @@ class LocalCopy {
   std::vector<uint64_t> key_;
   std::string value_;
   Id from_;
-  bool isTransfer_ = false;
   std::unordered_set<std::string> seen_;           // during a transfer
   std::unordered_map<std::string, Id> overtaken_;  // records that are newer than the stream so far
 };

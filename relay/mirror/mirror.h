@@ -52,7 +52,6 @@ class Mirror : private Session::Owner {
 
   void ask();
   void takeAbout(const Reply& reply);
-  void lookAtSource();
   bool findProblem(const std::string& problem);
   void openLocal(const Table::Schema& schema);
   void transferSoon();

@@ -30,7 +30,7 @@ Publisher::Publisher(const Options& options, Brask::Platform::DebugHandler& log)
     : options_(options),
       log_(log),
       session_(options.server, *this, log),
-      copy_(session_, Keys(options.prefix, options.name), *this, log) {
+      copy_(session_, Keys(options.prefix, options.name), *this) {
   copy_.setHistory(options.history);
   openTable();
   beatTimer_.start(kBeatSeconds);

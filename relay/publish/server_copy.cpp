@@ -7,14 +7,11 @@
 #include <utility>
 
 #include "format/scripts.h"
-#include "foundation/log.h"
 #include "server/time.h"
 
 namespace Zorbe::Relay {
 
 namespace {
-
-using Log::kNotable;
 
 bool begins(std::string_view text, std::string_view prefix) {
   return text.substr(0, prefix.size()) == prefix;
@@ -28,9 +25,8 @@ std::string hostName() {
 
 }  // namespace
 
-ServerCopy::ServerCopy(Session& session, const Keys& keys, Owner& owner,
-                       Brask::Platform::DebugHandler& log)
-    : session_(session), keys_(keys), owner_(owner), log_(log) {}
+ServerCopy::ServerCopy(Session& session, const Keys& keys, Owner& owner)
+    : session_(session), keys_(keys), owner_(owner) {}
 
 void ServerCopy::claim(const Table::Schema& schema) {
   schema_ = schema;

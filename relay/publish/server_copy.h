@@ -28,7 +28,7 @@ class ServerCopy {
     virtual void fenced(const std::string& why) = 0;
   };
 
-  ServerCopy(Session& session, const Keys& keys, Owner& owner, Brask::Platform::DebugHandler& log);
+  ServerCopy(Session& session, const Keys& keys, Owner& owner);
 
   /// How many bytes of changes the stream keeps.
   void setHistory(uint64_t bytes) { history_ = bytes; }
@@ -71,7 +71,6 @@ class ServerCopy {
   Session& session_;
   Keys keys_;
   Owner& owner_;
-  Brask::Platform::DebugHandler& log_;
   Table::Schema schema_;
   std::string claimDigest_, appendDigest_, heartbeatDigest_;
   bool isClaimed_ = false;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "unit/table/record.h"
+#include "support/record.h"
 
 #include "support/fixture.h"
 

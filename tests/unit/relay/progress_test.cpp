@@ -6,6 +6,7 @@
 #include "unit/relay/relay_fixture.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -126,13 +127,23 @@ struct Terminal {
     return Descriptor(::open(::ptsname(master.get()), O_RDWR | O_NOCTTY));
   }
 
+  /// What was written so far: the kernel passes it on in its own time, before the mark.
   std::string read() const {
-    char bytes[4096];
-    const ssize_t size = ::read(master.get(), bytes, sizeof bytes);
-    return size < 0 ? "" : std::string(bytes, static_cast<size_t>(size));
+    std::cerr << kMark << std::flush;
+    std::string text;
+    while (text.empty() || text.back() != kMark) {
+      pollfd fds{master.get(), POLLIN, 0};
+      char bytes[4096];
+      if (::poll(&fds, 1, 10000) != 1) return text + " and no more";
+      const ssize_t size = ::read(master.get(), bytes, sizeof bytes);
+      if (size > 0) text.append(bytes, static_cast<size_t>(size));
+    }
+    text.pop_back();
+    return text;
   }
 
-  Descriptor master{::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)};
+  static constexpr char kMark = '~';
+  Descriptor master{::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
 };
 
 TEST_F(RelayProgressTest, ATerminalShowsItInOneLineBelowTheMessages) {

@@ -2,15 +2,24 @@
 //
 // How a table is kept on the server, version 1:
 //
-//   <prefix>{TABLE}:records   hash: a key's bytes to the id of its last change and the value's
-//   bytes <prefix>{TABLE}:changes   stream: an entry is a batch of changes, its id the batch's
-//   <prefix>{TABLE}:about     hash: format, schema, epoch, last, heartbeat, source, host, pid,
-//   version
+//   <prefix>{TABLE}:records
+//     hash: a key's bytes to the id of its last change and the value's bytes
+//   <prefix>{TABLE}:changes
+//     stream: an entry is a batch of changes, its id the batch's
+//   <prefix>{TABLE}:about
+//     hash: format, schema, epoch, last, size, compared, heartbeat, source, host, pid, version,
+//     token
 //
-// The id of a batch is <epoch>-<sequence>. Each publisher has an epoch of its own, higher than any
-// before; the sequence rises by one with each batch. An entry's first field is empty and has the id
-// of the entry before it: a follower that has read up to there has missed nothing. The other fields
-// are keys; their values are as in the hash, empty for a record that was erased.
+// The id of a batch is <epoch>-<sequence>. A publisher has a new epoch, higher than any before,
+// each time that it connects; the sequence rises by one with each batch. An entry's first field is
+// empty and has the id of the entry before it: a follower that has read up to there has missed
+// nothing. The other fields are keys; their values are as in the hash, empty for a record that was
+// erased.
+//
+// `last` is the id of the last batch, and changes in one step with it: an entry that is newer is
+// none of a publisher's. `size` says in the same way how many records there are. While `compared`
+// is another epoch than `epoch`, the records may be older than ones that were published before: the
+// server was set back, and the publisher has not yet restored what the table has.
 #pragma once
 
 #include <chrono>

@@ -10,6 +10,7 @@ Command askAbout(const Keys& keys) {
       .add("schema")
       .add("epoch")
       .add("last")
+      .add("compared")
       .add("heartbeat")
       .add("source")
       .add("host")
@@ -19,7 +20,8 @@ Command askAbout(const Keys& keys) {
 
 About parseAbout(const Reply& reply) {
   const auto field = [&](size_t index) { return std::string(reply[index].text()); };
-  return {field(0), field(1), field(2), field(3), field(4), field(5), field(6), field(7), field(8)};
+  return {field(0), field(1), field(2), field(3), field(4),
+          field(5), field(6), field(7), field(8), field(9)};
 }
 
 }  // namespace Zorbe::Relay

@@ -14,6 +14,7 @@ struct About {
   std::string schema;
   std::string epoch;
   std::string last;
+  std::string compared;
   std::string heartbeat;
   std::string source;
   std::string host;  // where the publisher runs

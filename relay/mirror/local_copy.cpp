@@ -13,10 +13,6 @@ LocalCopy::LocalCopy(const std::string& table, const Table::Options& options,
       key_((schema.keyBytes + 7) / 8),
       value_(schema.valueBytes, '\0') {}
 
-std::string_view LocalCopy::keyBytes() const {
-  return {reinterpret_cast<const char*>(key_.data()), schema_.keyBytes};
-}
-
 bool LocalCopy::load(std::string_view key) {
   if (key.size() != schema_.keyBytes) return false;
   std::fill(key_.begin(), key_.end(), 0);
@@ -32,6 +28,7 @@ void LocalCopy::put(std::string_view value) {
 
 void LocalCopy::beginTransfer(const Id& from) {
   from_ = from;
+  isCatchingUp_ = false;
   seen_.clear();
   overtaken_.clear();
 }
@@ -46,17 +43,10 @@ bool LocalCopy::take(std::string_view key, std::string_view stored) {
   return true;
 }
 
-void LocalCopy::endTransfer() {
-  std::vector<uint64_t> key(key_.size());
-  std::vector<std::string> gone;
-  for (uint64_t cursor = 0; writer_.scan(cursor, key.data(), nullptr);) {
-    std::string bytes(reinterpret_cast<const char*>(key.data()), schema_.keyBytes);
-    if (seen_.find(bytes) == seen_.end()) gone.push_back(std::move(bytes));
-  }
-  for (const std::string& bytes : gone) {
-    if (load(bytes)) writer_.erase(key_.data());
-  }
-  seen_ = {};
+void LocalCopy::endTransfer(const Id& to) {
+  to_ = to;
+  isCatchingUp_ = true;
+  endBatch(from_);
 }
 
 bool LocalCopy::change(const Id& id, std::string_view key, std::string_view stored) {
@@ -71,8 +61,28 @@ bool LocalCopy::change(const Id& id, std::string_view key, std::string_view stor
   }
   const auto record = parseStored(stored);
   if (!record || record->value.size() != schema_.valueBytes) return false;
+  if (isCatchingUp_) seen_.emplace(key);
   put(record->value);
   return true;
+}
+
+void LocalCopy::endBatch(const Id& id) {
+  if (isCatchingUp_ && !(id < to_)) catchUp();
+}
+
+void LocalCopy::catchUp() {
+  std::vector<uint64_t> key(key_.size());
+  std::vector<std::string> gone;
+  for (uint64_t cursor = 0; writer_.scan(cursor, key.data(), nullptr);) {
+    std::string bytes(reinterpret_cast<const char*>(key.data()), schema_.keyBytes);
+    if (seen_.find(bytes) == seen_.end()) gone.push_back(std::move(bytes));
+  }
+  for (const std::string& bytes : gone) {
+    if (load(bytes)) writer_.erase(key_.data());
+  }
+  isCatchingUp_ = false;
+  seen_ = {};
+  overtaken_ = {};
 }
 
 }  // namespace Zorbe::Relay

@@ -13,8 +13,8 @@
 
 namespace Zorbe::Relay {
 
-/// The local table of a mirror. Takes the server's records and changes in any overlap: what is
-/// newer stays.
+/// The local table of a mirror. Takes the server's records, which change meanwhile, and then the
+/// changes from before that on: of each key the readers see the values in order.
 class LocalCopy {
  public:
   LocalCopy(const std::string& table, const Table::Options& options, const Table::Schema& schema);
@@ -30,11 +30,18 @@ class LocalCopy {
   /// How many of them were taken.
   uint64_t taken() const { return seen_.size(); }
 
-  /// Erases what was not among them.
-  void endTransfer();
+  /// They were all taken, none of them newer than `to`. What was not among them is erased once the
+  /// changes up to there have come: one of them may have erased it.
+  void endTransfer(const Id& to);
+
+  /// Whether those changes have not all come yet.
+  bool isCatchingUp() const { return isCatchingUp_; }
 
   /// One change of a batch. False when it is none of this table's.
   bool change(const Id& id, std::string_view key, std::string_view stored);
+
+  /// The changes up to this batch have come.
+  void endBatch(const Id& id);
 
   /// Shows the readers what was changed.
   void publish() { writer_.publish(); }
@@ -45,15 +52,17 @@ class LocalCopy {
  private:
   void put(std::string_view value);
   bool load(std::string_view key);
-  std::string_view keyBytes() const;
+  void catchUp();
 
   Table::Schema schema_;
   Table::WriterCore writer_;
   std::vector<uint64_t> key_;
   std::string value_;
-  Id from_;
-  std::unordered_set<std::string> seen_;           // during a transfer
-  std::unordered_map<std::string, Id> overtaken_;  // records that are newer than the stream so far
+  // From the beginning of a transfer until the changes have caught up with it:
+  Id from_, to_;
+  bool isCatchingUp_ = false;
+  std::unordered_set<std::string> seen_;           // keys that are on the server
+  std::unordered_map<std::string, Id> overtaken_;  // records that are newer than the changes so far
 };
 
 }  // namespace Zorbe::Relay

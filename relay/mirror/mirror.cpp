@@ -48,7 +48,14 @@ Mirror::Mirror(const Options& options, Brask::Platform::DebugHandler& log)
   originTimer_.start(kAskSeconds);
 }
 
+Mirror::~Mirror() {
+  if (local_) local_->setOrigin(Table::Origin::mirroredLost);
+}
+
+// The server may be another one, or one that has lost something.
 void Mirror::sessionBegan() {
+  source_.doubt();
+  doubtful_.reset();
   ask();
 }
 
@@ -84,35 +91,71 @@ bool Mirror::findProblem(const std::string& problem) {
 
 void Mirror::takeAbout(const Reply& reply) {
   if (reply.isError()) return session_.restart(std::string(reply.text()));
-  const About before = std::exchange(about_, parseAbout(reply));
-  if (about_.heartbeat != before.heartbeat) beatAt_ = Clock::now();
+  source_.see(parseAbout(reply));
   isAboutNewer_ = true;
-  if (about_.format.empty()) {
+  if (source_.about().format.empty()) {
     findProblem("the server has no such table yet");
     return;
   }
-  const auto schema = parseSchema(about_.schema);
-  const bool isUnderstood = about_.format == kFormat && schema && parseId(about_.last);
-  if (findProblem(isUnderstood ? ""
-                               : "the server has it in the format '" + about_.format +
-                                     "' of another version of the relay")) {
+  if (findProblem(source_.isOfThisFormat()
+                      ? ""
+                      : "the server has it in the format '" + source_.about().format +
+                            "' of another version of the relay")) {
     return;
   }
-  if (!local_ || print(local_->schema()) != about_.schema) openLocal(*schema);
-  if (!position_) return transferSoon();
-  follow();
+  goOn();
+}
+
+void Mirror::goOn() {
+  const bool isOther = !local_ || print(local_->schema()) != source_.about().schema;
+  if (local_ && isOther && !source_.isRestored(position_)) return wait();
+  if (isOther) openLocal(*parseSchema(source_.about().schema));
+  settle();
+  if (!isMissing_) return follow();
+  if (!mayTransfer()) return wait();
+  transferSoon();
+}
+
+// For the publisher to restore what the server has lost.
+void Mirror::wait() {
+  if (!findProblem(source_.isSetBack(position_) ? "the server has older records: they are not taken"
+                                                : "")) {
+    askAgain();
+  }
 }
 
 void Mirror::openLocal(const Table::Schema& schema) {
   local_.reset();
   position_.reset();
-  isTransfer_ = false;
+  doubtful_.reset();
+  isMissing_ = true;
   refuseOwnTable(options_.table, options_.writing);
   Table::Options writing = options_.writing;
   writing.replaceOtherSchema = true;  // it is a copy
   local_ = std::make_unique<LocalCopy>(options_.table, writing, schema);
   origin_.reset();
   showOrigin();
+}
+
+// The publisher changes the last batch and the stream in one step: what is newer is not from there.
+void Mirror::settle() {
+  if (!doubtful_) return;
+  const Id entry = *std::exchange(doubtful_, std::nullopt);
+  if (!(source_.last() < entry)) return miss();
+  cursor_ = entry;
+  countUnusable("batch of changes");
+}
+
+// All records are needed. They may be older than those of this table, if the server was set back.
+void Mirror::miss() {
+  ZORBE_LOG(log_, kMilestone, options_.table << ": has missed changes");
+  isMissing_ = true;
+  source_.doubt();
+}
+
+// A table without records takes any.
+bool Mirror::mayTransfer() const {
+  return local_->size() == 0 || source_.isRestored(position_);
 }
 
 void Mirror::transferSoon() {
@@ -123,20 +166,23 @@ void Mirror::transferSoon() {
 // Changes from here on are in the stream; which of them the records contain already is seen by
 // their ids.
 void Mirror::transfer() {
+  session_.send(askAbout(keys_), [this](const Reply& reply) { beginTransfer(reply); });
+}
+
+void Mirror::beginTransfer(const Reply& reply) {
+  const std::string schema = source_.about().schema;
+  source_.see(parseAbout(reply));
+  if (!source_.isOfThisFormat() || source_.about().schema != schema || !mayTransfer()) {
+    return askAgain();
+  }
   ++figures_.transfers;
-  isInStep_ = false;
-  session_.send(askAbout(keys_), [this](const Reply& reply) {
-    const About about = parseAbout(reply);
-    const auto last = parseId(about.last);
-    if (!last || about.schema != about_.schema) return askAgain();
-    from_ = *last;
-    local_->beginTransfer(from_);
-    isTransfer_ = true;
-    session_.send(Command("HLEN").add(keys_.records), [this](const Reply& size) {
-      serversRecords_ = static_cast<uint64_t>(size.integer());
-    });
-    askForRecords("0");
+  from_ = source_.last();
+  local_->beginTransfer(from_);
+  isTransfer_ = true;
+  session_.send(Command("HLEN").add(keys_.records), [this](const Reply& size) {
+    serversRecords_ = static_cast<uint64_t>(size.integer());
   });
+  askForRecords("0");
 }
 
 void Mirror::askForRecords(const std::string& cursor) {
@@ -153,14 +199,25 @@ void Mirror::takeRecords(const Reply& reply) {
   }
   local_->publish();
   if (reply[0].text() != "0") return askForRecords(std::string(reply[0].text()));
-  local_->endTransfer();
-  local_->publish();
+  session_.send(askAbout(keys_), [this](const Reply& about) { endTransfer(about); });
+}
+
+void Mirror::endTransfer(const Reply& reply) {
   isTransfer_ = false;
-  position_ = from_;
-  isInStep_ = true;
+  const auto to = parseId(parseAbout(reply).last);
+  if (!to) return ask();
+  local_->endTransfer(*to);
+  local_->publish();
+  position_ = cursor_ = from_;
+  isMissing_ = false;
+  showCaughtUp();
+  follow();
+}
+
+void Mirror::showCaughtUp() {
+  if (local_->isCatchingUp()) return;
   ZORBE_LOG(log_, kMilestone, options_.table << ": has every record, " << local_->size());
   showOrigin();
-  follow();
 }
 
 // The server answers at once when there is a change, and otherwise after a second: then it says
@@ -168,41 +225,41 @@ void Mirror::takeRecords(const Reply& reply) {
 void Mirror::follow() {
   Command command("XREAD");
   command.add("COUNT").add(kBatchCount).add("BLOCK").add(kBlockMilliseconds).add("STREAMS");
-  command.add(keys_.changes).add(print(*position_));
+  command.add(keys_.changes).add(print(cursor_));
   session_.send(command, [this](const Reply& reply) { takeBatches(reply); });
 }
 
 void Mirror::takeBatches(const Reply& reply) {
   if (reply.isError()) return session_.restart(std::string(reply.text()));
   const Reply entries = reply[0][1];
-  bool isWhole = true;
-  for (size_t i = 0; isWhole && i < entries.size(); ++i) isWhole = takeBatch(entries[i]);
+  const bool wasCatchingUp = local_->isCatchingUp();
+  for (size_t i = 0; !doubtful_ && i < entries.size(); ++i) takeBatch(entries[i]);
   local_->publish();
+  if (wasCatchingUp) showCaughtUp();
   // What was the last batch before the server was asked for the next one is not there.
-  const bool isBehind = isAboutNewer_ && about_.last != print(*position_);
-  if (entries.size() == 0 && isBehind) isWhole = false;
-  if (!isWhole) {
-    ZORBE_LOG(log_, kMilestone, options_.table << ": has missed changes");
-    position_.reset();
-  }
-  const bool isAskDue = entries.size() == 0 || !isWhole ||
+  const bool isBehind = isAboutNewer_ && source_.last() != *position_;
+  if (entries.size() == 0 && isBehind) miss();
+  const bool isAskDue = entries.size() == 0 || doubtful_ ||
                         Clock::now() - askedAt_ > std::chrono::milliseconds(kBlockMilliseconds);
   if (!isAskDue) return follow();
   ask();
 }
 
-// False when a batch before this one is missing.
-bool Mirror::takeBatch(const Reply& entry) {
+void Mirror::takeBatch(const Reply& entry) {
   const auto id = parseId(entry[0].text());
   const Reply fields = entry[1];
-  if (!id || fields[0].text() != "" || fields[1].text() != print(*position_)) return false;
+  if (!id) return session_.restart("the server's answer is no entry of a stream");
+  if (fields[0].text() != "" || parseId(fields[1].text()) != position_) {
+    doubtful_ = *id;
+    return;
+  }
   for (size_t i = 2; i + 1 < fields.size(); i += 2) {
     ++figures_.changes;
     if (!local_->change(*id, fields[i].text(), fields[i + 1].text())) countUnusable("change");
   }
-  position_ = *id;
+  position_ = cursor_ = *id;
+  local_->endBatch(*id);
   isAboutNewer_ = false;
-  return true;
 }
 
 void Mirror::countUnusable(const char* what) {
@@ -216,8 +273,8 @@ void Mirror::countUnusable(const char* what) {
 void Mirror::showOrigin() {
   originTimer_.start(kAskSeconds);
   if (!local_) return;
-  const bool isFresh = isInStep_ && session_.isReady() && about_.source == "live" &&
-                       Clock::now() - beatAt_ < kFreshHeartbeat;
+  const bool isInStep = !isMissing_ && !local_->isCatchingUp();
+  const bool isFresh = isInStep && session_.isReady() && source_.isLive();
   const Table::Origin origin = isFresh ? Table::Origin::mirrored : Table::Origin::mirroredLost;
   if (origin_ == origin) return;
   origin_ = origin;

@@ -10,8 +10,9 @@
 #include <string>
 
 #include "core/timer.h"
-#include "mirror/about.h"
+
 #include "mirror/local_copy.h"
+#include "mirror/source.h"
 #include "progress/progress.h"
 #include "server/session.h"
 
@@ -20,6 +21,7 @@ namespace Zorbe::Relay {
 /// Keeps a table of this host as the copy on the server is, while the current loop turns. Reads
 /// everything once, and then follows the stream of changes; again everything when it has missed
 /// one. When the server or the publisher is away, the records stay, and the table says since when.
+/// They stay also when the server was set back, until the publisher has restored what it has lost.
 class Mirror : private Session::Owner {
  public:
   struct Options {
@@ -39,6 +41,9 @@ class Mirror : private Session::Owner {
 
   Mirror(const Options& options, Brask::Platform::DebugHandler& log);
 
+  /// The table says that its source is lost.
+  ~Mirror() override;
+
   const Figures& figures() const { return figures_; }
 
   /// Of the transfer of all records that is under way; nothing without one.
@@ -52,15 +57,23 @@ class Mirror : private Session::Owner {
 
   void ask();
   void takeAbout(const Reply& reply);
+  bool mayTransfer() const;
+  void goOn();
+  void wait();
+  void settle();
+  void miss();
   bool findProblem(const std::string& problem);
   void openLocal(const Table::Schema& schema);
   void transferSoon();
   void transfer();
+  void beginTransfer(const Reply& reply);
+  void endTransfer(const Reply& reply);
+  void showCaughtUp();
   void askForRecords(const std::string& cursor);
   void takeRecords(const Reply& reply);
   void follow();
   void takeBatches(const Reply& reply);
-  bool takeBatch(const Reply& entry);
+  void takeBatch(const Reply& entry);
   void askAgain();
   void showOrigin();
   void countUnusable(const char* what);
@@ -70,16 +83,17 @@ class Mirror : private Session::Owner {
   Keys keys_;
   std::unique_ptr<LocalCopy> local_;
   Session session_;
-  About about_;
-  std::optional<Id> position_;   // the last batch that was followed; none: all records are needed
+  Source source_;
+  std::optional<Id> position_;   // the last batch that the table has; none before a transfer
+  Id cursor_;                    // of the stream: up to here it was read
+  bool isMissing_ = true;        // all records are needed
+  std::optional<Id> doubtful_;   // an entry that does not follow the last batch
   Id from_;                      // of the transfer under way
   bool isTransfer_ = false;      // records are read
   uint64_t serversRecords_ = 0;  // when it began
   bool hasRead_ = false;         // a transfer was begun
-  Clock::time_point beatAt_{};   // when the heartbeat changed last
   bool isAboutNewer_ = false;    // than position_
   Clock::time_point askedAt_{};  // the last time
-  bool isInStep_ = false;
   std::optional<Table::Origin> origin_;
   std::string lastProblem_;
   Figures figures_;

@@ -74,7 +74,7 @@ void Publisher::sessionEnded() {
   copy_.forget();
   comparison_.reset();
   batch_ = Batch();
-  isAsked_ = isComparedAgain_ = false;
+  isAsked_ = isComparedAgain_ = isCompared_ = false;
   phase_ = Phase::kWaiting;
 }
 
@@ -133,6 +133,16 @@ void Publisher::compareMore() {
   if (isComparedAgain_) compare();
 }
 
+// A table that contradicts itself is read again in a new session.
+bool Publisher::tryToCompare(const std::function<void()>& step) {
+  try {
+    step();
+  } catch (const Brask::Exception& failure) {
+    session_.restart(failure.what());
+  }
+  return phase_ == Phase::kFollowing;
+}
+
 void Publisher::askForRecords() {
   isAsked_ = true;
   Command command("HSCAN");
@@ -144,9 +154,12 @@ void Publisher::seeRecords(const Reply& reply) {
   isAsked_ = false;
   if (reply.size() != 2) return session_.restart(std::string(reply.text()));
   const Reply records = reply[1];
-  for (size_t i = 0; i + 1 < records.size(); i += 2) {
-    comparison_->seeServers(records[i].text(), records[i + 1].text(), batch_);
-  }
+  const bool isCompared = tryToCompare([&] {
+    for (size_t i = 0; i + 1 < records.size(); i += 2) {
+      comparison_->seeServers(records[i].text(), records[i + 1].text(), batch_);
+    }
+  });
+  if (!isCompared) return;
   cursor_ = reply[0].text();
   isEachServersSeen_ = cursor_ == "0";
   advance();
@@ -159,15 +172,26 @@ void Publisher::hasRoom() {
 void Publisher::advance() {
   if (phase_ == Phase::kWaiting) start();
   if (phase_ == Phase::kDraining) return drain();
-  if (phase_ != Phase::kFollowing) return;
+  if (phase_ == Phase::kFollowing) sendChanges();
+}
+
+void Publisher::sendChanges() {
   while (copy_.hasRoomForBatch()) {
     while (!batch_.isFull() && takeChange()) continue;
     if (phase_ != Phase::kFollowing) return;
-    if (comparison_ && !batch_.isFull()) compareMore();
-    if (batch_.isEmpty()) break;
-    copy_.append(batch_);
+    if (comparison_ && !batch_.isFull() && !tryToCompare([&] { compareMore(); })) return;
+    const bool isIdle = batch_.isEmpty();
+    if (!isIdle) copy_.append(batch_);
+    sayWhenCompared();
+    if (isIdle) break;
   }
   listen(copy_.hasRoomForBatch());
+}
+
+// With the batch everything that a comparison has found is on its way.
+void Publisher::sayWhenCompared() {
+  if (comparison_ || std::exchange(isCompared_, true)) return;
+  beatTimer_.start(0.0);
 }
 
 // What cannot be read is tried again by the reader; a table of another description by another one.
@@ -224,7 +248,10 @@ void Publisher::fenced(const std::string& why) {
 
 void Publisher::beat() {
   beatTimer_.start(kBeatSeconds);
-  copy_.beat(reader_->state() == Table::State::connected);
+  // A mirrored table passes on what is true of its own source.
+  const bool isLive = reader_->state() == Table::State::connected &&
+                      reader_->info().origin != Table::Origin::mirroredLost;
+  copy_.beat(isLive, isCompared_);
 }
 
 }  // namespace Zorbe::Relay

@@ -3,6 +3,7 @@
 
 #include <zorbe/table/core.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -64,6 +65,9 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   void drain();
   void compare();
   void compareMore();
+  bool tryToCompare(const std::function<void()>& step);
+  void sendChanges();
+  void sayWhenCompared();
   void askForRecords();
   void seeRecords(const Reply& reply);
   void advance();
@@ -87,6 +91,7 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   bool isEachServersSeen_ = false;  // the comparison's first part is done
   bool isAsked_ = false;            // for the next of the server's records
   bool isComparedAgain_ = false;    // after the comparison that is under way
+  bool isCompared_ = false;         // once since the claim
   std::string cursor_;              // of the server's records
   uint64_t serversRecords_ = 0;     // when the comparison began
   uint64_t tableRecords_ = 0;       // that the last pass over the table before it has met

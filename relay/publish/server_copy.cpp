@@ -4,6 +4,8 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <random>
 #include <utility>
 
 #include "format/scripts.h"
@@ -23,10 +25,17 @@ std::string hostName() {
   return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
+std::string randomText() {
+  std::random_device device;
+  std::string text;
+  for (int i = 0; i < 4; ++i) text += std::to_string(device()) + " ";
+  return text;
+}
+
 }  // namespace
 
 ServerCopy::ServerCopy(Session& session, const Keys& keys, Owner& owner)
-    : session_(session), keys_(keys), owner_(owner) {}
+    : session_(session), keys_(keys), token_(randomText()), owner_(owner) {}
 
 void ServerCopy::claim(const Table::Schema& schema) {
   schema_ = schema;
@@ -64,8 +73,11 @@ Command ServerCopy::script(const std::string& digest) const {
 
 void ServerCopy::runClaim() {
   Command command = script(claimDigest_);
-  command.add(kFormat).add(print(schema_)).add(wallClockMilliseconds()).add(history_);
-  command.add(hostName()).add(static_cast<uint64_t>(::getpid())).add(ZORBE_VERSION);
+  // Also where the clock was set back and the server has lost the last epoch.
+  const uint64_t leastEpoch = std::max(wallClockMilliseconds(), epoch_ + 1);
+  command.add(kFormat).add(print(schema_)).add(leastEpoch).add(history_);
+  command.add(hostName()).add(static_cast<uint64_t>(::getpid())).add(ZORBE_VERSION).add(token_);
+  command.add(epoch_ == 0 ? "" : std::to_string(epoch_));
   session_.send(command, [this](const Reply& reply) { takeClaim(reply); });
 }
 
@@ -75,13 +87,12 @@ void ServerCopy::takeClaim(const Reply& reply) {
     return owner_.fenced("the server has this table in the format " + std::string(text.substr(7)) +
                          " of another version of the relay: use that version, or remove the keys");
   }
-  if (reply.isError()) return session_.restart(std::string(text));
-  const std::optional<Id> last = parseId(reply[1].text());
+  if (reply.isError()) return check(reply);
   const std::optional<Id> first = parseId(std::string(reply[0].text()) + "-0");
-  if (!last || !first) return session_.restart("the server's answer is no claim");
+  if (!first) return session_.restart("the server's answer is no claim");
   epoch_ = first->epoch;
-  last_ = *last;
-  before_ = print(last_);
+  sequence_ = 0;
+  before_ = reply[1].text();
   isClaimed_ = true;
   owner_.claimed();
 }
@@ -100,15 +111,14 @@ std::string ServerCopy::oldestToKeep(size_t bytes) {
 
 void ServerCopy::append(Batch& batch) {
   const size_t bytes = batch.bytes();
-  last_ = {epoch_, last_.epoch == epoch_ ? last_.sequence + 1 : 1};
-  kept_.push_back({last_, bytes});
+  const Id id{epoch_, ++sequence_};
+  kept_.push_back({id, bytes});
   Command command = script(appendDigest_);
-  const std::string id = print(last_);
-  command.add(epoch_).add(before_).add(id);
+  command.add(epoch_).add(before_).add(print(id));
   command.add(oldestToKeep(bytes));
   sentChanges_ += batch.changes();
-  batch.moveTo(command, last_);
-  before_ = id;
+  batch.moveTo(command, id);
+  before_ = print(id);
   ++unanswered_;
   session_.send(command, [this](const Reply& reply) {
     --unanswered_;
@@ -117,10 +127,10 @@ void ServerCopy::append(Batch& batch) {
   });
 }
 
-void ServerCopy::beat(bool isSourceLive) {
+void ServerCopy::beat(bool isSourceLive, bool isCompared) {
   if (!isClaimed_) return;
   Command command = script(heartbeatDigest_);
-  command.add(epoch_).add(isSourceLive ? "live" : "lost");
+  command.add(epoch_).add(isSourceLive ? "live" : "lost").add(isCompared ? before_ : "");
   session_.send(command, [this](const Reply& reply) {
     if (reply.isError()) check(reply);
   });

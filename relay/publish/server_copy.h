@@ -45,10 +45,10 @@ class ServerCopy {
   /// Sends the batch, which is empty afterwards. Only while there is room.
   void append(Batch& batch);
 
-  /// Says that the publisher is there.
-  void beat(bool isSourceLive);
+  /// Says that the publisher is there, and whether the records on the server are the table's once
+  /// each batch so far has arrived.
+  void beat(bool isSourceLive, bool isCompared);
 
-  uint64_t epoch() const { return last_.epoch; }
   uint64_t sentChanges() const { return sentChanges_; }
 
  private:
@@ -70,13 +70,14 @@ class ServerCopy {
 
   Session& session_;
   Keys keys_;
+  std::string token_;  // that no other publisher has
   Owner& owner_;
   Table::Schema schema_;
   std::string claimDigest_, appendDigest_, heartbeatDigest_;
   bool isClaimed_ = false;
-  uint64_t epoch_ = 0;
-  Id last_;             // the batch sent last, of this epoch or one before
-  std::string before_;  // the same as the server writes it
+  uint64_t epoch_ = 0;     // 0: it never was the publisher
+  uint64_t sequence_ = 0;  // of the batch sent last
+  std::string before_;     // the id of that one, or of the last one before this epoch
   size_t unanswered_ = 0;
   uint64_t history_ = uint64_t{64} << 20;
   std::deque<Kept> kept_;

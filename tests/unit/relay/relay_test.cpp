@@ -74,6 +74,87 @@ TEST_F(RelayTest, TheOlderOfTwoPublishersEnds) {
   EXPECT_EQ(newer.end(), "");
 }
 
+TEST_F(RelayTest, APublisherThatReturnsEndsWhenAnotherHasTakenOver) {
+  makeAll();
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:about", "epoch", "4000000000000000", "token", "x"}),
+            "0");
+  EXPECT_NE(server().ask({"CLIENT", "KILL", "TYPE", "normal"}), "0");
+  EXPECT_TRUE(turnUntil([&] { return !publisher->end().empty(); }));
+  EXPECT_EQ(publisher->end(),
+            "another publisher of this table has taken over; its epoch is 4000000000000000");
+}
+
+// The answer to the claim was lost with the connection.
+TEST_F(RelayTest, APublisherThatReturnsGoesOnWhenItHasTakenOverItself) {
+  makeAll();
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:about", "epoch", "4000000000000000"}), "0");
+  EXPECT_NE(server().ask({"CLIENT", "KILL", "TYPE", "normal"}), "0");
+  writer->put(1, {11, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_EQ(publisher->end(), "");
+  EXPECT_EQ(server().ask({"HGET", "zorbe:{t}:about", "epoch"}), "4000000000000001");
+  EXPECT_EQ(mirror->figures().transfers, 1u);
+}
+
+TEST_F(RelayTest, RecordsThatWereRemovedOnTheServerReturn) {
+  makeAll();
+  writer->put(1, {10, 0});
+  writer->put(2, {20, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_EQ(server().ask({"HDEL", "zorbe:{t}:records", std::string("\1\0\0\0", 4)}), "1");
+  EXPECT_TRUE(turnUntil([&] { return server().ask({"HLEN", "zorbe:{t}:records"}) == "2"; }));
+  EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:records", "other", "x"}), "1");
+  EXPECT_TRUE(turnUntil([&] { return server().ask({"HLEN", "zorbe:{t}:records"}) == "2"; }));
+  EXPECT_EQ(mirror->figures().transfers, 1u);
+}
+
+TEST_F(RelayTest, AForeignEntryOfTheStreamIsPassedOver) {
+  makeAll();
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_NE(server().ask({"XADD", "zorbe:{t}:changes", "*", "a", "b"}), "");
+  EXPECT_TRUE(turnUntil([&] { return mirror->figures().unusable == 1; }));
+  writer->put(1, {11, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_EQ(mirror->figures().transfers, 1u);
+}
+
+// Its highest possible id would leave no room for another one.
+TEST_F(RelayTest, AStreamWithTheLastIdIsReplaced) {
+  makeAll();
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(becomeEqual());
+  const std::string highest = "18446744073709551615-18446744073709551615";
+  EXPECT_EQ(server().ask({"XADD", "zorbe:{t}:changes", highest, "a", "b"}), highest);
+  writer->put(1, {11, 0});
+  EXPECT_TRUE(becomeEqual());
+}
+
+TEST_F(RelayTest, ATableSaysThatItsMirrorHasEnded) {
+  makeAll();
+  EXPECT_TRUE(turnUntil([&] { return reader->info().origin == Table::Origin::mirrored; }));
+  mirror.reset();
+  EXPECT_EQ(reader->info().origin, Table::Origin::mirroredLost);
+}
+
+TEST_F(RelayTest, AMirrorOfAMirrorKnowsThatTheFirstSourceIsLost) {
+  makeAll();
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(becomeEqual());
+  auto options = publishing();
+  options.reading = at("there");
+  options.name = "second";
+  const Relay::Publisher second(options, handler);
+  const auto source = [&] { return server().ask({"HGET", "zorbe:{second}:about", "source"}); };
+  EXPECT_TRUE(turnUntil([&] { return source() == "live"; }));
+  writer.reset();
+  EXPECT_TRUE(turnUntil([&] { return source() == "lost"; }));
+}
+
 TEST_F(RelayTest, ARestartedMirrorWritesOnlyDifferences) {
   makeAll();
   for (uint32_t key = 0; key < 100; ++key) writer->put(key, {key, 0});

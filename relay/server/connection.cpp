@@ -3,6 +3,7 @@
 
 #include <hiredis/async.h>
 
+#include <csignal>
 #include <exception>
 #include <new>
 #include <utility>
@@ -12,6 +13,11 @@
 namespace Zorbe::Relay {
 
 namespace {
+
+// The client library writes without MSG_NOSIGNAL.
+void ignoreBrokenPipes() {
+  static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+}
 
 redisAsyncContext* connectTo(const Endpoint& endpoint) {
   redisAsyncContext* const context = endpoint.path.empty()
@@ -35,6 +41,7 @@ Command& Command::add(std::string_view word) {
 
 Connection::Connection(const Endpoint& endpoint, Owner& owner)
     : owner_(owner), context_(connectTo(endpoint)) {
+  ignoreBrokenPipes();
   context_->data = this;
   if (context_->err != 0) {
     failure_ = textOf(context_->errstr);

@@ -33,7 +33,8 @@ class Command {
 };
 
 /// One connection to one server, in the current event loop. Commands may be sent before it is
-/// established. Callbacks come from the loop; a callback may destroy the connection.
+/// established. Callbacks come from the loop; a callback may destroy the connection. The process
+/// ignores SIGPIPE from then on: a server may end while it is written to.
 class Connection {
  public:
   using Answer = std::function<void(const Reply&)>;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "server/address.h"
@@ -20,9 +21,9 @@ std::string takeFromEnvironment(const char* name) {
 }
 
 std::string firstLine(const std::string& file) {
+  errno = 0;
   std::ifstream in(file);
   std::string line;
-  errno = 0;
   if (!std::getline(in, line)) {
     const int error = errno;
     const std::string why = error == 0 ? "it is empty" : std::strerror(error);
@@ -36,6 +37,10 @@ std::string firstLine(const std::string& file) {
 
 }  // namespace
 
+std::string Credentials::currentPassword() const {
+  return passwordFile.empty() ? password : firstLine(passwordFile);
+}
+
 Credentials findCredentials(const std::string& user, const std::string& file) {
   Credentials result;
   result.user = takeFromEnvironment("ZORBE_RELAY_USER");
@@ -47,6 +52,8 @@ Credentials findCredentials(const std::string& user, const std::string& file) {
                      "' needs a password: name a file with "
                      "--password-file, or set ZORBE_RELAY_PASSWORD");
   }
+  // A pipe can be read once.
+  if (std::filesystem::is_regular_file(file)) result.passwordFile = file;
   return result;
 }
 

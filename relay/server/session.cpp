@@ -107,18 +107,24 @@ void Session::askSentinel() {
 
 void Session::connectTo(const Endpoint& endpoint) {
   place_ = endpoint;
+  std::string password;
+  try {
+    password = options_.credentials.currentPassword();
+  } catch (const UsageError& error) {
+    return restart(error.what());
+  }
   connection_ = std::make_unique<Connection>(endpoint, *this);
   answered_ = 0;
   silentTicks_ = 0;
   watchTimer_.start(kWatchSeconds);
-  if (options_.credentials.password.empty()) return select();
-  authenticate();
+  if (password.empty()) return select();
+  authenticate(password);
 }
 
-void Session::authenticate() {
+void Session::authenticate(const std::string& password) {
   Command command("AUTH");
   if (!options_.credentials.user.empty()) command.add(options_.credentials.user);
-  sendChecked(command.add(options_.credentials.password), &Session::select);
+  sendChecked(command.add(password), &Session::select);
 }
 
 void Session::select() {

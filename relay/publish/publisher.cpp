@@ -49,11 +49,11 @@ std::optional<Progress> Publisher::progress() const {
   return Progress{"sending", visited, std::max(tableRecords_, visited), visited};
 }
 
-// With the description of the first table that is found.
+// With the description of the table that is found first.
 void Publisher::openTable() {
   reader_ = std::make_unique<Table::ReaderCore>(options_.table, options_.reading, Table::Schema{});
   phase_ = Phase::kWaiting;
-  incarnation_ = 0;
+  caughtUp_ = 0;
   listen(true);
 }
 
@@ -81,6 +81,7 @@ void Publisher::sessionEnded() {
 void Publisher::start() {
   const bool isReady = session_.isReady();
   if (reader_->info().incarnation == 0 || !isReady) return listen(isReady);
+  incarnation_ = reader_->info().incarnation;
   schema_ = reader_->schema();
   key_.assign((schema_.keyBytes + 7) / 8, 0);
   value_.assign(schema_.valueBytes, '\0');
@@ -92,6 +93,7 @@ void Publisher::drain() {
   for (int i = 0; i < kChangesOfTurn; ++i) {
     const auto change = next();
     if (change) {
+      if (change->kind == Kind::reset && isReplaced()) return reopenTable();
       isPass_ = change->kind == Kind::reset || (isPass_ && change->kind != Kind::complete);
       if (change->kind == Kind::reset) tableRecords_ = 0;
       if (change->kind == Kind::put && isPass_) ++tableRecords_;
@@ -200,10 +202,7 @@ std::optional<Table::ReaderCore::Change> Publisher::next() {
     return reader_->next(key_.data(), value_.data());
   } catch (const Table::Error& failure) {
     ZORBE_LOG(log_, kNotable, failure.what());
-    if (failure.code() == Table::ErrorCode::schema) {
-      sessionEnded();
-      openTimer_.start(0.0);  // the reader is calling
-    }
+    if (failure.code() == Table::ErrorCode::schema) reopenTable();
   } catch (const Brask::Exception& failure) {
     ZORBE_LOG(log_, kNotable, failure.what());
   }
@@ -214,9 +213,7 @@ std::optional<Table::ReaderCore::Change> Publisher::next() {
 bool Publisher::takeChange() {
   const auto change = next();
   if (!change) {
-    const Table::Info info = reader_->info();
-    incarnation_ = info.incarnation;
-    caughtUp_ = info.position;
+    caughtUp_ = reader_->info().position;
     return false;
   }
   const std::string_view key(reinterpret_cast<const char*>(key_.data()), schema_.keyBytes);
@@ -224,22 +221,36 @@ bool Publisher::takeChange() {
     batch_.put(key, value_);
   }
   if (change->kind == Kind::erased) batch_.erase(key);
-  if (change->kind == Kind::reset) tookReset();
+  if (change->kind == Kind::reset) return tookReset();
   if (change->kind == Kind::complete) isPass_ = false;
   return true;
 }
 
 // Erasures may have been missed: only a comparison finds them.
-void Publisher::tookReset() {
-  isPass_ = true;
-  if (reader_->info().incarnation != std::exchange(incarnation_, reader_->info().incarnation)) {
-    caughtUp_ = 0;
+bool Publisher::tookReset() {
+  if (isReplaced()) {
+    reopenTable();
+    return false;
   }
+  isPass_ = true;
   if (comparison_) {
     isComparedAgain_ = true;
   } else {
     compare();
   }
+  return true;
+}
+
+bool Publisher::isReplaced() const {
+  return reader_->info().incarnation != incarnation_;
+}
+
+// The new table may have fields that the old one had not; the reader would leave them out. Answers
+// that are still due are those of the old table.
+void Publisher::reopenTable() {
+  session_.restart(options_.table + ": the table was replaced");
+  phase_ = Phase::kReopening;
+  openTimer_.start(0.0);  // the reader is calling
 }
 
 void Publisher::fenced(const std::string& why) {

@@ -48,6 +48,7 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
 
  private:
   enum class Phase {
+    kReopening,  // for a new reader
     kWaiting,    // for the server, or for the table
     kDraining,   // what is due is part of the comparison that follows
     kClaiming,   // to become the publisher
@@ -73,7 +74,9 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   void advance();
   std::optional<Table::ReaderCore::Change> next();
   bool takeChange();
-  void tookReset();
+  bool tookReset();
+  bool isReplaced() const;
+  void reopenTable();
   void listen(bool isWanted);
   void beat();
   static void ready(void* self);
@@ -96,7 +99,7 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   uint64_t serversRecords_ = 0;     // when the comparison began
   uint64_t tableRecords_ = 0;       // that the last pass over the table before it has met
   bool isPass_ = false;             // between reset and complete
-  uint64_t incarnation_ = 0;        // of the table that caughtUp_ is of
+  uint64_t incarnation_ = 0;        // of the table that is published
   uint64_t caughtUp_ = 0;           // every change up to here was taken
   Batch batch_;
   uint64_t comparisons_ = 0;

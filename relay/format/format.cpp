@@ -3,6 +3,7 @@
 
 #include <zorbe/table/codec.h>
 
+#include <algorithm>
 #include <charconv>
 
 namespace Zorbe::Relay {
@@ -81,6 +82,13 @@ std::optional<Table::Schema> parseSchema(std::string_view text) {
   schema.description = text;
   if (!Table::parseDescription(schema)) return std::nullopt;
   return schema;
+}
+
+uint64_t scanCount(const Table::Schema& schema) {
+  constexpr uint64_t kMostBytes = uint64_t{1} << 20;
+  constexpr uint64_t kMostRecords = 1000;
+  const uint64_t recordBytes = uint64_t{schema.keyBytes} + schema.valueBytes + kIdBytes;
+  return std::clamp<uint64_t>(kMostBytes / recordBytes, 1, kMostRecords);
 }
 
 }  // namespace Zorbe::Relay

@@ -76,4 +76,8 @@ std::optional<Stored> parseStored(std::string_view text);
 std::string print(const Table::Schema& schema);
 std::optional<Table::Schema> parseSchema(std::string_view text);
 
+/// How many records the server should return at once: some megabytes at most, and not so many that
+/// it does nothing else for long.
+uint64_t scanCount(const Table::Schema& schema);
+
 }  // namespace Zorbe::Relay

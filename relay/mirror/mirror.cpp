@@ -20,8 +20,7 @@ constexpr uint64_t kBlockMilliseconds = 1000;
 // Many mirrors that have missed the same change do not read everything at once.
 constexpr double kSpreadSeconds = 2;
 
-// Records, and batches of changes, that the server returns at once.
-constexpr uint64_t kScanCount = 1000;
+// Batches of changes that the server returns at once.
 constexpr uint64_t kBatchCount = 32;
 
 // A table of this host's own must not become a copy by mistake.
@@ -187,7 +186,7 @@ void Mirror::beginTransfer(const Reply& reply) {
 
 void Mirror::askForRecords(const std::string& cursor) {
   Command command("HSCAN");
-  command.add(keys_.records).add(cursor).add("COUNT").add(kScanCount);
+  command.add(keys_.records).add(cursor).add("COUNT").add(scanCount(local_->schema()));
   session_.send(command, [this](const Reply& reply) { takeRecords(reply); });
 }
 

@@ -18,9 +18,6 @@ using Table::Kind;
 
 constexpr double kBeatSeconds = 1;
 
-// Records that the server returns at once.
-constexpr uint64_t kScanCount = 500;
-
 // After so many the loop turns.
 constexpr int kChangesOfTurn = 4096;
 
@@ -149,7 +146,7 @@ void Publisher::askForRecords() {
   isAsked_ = true;
   Command command("HSCAN");
   command.add(Keys(options_.prefix, options_.name).records).add(cursor_).add("COUNT");
-  session_.send(command.add(kScanCount), [this](const Reply& reply) { seeRecords(reply); });
+  session_.send(command.add(scanCount(schema_)), [this](const Reply& reply) { seeRecords(reply); });
 }
 
 void Publisher::seeRecords(const Reply& reply) {

@@ -27,7 +27,7 @@ constexpr uint64_t kBatchCount = 32;
 void refuseOwnTable(const std::string& table, const Table::Options& options) {
   const Table::ReaderCore reader(table, options, Table::Schema{});
   if (reader.info().incarnation == 0 || reader.info().origin != Table::Origin::local) return;
-  const Table::Schema schema = reader.schema();
+  const Table::Schema& schema = reader.schema();
   std::vector<uint64_t> key((schema.keyBytes + 7) / 8);
   uint64_t cursor = 0;
   if (!reader.view().scan(cursor, key.data(), nullptr)) return;

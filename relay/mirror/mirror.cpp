@@ -23,17 +23,21 @@ constexpr double kSpreadSeconds = 2;
 // Batches of changes that the server returns at once.
 constexpr uint64_t kBatchCount = 32;
 
-// A table of this host's own must not become a copy by mistake.
-void refuseOwnTable(const std::string& table, const Table::Options& options) {
+// Whether nothing was ever written into the table, or it will be replaced. One of this host's own
+// must not become a copy by mistake.
+bool isUnused(const std::string& table, const Table::Options& options,
+              const Table::Schema& schema) {
   const Table::ReaderCore reader(table, options, Table::Schema{});
-  if (reader.info().incarnation == 0 || reader.info().origin != Table::Origin::local) return;
-  const Table::Schema& schema = reader.schema();
-  std::vector<uint64_t> key((schema.keyBytes + 7) / 8);
+  const Table::Info info = reader.info();
+  if (info.incarnation == 0) return true;
+  std::vector<uint64_t> key((reader.schema().keyBytes + 7) / 8);
   uint64_t cursor = 0;
-  if (!reader.view().scan(cursor, key.data(), nullptr)) return;
-  throw UsageError("the table '" + table +
-                   "' of this host has records of its own: mirror under "
-                   "another name (--as), or remove it first (zorbe remove)");
+  if (info.origin == Table::Origin::local && reader.view().scan(cursor, key.data(), nullptr)) {
+    throw UsageError("the table '" + table +
+                     "' of this host has records of its own: mirror under "
+                     "another name (--as), or remove it first (zorbe remove)");
+  }
+  return info.published == 0 || print(reader.schema()) != print(schema);
 }
 
 }  // namespace
@@ -128,7 +132,7 @@ void Mirror::openLocal(const Table::Schema& schema) {
   position_.reset();
   doubtful_.reset();
   isMissing_ = true;
-  refuseOwnTable(options_.table, options_.writing);
+  isUnused_ = isUnused(options_.table, options_.writing, schema);
   Table::Options writing = options_.writing;
   writing.replaceOtherSchema = true;  // it is a copy
   local_ = std::make_unique<LocalCopy>(options_.table, writing, schema);
@@ -152,9 +156,9 @@ void Mirror::miss() {
   source_.doubt();
 }
 
-// A table without records takes any.
+// A table that never had any records takes them as they are.
 bool Mirror::mayTransfer() const {
-  return local_->size() == 0 || source_.isRestored(position_);
+  return isUnused_ || source_.isRestored(position_);
 }
 
 void Mirror::transferSoon() {
@@ -177,6 +181,7 @@ void Mirror::beginTransfer(const Reply& reply) {
   ++figures_.transfers;
   from_ = source_.last();
   local_->beginTransfer(from_);
+  isUnused_ = false;
   isTransfer_ = true;
   session_.send(Command("HLEN").add(keys_.records), [this](const Reply& size) {
     serversRecords_ = static_cast<uint64_t>(size.integer());

@@ -86,6 +86,7 @@ class Mirror : private Session::Owner {
   Source source_;
   std::optional<Id> position_;   // the last batch that the table has; none before a transfer
   Id cursor_;                    // of the stream: up to here it was read
+  bool isUnused_ = false;        // nothing was ever written into the table
   bool isMissing_ = true;        // all records are needed
   std::optional<Id> doubtful_;   // an entry that does not follow the last batch
   Id from_;                      // of the transfer under way

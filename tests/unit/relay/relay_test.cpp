@@ -109,7 +109,49 @@ TEST_F(RelayTest, RecordsThatWereRemovedOnTheServerReturn) {
   EXPECT_TRUE(turnUntil([&] { return server().ask({"HLEN", "zorbe:{t}:records"}) == "2"; }));
   EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:records", "other", "x"}), "1");
   EXPECT_TRUE(turnUntil([&] { return server().ask({"HLEN", "zorbe:{t}:records"}) == "2"; }));
+}
+
+TEST_F(RelayTest, AForeignRecordIsNoticedWhileRecordsChange) {
+  makeAll();
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:records", "other", "x"}), "1");
+  writer->put(2, {20, 0});
+  EXPECT_TRUE(becomeEqual());
+  EXPECT_TRUE(turnUntil([&] { return server().ask({"HLEN", "zorbe:{t}:records"}) == "2"; }));
+}
+
+// A comparison does not find the record: neither the server has it, nor the table.
+TEST_F(RelayTest, ARecordThatWasRemovedOnTheServerAndThenErasedIsErasedOnTheMirror) {
+  makeAll();
+  writer->put(1, {10, 0});
+  writer->put(2, {20, 0});
+  EXPECT_TRUE(becomeEqual());
+  publisher.reset();
+  EXPECT_EQ(server().ask({"UNLINK", "zorbe:{t}:records"}), "1");
+  EXPECT_TRUE(writer->erase(2));
+  makePublisher();
+  EXPECT_TRUE(becomeEqual());
+}
+
+// Its erased records must not return from a server that was set back.
+TEST_F(RelayTest, AMirrorWhoseRecordsWereAllErasedWaitsForThePublisher) {
+  makeAll();
+  writer->put(1, {10, 0});
+  EXPECT_TRUE(becomeEqual());
+  const std::string about = server().ask({"DUMP", "zorbe:{t}:about"});
+  const std::string records = server().ask({"DUMP", "zorbe:{t}:records"});
+  EXPECT_TRUE(writer->erase(1));
+  EXPECT_TRUE(becomeEqual());
+  publisher.reset();
+  EXPECT_EQ(server().ask({"RESTORE", "zorbe:{t}:about", "0", about, "REPLACE"}), "OK");
+  EXPECT_EQ(server().ask({"RESTORE", "zorbe:{t}:records", "0", records, "REPLACE"}), "OK");
+  EXPECT_EQ(server().ask({"UNLINK", "zorbe:{t}:changes"}), "1");
+  EXPECT_TRUE(turnUntil([&] { return logs("the server has older records: they are not taken"); }));
   EXPECT_EQ(mirror->figures().transfers, 1u);
+  makePublisher();
+  EXPECT_TRUE(turnUntil([&] { return mirror->figures().transfers == 2; }));
+  EXPECT_EQ(contentOf(*reader), Content());
 }
 
 TEST_F(RelayTest, AForeignEntryOfTheStreamIsPassedOver) {
@@ -184,10 +226,12 @@ TEST_F(RelayTest, GarbageOnTheServerIsLeftOutAndRemoved) {
   writer->put(1, {10, 0});
   EXPECT_TRUE(becomeEqual());
   EXPECT_EQ(server().ask({"HLEN", "zorbe:{t}:records"}), "1");
+  publisher.reset();
   EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:records", "key", "value"}), "1");
-  mirror.reset();
-  makeMirror();
-  writer->put(1, {11, 0});
+  auto options = mirroring();
+  options.table = "other";
+  mirror = std::make_unique<Relay::Mirror>(options, handler);
+  reader = std::make_unique<Reader>("other", at("there"));
   EXPECT_TRUE(becomeEqual());
   EXPECT_EQ(mirror->figures().unusable, 1u);
 }

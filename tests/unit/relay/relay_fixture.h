@@ -93,9 +93,13 @@ class RelayTest : public ZorbeTest {
     return turnUntil([&] { return contentOf(*reader) == wanted; });
   }
 
-  void makeAll() {
+  void makeTables() {
     writer = std::make_unique<Writer>("t", at("here"));
     reader = std::make_unique<Reader>("t", at("there"));
+  }
+
+  void makeAll() {
+    makeTables();
     makePublisher();
     makeMirror();
   }

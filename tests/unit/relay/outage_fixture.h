@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "support/random.h"
+#include "unit/relay/order_checker.h"
+#include "unit/relay/relay_fixture.h"
+
+#include <memory>
+
+namespace Zorbe::Test {
+
+/// Changes a table at random while something is away, and expects the mirrored table to become
+/// equal without a reader that sees an older value after a newer one.
+class RelayOutageTest : public RelayTest {
+ protected:
+  void makeTables() {
+    RelayTest::makeTables();
+    order = std::make_unique<OrderChecker>("t", at("there"));
+  }
+
+  void makeAll() {
+    makeTables();
+    makePublisher();
+    makeMirror();
+  }
+
+  /// Higher than all before.
+  int64_t newValue() { return ++value_; }
+
+  /// Puts and erases records of these keys.
+  void change(unsigned count, uint32_t keys = 500) {
+    for (unsigned i = 0; i < count; ++i) {
+      const uint32_t key = random.below(keys);
+      if (random.percent(25)) {
+        static_cast<void>(writer->erase(key));
+      } else {
+        writer->put(key, {newValue(), 0});
+      }
+    }
+    writer->publish();
+  }
+
+  /// So many times with a turn of the loop after each.
+  void changeInTurns(unsigned turns) {
+    for (unsigned i = 0; i < turns; ++i) {
+      change(20);
+      loop.turn(0.001);
+    }
+  }
+
+  /// After changes that the mirror does not have yet.
+  void expectRepair() {
+    const Content wanted = contentOf(*writer);
+    EXPECT_TRUE(turnUntil([&] { return order->content() == wanted; }));
+    EXPECT_EQ(contentOf(*reader), wanted);
+    EXPECT_EQ(order->fault(), "");
+  }
+
+  /// What takes a while without a sign of its end: the loop turns meanwhile.
+  void turnFor(std::chrono::milliseconds time) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    static_cast<void>(turnUntil([&] { return std::chrono::steady_clock::now() > end; }));
+  }
+
+  size_t countLogged(const std::string& text) const {
+    const auto& messages = handler.messages();
+    return static_cast<size_t>(std::count_if(
+        messages.begin(), messages.end(),
+        [&](const Message& message) { return message.text.find(text) != std::string::npos; }));
+  }
+
+  Random random{15};
+  std::unique_ptr<OrderChecker> order;
+
+ private:
+  int64_t value_ = 0;
+};
+
+}  // namespace Zorbe::Test

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+//
+// What the server loses, refuses or delays.
+#include "unit/relay/outage_fixture.h"
+
+namespace Zorbe::Test {
+namespace {
+
+TEST_F(RelayOutageTest, AServerThatIsSetBackToASnapshotGetsTheRest) {
+  makeAll();
+  change(1000);
+  expectRepair();
+  EXPECT_EQ(server().ask({"SAVE"}), "OK");
+  change(1000);
+  expectRepair();
+  server().kill();
+  change(100);
+  server().start();
+  expectRepair();
+  change(100);
+  expectRepair();
+}
+
+TEST_F(RelayOutageTest, AServerThatStopsForAMomentGetsTheRest) {
+  makeAll();
+  change(1000);
+  expectRepair();
+  server().stop();
+  changeInTurns(100);
+  server().resume();
+  changeInTurns(10);
+  expectRepair();
+  EXPECT_EQ(mirror->figures().transfers, 1u);
+  EXPECT_EQ(countLogged("connected with"), 2u);
+}
+
+TEST_F(RelayOutageTest, AServerThatHangsIsLeftAndGetsTheRestLater) {
+  makeAll();
+  change(1000);
+  expectRepair();
+  server().stop();
+  changeInTurns(100);
+  EXPECT_TRUE(turnUntil([&] { return countLogged(": no answer") == 2; }));
+  change(100);
+  server().resume();
+  expectRepair();
+}
+
+TEST_F(RelayOutageTest, ASlowServerGetsEverything) {
+  makeAll();
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(server().ask({"CLIENT", "PAUSE", "30"}), "OK");
+    changeInTurns(20);
+  }
+  expectRepair();
+  EXPECT_EQ(mirror->figures().transfers, 1u);
+  EXPECT_EQ(countLogged("connected with"), 2u);
+}
+
+TEST_F(RelayOutageTest, AServerThatHasNoRoomForAClaimGetsItLater) {
+  EXPECT_EQ(server().ask({"CONFIG", "SET", "maxmemory", "1"}), "OK");
+  makeAll();
+  change(100);
+  EXPECT_TRUE(turnUntil([&] { return logs("OOM command not allowed"); }));
+  EXPECT_EQ(server().ask({"CONFIG", "SET", "maxmemory", "100mb"}), "OK");
+  change(100);
+  expectRepair();
+}
+
+TEST_F(RelayOutageTest, AWrongPasswordIsTriedUntilItIsRight) {
+  EXPECT_EQ(server().ask({"ACL", "SETUSER", "relay", "on", ">other", "~*", "+@all"}), "OK");
+  auto publishOptions = publishing();
+  auto mirrorOptions = mirroring();
+  publishOptions.server.credentials = mirrorOptions.server.credentials = {"relay", "secret"};
+  makeTables();
+  publisher = std::make_unique<Relay::Publisher>(publishOptions, handler);
+  mirror = std::make_unique<Relay::Mirror>(mirrorOptions, handler);
+  change(100);
+  EXPECT_TRUE(turnUntil([&] { return countLogged("WRONGPASS") == 2; }));
+  EXPECT_EQ(server().ask({"DBSIZE"}), "0");
+  EXPECT_EQ(server().ask({"ACL", "SETUSER", "relay", ">secret"}), "OK");
+  expectRepair();
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

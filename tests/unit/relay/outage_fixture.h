@@ -15,7 +15,7 @@ class RelayOutageTest : public RelayTest {
  protected:
   void makeTables() {
     RelayTest::makeTables();
-    order = std::make_unique<OrderChecker>("t", at("there"));
+    order = std::make_unique<OrderFollower>("t", at("there"));
   }
 
   void makeAll() {
@@ -70,7 +70,7 @@ class RelayOutageTest : public RelayTest {
   }
 
   Random random{15};
-  std::unique_ptr<OrderChecker> order;
+  std::unique_ptr<OrderFollower> order;
 
  private:
   int64_t value_ = 0;

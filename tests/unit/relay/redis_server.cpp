@@ -24,32 +24,8 @@ std::string print(const redisReply& reply) {
 
 }  // namespace
 
-RedisServer::RedisServer(const std::string& directory, std::vector<std::string> options)
-    : directory_(directory), socket_(directory + "/socket"), options_(std::move(options)) {
-  start();
-}
-
-void RedisServer::start() {
-  std::vector<std::string> words = {ZORBE_REDIS_SERVER,
-                                    "--port",
-                                    "0",
-                                    "--unixsocket",
-                                    socket_,
-                                    "--dir",
-                                    directory_,
-                                    "--save",
-                                    "",
-                                    "--appendonly",
-                                    "no",
-                                    "--maxmemory",
-                                    "64mb"};
-  words.insert(words.end(), options_.begin(), options_.end());
-  process_ = std::make_unique<ChildProcess>(words);
-  while (process_->receive().find("eady to accept connections") == std::string::npos) continue;
-}
-
-std::string RedisServer::ask(const std::vector<std::string>& words) const {
-  const std::unique_ptr<redisContext, Free> context(redisConnectUnix(socket_.c_str()));
+std::string askServer(const std::string& socket, const std::vector<std::string>& words) {
+  const std::unique_ptr<redisContext, Free> context(redisConnectUnix(socket.c_str()));
   std::vector<const char*> texts;
   std::vector<size_t> lengths;
   for (const std::string& word : words) {
@@ -59,6 +35,25 @@ std::string RedisServer::ask(const std::vector<std::string>& words) const {
   const std::unique_ptr<redisReply, Free> reply(static_cast<redisReply*>(redisCommandArgv(
       context.get(), static_cast<int>(words.size()), texts.data(), lengths.data())));
   return reply ? print(*reply) : context->errstr;
+}
+
+RedisServer::RedisServer(const std::string& directory, std::vector<std::string> options,
+                         std::vector<std::string> launcher)
+    : directory_(directory),
+      socket_(directory + "/socket"),
+      options_(std::move(options)),
+      launcher_(std::move(launcher)) {
+  start();
+}
+
+void RedisServer::start() {
+  std::vector<std::string> words = launcher_;
+  words.insert(words.end(),
+               {ZORBE_REDIS_SERVER, "--port", "0", "--unixsocket", socket_, "--dir", directory_,
+                "--save", "", "--appendonly", "no", "--maxmemory", "64mb"});
+  words.insert(words.end(), options_.begin(), options_.end());
+  process_ = std::make_unique<ChildProcess>(words);
+  while (process_->receive().find("eady to accept connections") == std::string::npos) continue;
 }
 
 }  // namespace Zorbe::Test

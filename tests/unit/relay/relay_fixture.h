@@ -31,7 +31,8 @@ class RelayTest : public ZorbeTest {
   }
 
   RedisServer& server() {
-    if (!server_) server_ = std::make_unique<RedisServer>(inRoot("server"), serverOptions);
+    if (!server_)
+      server_ = std::make_unique<RedisServer>(inRoot("server"), serverOptions, serverLauncher);
     return *server_;
   }
 
@@ -113,6 +114,7 @@ class RelayTest : public ZorbeTest {
   }
 
   std::vector<std::string> serverOptions;
+  std::vector<std::string> serverLauncher;
   std::unique_ptr<RedisServer> server_;
   Brask::Linux::EventLoop loop;
   std::unique_ptr<Writer> writer;

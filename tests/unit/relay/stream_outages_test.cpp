@@ -93,16 +93,6 @@ TEST_F(RelayStreamTest, AMirrorThatTheStreamReachesNoMoreReadsEverythingOnce) {
   expectRepair();
 }
 
-TEST_F(RelayStreamTest, AStreamThatIsCutAllTheTimeStillEndsInTheSameTable) {
-  makeAll();
-  for (int i = 0; i < 30; ++i) {
-    changeInTurns(5);
-    trim("1");
-  }
-  change(1);
-  expectRepair();
-}
-
 TEST_F(RelayStreamTest, RecordsThatChangeWhileTheyAreReadArriveInOrder) {
   constexpr uint32_t kKeys = 20000;
   makeTables();

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+//
+// zorbe-relay as processes, which are killed.
+#include "support/outcome.h"
+#include "unit/relay/outage_fixture.h"
+
+namespace Zorbe::Test {
+namespace {
+
+using ::testing::HasSubstr;
+
+class KilledRelaysTest : public RelayOutageTest, public testing::WithParamInterface<uint64_t> {
+ protected:
+  Words publishWords() {
+    return {ZORBE_RELAY, "publish", "t", "--to", server().address(), "--root", inRoot("here")};
+  }
+
+  Words mirrorWords() {
+    return {ZORBE_RELAY, "mirror", "t", "--from", server().address(), "--root", inRoot("there")};
+  }
+};
+
+TEST_P(KilledRelaysTest, LoseNoChangeAndNoOrder) {
+  random = Random(GetParam());
+  handler.allowFailures();  // a reader that reports to a writer that was killed
+  makeTables();
+  auto publishing = std::make_unique<ChildProcess>(publishWords());
+  auto mirroring = std::make_unique<ChildProcess>(mirrorWords());
+  change(1000);
+  expectRepair();
+  for (int i = 0; i < 60; ++i) {
+    changeInTurns(1 + random.below(40));
+    if (random.percent(40)) {
+      publishing->kill();
+      publishing = std::make_unique<ChildProcess>(publishWords());
+    }
+    if (random.percent(40)) {
+      mirroring->kill();
+      mirroring = std::make_unique<ChildProcess>(mirrorWords());
+    }
+  }
+  expectRepair();
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, KilledRelaysTest, testing::Values(1, 2));
+
+TEST_F(RelayOutageTest, ASecondMirrorOfOneTableOfThisHostIsRefused) {
+  makeAll();
+  change(100);
+  expectRepair();
+  const Outcome second = runProgram(
+      {ZORBE_RELAY, "mirror", "t", "--from", server().address(), "--root", inRoot("there")});
+  EXPECT_EQ(second.status, 2);
+  EXPECT_THAT(second.err, HasSubstr("writer"));
+  change(100);
+  expectRepair();
+}
+
+}  // namespace
+}  // namespace Zorbe::Test

@@ -52,6 +52,11 @@ class RelayLinkTest : public RelayOutageTest {
     }
   }
 
+  /// The mirror has ended its connection for want of an answer.
+  bool hasReconnected() const {
+    return mirrorThere->log().find(": no answer") != std::string::npos;
+  }
+
   /// The mirrored table's header, which needs no connection to its writer.
   bool becomes(Table::Origin origin) {
     return turnUntil([&] { return reader->info().origin == origin; });
@@ -75,6 +80,7 @@ TEST_F(RelayLinkTest, ShortCutsLoseNoChange) {
     link.repair();
   }
   expectRepair();
+  EXPECT_FALSE(hasReconnected());
 }
 
 TEST_F(RelayLinkTest, ASlowAndLossyLinkLosesNoChange) {
@@ -83,6 +89,7 @@ TEST_F(RelayLinkTest, ASlowAndLossyLinkLosesNoChange) {
   changeInTurns(100);
   expectRepair();
   EXPECT_GT(link.dropped(), 0u);
+  EXPECT_FALSE(hasReconnected());
   link.widen();
   change(100);
   expectRepair();
@@ -95,6 +102,7 @@ TEST_F(RelayLinkTest, ALongCutIsShownAndRepaired) {
   link.cut();
   changeInTurns(100);
   EXPECT_TRUE(becomes(Table::Origin::mirroredLost));
+  EXPECT_TRUE(turnUntil([&] { return hasReconnected(); }));
   link.repair();
   expectRepair();
   EXPECT_TRUE(becomes(Table::Origin::mirrored));

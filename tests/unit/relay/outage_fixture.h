@@ -56,12 +56,6 @@ class RelayOutageTest : public RelayTest {
     EXPECT_EQ(order->fault(), "");
   }
 
-  /// What takes a while without a sign of its end: the loop turns meanwhile.
-  void turnFor(std::chrono::milliseconds time) {
-    const auto end = std::chrono::steady_clock::now() + time;
-    static_cast<void>(turnUntil([&] { return std::chrono::steady_clock::now() > end; }));
-  }
-
   size_t countLogged(const std::string& text) const {
     const auto& messages = handler.messages();
     return static_cast<size_t>(std::count_if(

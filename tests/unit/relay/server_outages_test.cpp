@@ -21,6 +21,24 @@ TEST_F(RelayOutageTest, AServerThatIsSetBackToASnapshotGetsTheRest) {
   expectRepair();
 }
 
+TEST_F(RelayOutageTest, AMirrorTakesNothingOldFromASnapshotWithoutAPublisher) {
+  makeAll();
+  change(1000);
+  expectRepair();
+  EXPECT_EQ(server().ask({"SAVE"}), "OK");
+  change(1000);
+  expectRepair();
+  const Content last = contentOf(*reader);
+  server().kill();
+  publisher.reset();
+  server().start();
+  EXPECT_TRUE(turnUntil([&] { return logs("the server has older records"); }));
+  EXPECT_EQ(contentOf(*reader), last);
+  change(100);
+  makePublisher();
+  expectRepair();
+}
+
 TEST_F(RelayOutageTest, AServerThatStopsForAMomentGetsTheRest) {
   makeAll();
   change(1000);

@@ -126,5 +126,39 @@ TEST_F(RelayStreamTest, ATableOfAnotherDescriptionTakesTheFirstOnesPlace) {
   expectReplacement(Price{1});
 }
 
+TEST_F(RelayStreamTest, ATableThatHasGainedFieldsIsMirroredWithThem) {
+  makeAll();
+  change(100);
+  expectRepair();
+  order.reset();
+  reader.reset();
+  writer.reset();
+  expectReplacement(LargerRecord{1, 2, 3});
+}
+
+TEST_F(RelayStreamTest, AnEntryOfSomebodyElseIsSkipped) {
+  makeAll();
+  change(100);
+  expectRepair();
+  const std::string last = server().ask({"HGET", "zorbe:{t}:about", "last"});
+  const std::string higher = std::to_string(std::stoull(last) + 60'000) + "-1";
+  EXPECT_EQ(server().ask({"XADD", "zorbe:{t}:changes", higher, "a", "b"}), higher);
+  EXPECT_TRUE(turnUntil([&] { return mirror->figures().unusable == 1; }));
+  change(100);
+  expectRepair();
+  EXPECT_EQ(mirror->figures().transfers, 1u);
+}
+
+// A claim computes with the ids of the stream.
+TEST_F(RelayStreamTest, AnEntryWithTheHighestIdStopsNoPublisher) {
+  makeAll();
+  change(100);
+  expectRepair();
+  const std::string highest = "18446744073709551615-1";
+  EXPECT_EQ(server().ask({"XADD", "zorbe:{t}:changes", highest, "a", "b"}), highest);
+  change(100);
+  expectRepair();
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

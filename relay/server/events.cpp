@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace Zorbe::Relay {
 
@@ -26,7 +27,7 @@ Events::Events(redisAsyncContext& context)
 }
 
 Events::~Events() {
-  if (turn_ != nullptr) turn_->isDestroyed = true;
+  turn_->isDestroyed = true;
 }
 
 void Events::attach(redisAsyncContext& context) {
@@ -43,20 +44,20 @@ void Events::fdEvent(int) {
   epoll_event event{};
   const int count = ::epoll_wait(set_.get(), &event, 1, 0);
   if (count <= 0) return;  // the loop calls again
-  Turn turn;
-  turn_ = &turn;
+  const std::shared_ptr<Turn> turn = turn_;
+  turn->isRunning = true;
   // The client library learns of errors by reading and writing.
   const bool isBroken = (event.events & (EPOLLERR | EPOLLHUP)) != 0;
   if (isBroken || (event.events & EPOLLIN) != 0) redisAsyncHandleRead(&context_);
   const bool canWrite = isBroken || (event.events & EPOLLOUT) != 0;
-  if (!turn.isDestroyed && canWrite) redisAsyncHandleWrite(&context_);
-  if (!turn.isDestroyed) turn_ = nullptr;
-  if (turn.exception) std::rethrow_exception(turn.exception);
+  if (!turn->isDestroyed && canWrite) redisAsyncHandleWrite(&context_);
+  turn->isRunning = false;
+  if (turn->exception) std::rethrow_exception(std::exchange(turn->exception, nullptr));
 }
 
 void Events::keepException(redisAsyncContext& context) {
   const auto* const events = static_cast<Events*>(context.ev.data);
-  if (events == nullptr || events->turn_ == nullptr) return;
+  if (events == nullptr || !events->turn_->isRunning) return;
   events->turn_->exception = std::current_exception();
 }
 

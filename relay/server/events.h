@@ -31,6 +31,7 @@ class Events : public Brask::Platform::FdEventHandler {
  private:
   // What has to be known after calling the client library.
   struct Turn {
+    bool isRunning = false;
     bool isDestroyed = false;
     std::exception_ptr exception;
   };
@@ -49,7 +50,7 @@ class Events : public Brask::Platform::FdEventHandler {
   UniqueFd set_;
   uint32_t wanted_ = 0;
   bool isAdded_ = false;
-  Turn* turn_ = nullptr;  // during fdEvent()
+  std::shared_ptr<Turn> turn_ = std::make_shared<Turn>();  // a turn outlives this
   std::unique_ptr<Brask::Platform::FdControl> control_;
 };
 

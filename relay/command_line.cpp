@@ -12,6 +12,18 @@ namespace Zorbe::Relay {
 
 namespace {
 
+void addFiles(CLI::App& command, Arguments& arguments) {
+  command.add_option("--ca-file", arguments.tls.authorities, "Whose servers TLS trusts, in PEM")
+      ->type_name("FILE");
+  auto* const certificate =
+      command.add_option("--cert", arguments.tls.certificate, "Client certificate, in PEM")
+          ->type_name("FILE");
+  auto* const key =
+      command.add_option("--key", arguments.tls.key, "Its private key, in PEM")->type_name("FILE");
+  certificate->needs(key);
+  key->needs(certificate);
+}
+
 CLI::App* addCommand(CLI::App& app, Arguments& arguments, Action action, const char* name,
                      const char* about) {
   CLI::App* const command = app.add_subcommand(name, about);
@@ -19,6 +31,7 @@ CLI::App* addCommand(CLI::App& app, Arguments& arguments, Action action, const c
   command->add_option("--user", arguments.user, "ACL user of the server")->type_name("NAME");
   command->add_option("--password-file", arguments.passwordFile, "Its first line is the password")
       ->type_name("FILE");
+  addFiles(*command, arguments);
   command
       ->add_option_function<std::string>(
           "--root",
@@ -35,7 +48,8 @@ CLI::App* addCommand(CLI::App& app, Arguments& arguments, Action action, const c
 void addAddress(CLI::App& command, Arguments& arguments, const char* option) {
   command
       .add_option(option, arguments.address,
-                  "redis://host:port/0, unix:///path or redis+sentinel://host:port,.../master")
+                  "redis://host:port/0, unix:///path or redis+sentinel://host:port,.../master; "
+                  "rediss for TLS")
       ->required()
       ->type_name("ADDRESS");
 }

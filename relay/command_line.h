@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "server/encryption.h"
+
 namespace Zorbe::Relay {
 
 enum Exit { kSuccess = 0, kEnded = 1, kFailure = 2 };
@@ -20,6 +22,7 @@ struct Arguments {
   std::string prefix = "zorbe:";
   std::string user;
   std::string passwordFile;
+  TlsFiles tls;
   std::string root;
   std::optional<int> debug;
   uint64_t history = 64;

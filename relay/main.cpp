@@ -26,7 +26,8 @@ namespace {
 
 Session::Options serverOf(const Arguments& arguments, bool writes) {
   Session::Options options;
-  options.address = parseAddress(arguments.address);
+  options.address = parseAddress(arguments.address, arguments.tls);
+  if (options.address.tls) static_cast<void>(Encryption(arguments.tls, "localhost"));  // or throws
   options.credentials = findCredentials(arguments.user, arguments.passwordFile);
   options.writes = writes;
   return options;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "server/address.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <string_view>
@@ -100,6 +101,16 @@ Address sentinels(const std::string& text, std::string_view rest) {
   return result;
 }
 
+Address encrypted(const std::string& text, Address address, const TlsFiles& files) {
+  if (!Encryption::isBuilt()) {
+    refuse(text,
+           "this build has no TLS; let stunnel(8) carry the connection, and name the port "
+           "on which it accepts");
+  }
+  address.tls = files;
+  return address;
+}
+
 }  // namespace
 
 std::string print(const Endpoint& endpoint) {
@@ -109,20 +120,23 @@ std::string print(const Endpoint& endpoint) {
   return host + ":" + std::to_string(endpoint.port);
 }
 
-Address parseAddress(const std::string& text) {
+Address parseAddress(const std::string& text, const TlsFiles& files) {
   if (text.find('@') != std::string::npos) {
     throw UsageError(
         "a password in an address is seen by every user of this host: put it into a "
         "file and name that with --password-file");
   }
-  if (const auto rest = after(text, "redis://")) return server(text, *rest);
-  if (const auto rest = after(text, "unix://")) return localSocket(text, *rest);
-  if (const auto rest = after(text, "redis+sentinel://")) return sentinels(text, *rest);
-  if (after(text, "rediss://")) {
-    refuse(text,
-           "this build has no TLS; let stunnel(8) carry the connection, and name the port "
-           "on which it accepts");
+  std::string_view rest = text;
+  const std::string_view scheme = rest.substr(0, rest.find("://"));
+  rest.remove_prefix(std::min(scheme.size() + 3, rest.size()));
+  if (scheme == "rediss") return encrypted(text, server(text, rest), files);
+  if (scheme == "rediss+sentinel") return encrypted(text, sentinels(text, rest), files);
+  if (!files.authorities.empty() || !files.certificate.empty()) {
+    refuse(text, "certificates are for TLS, which rediss:// and rediss+sentinel:// ask for");
   }
+  if (scheme == "redis") return server(text, rest);
+  if (scheme == "unix") return localSocket(text, rest);
+  if (scheme == "redis+sentinel") return sentinels(text, rest);
   refuse(text, "it begins with none of redis://, unix:// and redis+sentinel://");
 }
 

@@ -4,12 +4,16 @@
 //   redis://host:port/database      port 6379 and database 0 when left out; [::1] in brackets
 //   unix:///path?db=database
 //   redis+sentinel://host:port,host:port/master/database      port 26379 when left out
+//   rediss://, rediss+sentinel://      the same with TLS, to the sentinels and to the server
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "server/encryption.h"
 
 namespace Zorbe::Relay {
 
@@ -33,10 +37,12 @@ struct Address {
   std::vector<Endpoint> endpoints;  // the server, or all sentinels
   std::string master;               // not empty: its name, for which the sentinels are asked
   unsigned database = 0;
+  std::optional<TlsFiles> tls;  // has a value: connections are encrypted
 };
 
-/// Throws UsageError: for what is not understood, for TLS, and for a password in the text, where
-/// every user of the host can see it.
-Address parseAddress(const std::string& text);
+/// `files` are those of an address with TLS. Throws UsageError: for what is not understood, for
+/// files of an address without TLS, for TLS in a build without it, and for a password in the text,
+/// where every user of the host can see it.
+Address parseAddress(const std::string& text, const TlsFiles& files = {});
 
 }  // namespace Zorbe::Relay

@@ -39,18 +39,20 @@ Command& Command::add(std::string_view word) {
   return *this;
 }
 
-Connection::Connection(const Endpoint& endpoint, Owner& owner)
+Connection::Connection(const Endpoint& endpoint, Owner& owner, const std::optional<TlsFiles>& tls)
     : owner_(owner), context_(connectTo(endpoint)) {
   ignoreBrokenPipes();
   context_->data = this;
   if (context_->err != 0) {
-    failure_ = textOf(context_->errstr);
-    redisAsyncFree(std::exchange(context_, nullptr));
-    failureTimer_.start(0.0);
+    fail(textOf(context_->errstr));
     return;
   }
   try {
+    if (tls) encryption_ = std::make_unique<Encryption>(*tls, endpoint.host);
     Events::attach(*context_);
+  } catch (const UsageError& error) {
+    fail(error.what());
+    return;
   } catch (const std::exception&) {
     redisAsyncFree(context_);
     throw;
@@ -99,7 +101,11 @@ void Connection::receive(redisAsyncContext* context, void* reply, void* answer) 
 
 // The client library frees the context after this with an error, and after disconnected().
 void Connection::connected(const redisAsyncContext* context, int status) {
-  if (status != REDIS_OK) end(context);
+  if (status != REDIS_OK) return end(context);
+  const auto* const self = static_cast<Connection*>(context->data);
+  if (self == nullptr || !self->encryption_) return;
+  auto& established = const_cast<redisAsyncContext&>(*context);
+  if (!self->encryption_->begin(established)) redisAsyncFree(&established);  // disconnected()
 }
 
 void Connection::disconnected(const redisAsyncContext* context, int) {
@@ -110,11 +116,19 @@ void Connection::end(const redisAsyncContext* context) {
   auto* const self = static_cast<Connection*>(context->data);
   if (self == nullptr) return;
   std::exchange(self->context_, nullptr)->data = nullptr;
+  const bool isNew = self->encryption_ && self->answered_ == 0;
+  const std::string refusal = isNew ? self->encryption_->failure() : "";
   try {
-    self->owner_.connectionEnded(textOf(context->errstr));
+    self->owner_.connectionEnded(refusal.empty() ? textOf(context->errstr) : refusal);
   } catch (...) {
     Events::keepException(const_cast<redisAsyncContext&>(*context));
   }
+}
+
+void Connection::fail(const std::string& why) {
+  failure_ = why;
+  redisAsyncFree(std::exchange(context_, nullptr));
+  failureTimer_.start(0.0);
 }
 
 void Connection::reportFailure() {

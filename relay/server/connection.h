@@ -2,12 +2,15 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "core/timer.h"
 #include "server/address.h"
+#include "server/encryption.h"
 #include "server/reply.h"
 
 struct redisAsyncContext;
@@ -47,8 +50,9 @@ class Connection {
     virtual void connectionEnded(const std::string& why) = 0;
   };
 
-  /// Begins to connect. What fails at once is reported from the loop, too.
-  Connection(const Endpoint& endpoint, Owner& owner);
+  /// Begins to connect; encrypted, when `tls` has a value. What fails at once is reported from the
+  /// loop, too.
+  Connection(const Endpoint& endpoint, Owner& owner, const std::optional<TlsFiles>& tls);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -69,9 +73,11 @@ class Connection {
   static void disconnected(const redisAsyncContext* context, int status);
   static void end(const redisAsyncContext* context);
 
+  void fail(const std::string& why);
   void reportFailure();
 
   Owner& owner_;
+  std::unique_ptr<Encryption> encryption_;
   redisAsyncContext* context_;  // null after the connection has ended
   std::string failure_;         // of the attempt to connect, until it was reported
   Table::Timer<Connection> failureTimer_{*this, &Connection::reportFailure};

@@ -89,7 +89,7 @@ void Session::connect() {
 void Session::askSentinel() {
   const std::vector<Endpoint>& sentinels = options_.address.endpoints;
   place_ = sentinels[sentinel_++ % sentinels.size()];
-  connection_ = std::make_unique<Connection>(place_, *this);
+  connection_ = std::make_unique<Connection>(place_, *this, options_.address.tls);
   watchTimer_.start(kWatchSeconds);
   Command command("SENTINEL");
   command.add("get-master-addr-by-name").add(options_.address.master);
@@ -107,21 +107,21 @@ void Session::askSentinel() {
 
 void Session::connectTo(const Endpoint& endpoint) {
   place_ = endpoint;
+  connection_ = std::make_unique<Connection>(endpoint, *this, options_.address.tls);
+  answered_ = 0;
+  silentTicks_ = 0;
+  watchTimer_.start(kWatchSeconds);
+  authenticate();
+}
+
+void Session::authenticate() {
   std::string password;
   try {
     password = options_.credentials.currentPassword();
   } catch (const UsageError& error) {
     return restart(error.what());
   }
-  connection_ = std::make_unique<Connection>(endpoint, *this);
-  answered_ = 0;
-  silentTicks_ = 0;
-  watchTimer_.start(kWatchSeconds);
   if (password.empty()) return select();
-  authenticate(password);
-}
-
-void Session::authenticate(const std::string& password) {
   Command command("AUTH");
   if (!options_.credentials.user.empty()) command.add(options_.credentials.user);
   sendChecked(command.add(password), &Session::select);

@@ -57,7 +57,7 @@ class Session : public Connection::Owner {
   void begin();
   void watch();
   void connectTo(const Endpoint& endpoint);
-  void authenticate(const std::string& password);
+  void authenticate();
   void select();
   void sendChecked(const Command& command, void (Session::*next)());
 

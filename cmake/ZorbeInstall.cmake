@@ -80,6 +80,8 @@ endif()
 if(TARGET zorbe-relay)
   install(TARGETS zorbe-relay RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(FILES docs/man/zorbe-relay.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES tools/completion/zorbe.bash RENAME zorbe-relay COMPONENT tools
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
 # A tree of its own may be moved; below /usr the system knows where libraries are.
 foreach(program zorbe zorbe-relay)

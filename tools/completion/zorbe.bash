@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=bash
-# Bash completion of zorbe(1).
+# Bash completion of zorbe(1) and zorbe-relay(1).
 
 # The names of all tables, a line each. Names with line breaks are left out. Undoes the escapes of
-# the format of metrics, then those of the names; a tab stands for a backslash in between.
+# the format of metrics, then those of the names; a tab stands for a backslash in between. Empty
+# without zorbe(1).
 _zorbe_tables() {
   local name
   zorbe metrics "$@" 2>/dev/null |
@@ -36,20 +37,33 @@ _zorbe_offer() {
 
 _zorbe() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local command=${COMP_WORDS[1]} root=() options help i name
+  local program=${COMP_WORDS[0]} command=${COMP_WORDS[1]} root=() options help i name
   COMPREPLY=()
   if [ "$COMP_CWORD" = 1 ]; then
-    options=$(zorbe --help 2>/dev/null | sed -n '/^subcommands:/I,/^$/s/^  \([a-z]\+\) .*/\1/p')
+    options=$("$program" --help 2>/dev/null | sed -n '/^subcommands:/I,/^$/s/^  \([a-z]\+\) .*/\1/p')
     mapfile -t COMPREPLY < <(compgen -W "$options --help --version" -- "$current")
     return
   fi
+  # A field of zorbe's, and a file of zorbe-relay's.
+  [ "${program##*/} $previous" != 'zorbe-relay --key' ] || previous=--cert
   case $previous in
     --root)
       compopt -o filenames
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       return
       ;;
-    --timeout | --interval | --key | --field) return ;;
+    --password-file | --ca-file | --cert)
+      compopt -o filenames
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      return
+      ;;
+    --to | --from)
+      compopt -o nospace
+      mapfile -t COMPREPLY < <(compgen -W \
+        'redis:// rediss:// redis+sentinel:// rediss+sentinel:// unix:///' -- "$current")
+      return
+      ;;
+    --timeout | --interval | --key | --field | --as | --prefix | --user | --history) return ;;
     --format)
       mapfile -t COMPREPLY < <(compgen -W 'csv json' -- "$current")
       return
@@ -69,7 +83,7 @@ _zorbe() {
       ;;
   esac
   # What the command says about itself is never out of date.
-  help=$(zorbe "$command" --help 2>/dev/null)
+  help=$("$program" "$command" --help 2>/dev/null)
   if [[ $current == -* ]]; then
     options=$(grep -oE -- '--[a-z][a-z-]+' <<<"$help" | sort -u)
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
@@ -84,4 +98,4 @@ _zorbe() {
   done < <(_zorbe_tables "${root[@]}")
 }
 
-complete -F _zorbe zorbe
+complete -F _zorbe zorbe zorbe-relay

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <regex>
 
+#include "support/completion.h"
 #include "unit/tools/command_fixture.h"
 
 namespace Zorbe::Test {
@@ -16,18 +17,8 @@ using testing::Not;
 
 class ZorbeQuestions : public Command {
  protected:
-  /// What the shell offers for the last word of a command line, a line each.
   static std::string complete(const Words& commandLine) {
-    const std::string folder = fs::path(ZORBE_COMMAND).parent_path();
-    Words words{"/bin/bash",
-                "-c",
-                "PATH=$1:$PATH; . \"$2\"; COMP_WORDS=(\"${@:3}\"); COMP_CWORD=$((${#COMP_WORDS[@]} "
-                "- 1)); _zorbe; printf '%s\\n' \"${COMPREPLY[@]}\" | sed '/^$/d'",
-                "bash",
-                folder,
-                ZORBE_COMPLETION};
-    words.insert(words.end(), commandLine.begin(), commandLine.end());
-    return runProgram(words).out;
+    return completionsOf(fs::path(ZORBE_COMMAND).parent_path(), commandLine);
   }
 };
 

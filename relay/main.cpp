@@ -2,7 +2,6 @@
 #include <brask/linux/event_loop.h>
 #include <brask/linux/stream_debug_handler.h>
 #include <locale.h>
-#include <poll.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -40,13 +39,29 @@ Table::Options tableOptions(const Arguments& arguments, Brask::Platform::DebugHa
   return options;
 }
 
+/// Notices a signal that asks the process to end, in the current loop.
+class StopWatch : public Brask::Platform::FdEventHandler {
+ public:
+  explicit StopWatch(const Tool::StopSignals& signals)
+      : control_(Brask::Platform::getFdControl(this)) {
+    control_->watch(signals.fd());
+  }
+
+  void fdEvent(int) override { isStopped_ = true; }
+
+  bool isStopped() const { return isStopped_; }
+
+ private:
+  std::unique_ptr<Brask::Platform::FdControl> control_;
+  bool isStopped_ = false;
+};
+
 template <class IsOver>
-int turn(Brask::Linux::EventLoop& loop, const Tool::StopSignals& stop, const IsOver& isOver) {
+int turn(Brask::Linux::EventLoop& loop, const Tool::StopSignals& signals, const IsOver& isOver) {
+  const StopWatch stop(signals);
   while (!isOver()) {
-    pollfd fds[] = {{stop.fd(), POLLIN, 0}, {loop.fd(), POLLIN, 0}};
-    if (::poll(fds, 2, -1) < 0 && errno != EINTR) throw std::runtime_error("poll() fails");
-    if (fds[0].revents != 0) return kSuccess;
-    loop.turn(0);
+    loop.turn(-1);
+    if (stop.isStopped()) return kSuccess;
   }
   return kEnded;
 }

@@ -152,6 +152,11 @@ void Mirror::settle() {
 // All records are needed. They may be older than those of this table, if the server was set back.
 void Mirror::miss() {
   ZORBE_LOG(log_, kMilestone, options_.table << ": has missed changes");
+  if (local_->isCatchingUp()) {
+    ZORBE_LOG(log_, kNotable,
+              options_.table << ": changes are removed before they are read: the publisher needs a "
+                                "larger --history");
+  }
   isMissing_ = true;
   source_.doubt();
 }
@@ -197,12 +202,14 @@ void Mirror::askForRecords(const std::string& cursor) {
 
 void Mirror::takeRecords(const Reply& reply) {
   if (reply.size() != 2) return session_.restart(std::string(reply.text()));
+  const std::string cursor(reply[0].text());
+  if (cursor != "0") askForRecords(cursor);  // the server goes on meanwhile
   const Reply records = reply[1];
   for (size_t i = 0; i + 1 < records.size(); i += 2) {
     if (!local_->take(records[i].text(), records[i + 1].text())) countUnusable("record");
   }
   local_->publish();
-  if (reply[0].text() != "0") return askForRecords(std::string(reply[0].text()));
+  if (cursor != "0") return;
   session_.send(askAbout(keys_), [this](const Reply& about) { endTransfer(about); });
 }
 

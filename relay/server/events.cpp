@@ -80,9 +80,17 @@ void Events::removeRead(void* self) {
   events.want(events.wanted_ & ~static_cast<uint32_t>(EPOLLIN));
 }
 
+// An error is met once more when the event comes, and ends the connection then.
+bool Events::writeAtOnce() {
+  redisContext& connection = context_.c;
+  int isDone = 0;
+  return (connection.flags & REDIS_CONNECTED) != 0 &&
+         redisBufferWrite(&connection, &isDone) == REDIS_OK && isDone != 0;
+}
+
 void Events::addWrite(void* self) {
   auto& events = *static_cast<Events*>(self);
-  events.want(events.wanted_ | EPOLLOUT);
+  if (!events.writeAtOnce()) events.want(events.wanted_ | EPOLLOUT);
 }
 
 void Events::removeWrite(void* self) {

@@ -14,7 +14,8 @@ struct redisAsyncContext;
 namespace Zorbe::Relay {
 
 /// Drives the client library from the event loop. A control of the loop reports readability only:
-/// the connection's descriptor is in an epoll(7) set of its own, and that is watched.
+/// the connection's descriptor is in an epoll(7) set of its own, and that is watched. Commands are
+/// written when they are sent; the set reports when the rest can be, if not everything was.
 class Events : public Brask::Platform::FdEventHandler {
  public:
   /// Installs itself in `context`, which then owns it. Throws std::system_error.
@@ -45,6 +46,7 @@ class Events : public Brask::Platform::FdEventHandler {
   static void cleanUp(void* self);
 
   void want(uint32_t events);
+  bool writeAtOnce();
 
   redisAsyncContext& context_;
   UniqueFd set_;

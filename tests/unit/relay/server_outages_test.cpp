@@ -78,10 +78,15 @@ TEST_F(RelayOutageTest, ASlowServerGetsEverything) {
 }
 
 TEST_F(RelayOutageTest, AServerThatHasNoRoomForAClaimGetsItLater) {
-  EXPECT_EQ(server().ask({"CONFIG", "SET", "maxmemory", "1"}), "OK");
   makeAll();
   change(100);
+  expectRepair();
+  publisher.reset();
+  EXPECT_EQ(server().ask({"CONFIG", "SET", "maxmemory", "1"}), "OK");
+  const std::string epoch = server().ask({"HGET", "zorbe:{t}:about", "epoch"});
+  makePublisher();
   EXPECT_TRUE(turnUntil([&] { return logs("OOM command not allowed"); }));
+  EXPECT_EQ(server().ask({"HGET", "zorbe:{t}:about", "epoch"}), epoch);
   EXPECT_EQ(server().ask({"CONFIG", "SET", "maxmemory", "100mb"}), "OK");
   change(100);
   expectRepair();

@@ -9,7 +9,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
-class KilledRelaysTest : public RelayOutageTest, public testing::WithParamInterface<uint64_t> {
+class RelayProcessTest : public RelayOutageTest {
  protected:
   Words publishWords() {
     return {ZORBE_RELAY, "publish", "t", "--to", server().address(), "--root", inRoot("here")};
@@ -19,6 +19,8 @@ class KilledRelaysTest : public RelayOutageTest, public testing::WithParamInterf
     return {ZORBE_RELAY, "mirror", "t", "--from", server().address(), "--root", inRoot("there")};
   }
 };
+
+class KilledRelaysTest : public RelayProcessTest, public testing::WithParamInterface<uint64_t> {};
 
 TEST_P(KilledRelaysTest, LoseNoChangeAndNoOrder) {
   random = Random(GetParam());
@@ -44,12 +46,28 @@ TEST_P(KilledRelaysTest, LoseNoChangeAndNoOrder) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, KilledRelaysTest, testing::Values(1, 2));
 
-TEST_F(RelayOutageTest, ASecondMirrorOfOneTableOfThisHostIsRefused) {
+TEST_F(RelayProcessTest, APublisherThatContinuesAfterAnotherHasTakenOverEnds) {
+  makeTables();
+  makeMirror();
+  ChildProcess older(publishWords());
+  change(100);
+  expectRepair();
+  older.stop();
+  const ChildProcess newer(publishWords());
+  change(100);
+  expectRepair();
+  older.signal(SIGCONT);
+  EXPECT_EQ(older.finish(), 1);
+  EXPECT_THAT(older.log(), HasSubstr("another publisher of this table has taken over"));
+  change(100);
+  expectRepair();
+}
+
+TEST_F(RelayProcessTest, ASecondMirrorOfOneTableOfThisHostIsRefused) {
   makeAll();
   change(100);
   expectRepair();
-  const Outcome second = runProgram(
-      {ZORBE_RELAY, "mirror", "t", "--from", server().address(), "--root", inRoot("there")});
+  const Outcome second = runProgram(mirrorWords());
   EXPECT_EQ(second.status, 2);
   EXPECT_THAT(second.err, HasSubstr("writer"));
   change(100);

@@ -50,7 +50,11 @@ void Link::make() {
 std::unique_ptr<ChildProcess> Link::hold(const Words& maker) {
   const char* const script = "ip link set lo up && echo ready && exec tail -f /dev/null";
   auto holder = std::make_unique<ChildProcess>(join(maker, {"sh", "-c", script}));
-  holder->await("ready");
+  try {
+    holder->await("ready");
+  } catch (const std::runtime_error&) {
+    throw std::runtime_error(holder->log());
+  }
   return holder;
 }
 

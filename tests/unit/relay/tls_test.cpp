@@ -136,7 +136,7 @@ TEST_F(RelayTlsTest, AnAddressInNumbersIsInTheCertificate) {
   EXPECT_TRUE(becomeEqual());
 }
 
-TEST_F(RelayTlsTest, WhatASlowServerDoesNotReadYetMayGrow) {
+TEST_F(RelayTlsTest, CarriesManyCommandsToASlowServerAndALongAnswer) {
   startServer();
   Watcher watcher;
   Relay::Connection connection({"localhost", port.number(), ""}, watcher, address().tls);
@@ -155,6 +155,11 @@ TEST_F(RelayTlsTest, WhatASlowServerDoesNotReadYetMayGrow) {
   EXPECT_TRUE(turnUntil([&] { return connection.pending() == 0 || !watcher.why.empty(); }));
   EXPECT_EQ(watcher.why, "");
   EXPECT_EQ(connection.answered(), 21u);
+  size_t bytes = 0;
+  connection.send(Relay::Command("GET").add("key"),
+                  [&](const Relay::Reply& reply) { bytes = reply.text().size(); });
+  EXPECT_TRUE(turnUntil([&] { return bytes != 0; }));
+  EXPECT_EQ(bytes, 1u << 20);
 }
 
 TEST_F(RelayTlsTest, AnotherAuthorityIsRefused) {

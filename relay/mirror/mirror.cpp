@@ -40,6 +40,18 @@ bool isUnused(const std::string& table, const Table::Options& options,
   return info.published == 0 || print(reader.schema()) != print(schema);
 }
 
+std::unique_ptr<LocalCopy> makeCopy(const std::string& table, Table::Options options,
+                                    const Table::Schema& schema) {
+  options.replaceOtherSchema = true;  // it is a copy
+  try {
+    return std::make_unique<LocalCopy>(table, options, schema);
+  } catch (const DuplicateWriterException& other) {
+    throw UsageError("the table '" + table + "' of this host has a writer already, " + other.owner +
+                     ":" + std::to_string(other.pid) +
+                     ": end it, or mirror under another name (--as)");
+  }
+}
+
 }  // namespace
 
 Mirror::Mirror(const Options& options, Brask::Platform::DebugHandler& log)
@@ -133,9 +145,7 @@ void Mirror::openLocal(const Table::Schema& schema) {
   doubtful_.reset();
   isMissing_ = true;
   isUnused_ = isUnused(options_.table, options_.writing, schema);
-  Table::Options writing = options_.writing;
-  writing.replaceOtherSchema = true;  // it is a copy
-  local_ = std::make_unique<LocalCopy>(options_.table, writing, schema);
+  local_ = makeCopy(options_.table, options_.writing, schema);
   origin_.reset();
   showOrigin();
 }

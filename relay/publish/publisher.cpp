@@ -122,10 +122,7 @@ void Publisher::compare() {
 }
 
 void Publisher::compareMore() {
-  if (!isEachServersSeen_) {
-    if (!isAsked_) askForRecords();
-    return;
-  }
+  if (!isEachServersSeen_) return;
   if (comparison_->addMissing(batch_)) return;
   comparison_.reset();
   ZORBE_LOG(log_, kMilestone, options_.table << ": the server has every record");
@@ -174,6 +171,7 @@ void Publisher::advance() {
   if (phase_ == Phase::kFollowing) sendChanges();
 }
 
+// The server's records are asked for behind the batch, which may have one that was erased since.
 void Publisher::sendChanges() {
   while (copy_.hasRoomForBatch()) {
     while (!batch_.isFull() && takeChange()) continue;
@@ -181,6 +179,7 @@ void Publisher::sendChanges() {
     if (comparison_ && !batch_.isFull() && !tryToCompare([&] { compareMore(); })) return;
     const bool isIdle = batch_.isEmpty();
     if (!isIdle) copy_.append(batch_);
+    if (comparison_ && !isEachServersSeen_ && !isAsked_) askForRecords();
     sayWhenCompared();
     if (isIdle) break;
   }

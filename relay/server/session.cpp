@@ -88,9 +88,7 @@ void Session::connect() {
 
 void Session::askSentinel() {
   const std::vector<Endpoint>& sentinels = options_.address.endpoints;
-  place_ = sentinels[sentinel_++ % sentinels.size()];
-  connection_ = std::make_unique<Connection>(place_, *this, options_.address.tls);
-  watchTimer_.start(kWatchSeconds);
+  makeConnection(sentinels[sentinel_++ % sentinels.size()]);
   Command command("SENTINEL");
   command.add("get-master-addr-by-name").add(options_.address.master);
   connection_->send(command, [this](const Reply& reply) {
@@ -105,12 +103,16 @@ void Session::askSentinel() {
   });
 }
 
-void Session::connectTo(const Endpoint& endpoint) {
+void Session::makeConnection(const Endpoint& endpoint) {
   place_ = endpoint;
   connection_ = std::make_unique<Connection>(endpoint, *this, options_.address.tls);
   answered_ = 0;
   silentTicks_ = 0;
   watchTimer_.start(kWatchSeconds);
+}
+
+void Session::connectTo(const Endpoint& endpoint) {
+  makeConnection(endpoint);
   authenticate();
 }
 

@@ -56,6 +56,7 @@ class Session : public Connection::Owner {
   void examine(const Reply& info);
   void begin();
   void watch();
+  void makeConnection(const Endpoint& endpoint);
   void connectTo(const Endpoint& endpoint);
   void authenticate();
   void select();

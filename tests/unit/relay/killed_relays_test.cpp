@@ -69,7 +69,8 @@ TEST_F(RelayProcessTest, ASecondMirrorOfOneTableOfThisHostIsRefused) {
   expectRepair();
   const Outcome second = runProgram(mirrorWords());
   EXPECT_EQ(second.status, 2);
-  EXPECT_THAT(second.err, HasSubstr("writer"));
+  EXPECT_THAT(second.err, HasSubstr("of this host has a writer already, "));
+  EXPECT_THAT(second.err, HasSubstr("end it, or mirror under another name (--as)"));
   change(100);
   expectRepair();
 }

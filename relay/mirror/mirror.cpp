@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "mirror/mirror.h"
 
+#include <zorbe/exceptions.h>
+
 #include <utility>
 
 #include "foundation/log.h"

@@ -64,9 +64,7 @@ TEST_F(RelayProcessTest, APublisherThatContinuesAfterAnotherHasTakenOverEnds) {
 }
 
 TEST_F(RelayProcessTest, ASecondMirrorOfOneTableOfThisHostIsRefused) {
-  makeAll();
-  change(100);
-  expectRepair();
+  makeAllEqual();
   const Outcome second = runProgram(mirrorWords());
   EXPECT_EQ(second.status, 2);
   EXPECT_THAT(second.err, HasSubstr("of this host has a writer already, "));

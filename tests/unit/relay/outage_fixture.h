@@ -18,10 +18,17 @@ class RelayOutageTest : public RelayTest {
     order = std::make_unique<OrderFollower>("t", at("there"));
   }
 
-  void makeAll() {
+  virtual void makeAll() {
     makeTables();
     makePublisher();
     makeMirror();
+  }
+
+  /// Both tables have the same records.
+  void makeAllEqual() {
+    makeAll();
+    change(1000);
+    expectRepair();
   }
 
   /// Higher than all before.

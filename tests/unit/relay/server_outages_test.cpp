@@ -6,13 +6,19 @@
 namespace Zorbe::Test {
 namespace {
 
-TEST_F(RelayOutageTest, AServerThatIsSetBackToASnapshotGetsTheRest) {
-  makeAll();
-  change(1000);
-  expectRepair();
-  EXPECT_EQ(server().ask({"SAVE"}), "OK");
-  change(1000);
-  expectRepair();
+class RelayServerTest : public RelayOutageTest {
+ protected:
+  /// The snapshot lacks changes that all have.
+  void saveAndChange() {
+    EXPECT_EQ(server().ask({"SAVE"}), "OK");
+    change(1000);
+    expectRepair();
+  }
+};
+
+TEST_F(RelayServerTest, AServerThatIsSetBackToASnapshotGetsTheRest) {
+  makeAllEqual();
+  saveAndChange();
   server().kill();
   change(100);
   server().start();
@@ -21,13 +27,9 @@ TEST_F(RelayOutageTest, AServerThatIsSetBackToASnapshotGetsTheRest) {
   expectRepair();
 }
 
-TEST_F(RelayOutageTest, AMirrorTakesNothingOldFromASnapshotWithoutAPublisher) {
-  makeAll();
-  change(1000);
-  expectRepair();
-  EXPECT_EQ(server().ask({"SAVE"}), "OK");
-  change(1000);
-  expectRepair();
+TEST_F(RelayServerTest, AMirrorTakesNothingOldFromASnapshotWithoutAPublisher) {
+  makeAllEqual();
+  saveAndChange();
   const Content last = contentOf(*reader);
   server().kill();
   publisher.reset();
@@ -39,10 +41,8 @@ TEST_F(RelayOutageTest, AMirrorTakesNothingOldFromASnapshotWithoutAPublisher) {
   expectRepair();
 }
 
-TEST_F(RelayOutageTest, AServerThatStopsForAMomentGetsTheRest) {
-  makeAll();
-  change(1000);
-  expectRepair();
+TEST_F(RelayServerTest, AServerThatStopsForAMomentGetsTheRest) {
+  makeAllEqual();
   server().stop();
   changeInTurns(100);
   change(50'000);  // more than the publisher can follow: it misses erasures
@@ -54,10 +54,8 @@ TEST_F(RelayOutageTest, AServerThatStopsForAMomentGetsTheRest) {
   EXPECT_EQ(countLogged("connected with"), 2u);
 }
 
-TEST_F(RelayOutageTest, AServerThatHangsIsLeftAndGetsTheRestLater) {
-  makeAll();
-  change(1000);
-  expectRepair();
+TEST_F(RelayServerTest, AServerThatHangsIsLeftAndGetsTheRestLater) {
+  makeAllEqual();
   server().stop();
   changeInTurns(100);
   EXPECT_TRUE(turnUntil([&] { return countLogged(": no answer") == 2; }));
@@ -66,7 +64,7 @@ TEST_F(RelayOutageTest, AServerThatHangsIsLeftAndGetsTheRestLater) {
   expectRepair();
 }
 
-TEST_F(RelayOutageTest, ASlowServerGetsEverything) {
+TEST_F(RelayServerTest, ASlowServerGetsEverything) {
   makeAll();
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(server().ask({"CLIENT", "PAUSE", "30"}), "OK");
@@ -77,10 +75,8 @@ TEST_F(RelayOutageTest, ASlowServerGetsEverything) {
   EXPECT_EQ(countLogged("connected with"), 2u);
 }
 
-TEST_F(RelayOutageTest, AServerThatHasNoRoomForAClaimGetsItLater) {
-  makeAll();
-  change(100);
-  expectRepair();
+TEST_F(RelayServerTest, AServerThatHasNoRoomForAClaimGetsItLater) {
+  makeAllEqual();
   publisher.reset();
   EXPECT_EQ(server().ask({"CONFIG", "SET", "maxmemory", "1"}), "OK");
   const std::string epoch = server().ask({"HGET", "zorbe:{t}:about", "epoch"});
@@ -92,7 +88,7 @@ TEST_F(RelayOutageTest, AServerThatHasNoRoomForAClaimGetsItLater) {
   expectRepair();
 }
 
-TEST_F(RelayOutageTest, AWrongPasswordIsTriedUntilItIsRight) {
+TEST_F(RelayServerTest, AWrongPasswordIsTriedUntilItIsRight) {
   EXPECT_EQ(server().ask({"ACL", "SETUSER", "relay", "on", ">other", "~*", "+@all"}), "OK");
   auto publishOptions = publishing();
   auto mirrorOptions = mirroring();

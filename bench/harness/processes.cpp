@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -130,6 +132,23 @@ void waitUntil(const std::string& what, const std::function<bool()>& reached) {
 void endChild(pid_t pid) {
   static_cast<void>(::kill(pid, SIGKILL));  // it may have ended already
   static_cast<void>(::waitpid(pid, nullptr, 0));
+}
+
+double processorTime(pid_t pid) {
+  clockid_t clock = 0;
+  const int error = ::clock_getcpuclockid(pid, &clock);
+  if (error != 0) throw std::system_error(error, std::generic_category(), "clock_getcpuclockid()");
+  timespec time{};
+  check(::clock_gettime(clock, &time), "clock_gettime()");
+  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+double ownMemory() {
+  double size = 0;
+  double resident = 0;
+  double ofFiles = 0;
+  std::ifstream("/proc/self/statm") >> size >> resident >> ofFiles;
+  return (resident - ofFiles) * static_cast<double>(::sysconf(_SC_PAGESIZE));
 }
 
 void* sharedMemory(size_t size) {

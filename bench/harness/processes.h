@@ -67,6 +67,12 @@ void waitUntil(const std::string& what, const std::function<bool()>& reached);
 /// Kills a child and waits for its end.
 void endChild(pid_t pid);
 
+/// Nanoseconds of processor time that a process has used, with all its threads.
+double processorTime(pid_t pid);
+
+/// Resident bytes that belong to this process alone, not to files.
+double ownMemory();
+
 /// Memory that children share with their parent, zeroed. Never unmapped.
 void* sharedMemory(size_t size);
 

@@ -99,15 +99,6 @@ void measureAllocations(Results& results) {
   }
 }
 
-// Of memory that belongs to this process alone, not to files.
-double residentBytes() {
-  double size = 0;
-  double resident = 0;
-  double ofFiles = 0;
-  std::ifstream("/proc/self/statm") >> size >> resident >> ofFiles;
-  return (resident - ofFiles) * static_cast<double>(::sysconf(_SC_PAGESIZE));
-}
-
 // Connects `count` times and reports, as that many readers would.
 void besiege(const std::string& root, uint64_t count) {
   SilentHandler handler;
@@ -138,10 +129,10 @@ double memoryOf(size_t count) {
     Writer writer(handler, root, published);
     writer.open();
     readers.release();
-    const double before = residentBytes();
+    const double before = ownMemory();
     while (writer.sleeping() < count) loop.turn(-1);
     for (int each = 0; each < 3; ++each) writer.publish();
-    *bytes = (residentBytes() - before) / static_cast<double>(count);
+    *bytes = (ownMemory() - before) / static_cast<double>(count);
   });
   return *bytes;
 }

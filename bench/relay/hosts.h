@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+//
+// Several hosts on one machine: each has a base directory of its own, and one server is between
+// them. Publisher and mirrors are what zorbe-relay is made of, each in a process of its own.
+#pragma once
+
+#include <zorbe/table/fields.h>
+#include <zorbe/table/options.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "harness/processes.h"
+#include "redis/server.h"
+
+namespace Bench {
+
+/// 64 bytes, under keys of 8.
+struct Value {
+  uint64_t words[8];
+};
+ZORBE_FIELDS(Value, words);
+
+inline constexpr const char* kTable = "bench";
+
+/// The key of a record, by its number from 0 on.
+inline uint64_t keyOf(uint64_t number) {
+  return number * 0x9e3779b97f4a7c15u;
+}
+
+/// What a publisher or a mirror has done, as its process says after each turn of its loop.
+struct Report {
+  std::atomic<uint64_t> changes{0};   // sent, or followed
+  std::atomic<uint64_t> finished{0};  // comparisons, or transfers
+  std::atomic<double> memory{0};      // bytes of its own that one of them has taken, at most
+};
+
+/// A publisher or a mirror in a process of its own, which ends with this object.
+class RelayProcess {
+ public:
+  explicit RelayProcess(const std::function<void(Report&)>& body);
+
+  /// Lets it begin.
+  void release() { process_.release(); }
+
+  const Report& report() const { return *report_; }
+
+  /// Nanoseconds that it has used.
+  double processorTime() const;
+
+ private:
+  Report* report_;
+  Children process_;
+};
+
+/// The directories of the hosts, and the server, which runs.
+class Hosts {
+ public:
+  explicit Hosts(size_t mirrors);
+
+  RedisServer& server() { return server_; }
+  const RedisServer& server() const { return server_; }
+
+  /// The writer's host, and that of a mirror.
+  Zorbe::Table::Options source() const;
+  Zorbe::Table::Options mirrored(size_t number) const;
+
+  /// Begin when they are released. Made before this process has a loop.
+  std::unique_ptr<RelayProcess> publisher() const;
+  std::unique_ptr<RelayProcess> mirror(size_t number) const;
+
+ private:
+  std::string inDirectory(const std::string& name) const;
+  [[noreturn]] void publish(Report& report) const;
+  [[noreturn]] void follow(size_t number, Report& report) const;
+
+  ScratchDirectory directory_;
+  RedisServer server_;
+};
+
+}  // namespace Bench

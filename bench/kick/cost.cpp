@@ -9,7 +9,6 @@
 #include <zorbe/util.h>
 
 #include <cerrno>
-#include <fstream>
 
 #include "harness/allocations.h"
 #include "harness/program.h"

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "harness/roles.h"
 #include "mirror/mirror.h"
 #include "publish/publisher.h"
 
@@ -75,19 +74,18 @@ Hosts::Hosts(size_t mirrors) {
 }
 
 Zorbe::Table::Options Hosts::source() const {
-  Zorbe::Table::Options options;
-  options.root = inDirectory("source");
-  return options;
+  return optionsOf("source");
 }
 
 Zorbe::Table::Options Hosts::mirrored(size_t number) const {
-  Zorbe::Table::Options options;
-  options.root = inDirectory(std::to_string(number));
-  return options;
+  return optionsOf(std::to_string(number));
 }
 
-std::string Hosts::inDirectory(const std::string& name) const {
-  return directory_.path() + "/" + name;
+Zorbe::Table::Options Hosts::optionsOf(const std::string& host) const {
+  Zorbe::Table::Options options;
+  options.root = directory_.path() + "/" + host;
+  options.log = &log_;
+  return options;
 }
 
 std::unique_ptr<RelayProcess> Hosts::publisher() const {
@@ -105,9 +103,8 @@ void Hosts::publish(Report& report) const {
   options.reading = source();
   options.prefix = kPrefix;
   options.history = kHistory;
-  SilentHandler log;
   EventLoop loop;
-  const Publisher publisher(options, log);
+  const Publisher publisher(options, log_);
   turn(loop, publisher, report);
 }
 
@@ -117,9 +114,8 @@ void Hosts::follow(size_t number, Report& report) const {
   options.table = options.name = kTable;
   options.writing = mirrored(number);
   options.prefix = kPrefix;
-  SilentHandler log;
   EventLoop loop;
-  const Mirror mirror(options, log);
+  const Mirror mirror(options, log_);
   turn(loop, mirror, report);
 }
 

@@ -14,7 +14,9 @@
 #include <string>
 
 #include "harness/processes.h"
+#include "harness/roles.h"
 #include "redis/server.h"
+#include "table/key.h"
 
 namespace Bench {
 
@@ -25,11 +27,6 @@ struct Value {
 ZORBE_FIELDS(Value, words);
 
 inline constexpr const char* kTable = "bench";
-
-/// The key of a record, by its number from 0 on.
-inline uint64_t keyOf(uint64_t number) {
-  return number * 0x9e3779b97f4a7c15u;
-}
 
 /// What a publisher or a mirror has done, as its process says after each turn of its loop.
 struct Report {
@@ -64,7 +61,7 @@ class Hosts {
   RedisServer& server() { return server_; }
   const RedisServer& server() const { return server_; }
 
-  /// The writer's host, and that of a mirror.
+  /// The writer's host, and that of a mirror. Their messages go nowhere.
   Zorbe::Table::Options source() const;
   Zorbe::Table::Options mirrored(size_t number) const;
 
@@ -73,12 +70,13 @@ class Hosts {
   std::unique_ptr<RelayProcess> mirror(size_t number) const;
 
  private:
-  std::string inDirectory(const std::string& name) const;
+  Zorbe::Table::Options optionsOf(const std::string& host) const;
   [[noreturn]] void publish(Report& report) const;
   [[noreturn]] void follow(size_t number, Report& report) const;
 
   ScratchDirectory directory_;
   RedisServer server_;
+  mutable SilentHandler log_;
 };
 
 }  // namespace Bench

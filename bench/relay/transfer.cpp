@@ -10,6 +10,8 @@ struct Transfer {
   double sending = 0;    // nanoseconds
   double receiving = 0;  // nanoseconds
   double memory = 0;     // bytes that the mirror needs for it
+  RelayTime sendingTime;
+  RelayTime receivingTime;
 };
 
 Transfer transfer(uint64_t records) {
@@ -20,8 +22,10 @@ Transfer transfer(uint64_t records) {
     const double start = nanoseconds();
     chain.publishAll();
     const double sent = nanoseconds();
+    const RelayTime timeOfSending = chain.processorTime();
     chain.mirrorAll();
-    *outcome = {sent - start, nanoseconds() - sent, chain.mirror().memory};
+    *outcome = {sent - start, nanoseconds() - sent, chain.mirror().memory, timeOfSending,
+                chain.processorTime() - timeOfSending};
   });
   return *outcome;
 }
@@ -31,25 +35,24 @@ Transfer transfer(uint64_t records) {
 void measureTransfer(Results& results) {
   const auto records = static_cast<uint64_t>(results.size(1'000'000, 100'000));
   const std::string load = results.quick() ? "100,000 records" : "1,000,000 records";
-  std::vector<double> sending;
-  std::vector<double> receiving;
-  std::vector<double> memory;
-  for (int block = 0; block < results.size(5, 2); ++block) {
-    const Transfer outcome = transfer(records);
-    sending.push_back(outcome.sending);
-    receiving.push_back(outcome.receiving);
-    memory.push_back(outcome.memory / static_cast<double>(records));
-  }
-  results.add({"relay-transfer", "table to server", load, "ns", spreadOf(sending), "", {}, ""});
-  results.add({"relay-transfer", "server to mirror", load, "ns", spreadOf(receiving), "", {}, ""});
-  results.add({"relay-transfer",
-               "mirror's own memory",
-               load,
-               "bytes a record",
-               spreadOf(memory),
-               "",
-               {},
-               ""});
+  std::vector<Transfer> transfers;
+  for (int block = 0; block < results.size(5, 2); ++block) transfers.push_back(transfer(records));
+  const auto add = [&](const char* subject, const char* unit, double units,
+                       const std::function<double(const Transfer&)>& figure) {
+    std::vector<double> figures;
+    for (const Transfer& each : transfers) figures.push_back(figure(each) / units);
+    results.add({"relay-transfer", subject, load, unit, spreadOf(figures), "", {}, ""});
+  };
+  const auto each = static_cast<double>(records);
+  add("table to server", "ns", 1, [](const Transfer& t) { return t.sending; });
+  add("server to mirror", "ns", 1, [](const Transfer& t) { return t.receiving; });
+  add("server's CPU, from the publisher", "ns a record", each,
+      [](const Transfer& t) { return t.sendingTime.server; });
+  add("server's CPU, to the mirror", "ns a record", each,
+      [](const Transfer& t) { return t.receivingTime.server; });
+  add("mirror's CPU", "ns a record", each,
+      [](const Transfer& t) { return t.receivingTime.mirror; });
+  add("mirror's memory", "bytes a record", each, [](const Transfer& t) { return t.memory; });
 }
 
 }  // namespace Bench

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "harness/statistics.h"
+#include "table/key.h"
 
 namespace Bench {
 
@@ -21,10 +22,6 @@ struct Record {
 };
 ZORBE_FIELDS(Record, words);
 
-/// The key of a record, by its number from 0 on.
-inline uint64_t keyOf(uint64_t number) {
-  return number * 0x9e3779b97f4a7c15u;
-}
 inline Record recordOf(uint64_t number) {
   return {{number, 1, 2, 3, 4, 5}};
 }

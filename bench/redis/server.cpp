@@ -50,6 +50,15 @@ void send(const RedisConnection& connection, const std::vector<std::string>& wor
   }
 }
 
+RedisConnection connectTo(const std::string& socketPath) {
+  RedisConnection connection;
+  waitUntil("redis-server", [&] {
+    connection.reset(redisConnectUnix(socketPath.c_str()));
+    return connection && connection->err == 0;
+  });
+  return connection;
+}
+
 RedisServer::~RedisServer() {
   kill();
 }
@@ -64,15 +73,6 @@ void RedisServer::start() {
 void RedisServer::kill() {
   if (pid_ > 0) endChild(pid_);
   pid_ = -1;
-}
-
-RedisConnection RedisServer::connect() const {
-  RedisConnection connection;
-  waitUntil("redis-server", [&] {
-    connection.reset(redisConnectUnix(socketPath().c_str()));
-    return connection && connection->err == 0;
-  });
-  return connection;
 }
 
 }  // namespace Bench

@@ -34,6 +34,9 @@ RedisReply ask(const RedisConnection& connection, const std::vector<std::string>
 /// Sends one command; nextReply() returns its answer.
 void send(const RedisConnection& connection, const std::vector<std::string>& words);
 
+/// Returns when something listens at a local socket.
+RedisConnection connectTo(const std::string& socketPath);
+
 /// Keeps everything in memory, and ends with this object or with the process that has made it.
 class RedisServer {
  public:
@@ -49,7 +52,7 @@ class RedisServer {
   void kill();
 
   /// Returns when it listens.
-  RedisConnection connect() const;
+  RedisConnection connect() const { return connectTo(socketPath()); }
 
   std::string socketPath() const { return directory_.path() + "/redis"; }
   pid_t pid() const { return pid_; }

@@ -51,7 +51,8 @@ Places placesOf(bool hasScript) {
 BareClient::BareClient(const RedisServer& server, Form form)
     : connection_(server.connect()), form_(form) {
   digest_ = ask(connection_, {"SCRIPT", "LOAD", Zorbe::Relay::kAppendScript})->str;
-  ask(connection_, {"HSET", keysOf(true).about, "epoch", std::to_string(kEpoch), "last", "1-0"});
+  ask(connection_,
+      {"HSET", keysOf(true).about, "epoch", std::to_string(kEpoch), "last", "1-0", "size", "0"});
   for (uint64_t number = 0; number < kBatches; ++number) batches_.push_back(makeBatch(number));
 }
 

@@ -24,9 +24,9 @@ constexpr uint64_t kHistory = uint64_t{64} << 20;
 // Between two looks at the process's memory, which take several system calls.
 constexpr uint64_t kTurnsOfLook = 16;
 
-Zorbe::Relay::Session::Options sessionWith(const RedisServer& server, bool writes) {
+Zorbe::Relay::Session::Options sessionWith(const std::string& socketPath, bool writes) {
   Zorbe::Relay::Session::Options options;
-  options.address = Zorbe::Relay::parseAddress("unix://" + server.socketPath());
+  options.address = Zorbe::Relay::parseAddress("unix://" + socketPath);
   options.writes = writes;
   return options;
 }
@@ -65,12 +65,15 @@ double RelayProcess::processorTime() const {
   return Bench::processorTime(process_.pids().front());
 }
 
-Hosts::Hosts(size_t mirrors) {
+Hosts::Hosts(size_t mirrors, double delay) {
   std::filesystem::create_directory(source().root);
   for (size_t each = 0; each < mirrors; ++each) {
     std::filesystem::create_directory(mirrored(each).root);
   }
   server_.start();
+  if (delay <= 0) return;
+  server_.connect();  // it listens
+  link_ = std::make_unique<Link>(server_.socketPath(), delay);
 }
 
 Zorbe::Table::Options Hosts::source() const {
@@ -98,7 +101,7 @@ std::unique_ptr<RelayProcess> Hosts::mirror(size_t number) const {
 
 void Hosts::publish(Report& report) const {
   Publisher::Options options;
-  options.server = sessionWith(server_, true);
+  options.server = sessionWith(socketPath(), true);
   options.table = options.name = kTable;
   options.reading = source();
   options.prefix = kPrefix;
@@ -110,7 +113,7 @@ void Hosts::publish(Report& report) const {
 
 void Hosts::follow(size_t number, Report& report) const {
   Mirror::Options options;
-  options.server = sessionWith(server_, false);
+  options.server = sessionWith(socketPath(), false);
   options.table = options.name = kTable;
   options.writing = mirrored(number);
   options.prefix = kPrefix;

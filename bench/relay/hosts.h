@@ -16,6 +16,7 @@
 #include "harness/processes.h"
 #include "harness/roles.h"
 #include "redis/server.h"
+#include "relay/link.h"
 #include "table/key.h"
 
 namespace Bench {
@@ -56,10 +57,14 @@ class RelayProcess {
 /// The directories of the hosts, and the server, which runs.
 class Hosts {
  public:
-  explicit Hosts(size_t mirrors);
+  /// `delay`: nanoseconds of the network from each host to the server, and of the way back.
+  explicit Hosts(size_t mirrors, double delay = 0);
 
   RedisServer& server() { return server_; }
   const RedisServer& server() const { return server_; }
+
+  /// Of one of the hosts with the server.
+  RedisConnection connect() const { return connectTo(socketPath()); }
 
   /// The writer's host, and that of a mirror. Their messages go nowhere.
   Zorbe::Table::Options source() const;
@@ -70,12 +75,14 @@ class Hosts {
   std::unique_ptr<RelayProcess> mirror(size_t number) const;
 
  private:
+  std::string socketPath() const { return link_ ? link_->socketPath() : server_.socketPath(); }
   Zorbe::Table::Options optionsOf(const std::string& host) const;
   [[noreturn]] void publish(Report& report) const;
   [[noreturn]] void follow(size_t number, Report& report) const;
 
   ScratchDirectory directory_;
   RedisServer server_;
+  std::unique_ptr<Link> link_;  // none without a delay
   mutable SilentHandler log_;
 };
 

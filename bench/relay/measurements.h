@@ -14,8 +14,9 @@ namespace Bench {
 void measureRate(Results& results);
 
 /// From publishing a change to the wake-up of a follower of the mirrored table, beside the same
-/// by the server's commands alone.
-void measureWakeUp(Results& results, const std::string& placement);
+/// by the server's commands alone. `delay`: nanoseconds of the network between a host and the
+/// server.
+void measureWakeUp(Results& results, const std::string& placement, double delay);
 
 /// The first transfer of all records, to the server and from it.
 void measureTransfer(Results& results);

@@ -12,10 +12,11 @@ namespace {
 
 void run(Results& results) {
   runApart([&] { measureRate(results); });
-  runApart([&] { measureWakeUp(results, "two CPUs"); });
+  runApart([&] { measureWakeUp(results, "two CPUs, network of 0.1 ms", 1e5); });
+  runApart([&] { measureWakeUp(results, "two CPUs, no network", 0); });
   runApart([&] {
     pinTo(0);
-    measureWakeUp(results, "one CPU");
+    measureWakeUp(results, "one CPU, no network", 0);
   });
   measureTransfer(results);
   measureCosts(results);

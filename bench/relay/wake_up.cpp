@@ -40,8 +40,8 @@ struct Sighting {
 }
 
 // Follows a stream, each entry of which has a value.
-[[noreturn]] void followStream(const RedisServer& server, Sighting& sighting) {
-  const RedisConnection connection = server.connect();
+[[noreturn]] void followStream(const Hosts& hosts, Sighting& sighting) {
+  const RedisConnection connection = hosts.connect();
   for (std::string last = "0";;) {
     const RedisReply reply =
         ask(connection, {"XREAD", "COUNT", "32", "BLOCK", "1000", "STREAMS", kStream, last});
@@ -98,12 +98,12 @@ void addEntry(const RedisConnection& connection, uint64_t number) {
 
 }  // namespace
 
-void measureWakeUp(Results& results, const std::string& placement) {
-  const int rounds = results.size(500, 200);
-  const Hosts hosts(1);
+void measureWakeUp(Results& results, const std::string& placement, double delay) {
+  const int rounds = results.size(200, 100);
+  const Hosts hosts(1, delay);
   const Follower ofTable([&](Sighting& sighting) { followTable(hosts.mirrored(0), sighting); });
-  const Follower ofStream([&](Sighting& sighting) { followStream(hosts.server(), sighting); });
-  const RedisConnection connection = hosts.server().connect();
+  const Follower ofStream([&](Sighting& sighting) { followStream(hosts, sighting); });
+  const RedisConnection connection = hosts.connect();
   Chain chain(hosts, 1000, 1);
   chain.publishAll();
   chain.mirrorAll();

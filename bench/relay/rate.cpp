@@ -21,7 +21,7 @@ Subject rateOf(const std::string& name, uint64_t changes, const std::function<vo
 }  // namespace
 
 void measureRate(Results& results) {
-  const auto changes = static_cast<uint64_t>(results.size(1'000'000, 200'000));
+  const auto changes = static_cast<uint64_t>(results.size(400'000, 200'000));
   const std::string unit = "thousand changes a second";
   const Hosts hosts(1);
   Chain chain(hosts, kRecords, 1);

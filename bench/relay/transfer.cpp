@@ -36,7 +36,7 @@ void measureTransfer(Results& results) {
   const auto records = static_cast<uint64_t>(results.size(1'000'000, 100'000));
   const std::string load = results.quick() ? "100,000 records" : "1,000,000 records";
   std::vector<Transfer> transfers;
-  for (int block = 0; block < results.size(5, 2); ++block) transfers.push_back(transfer(records));
+  for (int block = 0; block < results.size(3, 2); ++block) transfers.push_back(transfer(records));
   const auto add = [&](const char* subject, const char* unit, double units,
                        const std::function<double(const Transfer&)>& figure) {
     std::vector<double> figures;

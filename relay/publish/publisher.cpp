@@ -18,6 +18,9 @@ using Table::Kind;
 
 constexpr double kBeatSeconds = 1;
 
+// Of so many batches one is for what a comparison has found, however many changes there are.
+constexpr uint64_t kBatchesForMissing = 4;
+
 // After so many the loop turns.
 constexpr int kChangesOfTurn = 4096;
 
@@ -83,24 +86,34 @@ void Publisher::start() {
   key_.assign((schema_.keyBytes + 7) / 8, 0);
   value_.assign(schema_.valueBytes, '\0');
   phase_ = Phase::kDraining;
+  toDrain_ = 2 * reader_->info().records;
   listen(true);
 }
 
 void Publisher::drain() {
   for (int i = 0; i < kChangesOfTurn; ++i) {
-    const auto change = next();
-    if (change) {
-      if (change->kind == Kind::reset && isReplaced()) return reopenTable();
-      isPass_ = change->kind == Kind::reset || (isPass_ && change->kind != Kind::complete);
-      if (change->kind == Kind::reset) tableRecords_ = 0;
-      if (change->kind == Kind::put && isPass_) ++tableRecords_;
-    }
-    if (change && change->kind != Kind::complete) continue;
-    if (phase_ != Phase::kDraining) return;  // the table cannot be read any more
+    const bool isOver = isDrained();
+    if (phase_ != Phase::kDraining) return;  // the table cannot be read, or is another one
+    if (!isOver) continue;
     phase_ = Phase::kClaiming;
     listen(false);
     return copy_.claim(schema_);
   }
+}
+
+// After every record twice, too: where changes follow faster than they are read, there is no end.
+bool Publisher::isDrained() {
+  const auto change = next();
+  if (!change) return true;
+  if (change->kind == Kind::reset) {
+    if (isReplaced()) reopenTable();
+    isPass_ = true;
+    tableRecords_ = 0;
+    return false;
+  }
+  if (change->kind == Kind::put && isPass_) ++tableRecords_;
+  if (change->kind == Kind::complete) isPass_ = false;
+  return change->kind == Kind::complete || toDrain_-- == 0;
 }
 
 void Publisher::claimed() {
@@ -174,7 +187,9 @@ void Publisher::advance() {
 // The server's records are asked for behind the batch, which may have one that was erased since.
 void Publisher::sendChanges() {
   while (copy_.hasRoomForBatch()) {
-    while (!batch_.isFull() && takeChange()) continue;
+    const bool isForMissing =
+        comparison_ && isEachServersSeen_ && ++batches_ % kBatchesForMissing == 0;
+    while (!isForMissing && !batch_.isFull() && takeChange()) continue;
     if (phase_ != Phase::kFollowing) return;
     if (comparison_ && !batch_.isFull() && !tryToCompare([&] { compareMore(); })) return;
     const bool isIdle = batch_.isEmpty();

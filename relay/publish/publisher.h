@@ -64,6 +64,7 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   void openTable();
   void start();
   void drain();
+  bool isDrained();
   void compare();
   void compareMore();
   bool tryToCompare(const std::function<void()>& step);
@@ -99,9 +100,11 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   uint64_t serversRecords_ = 0;     // when the comparison began
   uint64_t tableRecords_ = 0;       // that the last pass over the table before it has met
   bool isPass_ = false;             // between reset and complete
+  uint64_t toDrain_ = 0;            // changes that are taken before the claim, at most
   uint64_t incarnation_ = 0;        // of the table that is published
   uint64_t caughtUp_ = 0;           // every change up to here was taken
   Batch batch_;
+  uint64_t batches_ = 0;
   uint64_t comparisons_ = 0;
   std::string end_;
   Table::Timer<Publisher> beatTimer_{*this, &Publisher::beat};

@@ -49,57 +49,6 @@ TEST_F(RelayTest, AServerThatIsEmptiedWhileItRunsGetsItAgain) {
   EXPECT_TRUE(becomeEqual());
 }
 
-TEST_F(RelayTest, ANewPublisherMakesNoMirrorReadEverything) {
-  makeAll();
-  for (uint32_t key = 0; key < 100; ++key) writer->put(key, {key, 0});
-  EXPECT_TRUE(becomeEqual());
-  publisher.reset();
-  writer->put(7, {70, 0});
-  EXPECT_TRUE(writer->erase(8));
-  makePublisher();
-  EXPECT_TRUE(becomeEqual());
-  EXPECT_EQ(mirror->figures().transfers, 1u);
-}
-
-TEST_F(RelayTest, TheOlderOfTwoPublishersEnds) {
-  makeAll();
-  writer->put(1, {10, 0});
-  EXPECT_TRUE(becomeEqual());
-  Relay::Publisher newer(publishing(), handler);
-  EXPECT_TRUE(turnUntil([&] { return !publisher->end().empty(); }));
-  EXPECT_EQ(publisher->end().rfind("another publisher of this table has taken over", 0), 0u);
-  publisher.reset();
-  writer->put(1, {11, 0});
-  EXPECT_TRUE(becomeEqual());
-  EXPECT_EQ(newer.end(), "");
-}
-
-TEST_F(RelayTest, APublisherThatReturnsEndsWhenAnotherHasTakenOver) {
-  makeAll();
-  writer->put(1, {10, 0});
-  EXPECT_TRUE(becomeEqual());
-  EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:about", "epoch", "4000000000000000", "token", "x"}),
-            "0");
-  EXPECT_NE(server().ask({"CLIENT", "KILL", "TYPE", "normal"}), "0");
-  EXPECT_TRUE(turnUntil([&] { return !publisher->end().empty(); }));
-  EXPECT_EQ(publisher->end(),
-            "another publisher of this table has taken over; its epoch is 4000000000000000");
-}
-
-// The answer to the claim was lost with the connection.
-TEST_F(RelayTest, APublisherThatReturnsGoesOnWhenItHasTakenOverItself) {
-  makeAll();
-  writer->put(1, {10, 0});
-  EXPECT_TRUE(turnUntil([&] { return reader->info().origin == Table::Origin::mirrored; }));
-  EXPECT_EQ(server().ask({"HSET", "zorbe:{t}:about", "epoch", "4000000000000000"}), "0");
-  EXPECT_NE(server().ask({"CLIENT", "KILL", "TYPE", "normal"}), "0");
-  writer->put(1, {11, 0});
-  EXPECT_TRUE(becomeEqual());
-  EXPECT_EQ(publisher->end(), "");
-  EXPECT_EQ(server().ask({"HGET", "zorbe:{t}:about", "epoch"}), "4000000000000001");
-  EXPECT_EQ(mirror->figures().transfers, 1u);
-}
-
 TEST_F(RelayTest, RecordsThatWereRemovedOnTheServerReturn) {
   makeAll();
   writer->put(1, {10, 0});

@@ -20,7 +20,8 @@ using Relay::Progress;
 
 class RelayProgressTest : public RelayTest {
  protected:
-  static constexpr uint32_t kRecords = 20000;
+  /// 40 batches, of which a turn of the loop sends 8 at most.
+  static constexpr uint32_t kRecords = 40000;
 
   /// As the table here has them.
   void fillTable() {

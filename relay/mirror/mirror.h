@@ -10,7 +10,6 @@
 #include <string>
 
 #include "core/timer.h"
-
 #include "mirror/local_copy.h"
 #include "mirror/source.h"
 #include "progress/progress.h"

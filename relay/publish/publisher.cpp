@@ -28,10 +28,10 @@ constexpr int kChangesOfTurn = 4096;
 
 Publisher::Publisher(const Options& options, Brask::Platform::DebugHandler& log)
     : options_(options),
+      keys_(options.prefix, options.name),
       log_(log),
       session_(options.server, *this, log),
-      copy_(session_, Keys(options.prefix, options.name), *this) {
-  copy_.setHistory(options.history);
+      copy_(session_, keys_, options.history, *this) {
   openTable();
   beatTimer_.start(kBeatSeconds);
 }
@@ -128,8 +128,7 @@ void Publisher::compare() {
   comparison_.emplace(reader_->view(), schema_);
   isEachServersSeen_ = isComparedAgain_ = false;
   cursor_ = "0";
-  const Keys keys(options_.prefix, options_.name);
-  session_.send(Command("HLEN").add(keys.records), [this](const Reply& reply) {
+  session_.send(Command("HLEN").add(keys_.records), [this](const Reply& reply) {
     serversRecords_ = static_cast<uint64_t>(reply.integer());
   });
 }
@@ -155,7 +154,7 @@ bool Publisher::tryToCompare(const std::function<void()>& step) {
 void Publisher::askForRecords() {
   isAsked_ = true;
   Command command("HSCAN");
-  command.add(Keys(options_.prefix, options_.name).records).add(cursor_).add("COUNT");
+  command.add(keys_.records).add(cursor_).add("COUNT");
   session_.send(command.add(scanCount(schema_)), [this](const Reply& reply) { seeRecords(reply); });
 }
 

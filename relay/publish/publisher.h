@@ -83,6 +83,7 @@ class Publisher : private Session::Owner, private ServerCopy::Owner {
   static void ready(void* self);
 
   Options options_;
+  Keys keys_;
   Brask::Platform::DebugHandler& log_;
   std::unique_ptr<Table::ReaderCore> reader_;
   Table::Schema schema_;

@@ -5,11 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <random>
 #include <utility>
 
 #include "format/scripts.h"
-#include "server/time.h"
 
 namespace Zorbe::Relay {
 
@@ -25,6 +25,13 @@ std::string hostName() {
   return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
+// Milliseconds since 1970, which hosts do not agree on exactly.
+uint64_t wallClockMilliseconds() {
+  using std::chrono::milliseconds;
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<uint64_t>(std::chrono::duration_cast<milliseconds>(now).count());
+}
+
 std::string randomText() {
   std::random_device device;
   std::string text;
@@ -34,8 +41,8 @@ std::string randomText() {
 
 }  // namespace
 
-ServerCopy::ServerCopy(Session& session, const Keys& keys, Owner& owner)
-    : session_(session), keys_(keys), token_(randomText()), owner_(owner) {}
+ServerCopy::ServerCopy(Session& session, const Keys& keys, uint64_t history, Owner& owner)
+    : session_(session), keys_(keys), history_(history), token_(randomText()), owner_(owner) {}
 
 void ServerCopy::claim(const Table::Schema& schema) {
   schema_ = schema;

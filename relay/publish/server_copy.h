@@ -28,10 +28,8 @@ class ServerCopy {
     virtual void fenced(const std::string& why) = 0;
   };
 
-  ServerCopy(Session& session, const Keys& keys, Owner& owner);
-
-  /// How many bytes of changes the stream keeps.
-  void setHistory(uint64_t bytes) { history_ = bytes; }
+  /// The stream keeps so many bytes of changes.
+  ServerCopy(Session& session, const Keys& keys, uint64_t history, Owner& owner);
 
   /// In a session that has just begun.
   void claim(const Table::Schema& schema);
@@ -40,7 +38,6 @@ class ServerCopy {
   void forget();
 
   bool hasRoomForBatch() const { return isClaimed_ && unanswered_ < kMostUnanswered; }
-  bool isSettled() const { return unanswered_ == 0; }
 
   /// Sends the batch, which is empty afterwards. Only while there is room.
   void append(Batch& batch);
@@ -70,6 +67,7 @@ class ServerCopy {
 
   Session& session_;
   Keys keys_;
+  uint64_t history_;
   std::string token_;  // that no other publisher has
   Owner& owner_;
   Table::Schema schema_;
@@ -79,7 +77,6 @@ class ServerCopy {
   uint64_t sequence_ = 0;  // of the batch sent last
   std::string before_;     // the id of that one, or of the last one before this epoch
   size_t unanswered_ = 0;
-  uint64_t history_ = uint64_t{64} << 20;
   std::deque<Kept> kept_;
   uint64_t keptBytes_ = 0;
   uint64_t sentChanges_ = 0;

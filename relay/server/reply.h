@@ -15,8 +15,6 @@ class Reply {
   explicit Reply(const redisReply* reply) : reply_(reply) {}
 
   bool isError() const { return is(REDIS_REPLY_ERROR); }
-  bool isNil() const { return is(REDIS_REPLY_NIL); }
-  bool isArray() const { return is(REDIS_REPLY_ARRAY); }
 
   /// A text, a status or the text of an error.
   std::string_view text() const {
@@ -26,7 +24,7 @@ class Reply {
 
   int64_t integer() const { return is(REDIS_REPLY_INTEGER) ? reply_->integer : 0; }
 
-  size_t size() const { return isArray() ? reply_->elements : 0; }
+  size_t size() const { return is(REDIS_REPLY_ARRAY) ? reply_->elements : 0; }
 
   /// An element of an array; empty behind its end.
   Reply operator[](size_t index) const {

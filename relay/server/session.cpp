@@ -149,8 +149,6 @@ void Session::examine(const Reply& info) {
   const std::string problem = problemOf(info.text(), options_.writes);
   if (!problem.empty()) return restart(problem);
   isReady_ = true;
-  attempts_ = 0;
-  lastFailure_.clear();
   ZORBE_LOG(log_, kMilestone, "connected with " << print(place_));
   owner_.sessionBegan();
 }
@@ -171,9 +169,14 @@ void Session::connectionEnded(const std::string& why) {
   restart(why);
 }
 
-// A server that is stopped, and a link that is cut, show in nothing but silence.
+// A server that is stopped, and a link that is cut, show in nothing but silence. A session that
+// ends at once, since the server refuses what is asked of it, is one more attempt in vain.
 void Session::watch() {
   watchTimer_.start(kWatchSeconds);
+  if (isReady_) {
+    attempts_ = 0;
+    lastFailure_.clear();
+  }
   const bool isSilent = connection_->pending() > 0 && connection_->answered() == answered_;
   answered_ = connection_->answered();
   silentTicks_ = isSilent ? silentTicks_ + 1 : 0;

@@ -39,10 +39,9 @@ class Session : public Connection::Owner {
   void send(const Command& command, Connection::Answer answer);
 
   /// What has ended the last attempt to connect, with the server's address, and how many have ended
-  /// since the server was there. Empty after one that has led to a session.
+  /// since a session lasted for a second. Empty once one has.
   std::string failure() const;
   unsigned failedAttempts() const { return attempts_; }
-  size_t pending() const { return connection_ ? connection_->pending() : 0; }
 
   /// Ends the connection, and makes a new one after a pause. `why` is logged, but not each time
   /// the same.
@@ -54,7 +53,6 @@ class Session : public Connection::Owner {
   void askSentinel();
   void greet();
   void examine(const Reply& info);
-  void begin();
   void watch();
   void makeConnection(const Endpoint& endpoint);
   void connectTo(const Endpoint& endpoint);
@@ -72,7 +70,7 @@ class Session : public Connection::Owner {
   std::string lastFailure_;
   uint64_t answered_ = 0;  // of the connection, when it was looked at last
   int silentTicks_ = 0;
-  unsigned attempts_ = 0;  // since it was ready last
+  unsigned attempts_ = 0;  // since a session lasted
   std::minstd_rand random_;
   Table::Timer<Session> connectTimer_{*this, &Session::connect};
   Table::Timer<Session> watchTimer_{*this, &Session::watch};

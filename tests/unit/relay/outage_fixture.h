@@ -63,13 +63,6 @@ class RelayOutageTest : public RelayTest {
     EXPECT_EQ(order->fault(), "");
   }
 
-  size_t countLogged(const std::string& text) const {
-    const auto& messages = handler.messages();
-    return static_cast<size_t>(std::count_if(
-        messages.begin(), messages.end(),
-        [&](const Message& message) { return message.text.find(text) != std::string::npos; }));
-  }
-
   Random random{15};
   std::unique_ptr<OrderFollower> order;
 

@@ -105,13 +105,15 @@ class RelayTest : public ZorbeTest {
     makeMirror();
   }
 
-  /// A message has this text in it.
-  bool logs(const std::string& text) const {
+  /// How many messages have this text in them.
+  size_t countLogged(const std::string& text) const {
     const auto& messages = handler.messages();
-    return std::any_of(messages.begin(), messages.end(), [&](const Message& message) {
-      return message.text.find(text) != std::string::npos;
-    });
+    return static_cast<size_t>(std::count_if(
+        messages.begin(), messages.end(),
+        [&](const Message& message) { return message.text.find(text) != std::string::npos; }));
   }
+
+  bool logs(const std::string& text) const { return countLogged(text) > 0; }
 
   std::vector<std::string> serverOptions;
   std::vector<std::string> serverLauncher;

@@ -103,5 +103,26 @@ TEST_F(RelayServerTest, AWrongPasswordIsTriedUntilItIsRight) {
   expectRepair();
 }
 
+// The server takes the user, and refuses what the publisher asks for.
+TEST_F(RelayOutageTest, SessionsThatEndAtOnceAreTriedWithPausesAndLoggedOnce) {
+  EXPECT_EQ(server().ask({"ACL", "SETUSER", "reader", "on", ">secret", "~*", "+info", "+select"}),
+            "OK");
+  makeTables();
+  auto options = publishing();
+  options.server.credentials = {"reader", "secret"};
+  publisher = std::make_unique<Relay::Publisher>(options, handler);
+  const auto sessions = [&] {
+    const std::string stats = server().ask({"INFO", "commandstats"});
+    const std::string name = "cmdstat_select:calls=";
+    const size_t at = stats.find(name);
+    return at == std::string::npos ? 0 : std::stoi(stats.substr(at + name.size()));
+  };
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_TRUE(turnUntil([&] { return sessions() >= 5; }));
+  // 0.1, 0.2, 0.4 and 0.8 seconds, or half of each.
+  EXPECT_GE(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(750));
+  EXPECT_EQ(countLogged("NOPERM"), 1u);
+}
+
 }  // namespace
 }  // namespace Zorbe::Test

@@ -94,6 +94,25 @@ TEST_F(RelayStreamTest, AMirrorThatTheStreamReachesNoMoreReadsEverythingOnce) {
   expectRepair();
 }
 
+TEST_F(RelayStreamTest, AHistoryThatIsShorterThanATransferIsReported) {
+  makeTables();
+  for (uint32_t key = 0; key < 40000; ++key) writer->put(key, {newValue(), 0});
+  makePublisher();
+  EXPECT_TRUE(turnUntil([&] { return server().ask({"HLEN", "zorbe:{t}:records"}) == "40000"; }));
+  makeMirror();
+  EXPECT_TRUE(turnUntil([&] { return mirror->progress().has_value(); }));
+  const std::string before = server().ask({"HGET", "zorbe:{t}:about", "last"});
+  writer->put(1, {newValue(), 0});
+  writer->publish();
+  EXPECT_TRUE(turnUntil([&] {
+    return server().ask({"HGET", "zorbe:{t}:about", "last"}) != before;
+  }));
+  EXPECT_TRUE(mirror->progress());
+  EXPECT_NE(trim("0"), "0");
+  EXPECT_TRUE(turnUntil([&] { return logs("the publisher needs a larger --history"); }));
+  expectRepair();
+}
+
 TEST_F(RelayStreamTest, RecordsThatChangeWhileTheyAreReadArriveInOrder) {
   constexpr uint32_t kKeys = 20000;
   makeTables();
